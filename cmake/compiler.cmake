@@ -1,0 +1,31 @@
+# Warnings, hardening and sanitizers, handed to our own targets only through one interface target.
+option(TESSIVATOR_WERROR "Treat warnings as errors (the gate sets it)" OFF)
+set(TESSIVATOR_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, empty for none")
+
+add_library(tessivator_flags INTERFACE)
+target_compile_features(tessivator_flags INTERFACE cxx_std_20)
+target_compile_options(tessivator_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow
+  # Log lines name sources relative to the tree; no path of the build machine enters a binary.
+  "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+if(TESSIVATOR_WERROR)
+  target_compile_options(tessivator_flags INTERFACE -Werror)
+endif()
+if(WIN32)
+  target_compile_definitions(tessivator_flags INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
+else()
+  target_compile_options(tessivator_flags INTERFACE -fvisibility=hidden -fvisibility-inlines-hidden)
+  target_compile_definitions(tessivator_flags INTERFACE _FILE_OFFSET_BITS=64)
+endif()
+if(TESSIVATOR_SANITIZE)
+  add_compile_options(-fsanitize=${TESSIVATOR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TESSIVATOR_SANITIZE})
+elseif(NOT WIN32 AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  target_compile_options(tessivator_flags INTERFACE -fstack-protector-strong)
+  target_compile_definitions(tessivator_flags INTERFACE $<$<CONFIG:RelWithDebInfo>:_FORTIFY_SOURCE=2>)
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()

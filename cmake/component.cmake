@@ -1,0 +1,36 @@
+# tessivator_component(NAME
+#   SOURCES  common sources
+#   PLATFORM stems: x compiles x_winnt_user.cpp or x_posix_user.cpp
+#   USES     targets whose headers our headers show
+#   PRIVATE  targets that only our sources use)
+# One component, one static target; a component sees exactly the targets that it names.
+function(tessivator_component name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PLATFORM;USES;PRIVATE" ${ARGN})
+  if(WIN32)
+    set(suffix _winnt_user.cpp)
+  else()
+    set(suffix _posix_user.cpp)
+  endif()
+  list(TRANSFORM ARG_PLATFORM APPEND ${suffix})
+  add_library(${name} STATIC ${ARG_SOURCES} ${ARG_PLATFORM})
+  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}/tessivator")
+  target_link_libraries(${name} PUBLIC ${ARG_USES} PRIVATE tessivator_flags ${ARG_PRIVATE})
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_EXTENSIONS OFF)
+endfunction()
+
+# tessivator_test(NAME SOURCES ... USES ... [TIMEOUT seconds] [LABELS ...])
+# One GoogleTest program; ctest runs it as one test, under Wine where it is a Windows program. Its working
+# directory is the source tree's tests/ folder; fixtures are reached through TESSIVATOR_FIXTURES.
+function(tessivator_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE tessivator_flags ${ARG_USES} GTest::gmock_main)
+  set_target_properties(${name} PROPERTIES CXX_EXTENSIONS OFF)
+  add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}/tests")
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 300)
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
+    ENVIRONMENT "TESSIVATOR_FIXTURES=${PROJECT_SOURCE_DIR}/tests/fixtures;TESSIVATOR_SCRATCH=${CMAKE_CURRENT_BINARY_DIR}/${name}.scratch")
+endfunction()
