@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Runs a Windows program under Wine: wine-run.sh PROGRAM [ARGUMENT...]. CMake's emulator for the Windows build.
+#
+# The Wine prefix is WINEPREFIX, by default build/wineprefix of this source tree; it is made when missing.
+# TESSIVATOR_* variables that hold an absolute Linux path reach the program in Windows form (Z:\...). The exit
+# status is the low eight bits of the program's own.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+export WINEPREFIX=${WINEPREFIX:-$root/build/wineprefix}
+export WINEDEBUG=${WINEDEBUG:--all}
+export WINEARCH=win64
+# No offers to download .NET or a browser engine, no entries in the desktop's menus.
+export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-"mscoree,mshtml=;winemenubuilder.exe=d"}
+export HOME=${HOME:-$root/build}
+
+# The loader itself: Debian's wrapper script asks for the 32-bit Wine first and complains when there is none.
+if [ -x /usr/lib/wine/wine64 ]; then
+  wine=/usr/lib/wine/wine64
+else
+  wine=$(command -v wine64 || command -v wine) || { echo "wine-run.sh: Wine is not installed" >&2; exit 127; }
+fi
+
+if [ ! -f "$WINEPREFIX/.tessivator-ready" ]; then
+  mkdir -p "$WINEPREFIX"
+  exec 9>"$WINEPREFIX/.tessivator-lock"
+  flock 9
+  if [ ! -f "$WINEPREFIX/.tessivator-ready" ]; then
+    "$wine" wineboot -i </dev/null >"$WINEPREFIX/wineboot.log" 2>&1 9>&- ||
+      { echo "wine-run.sh: the Wine prefix $WINEPREFIX could not be made" >&2; cat "$WINEPREFIX/wineboot.log" >&2; exit 126; }
+    touch "$WINEPREFIX/.tessivator-ready"
+  fi
+  exec 9>&-
+fi
+
+for name in ${!TESSIVATOR_*}; do
+  value=${!name}
+  if [[ $value == /* ]]; then
+    export "$name=Z:${value//\//\\}"
+  fi
+done
+exec "$wine" "$@"
