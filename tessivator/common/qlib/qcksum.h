@@ -1,0 +1,74 @@
+// Checksums: a tagged record, digests of files and buffers (OpenSSL's message digests), and their hexadecimal text.
+#pragma once
+
+#include "common/qlib/qfile.h"
+#include "common/qlib/qtypes.h"
+
+// Kinds; 1, 2 and 4 also combine as request flags.
+inline constexpr std::uint8_t QCKSUM_SUM16 = 0;
+inline constexpr std::uint8_t QCKSUM_MD5 = 1;
+inline constexpr std::uint8_t QCKSUM_SHA1 = 2;
+inline constexpr std::uint8_t QCKSUM_SHA256 = 4;
+inline constexpr std::uint8_t QCKSUM_SHA512 = 8;
+inline constexpr std::uint8_t QCKSUM_SHA384 = 16;
+
+inline constexpr std::uint32_t QCKSUM_MD5_BIN_LEN = 16;
+inline constexpr std::uint32_t QCKSUM_SHA1_BIN_LEN = 20;
+inline constexpr std::uint32_t QCKSUM_SHA256_BIN_LEN = 32;
+inline constexpr std::uint32_t QCKSUM_SHA384_BIN_LEN = 48;
+inline constexpr std::uint32_t QCKSUM_SHA512_BIN_LEN = 64;
+// Hexadecimal text sizes in units, terminator included.
+inline constexpr std::size_t QCKSUM_MD5_TEXT = 33;
+inline constexpr std::size_t QCKSUM_SHA1_TEXT = 41;
+inline constexpr std::size_t QCKSUM_SHA256_TEXT = 65;
+
+struct qcksum {
+  std::uint8_t type;
+  std::uint8_t length;  // valid bytes of value
+  std::uint8_t value[64];
+};
+static_assert(sizeof(qcksum) == 66);
+
+// Digests of an open file in one pass. `flags` is a mask of MD5, SHA-1 and SHA-256, each requested kind with its record.
+// `length` 0 reads from `offset` to the end. The handle's position is restored. Returns 22 for a missing record, 1002
+// when no kind is requested or the file is missing, 12, or a file error; a read that fails ends the pass with 0 and
+// digests of what was read.
+[[nodiscard]] qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
+                                    std::uint64_t offset, std::uint64_t length) noexcept;
+// The same for a path; an open failure is returned as it is.
+[[nodiscard]] qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5,
+                                         qcksum* sha256, std::uint64_t offset, std::uint64_t length) noexcept;
+
+// Digests of a buffer: the bare bytes into `out`, which holds 64 bytes. 12 when the digest cannot be made, else 0.
+[[nodiscard]] qerr_t qcksum_buf_md5(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
+[[nodiscard]] qerr_t qcksum_buf_sha1(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
+[[nodiscard]] qerr_t qcksum_buf_sha256(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
+[[nodiscard]] qerr_t qcksum_buf_sha384(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
+[[nodiscard]] qerr_t qcksum_buf_sha512(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
+
+// Ones'-complement sum of little-endian 16-bit words, carries folded, not complemented; an odd last byte is ignored.
+qerr_t qcksum_buf_sum16(const void* buffer, std::size_t size, std::uint16_t* result) noexcept;
+
+// 1 when both have the same known type and equal values over that type's binary length, else 0.
+[[nodiscard]] std::uint32_t qcksum_compare(const qcksum* a, const qcksum* b) noexcept;
+
+// Lower-case hexadecimal of a record; the whole text buffer is zeroed first and never overrun. Both behave the same.
+qerr_t qcksum_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
+qerr_t qcksum2_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
+
+// Lower-case hexadecimal of a bare digest, without a terminator: the caller supplies a zeroed buffer of the text size.
+// 22 (logged) when binary_length is not the kind's length.
+[[nodiscard]] qerr_t qcksum_SHA1_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
+[[nodiscard]] qerr_t qcksum_MD5_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
+[[nodiscard]] qerr_t qcksum_SHA2_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
+
+// Hexadecimal text into value bytes (at most 64); characters are not validated, type and length stay. Returns 0.
+qerr_t qstr_to_qcksum(const qchar* text, qcksum* record) noexcept;
+
+// Incremental digests of MD5 and SHA-1. Create answers null without memory or for an unknown kind; update and final
+// answer -1 for other kinds than these two.
+struct qcksum_ctx;
+[[nodiscard]] qcksum_ctx* qcksum_ctx_create(std::uint8_t kind) noexcept;
+[[nodiscard]] std::int32_t qcksum_ctx_update(qcksum_ctx* context, const void* buffer, std::size_t size) noexcept;
+[[nodiscard]] std::int32_t qcksum_ctx_final(qcksum_ctx* context, qcksum* record) noexcept;
+void qcksum_ctx_free(qcksum_ctx* context) noexcept;

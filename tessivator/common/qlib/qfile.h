@@ -1,0 +1,97 @@
+// Files by wide path. Every path goes to one of the file providers (qfile_provider.h): the local disk, or on Linux a
+// share for a path with two leading backslashes; callers never know which.
+//
+// Null required arguments give 1002, 1003, 1004 by position; system failures come translated (qerr.h).
+#pragma once
+
+#include "common/qlib/qtypes.h"
+
+// An open file. Owned by whoever opened it; used by one thread at a time.
+class qfile_object;
+using qfile_t = qfile_object*;
+inline constexpr qfile_t QFILE_INVALID = nullptr;
+
+inline constexpr std::uint32_t QFILE_APPEND = 1;
+inline constexpr std::uint32_t QFILE_CREATE = 2;
+inline constexpr std::uint32_t QFILE_READ = 4;
+inline constexpr std::uint32_t QFILE_WRITE = 8;
+inline constexpr std::uint32_t QFILE_TRUNCATE = 16;
+inline constexpr std::uint32_t QFILE_UNBUFFERED = 32;
+inline constexpr std::uint32_t QFILE_EXCLUSIVE = 64;
+
+inline constexpr std::uint32_t QFILE_FROM_START = 0;
+inline constexpr std::uint32_t QFILE_FROM_CURRENT = 1;
+inline constexpr std::uint32_t QFILE_FROM_END = 2;
+
+// Sizes in bytes; times are local, in 100 ns since 1601.
+struct qfile_info {
+  std::uint64_t size;
+  std::int64_t creation_time;
+  std::int64_t last_write_time;
+};
+
+// Opens `path`. At least one of READ and WRITE; APPEND, CREATE and TRUNCATE need WRITE; APPEND excludes TRUNCATE and
+// UNBUFFERED: else 1004. With CREATE missing parent directories are created. Without WRITE a directory opens too.
+[[nodiscard]] qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept;
+qerr_t qfile_close(qfile_t handle) noexcept;
+
+// One read or write call; fewer bytes than asked for is success (0 bytes: end of file).
+[[nodiscard]] qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_t* bytes_read) noexcept;
+[[nodiscard]] qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size, std::uint32_t* bytes_written) noexcept;
+[[nodiscard]] qerr_t qfile_seek(qfile_t handle, std::int64_t offset, std::uint32_t origin, std::uint64_t* new_position) noexcept;
+[[nodiscard]] qerr_t qfile_size(qfile_t handle, std::uint64_t* size) noexcept;
+[[nodiscard]] qerr_t qfile_size_by_name(const qchar* path, std::uint64_t* size) noexcept;
+[[nodiscard]] qerr_t qfile_truncate(qfile_t handle, std::uint64_t size) noexcept;
+// Size and times of an open file, or of a path without opening it for reading.
+[[nodiscard]] qerr_t qfile_get_info(qfile_t handle, qfile_info* info) noexcept;
+[[nodiscard]] qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept;
+
+// A read-only view of the first `length` bytes (never more than the file holds), valid until qfile_unmap. On Windows
+// the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives 14 ("Bad address").
+[[nodiscard]] qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view) noexcept;
+qerr_t qfile_unmap(const std::byte* view) noexcept;
+
+// Replaces an existing target; when the target's directories are missing and the source exists they are created.
+[[nodiscard]] qerr_t qfile_rename(const qchar* source, const qchar* target) noexcept;
+// Clears read-only and deletes.
+[[nodiscard]] qerr_t qfile_delete(const qchar* path) noexcept;
+[[nodiscard]] qerr_t qfile_rmdir(const qchar* path) noexcept;
+[[nodiscard]] qerr_t qfile_mkdir(const qchar* path) noexcept;
+// Copies bytes; `fail_if_exists` other than 0 refuses an existing target.
+[[nodiscard]] qerr_t qfile_copy(const qchar* source, const qchar* target, std::uint32_t fail_if_exists) noexcept;
+// Creates every missing directory above the last separator of `path`.
+[[nodiscard]] qerr_t qfile_mkdir_parents(const qchar* path) noexcept;
+// Asks the file system to compress the file (NTFS); success without effect elsewhere.
+[[nodiscard]] qerr_t qfile_compress(const qchar* path) noexcept;
+// Absolute form of `path`. `size_in_out` counts units with the terminator; a buffer that is too small (or null) gives
+// 1009 with the needed size.
+[[nodiscard]] qerr_t qfile_full_path(const qchar* path, qchar* buffer, std::uint32_t* size_in_out) noexcept;
+// True when the path's attributes can be read.
+[[nodiscard]] bool qfile_exists(const qchar* path) noexcept;
+
+// Owner of an open file.
+class QfileOwner {
+ public:
+  QfileOwner() noexcept = default;
+  explicit QfileOwner(qfile_t handle) noexcept : handle_(handle) {}
+  QfileOwner(const QfileOwner&) = delete;
+  QfileOwner& operator=(const QfileOwner&) = delete;
+  ~QfileOwner() { reset(); }
+  [[nodiscard]] qfile_t get() const noexcept { return handle_; }
+  [[nodiscard]] qfile_t* out() noexcept {
+    reset();
+    return &handle_;
+  }
+  [[nodiscard]] qfile_t release() noexcept {
+    const qfile_t handle = handle_;
+    handle_ = QFILE_INVALID;
+    return handle;
+  }
+  void reset() noexcept {
+    if (handle_ != QFILE_INVALID) (void)qfile_close(handle_);
+    handle_ = QFILE_INVALID;
+  }
+
+ private:
+  qfile_t handle_ = QFILE_INVALID;
+};

@@ -1,0 +1,44 @@
+// Depth-first, pre-order directory walk over the file providers.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/qlib/qfile_provider.h"
+#include "common/qlib/qtypes.h"
+
+// Descend only from level 0; do not descend into directories that are links or junctions.
+inline constexpr std::uint32_t QFILE_ITR_ONE_LEVEL = 1;
+inline constexpr std::uint32_t QFILE_ITR_NO_REPARSE = 2;
+
+// One directory level of a walk.
+struct qfile_itr_level {
+  std::unique_ptr<qfile_search> search;  // null until the level is first read
+  std::size_t directory_length = 0;      // units of the path buffer that name this level's directory
+  bool through_link = false;             // the directory was reached through a link
+};
+
+// A walk; owned by the caller, used by one thread. Its path buffer holds the current entry's full path.
+struct qfile_itr {
+  std::u16string path;
+  std::vector<qfile_itr_level> levels;
+  std::uint32_t flags = 0;
+  qchar separator = 0;
+};
+
+// Opens a walk. A directory's path yields the directory itself first, then its contents; a file's path yields the file;
+// wildcards in the last component select entries; a bare drive ("C:", on Linux "/") and a share root list their
+// contents. A path that does not exist opens, and the first qfile_itr_next answers 1008.
+[[nodiscard]] qerr_t qfile_itr_open(qfile_itr* iterator, const qchar* path) noexcept;
+[[nodiscard]] qerr_t qfile_itr_open_ex(qfile_itr* iterator, const qchar* path, std::uint32_t flags) noexcept;
+
+// The next entry. `path_out` points into the iterator until the next call; is_directory and is_symlink are 1 or 0.
+// 1008 at the end; any other code is a search error and ends the walk. A directory that cannot be listed is dropped and
+// the walk goes on. A directory that is already open above is reported but not entered again, and no path goes through
+// more than 16 directory links, so that every walk ends.
+[[nodiscard]] qerr_t qfile_itr_next(qfile_itr* iterator, const qchar** path_out, std::uint32_t* is_directory,
+                                    std::uint32_t* is_symlink) noexcept;
+
+// Ends the walk and releases what it holds.
+qerr_t qfile_itr_close(qfile_itr* iterator) noexcept;

@@ -1,0 +1,88 @@
+// The seam under the file layer. A provider knows one kind of storage; qfile.cpp and qfile_itr.cpp hold everything
+// that is the same for all of them (argument rules, parent directories, retries, the walk's stack and order).
+//
+// Paths come absolute or relative as the caller gave them. Status carries the translated code for the caller and the
+// condition for our own decisions, because translation folds different system errors into one code.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qfile.h"
+
+enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory };
+
+struct qsys_status {
+  qerr_t code = QERR_OK;
+  qsys_condition condition = qsys_condition::none;
+  [[nodiscard]] bool ok() const noexcept { return code == QERR_OK && condition == qsys_condition::none; }
+};
+
+// One entry of a directory search.
+struct qfile_entry {
+  std::u16string name;
+  bool is_directory = false;   // also for a link to a directory
+  bool is_reparse = false;     // a link or junction of any kind
+  bool is_symlink = false;     // a symbolic link
+};
+
+// What tells whether two paths are the same directory.
+struct qfile_identity {
+  std::uint64_t volume = 0;
+  std::uint64_t index_low = 0;
+  std::uint64_t index_high = 0;
+  bool operator==(const qfile_identity&) const noexcept = default;
+};
+
+// An open file; the destructor closes it.
+class qfile_object {
+ public:
+  virtual ~qfile_object() = default;
+  virtual qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
+  virtual qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
+  virtual qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept = 0;
+  virtual qsys_status size(std::uint64_t& bytes) noexcept = 0;
+  virtual qsys_status truncate(std::uint64_t bytes) noexcept = 0;
+  virtual qsys_status info(qfile_info& out) noexcept = 0;
+  // Reads up to `length` bytes from the start into `destination` without moving the position; `done` tells how many.
+  virtual qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept = 0;
+};
+
+// A running search of one directory; the destructor ends it.
+class qfile_search {
+ public:
+  virtual ~qfile_search() = default;
+  // The next entry, "." and ".." included or not; end_of_directory when there is none. May throw std::bad_alloc.
+  virtual qsys_status next(qfile_entry& entry) = 0;
+};
+
+class qfile_provider {
+ public:
+  virtual ~qfile_provider() = default;
+  // `flags` are already checked.
+  virtual qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) = 0;
+  // Searches for `pattern`: a path whose last component may hold * and ?. `out` yields the matches one by one. Sockets,
+  // FIFOs and devices are never among them.
+  virtual qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) = 0;
+  virtual qsys_status exists(const qchar* path) = 0;
+  virtual qsys_status info(const qchar* path, qfile_info& out) = 0;
+  virtual qsys_status identity(const qchar* directory, qfile_identity& out) = 0;
+  virtual qsys_status rename(const qchar* source, const qchar* target) = 0;
+  virtual qsys_status remove(const qchar* path) = 0;
+  virtual qsys_status make_directory(const qchar* path) = 0;
+  virtual qsys_status remove_directory(const qchar* path) = 0;
+  virtual qsys_status copy(const qchar* source, const qchar* target, bool fail_if_exists) = 0;
+  virtual qsys_status compress(const qchar* path) = 0;
+  virtual qsys_status full_path(const qchar* path, std::u16string& out) = 0;
+};
+
+// The provider that serves `path`: the override if a test set one, else the platform's choice.
+[[nodiscard]] qfile_provider& qfile_provider_for(const qchar* path) noexcept;
+
+// Platform part: local files, and the choice between local files and shares.
+[[nodiscard]] qfile_provider& qfile_local_provider() noexcept;
+[[nodiscard]] qfile_provider& qfile_platform_provider_for(const qchar* path) noexcept;
+
+// Puts `provider` before all others (null ends that). For tests that inject faults; not for concurrent use.
+void qfile_set_provider(qfile_provider* provider) noexcept;

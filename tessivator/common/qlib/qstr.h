@@ -1,0 +1,67 @@
+// Wide text: length, copies, conversion, formatting, console output. Capacities are in bytes.
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "common/qlib/qfmt.h"
+#include "common/qlib/qtypes.h"
+
+// Heap copy of `text` (null gives an empty string); null when memory runs out. Freed with qmem_free. `tag` names the
+// call site for diagnostics and is otherwise ignored.
+[[nodiscard]] qchar* qstr_dup(const qchar* text, std::uint32_t tag = 0) noexcept;
+
+// Length in units, and in bytes without the terminator; 0 for null.
+[[nodiscard]] std::size_t qstr_len(const qchar* text) noexcept;
+[[nodiscard]] std::size_t qstr_size(const qchar* text) noexcept;
+
+// Widens 7-bit ASCII into `destination`. Returns the destination, or null when it is null, cannot hold
+// 2 x length + 2 bytes, or a byte of 128 or more is met.
+qchar* qstr_from_ascii(qchar* destination, std::size_t destination_bytes, const char* source) noexcept;
+
+// UTF-8 to wide and back, the whole text with its terminator. They return the destination, or null when a pointer is
+// null or the destination is too small (then a line is printed to standard output). Invalid UTF-8 and unpaired
+// surrogates become U+FFFD.
+qchar* qstr_utoq(qchar* destination, std::size_t destination_bytes, const char* utf8) noexcept;
+char* qstr_qtou(char* destination, std::size_t destination_bytes, const qchar* wide) noexcept;
+
+// The same for containers. May throw std::bad_alloc.
+[[nodiscard]] std::string qstr_to_utf8(std::u16string_view wide);
+[[nodiscard]] std::u16string qstr_to_wide(std::string_view utf8);
+
+// Bounded formatting as qfmt_format describes; returns the number of units written, or -1 when the text was cut.
+template <class... Args>
+int qstr_printf(qchar* destination, std::size_t destination_bytes, const qchar* format, const Args&... args) noexcept {
+  const std::array<qfmt_arg, sizeof...(Args) + 1> list{qfmt_arg(args)..., qfmt_arg(0)};
+  return qfmt_format(destination, destination_bytes, format, std::span(list).first(sizeof...(Args)));
+}
+
+// Formats and writes to standard output: to a console as wide text, else converted to the output's encoding
+// (Windows: console output code page with CR LF line ends; Linux: UTF-8 with LF). Returns the number of units, or -1.
+int qstr_console_write(const qchar* format, std::span<const qfmt_arg> arguments) noexcept;
+template <class... Args>
+int qstr_console_printf(const qchar* format, const Args&... args) noexcept {
+  const std::array<qfmt_arg, sizeof...(Args) + 1> list{qfmt_arg(args)..., qfmt_arg(0)};
+  return qstr_console_write(format, std::span(list).first(sizeof...(Args)));
+}
+
+// The characters after the last full stop of the last path component, or null when that component has none. The
+// component begins after the last separator of the path's own kind (qpath_separator).
+[[nodiscard]] const qchar* qstr_extension(const qchar* path) noexcept;
+
+// Comparison and lower-casing that fold A-Z only, whatever the locale.
+[[nodiscard]] bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept;
+void qstr_lower_ascii(qchar* text) noexcept;  // in place
+
+// The separator at which a path is cut: a backslash for a path that begins with two backslashes and for every path on
+// Windows, a slash for any other path on Linux.
+[[nodiscard]] qchar qpath_separator(const qchar* path) noexcept;
+// The platform's own separator: backslash or slash.
+[[nodiscard]] qchar qpath_native_separator() noexcept;
+// True for a path that names a share: two leading backslashes.
+[[nodiscard]] bool qpath_is_unc(const qchar* path) noexcept;
+// True for exactly two characters of which the second is a colon (never on Linux); on Linux true for "/".
+[[nodiscard]] bool qpath_is_bare_drive(const qchar* path) noexcept;
+// `directory`, its separator, `name`; the separator is never doubled away: an empty directory gives separator and name.
+[[nodiscard]] std::u16string qpath_join(std::u16string_view directory, std::u16string_view name);
