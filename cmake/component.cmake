@@ -18,6 +18,9 @@ function(tessivator_component name)
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_EXTENSIONS OFF)
 endfunction()
 
+# What a ThreadSanitizer build needs: the tests that are labelled tsan.
+add_custom_target(tsan_tests)
+
 # tessivator_test(NAME SOURCES ... USES ... [TIMEOUT seconds] [LABELS ...])
 # One GoogleTest program; ctest runs it as one test, under Wine where it is a Windows program. Its working
 # directory is the source tree's tests/ folder; fixtures are reached through TESSIVATOR_FIXTURES.
@@ -27,6 +30,9 @@ function(tessivator_test name)
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE tessivator_flags ${ARG_USES} GTest::gmock_main)
   set_target_properties(${name} PROPERTIES CXX_EXTENSIONS OFF)
+  if("tsan" IN_LIST ARG_LABELS)
+    add_dependencies(tsan_tests ${name})
+  endif()
   add_test(NAME ${name} COMMAND ${name} WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}/tests")
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)

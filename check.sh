@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# The whole gate: builds every platform and sanitizer with warnings as errors and runs all tests and linters in one
+# ctest run, whose closing line comes last and whose result is this script's. Needs no terminal and no input.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+cd "$root"
+exec </dev/null
+mkdir -p build
+exec 9>build/check.lock
+flock -n 9 || { echo "check.sh: another run is busy in this source tree" >&2; exit 1; }
+
+step() { echo "check.sh: $*"; }
+# quiet LOG COMMAND...: shows the command's output only when it fails.
+quiet() {
+  local log=$1
+  shift
+  "$@" >"$log" 2>&1 9>&- || { tail -n 200 "$log" >&2; step "failed: $*" >&2; exit 1; }
+}
+
+tools/install-deps.sh check
+tools/cross-libs.sh
+tools/real-images.sh
+
+# build PRESET TARGET: configures and builds one preset's folder.
+build() {
+  local preset=$1 target=$2 start=$SECONDS
+  quiet "build/$preset-configure.log" cmake --preset "$preset" -DTESSIVATOR_WERROR=ON -DTESSIVATOR_TESTS=ON
+  quiet "build/$preset-build.log" cmake --build "build/$preset" --target "$target" -j "$(nproc)"
+  step "$preset built in $((SECONDS - start)) s"
+}
+build linux-release all
+build linux-asan all
+build linux-tsan tsan_tests
+build windows-release all
+
+# A leak, a data race or undefined behaviour fails the test that shows it.
+export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:check_initialization_order=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+export TESSIVATOR_REAL=$root/build/real
+export WINEPREFIX=$root/build/wineprefix WINEDEBUG=-all
+
+/usr/bin/python3 tools/gather-tests.py build/check linux-release linux-asan linux-tsan:tsan windows-release
+exec ctest --test-dir build/check -j "$(nproc)" --output-on-failure --no-tests=error

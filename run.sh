@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Scans FILEPATH and writes certificate files and info.xml to OUTPUT: ./run.sh FILEPATH OUTPUT [options]
+# Builds the program first when that is needed. Without arguments it scans the sample repository of the tests
+# and shows the report.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+build=$root/build/linux-release
+mkdir -p "$root/build"
+
+# Standard output belongs to the program alone; what happens before it goes to standard error, and only when
+# there is something to do.
+build_program() {
+  "$root/tools/install-deps.sh" run
+  local log=$root/build/run.log
+  if [ ! -f "$build/build.ninja" ]; then
+    echo "run.sh: configuring $build"
+    (cd "$root" && cmake --preset linux-release -DTESSIVATOR_TESTS=OFF) >"$log" 2>&1 || { cat "$log"; exit 1; }
+  fi
+  if ! ninja -C "$build" -n brantle_cli | grep -q 'no work to do'; then
+    echo "run.sh: building the program"
+  fi
+  ninja -C "$build" brantle_cli >"$log" 2>&1 || { cat "$log"; exit 1; }
+}
+exec 9>"$root/build/run.lock"
+flock 9
+build_program >&2 9>&-
+exec 9>&-
+
+program=$(find "$build" -type f -name brantle -perm -u+x | head -n 1)
+if [ $# -gt 0 ]; then
+  exec "$program" "$@"
+fi
+output=$root/build/sample-out
+rm -rf "$output"
+mkdir -p "$output"
+status=0
+"$program" "$root/tests/fixtures/tree" "$output" || status=$?
+cat "$output/info.xml"
+echo "Certificate files and this report are in $output"
+exit "$status"
