@@ -1,0 +1,9 @@
+// Signatures of installer packages.
+#pragma once
+
+#include "common/qlib/qtypes.h"
+
+// Reads the signature (DER-encoded PKCS#7) of an installer package into a buffer that the caller frees with qmem_free.
+// Returns 2 for a package without a signature and for every file that is no package, 12 without memory, or the code of
+// a platform service that is missing.
+[[nodiscard]] qerr_t sgn_msi_get_cert_buf_alloc(const qchar* path, std::byte** out, std::uint32_t* length) noexcept;
