@@ -41,4 +41,4 @@ export TESSIVATOR_REAL=$root/build/real
 export WINEPREFIX=$root/build/wineprefix WINEDEBUG=-all
 
 /usr/bin/python3 tools/gather-tests.py build/check linux-release linux-asan linux-tsan:tsan windows-release
-exec ctest --test-dir build/check -j "$(nproc)" --output-on-failure --no-tests=error
+exec ctest --test-dir build/check -j "$(nproc)" --output-on-failure --no-label-summary --no-tests=error

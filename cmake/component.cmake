@@ -13,9 +13,14 @@ function(tessivator_component name)
   endif()
   list(TRANSFORM ARG_PLATFORM APPEND ${suffix})
   add_library(${name} STATIC ${ARG_SOURCES} ${ARG_PLATFORM})
-  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}/tessivator")
-  target_link_libraries(${name} PUBLIC ${ARG_USES} PRIVATE tessivator_flags ${ARG_PRIVATE})
+  target_include_directories(${name} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/tessivator>"
+    "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tessivator>")
+  target_compile_features(${name} PUBLIC cxx_std_20)
+  target_link_libraries(${name} PUBLIC ${ARG_USES} PRIVATE $<BUILD_INTERFACE:tessivator_flags> ${ARG_PRIVATE})
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_EXTENSIONS OFF)
+  string(REPLACE "tessivator_" "" exported ${name})
+  set_target_properties(${name} PROPERTIES EXPORT_NAME ${exported})
+  install(TARGETS ${name} EXPORT tessivator ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}/tessivator")
 endfunction()
 
 # What a ThreadSanitizer build needs: the tests that are labelled tsan.

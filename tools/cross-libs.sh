@@ -112,8 +112,11 @@ run() {
 }
 (
   cd "$work/src/openssl/tree"
+  # A library inside a host's process reads no configuration file and loads nothing: neither of its own accord nor
+  # from a default folder that any user of a Windows machine could create.
   run "$work/configure.log" ./Configure mingw64 --cross-compile-prefix="$host-" \
-    no-shared no-tests no-engine no-legacy no-module no-dso -ffunction-sections -fdata-sections
+    --prefix="C:/Program Files/OpenSSL" \
+    no-shared no-tests no-engine no-legacy no-module no-dso no-autoload-config -ffunction-sections -fdata-sections
   run "$work/openssl.log" make -j"$jobs" build_generated libcrypto.a
 )
 (

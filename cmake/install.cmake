@@ -1,0 +1,28 @@
+# What `cmake --install` puts where: the program, the library for Java hosts, and for C++ users the components as the
+# CMake package `tessivator`. java/ installs its jar itself.
+include(CMakePackageConfigHelpers)
+set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tessivator")
+
+if(TARGET brantle_cli AND TARGET brantle)
+install(TARGETS brantle_cli RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+install(TARGETS brantle
+  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+  RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(TARGET brantle_smb)
+  # The share module is looked for beside whatever loads it, which is the program as well as the library.
+  install(TARGETS brantle_smb LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS brantle_smb LIBRARY DESTINATION "${CMAKE_INSTALL_BINDIR}")
+endif()
+
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/tessivator/" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tessivator"
+  FILES_MATCHING PATTERN "*.h" PATTERN "*_user.h" EXCLUDE PATTERN "*_internal.h" EXCLUDE)
+install(EXPORT tessivator NAMESPACE tessivator:: DESTINATION "${package_folder}" FILE tessivator-targets.cmake)
+configure_package_config_file(cmake/tessivator-config.cmake.in "${PROJECT_BINARY_DIR}/tessivator-config.cmake"
+  INSTALL_DESTINATION "${package_folder}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/tessivator-config-version.cmake"
+  COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/tessivator-config.cmake" "${PROJECT_BINARY_DIR}/tessivator-config-version.cmake"
+  cmake/libraries.cmake DESTINATION "${package_folder}")
+install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
