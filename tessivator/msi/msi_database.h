@@ -1,0 +1,57 @@
+// Read-only access to an installer package's Property table, in the shape of the Windows Installer database interface:
+// open a database, open a view for a query, execute it, fetch a record, get a string, close each handle.
+//
+// On Windows the calls go to msi.dll. Elsewhere the package is read here; then the one query form
+//   SELECT `Value` FROM `Property` WHERE `Property`='NAME'
+// is understood. All results are the installer's own numbers (not qerr_t). Handles are 32-bit, never 0 when open, and
+// used by one thread at a time; different handles are independent.
+#pragma once
+
+#include "common/qlib/qtypes.h"
+
+using msi_handle = std::uint32_t;
+using msi_result = std::uint32_t;
+
+// The installer's numbers that this library meets or answers.
+inline constexpr msi_result MSI_OK = 0;
+inline constexpr msi_result MSI_INVALID_HANDLE = 6;
+inline constexpr msi_result MSI_OUT_OF_MEMORY = 14;
+inline constexpr msi_result MSI_INVALID_PARAMETER = 87;
+inline constexpr msi_result MSI_OPEN_FAILED = 110;
+inline constexpr msi_result MSI_MORE_DATA = 234;
+inline constexpr msi_result MSI_NO_MORE_ITEMS = 259;
+inline constexpr msi_result MSI_BAD_QUERY = 1615;
+inline constexpr msi_result MSI_FUNCTION_FAILED = 1627;
+
+// Opens the package at `path` read-only. MSI_OPEN_FAILED when it cannot be opened or is not a package.
+[[nodiscard]] msi_result msi_open_database(const qchar* path, msi_handle* database) noexcept;
+// Prepares `query`. MSI_BAD_QUERY for a query that is not understood.
+[[nodiscard]] msi_result msi_database_open_view(msi_handle database, const qchar* query, msi_handle* view) noexcept;
+// Runs the view's query, without parameters.
+[[nodiscard]] msi_result msi_view_execute(msi_handle view) noexcept;
+// The next row; MSI_NO_MORE_ITEMS after the last one.
+[[nodiscard]] msi_result msi_view_fetch(msi_handle view, msi_handle* record) noexcept;
+// Copies field `field` (1 is the first) into `buffer`. `*size` goes in as the buffer's capacity in units with the
+// terminator and comes out as the text's length without it. MSI_MORE_DATA when the text does not fit.
+[[nodiscard]] msi_result msi_record_get_string(msi_handle record, std::uint32_t field, qchar* buffer,
+                                               std::uint32_t* size) noexcept;
+// Closes a handle of any kind; 0 is allowed. A view outlives its closed database and a record its closed view.
+msi_result msi_close_handle(msi_handle handle) noexcept;
+
+// The calling thread's last system error (GetLastError, errno), for log lines.
+[[nodiscard]] std::uint32_t msi_last_system_error() noexcept;
+
+// The operations behind the functions above.
+struct msi_interface {
+  msi_result (*open_database)(const qchar* path, msi_handle* database) noexcept;
+  msi_result (*open_view)(msi_handle database, const qchar* query, msi_handle* view) noexcept;
+  msi_result (*execute)(msi_handle view) noexcept;
+  msi_result (*fetch)(msi_handle view, msi_handle* record) noexcept;
+  msi_result (*get_string)(msi_handle record, std::uint32_t field, qchar* buffer, std::uint32_t* size) noexcept;
+  msi_result (*close)(msi_handle handle) noexcept;
+};
+
+// The platform's operations.
+[[nodiscard]] const msi_interface& msi_platform_interface() noexcept;
+// Puts other operations in their place (null ends that). For tests that inject faults; not for concurrent use.
+void msi_set_interface(const msi_interface* replacement) noexcept;

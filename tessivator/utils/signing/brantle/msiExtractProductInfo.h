@@ -1,0 +1,28 @@
+// Product properties of an installer package.
+#pragma once
+
+#include <string>
+
+#include "msi/msi_database.h"
+
+// An open installer package. Results are the Windows Installer's numbers; failures are logged where they happen.
+class MsiProductInfoExtractor {
+ public:
+  // Opens the package at `path` read-only. Throws the installer's code as a std::uint32_t when that fails.
+  explicit MsiProductInfoExtractor(const std::u16string& path);
+  MsiProductInfoExtractor(const MsiProductInfoExtractor&) = delete;
+  MsiProductInfoExtractor& operator=(const MsiProductInfoExtractor&) = delete;
+  virtual ~MsiProductInfoExtractor();
+
+  // The value of property `name`, up to its first zero unit. Returns 0 or the installer's code (259: no such
+  // property); `value` is written only on 0. Throws std::bad_alloc when memory runs out.
+  [[nodiscard]] msi_result getPropertyValueFromMsi(std::u16string name, std::u16string& value);
+
+  // Asks for the length in units of field 1 of a fetched record: 234 (more data) with the length in `size`, or, for an
+  // empty value, 0.
+  [[nodiscard]] msi_result getBufSizeInFetchedRecord(msi_handle record, std::uint32_t& size);
+
+ private:
+  msi_handle database_ = 0;
+  std::u16string path_;
+};
