@@ -37,7 +37,7 @@ build windows-release all
 export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:check_initialization_order=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
-export TESSIVATOR_REAL=$root/build/real
+export TESSIVATOR_REAL=$root/build/real LC_ALL=C.UTF-8
 export WINEPREFIX=$root/build/wineprefix WINEDEBUG=-all
 
 /usr/bin/python3 tools/gather-tests.py build/check linux-release linux-asan linux-tsan:tsan windows-release

@@ -11,7 +11,7 @@ run_packages=(
 )
 check_packages=(
   "${run_packages[@]}"
-  googletest libbenchmark-dev binutils file
+  googletest libbenchmark-dev binutils
   # the Windows build, and Wine to run it
   g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev make perl xz-utils
   # linters and fuzzers

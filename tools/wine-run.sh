@@ -11,6 +11,8 @@ export WINEDEBUG=${WINEDEBUG:--all}
 export WINEARCH=win64
 # No offers to download .NET or a browser engine, no entries in the desktop's menus.
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-"mscoree,mshtml=;winemenubuilder.exe=d"}
+# Wine reads file names in the locale's encoding; in the C locale it would not see those beyond ASCII.
+export LC_ALL=C.UTF-8
 export HOME=${HOME:-$root/build}
 
 # The loader itself: Debian's wrapper script asks for the 32-bit Wine first and complains when there is none.
