@@ -1,0 +1,153 @@
+#include "common/qlib/qstr.h"
+
+#include <cstring>
+#include <new>
+
+#include "common/qlib/qmem.h"
+#include "common/qlib/qsys.h"
+#include "common/qlib/qutf8.h"
+
+namespace {
+
+// The value under which a Windows conversion reports a buffer that is too small, the only way in which ours can fail;
+// the printed line carries it on every platform.
+constexpr std::uint32_t INSUFFICIENT_BUFFER = 122;
+
+char16_t fold_ascii(char16_t unit) noexcept {
+  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
+}
+
+}  // namespace
+
+qchar* qstr_dup(const qchar* text, std::uint32_t tag) noexcept {
+  (void)tag;
+  const std::size_t size = qstr_size(text);
+  auto* copy = static_cast<qchar*>(qmem_alloc(size + sizeof(qchar)));
+  if (copy == nullptr) return nullptr;
+  qmem_copy(copy, text, size);
+  copy[size / sizeof(qchar)] = 0;
+  return copy;
+}
+
+std::size_t qstr_len(const qchar* text) noexcept { return text == nullptr ? 0 : std::char_traits<qchar>::length(text); }
+
+std::size_t qstr_size(const qchar* text) noexcept { return qstr_len(text) * sizeof(qchar); }
+
+qchar* qstr_from_ascii(qchar* destination, std::size_t destination_bytes, const char* source) noexcept {
+  if (destination == nullptr || source == nullptr) return nullptr;
+  const std::size_t length = std::strlen(source);
+  if (destination_bytes / sizeof(qchar) < length + 1) return nullptr;
+  for (std::size_t i = 0; i <= length; ++i) {
+    const auto byte = static_cast<std::uint8_t>(source[i]);
+    if (byte >= 128) return nullptr;
+    destination[i] = byte;
+  }
+  return destination;
+}
+
+qchar* qstr_utoq(qchar* destination, std::size_t destination_bytes, const char* utf8) noexcept {
+  if (destination == nullptr || utf8 == nullptr) return nullptr;
+  const std::size_t capacity = destination_bytes / sizeof(qchar);
+  const auto convert = [&](qchar* out) {
+    std::size_t used = 0;
+    for (std::string_view rest(utf8); !rest.empty();) {
+      const qutf8_step step = qutf8_next(rest);
+      const bool pair = step.scalar > 0xFFFF;
+      if (out != nullptr) {
+        if (pair) out[used] = static_cast<qchar>(0xD800 + ((step.scalar - 0x10000) >> 10));
+        out[used + (pair ? 1 : 0)] =
+            static_cast<qchar>(pair ? 0xDC00 + ((step.scalar - 0x10000) & 0x3FF) : step.scalar);
+      }
+      used += pair ? 2 : 1;
+      rest.remove_prefix(step.length);
+    }
+    return used;
+  };
+  // Measured first: a text that does not fit must leave the destination alone.
+  const std::size_t needed = convert(nullptr);
+  if (needed >= capacity) {
+    (void)qstr_console_printf(u"%s(): MultiByteToWideChar() returned %lu\n", u"qstr_utoq", INSUFFICIENT_BUFFER);
+    return nullptr;
+  }
+  convert(destination);
+  destination[needed] = 0;
+  return destination;
+}
+
+char* qstr_qtou(char* destination, std::size_t destination_bytes, const qchar* wide) noexcept try {
+  if (destination == nullptr || wide == nullptr) return nullptr;
+  const std::string text = qstr_to_utf8(wide);
+  if (text.size() >= destination_bytes) {
+    (void)qstr_console_printf(u"%s(): WideCharToMultiByte() returned %d\n", u"qstr_qtou", INSUFFICIENT_BUFFER);
+    return nullptr;
+  }
+  std::memcpy(destination, text.c_str(), text.size() + 1);
+  return destination;
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
+
+std::string qstr_to_utf8(std::u16string_view wide) {
+  std::string text;
+  text.reserve(wide.size());
+  while (!wide.empty()) {
+    const qutf8_step step = qutf16_next(wide);
+    qutf8_append(text, step.scalar);
+    wide.remove_prefix(step.length);
+  }
+  return text;
+}
+
+std::u16string qstr_to_wide(std::string_view utf8) {
+  std::u16string text;
+  text.reserve(utf8.size());
+  while (!utf8.empty()) {
+    const qutf8_step step = qutf8_next(utf8);
+    qutf16_append(text, step.scalar);
+    utf8.remove_prefix(step.length);
+  }
+  return text;
+}
+
+int qstr_console_write(const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
+  std::u16string text;
+  if (!qfmt_to_string(text, format, arguments)) return -1;
+  return qsys_console_put(text) ? static_cast<int>(text.size()) : -1;
+}
+
+const qchar* qstr_extension(const qchar* path) noexcept {
+  if (path == nullptr) return nullptr;
+  const qchar separator = qpath_separator(path);
+  const qchar* extension = nullptr;
+  for (const qchar* unit = path; *unit != 0; ++unit) {
+    if (*unit == separator) extension = nullptr;
+    if (*unit == u'.') extension = unit + 1;
+  }
+  return extension;
+}
+
+bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (fold_ascii(a[i]) != fold_ascii(b[i])) return false;
+  }
+  return true;
+}
+
+void qstr_lower_ascii(qchar* text) noexcept {
+  if (text == nullptr) return;
+  for (; *text != 0; ++text) *text = fold_ascii(*text);
+}
+
+qchar qpath_separator(const qchar* path) noexcept { return qpath_is_unc(path) ? u'\\' : qpath_native_separator(); }
+
+bool qpath_is_unc(const qchar* path) noexcept { return path != nullptr && path[0] == u'\\' && path[1] == u'\\'; }
+
+std::u16string qpath_join(std::u16string_view directory, std::u16string_view name) {
+  const bool unc = directory.size() >= 2 && directory[0] == u'\\' && directory[1] == u'\\';
+  std::u16string path;
+  path.reserve(directory.size() + 1 + name.size());
+  path.append(directory).push_back(unc ? u'\\' : qpath_native_separator());
+  path.append(name);
+  return path;
+}

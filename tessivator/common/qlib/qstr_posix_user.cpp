@@ -1,0 +1,6 @@
+#include "common/qlib/qstr.h"
+
+qchar qpath_native_separator() noexcept { return u'/'; }
+
+// There are no drives: "a:" is a name. The root plays their part, since its contents are listed and not itself.
+bool qpath_is_bare_drive(const qchar* path) noexcept { return path != nullptr && path[0] == u'/' && path[1] == 0; }
