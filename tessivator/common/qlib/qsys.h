@@ -1,0 +1,59 @@
+// The operating-system services under the runtime, apart from files: identities, time, events, threads, message texts,
+// the console. Internal to the component libraries; each function has a Windows and a POSIX form.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "common/qlib/qtypes.h"
+
+[[nodiscard]] std::uint32_t qsys_process_id() noexcept;
+[[nodiscard]] std::uint32_t qsys_thread_id() noexcept;
+
+// Milliseconds since 1970, UTC.
+[[nodiscard]] std::uint64_t qsys_time_ms() noexcept;
+
+struct qsys_local_time {
+  std::uint32_t year = 1970;
+  std::uint32_t month = 0;  // 0-11
+  std::uint32_t day = 1;
+  std::uint32_t hour = 0;
+  std::uint32_t minute = 0;
+  std::uint32_t second = 0;
+};
+
+// The local form of a time from qsys_time_ms, in the system's time zone.
+[[nodiscard]] qsys_local_time qsys_to_local_time(std::uint64_t time_ms) noexcept;
+
+// The calling thread's last system error as it stands, and translated into our code space.
+[[nodiscard]] std::uint32_t qsys_last_error() noexcept;
+[[nodiscard]] qerr_t qsys_last_code() noexcept;
+
+// The system's English text for one of its error values, without line end; empty when it has none. May throw
+// std::bad_alloc.
+[[nodiscard]] std::u16string qsys_message_text(std::uint32_t value);
+
+// Writes the text to standard output; whole texts of different threads do not mix. A console gets wide text. Otherwise:
+// on Windows the console output code page with CR LF for each LF; on Linux UTF-8, where a byte of a file name that did
+// not decode (U+DC80..U+DCFF) is written as that byte. False when it could not be written in full; a closed pipe never
+// raises a signal.
+[[nodiscard]] bool qsys_console_put(std::u16string_view text) noexcept;
+
+// An event that stays set once it is set.
+class qsys_event {
+ public:
+  virtual ~qsys_event() = default;
+  virtual void set() noexcept = 0;
+  // 0 when set, 62 when `timeout_ms` ran out, else a system error's code.
+  [[nodiscard]] virtual qerr_t wait(std::uint32_t timeout_ms) noexcept = 0;
+};
+[[nodiscard]] qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept;
+
+// A running thread; the destructor waits for its end.
+class qsys_thread {
+ public:
+  virtual ~qsys_thread() = default;
+};
+[[nodiscard]] qerr_t qsys_thread_start(std::unique_ptr<qsys_thread>& thread, void (*body)(void*) noexcept,
+                                       void* argument) noexcept;

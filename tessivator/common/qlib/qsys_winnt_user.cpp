@@ -1,0 +1,182 @@
+#include "common/qlib/qsys.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <mutex>
+#include <new>
+
+#include "common/qlib/qerr.h"
+
+namespace {
+
+constexpr std::uint64_t TICKS_PER_MS = 10000;               // FILETIME counts 100 ns
+constexpr std::uint64_t EPOCH_1970_MS = 11644473600000ULL;  // from 1601 to 1970
+constexpr std::size_t CONSOLE_PIECE = 16384;                // units that WriteConsoleW takes at once
+
+std::mutex console_lock;
+
+struct handle_closer {
+  void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
+};
+using handle_owner = std::unique_ptr<void, handle_closer>;
+
+const wchar_t* wide(std::u16string_view text) noexcept { return reinterpret_cast<const wchar_t*>(text.data()); }
+
+bool put_wide(HANDLE output, std::u16string_view text) noexcept {
+  while (!text.empty()) {
+    const auto piece = static_cast<DWORD>(std::min(text.size(), CONSOLE_PIECE));
+    DWORD done = 0;
+    if (WriteConsoleW(output, wide(text), piece, &done, nullptr) == 0 || done == 0) return false;
+    text.remove_prefix(std::min<std::size_t>(done, piece));
+  }
+  return true;
+}
+
+bool put_bytes(HANDLE output, std::string_view bytes) noexcept {
+  while (!bytes.empty()) {
+    const auto piece = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), 1U << 20));
+    DWORD done = 0;
+    if (WriteFile(output, bytes.data(), piece, &done, nullptr) == 0 || done == 0) return false;
+    bytes.remove_prefix(std::min<std::size_t>(done, piece));
+  }
+  return true;
+}
+
+// One line, without its line feed, in the console's output code page. Without a console that is the system's own.
+bool convert_line(UINT code_page, std::u16string_view line, std::string& bytes) {
+  bytes.clear();
+  if (line.empty()) return true;
+  if (line.size() > 0x20000000) return false;
+  const auto units = static_cast<int>(line.size());
+  const int needed = WideCharToMultiByte(code_page, 0, wide(line), units, nullptr, 0, nullptr, nullptr);
+  if (needed <= 0) return false;
+  bytes.resize(static_cast<std::size_t>(needed));
+  return WideCharToMultiByte(code_page, 0, wide(line), units, bytes.data(), needed, nullptr, nullptr) == needed;
+}
+
+bool put_converted(HANDLE output, std::u16string_view text) {
+  const UINT code_page = GetConsoleOutputCP();
+  std::string bytes;
+  while (!text.empty()) {
+    const std::size_t end = text.find(u'\n');
+    const bool has_line_feed = end != std::u16string_view::npos;
+    if (!convert_line(code_page, text.substr(0, end), bytes)) return false;
+    if (has_line_feed) bytes += "\r\n";
+    if (!put_bytes(output, bytes)) return false;
+    text.remove_prefix(has_line_feed ? end + 1 : text.size());
+  }
+  return true;
+}
+
+class winnt_event final : public qsys_event {
+ public:
+  explicit winnt_event(handle_owner handle) noexcept : handle_(std::move(handle)) {}
+  void set() noexcept override { SetEvent(handle_.get()); }
+  qerr_t wait(std::uint32_t timeout_ms) noexcept override {
+    switch (WaitForSingleObject(handle_.get(), timeout_ms)) {
+      case WAIT_OBJECT_0:
+        return QERR_OK;
+      case WAIT_TIMEOUT:
+        return QERR_TIMER_EXPIRED;
+      default:
+        return qsys_last_code();
+    }
+  }
+
+ private:
+  handle_owner handle_;
+};
+
+class winnt_thread final : public qsys_thread {
+ public:
+  winnt_thread(void (*body)(void*) noexcept, void* argument) noexcept : body_(body), argument_(argument) {}
+  winnt_thread(const winnt_thread&) = delete;
+  winnt_thread& operator=(const winnt_thread&) = delete;
+  ~winnt_thread() override {
+    if (handle_) WaitForSingleObject(handle_.get(), INFINITE);
+  }
+  bool start() noexcept {
+    handle_.reset(CreateThread(nullptr, 0, &winnt_thread::run, this, 0, nullptr));
+    return handle_ != nullptr;
+  }
+
+ private:
+  static DWORD WINAPI run(void* self) noexcept {
+    auto* thread = static_cast<winnt_thread*>(self);
+    thread->body_(thread->argument_);
+    return 0;
+  }
+  void (*body_)(void*) noexcept;
+  void* argument_;
+  handle_owner handle_;
+};
+
+struct local_freer {
+  void operator()(wchar_t* text) const noexcept { LocalFree(text); }
+};
+
+}  // namespace
+
+std::uint32_t qsys_process_id() noexcept { return GetCurrentProcessId(); }
+
+std::uint32_t qsys_thread_id() noexcept { return GetCurrentThreadId(); }
+
+std::uint64_t qsys_time_ms() noexcept {
+  FILETIME now{};
+  GetSystemTimeAsFileTime(&now);
+  const std::uint64_t ticks = (static_cast<std::uint64_t>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
+  return ticks / TICKS_PER_MS - EPOCH_1970_MS;
+}
+
+qsys_local_time qsys_to_local_time(std::uint64_t time_ms) noexcept {
+  const std::uint64_t ticks = (time_ms + EPOCH_1970_MS) * TICKS_PER_MS;
+  const FILETIME time{static_cast<DWORD>(ticks & 0xFFFFFFFFU), static_cast<DWORD>(ticks >> 32)};
+  SYSTEMTIME utc{};
+  SYSTEMTIME local{};
+  if (FileTimeToSystemTime(&time, &utc) == 0 || SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local) == 0) return {};
+  return {local.wYear, local.wMonth - 1U, local.wDay, local.wHour, local.wMinute, local.wSecond};
+}
+
+std::uint32_t qsys_last_error() noexcept { return GetLastError(); }
+
+qerr_t qsys_last_code() noexcept { return qerr_from_win32(GetLastError()); }
+
+std::u16string qsys_message_text(std::uint32_t value) {
+  wchar_t* allocated = nullptr;
+  const DWORD length = FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, value,
+      MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), reinterpret_cast<wchar_t*>(&allocated), 0, nullptr);
+  const std::unique_ptr<wchar_t, local_freer> owner(allocated);
+  if (length == 0 || allocated == nullptr) return {};
+  std::u16string text(reinterpret_cast<const qchar*>(allocated), length);
+  while (!text.empty() && (text.back() == u'\r' || text.back() == u'\n')) text.pop_back();
+  return text;
+}
+
+bool qsys_console_put(std::u16string_view text) noexcept try {
+  const std::lock_guard lock(console_lock);
+  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+  if (output == nullptr || output == INVALID_HANDLE_VALUE) return false;
+  // The null device is a character device as well, but no console: it gets bytes like a file.
+  DWORD mode = 0;
+  if (GetFileType(output) == FILE_TYPE_CHAR && GetConsoleMode(output, &mode) != 0) return put_wide(output, text);
+  return put_converted(output, text);
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept {
+  handle_owner handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!handle) return qsys_last_code();
+  event.reset(new (std::nothrow) winnt_event(std::move(handle)));
+  return event ? QERR_OK : QERR_LOW_MEMORY;
+}
+
+qerr_t qsys_thread_start(std::unique_ptr<qsys_thread>& thread, void (*body)(void*) noexcept, void* argument) noexcept {
+  std::unique_ptr<winnt_thread> made(new (std::nothrow) winnt_thread(body, argument));
+  if (!made) return QERR_LOW_MEMORY;
+  if (!made->start()) return qsys_last_code();
+  thread = std::move(made);
+  return QERR_OK;
+}
