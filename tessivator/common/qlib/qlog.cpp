@@ -1,0 +1,174 @@
+#include "common/qlib/qlog.h"
+
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qlog_state.h"
+#include "common/qlib/qmem.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
+
+qlog_shared qlog_state;
+
+namespace {
+
+constexpr std::size_t LINE_UNITS = 8192;
+constexpr std::array<const qchar*, 12> MONTHS{u"Jan", u"Feb", u"Mar", u"Apr", u"May", u"Jun",
+                                              u"Jul", u"Aug", u"Sep", u"Oct", u"Nov", u"Dec"};
+
+// Appends to the line's buffer; what does not fit is cut, the terminator always fits.
+class line_writer {
+ public:
+  explicit line_writer(qchar* buffer) noexcept : buffer_(buffer) { buffer_[0] = 0; }
+
+  void append_list(const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
+    const int written = qfmt_format(buffer_ + used_, (LINE_UNITS - used_) * sizeof(qchar), format, arguments);
+    used_ = written < 0 ? LINE_UNITS - 1 : used_ + static_cast<std::size_t>(written);
+  }
+  template <class... Args>
+  void append(const qchar* format, const Args&... args) noexcept {
+    const std::array<qfmt_arg, sizeof...(Args)> list{qfmt_arg(args)...};
+    append_list(format, list);
+  }
+  void end_with_line_feed() noexcept {
+    if (used_ != 0 && buffer_[used_ - 1] == u'\n') return;
+    if (used_ == LINE_UNITS - 1) --used_;
+    buffer_[used_++] = u'\n';
+    buffer_[used_] = 0;
+  }
+  [[nodiscard]] std::u16string_view text() const noexcept { return {buffer_, used_}; }
+
+ private:
+  qchar* buffer_;
+  std::size_t used_ = 0;
+};
+
+void append_time(line_writer& line) noexcept {
+  const std::uint64_t now = qsys_time_ms();
+  const qsys_local_time local = qsys_to_local_time(now);
+  line.append(u"%s %02u %u:%02u:%02u:%02u.%03u: ", MONTHS[local.month % MONTHS.size()], local.day, local.year,
+              local.hour, local.minute, local.second, now % 1000);
+}
+
+// A compiler's signature may go on behind the parameter list: "const", "noexcept", "[with T = int]".
+std::string_view without_qualifiers(std::string_view name) noexcept {
+  const std::size_t close = name.rfind(')');
+  const std::size_t bindings = name.find(" [");
+  if (name.ends_with(']') && bindings != std::string_view::npos) name = name.substr(0, bindings);
+  for (const std::string_view word : {" noexcept", " &&", " &", " volatile", " const"}) {
+    if (close != std::string_view::npos && name.ends_with(word)) name.remove_suffix(word.size());
+  }
+  return name;
+}
+
+// The parenthesis that the last character of `name` closes, or npos.
+std::size_t opening_parenthesis(std::string_view name) noexcept {
+  std::size_t depth = 0;
+  for (std::size_t i = name.size(); i-- > 0;) {
+    if (name[i] == ')') ++depth;
+    if (name[i] == '(' && --depth == 0) return i;
+  }
+  return std::string_view::npos;
+}
+
+// The qualified name in a full signature: what stands between the return type and the parameter list. Blanks inside
+// template arguments or "(anonymous namespace)" belong to the name.
+std::string_view short_function_name(std::string_view name) noexcept {
+  const std::string_view signature = without_qualifiers(name);
+  if (!signature.ends_with(')')) return name;
+  const std::size_t open = opening_parenthesis(signature);
+  if (open == std::string_view::npos) return name;
+  std::size_t depth = 0;
+  std::size_t start = open;
+  for (; start > 0; --start) {
+    const char before = signature[start - 1];
+    if (before == '>' || before == ')') ++depth;
+    if ((before == '<' || before == '(') && depth > 0) --depth;
+    if (before == ' ' && depth == 0) break;
+  }
+  std::string_view result = signature.substr(start, open - start);
+  // "char *f(int)": the stars belong to the return type.
+  while (result.starts_with('*') || result.starts_with('&')) result.remove_prefix(1);
+  return result;
+}
+
+void append_function(line_writer& line, const char* function_name) noexcept {
+  const std::string_view name = short_function_name(function_name == nullptr ? "" : function_name);
+  line.append(u"%.*hs(): ", name.size(), name.data());
+}
+
+const char* base_name(const char* source_file) noexcept {
+  if (source_file == nullptr) return "";
+  const char* separator = std::strrchr(source_file, '\\');
+  if (separator == nullptr) separator = std::strrchr(source_file, '/');
+  return separator == nullptr ? source_file : separator + 1;
+}
+
+struct call_site {
+  std::uint32_t level_index;
+  std::uint32_t module_id;
+  const char* function_name;
+  const char* source_file;
+  std::uint32_t line;
+};
+
+void append_columns(line_writer& line, const call_site& site) noexcept {
+  const std::uint32_t columns = qlog_state.format.load(std::memory_order_relaxed);
+  if ((columns & QLOG_COLUMN_IDS) != 0) line.append(u"U.%04u.%04u: ", qsys_process_id(), qsys_thread_id());
+  if ((columns & QLOG_COLUMN_TIME) != 0) append_time(line);
+  if ((columns & QLOG_COLUMN_LEVEL) != 0) line.append(u"  %s: ", qlog_level_name(site.level_index));
+  if ((columns & QLOG_COLUMN_MODULE) != 0) line.append(u"%s: ", qlog_module_name(site.module_id));
+  if ((columns & QLOG_COLUMN_FUNCTION) != 0) append_function(line, site.function_name);
+  if ((columns & QLOG_COLUMN_SOURCE) != 0) line.append(u"%-12hs: ", base_name(site.source_file));
+  if ((columns & QLOG_COLUMN_LINE) != 0) line.append(u"%4d: ", site.line);
+}
+
+qerr_t emit(std::u16string_view line) noexcept {
+  if (qlog_state.console.load(std::memory_order_relaxed)) (void)qsys_console_put(line);
+  return QERR_OK;
+}
+
+}  // namespace
+
+qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char* function_name, const char* source_file,
+                       std::uint32_t line_number, const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
+  if (!qlog_is_initialised()) return QERR_CORRUPTED;
+  const std::uint32_t index = qlog_level_bit_index(level);
+  if (module_id >= QLOG_MODULE_COUNT) return QERR_ARG2;
+  if (index >= QLOG_LEVEL_COUNT) return QERR_ARG1;
+  if (((qlog_module_mask(module_id) >> index) & 1U) == 0) return QERR_OK;
+
+  const QmemPtr<qchar> buffer(static_cast<qchar*>(qmem_alloc(LINE_UNITS * sizeof(qchar))));
+  if (!buffer) return QERR_LOW_MEMORY;
+  line_writer line(buffer.get());
+  append_columns(line, {index, module_id, function_name, source_file, line_number});
+  line.append_list(format, arguments);
+  line.end_with_line_feed();
+  return emit(line.text());
+}
+
+qerr_t qlog_set_format(std::uint32_t flags) noexcept {
+  qlog_state.format.store(flags, std::memory_order_relaxed);
+  return QERR_OK;
+}
+
+void qlog_console_on() noexcept { qlog_state.console.store(true, std::memory_order_relaxed); }
+
+void qlog_console_off() noexcept { qlog_state.console.store(false, std::memory_order_relaxed); }
+
+qerr_t qlog_init() noexcept {
+  qlog_set_format(QLOG_DEFAULT_FORMAT);
+  qlog_reset_masks();
+  qlog_console_on();
+  qlog_state.initialised.store(true, std::memory_order_release);
+  return QERR_OK;
+}
+
+void qlog_fini() noexcept { qlog_fini_ex(1); }
+
+void qlog_fini_ex(std::uint32_t stop_rotation) noexcept {
+  (void)stop_rotation;
+  qlog_state.initialised.store(false, std::memory_order_release);
+}
