@@ -3,6 +3,7 @@
 #include <atomic>
 #include <mutex>
 
+#include "common/qlib/qcksum_lib.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 
@@ -36,6 +37,7 @@ void qlib_lib_fini_basic() noexcept {
   const std::lock_guard lock(library_lock);
   if (users == 0 || --users != 0) return;
   initialised.store(false, std::memory_order_release);
+  qcksum_lib_fini();
   qlog_fini();
   qerr_lib_fini();
 }
