@@ -37,17 +37,23 @@ qerr_t qfile_close(qfile_t handle) noexcept;
 
 // One read or write call; fewer bytes than asked for is success (0 bytes: end of file).
 [[nodiscard]] qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_t* bytes_read) noexcept;
-[[nodiscard]] qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size, std::uint32_t* bytes_written) noexcept;
-[[nodiscard]] qerr_t qfile_seek(qfile_t handle, std::int64_t offset, std::uint32_t origin, std::uint64_t* new_position) noexcept;
+[[nodiscard]] qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size,
+                                 std::uint32_t* bytes_written) noexcept;
+// `origin` is one of QFILE_FROM_*; `new_position` may be null. Costs no system call except from the end.
+[[nodiscard]] qerr_t qfile_seek(qfile_t handle, std::int64_t offset, std::uint32_t origin,
+                                std::uint64_t* new_position) noexcept;
 [[nodiscard]] qerr_t qfile_size(qfile_t handle, std::uint64_t* size) noexcept;
+// `size` may be null: then the file is only opened.
 [[nodiscard]] qerr_t qfile_size_by_name(const qchar* path, std::uint64_t* size) noexcept;
+// Sets the file's size and the position to `size`.
 [[nodiscard]] qerr_t qfile_truncate(qfile_t handle, std::uint64_t size) noexcept;
 // Size and times of an open file, or of a path without opening it for reading.
 [[nodiscard]] qerr_t qfile_get_info(qfile_t handle, qfile_info* info) noexcept;
 [[nodiscard]] qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept;
 
 // A read-only view of the first `length` bytes (never more than the file holds), valid until qfile_unmap. On Windows
-// the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives 14 ("Bad address").
+// the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives 14 ("Bad address"). Bytes
+// that a file lost since its size was taken read as zero. A length or file of 0 bytes gives 22.
 [[nodiscard]] qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view) noexcept;
 qerr_t qfile_unmap(const std::byte* view) noexcept;
 
@@ -57,6 +63,13 @@ qerr_t qfile_unmap(const std::byte* view) noexcept;
 [[nodiscard]] qerr_t qfile_delete(const qchar* path) noexcept;
 [[nodiscard]] qerr_t qfile_rmdir(const qchar* path) noexcept;
 [[nodiscard]] qerr_t qfile_mkdir(const qchar* path) noexcept;
+// Puts a file of these bytes at `path` in one step: they go to a new file beside it (".brantle-<random>.tmp") that then
+// replaces what stands at `path`, be it a file or a link, which is not followed. On any failure the new file is removed
+// and `path` is untouched. Directories are not created; a directory at `path` is an error. With `flush` other than 0
+// the bytes are on the device before they replace anything; without it a power cut can lose a file just written, but
+// never leaves one that a crash of this process cut short.
+[[nodiscard]] qerr_t qfile_write_whole(const qchar* path, const void* bytes, std::size_t size,
+                                       std::uint32_t flush) noexcept;
 // Copies bytes; `fail_if_exists` other than 0 refuses an existing target.
 [[nodiscard]] qerr_t qfile_copy(const qchar* source, const qchar* target, std::uint32_t fail_if_exists) noexcept;
 // Creates every missing directory above the last separator of `path`.
@@ -64,7 +77,7 @@ qerr_t qfile_unmap(const std::byte* view) noexcept;
 // Asks the file system to compress the file (NTFS); success without effect elsewhere.
 [[nodiscard]] qerr_t qfile_compress(const qchar* path) noexcept;
 // Absolute form of `path`. `size_in_out` counts units with the terminator; a buffer that is too small (or null) gives
-// 1009 with the needed size.
+// 1009 with the needed size; on success it becomes the units used.
 [[nodiscard]] qerr_t qfile_full_path(const qchar* path, qchar* buffer, std::uint32_t* size_in_out) noexcept;
 // True when the path's attributes can be read.
 [[nodiscard]] bool qfile_exists(const qchar* path) noexcept;

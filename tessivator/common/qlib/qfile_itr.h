@@ -16,7 +16,9 @@ inline constexpr std::uint32_t QFILE_ITR_NO_REPARSE = 2;
 struct qfile_itr_level {
   std::unique_ptr<qfile_search> search;  // null until the level is first read
   std::size_t directory_length = 0;      // units of the path buffer that name this level's directory
-  bool through_link = false;             // the directory was reached through a link
+  std::uint32_t links = 0;               // directory links on the way here
+  bool has_identity = false;
+  qfile_identity identity;
 };
 
 // A walk; owned by the caller, used by one thread. Its path buffer holds the current entry's full path.
@@ -25,6 +27,8 @@ struct qfile_itr {
   std::vector<qfile_itr_level> levels;
   std::uint32_t flags = 0;
   qchar separator = 0;
+  bool lists_start = false;  // a bare drive or share root: the walk begins with its contents, not with itself
+  qfile_entry entry;         // the latest entry; kept here for its buffer
 };
 
 // Opens a walk. A directory's path yields the directory itself first, then its contents; a file's path yields the file;
@@ -33,7 +37,8 @@ struct qfile_itr {
 [[nodiscard]] qerr_t qfile_itr_open(qfile_itr* iterator, const qchar* path) noexcept;
 [[nodiscard]] qerr_t qfile_itr_open_ex(qfile_itr* iterator, const qchar* path, std::uint32_t flags) noexcept;
 
-// The next entry. `path_out` points into the iterator until the next call; is_directory and is_symlink are 1 or 0.
+// The next entry. `path_out` points into the iterator until the next call; is_directory and is_symlink, which may be
+// null, become 1 or 0.
 // 1008 at the end; any other code is a search error and ends the walk. A directory that cannot be listed is dropped and
 // the walk goes on. A directory that is already open above is reported but not entered again, and no path goes through
 // more than 16 directory links, so that every walk ends.

@@ -13,6 +13,8 @@
 
 enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory };
 
+// The code that comes with end_of_directory is 1008.
+
 struct qsys_status {
   qerr_t code = QERR_OK;
   qsys_condition condition = qsys_condition::none;
@@ -22,9 +24,10 @@ struct qsys_status {
 // One entry of a directory search.
 struct qfile_entry {
   std::u16string name;
-  bool is_directory = false;   // also for a link to a directory
-  bool is_reparse = false;     // a link or junction of any kind
-  bool is_symlink = false;     // a symbolic link
+  bool is_directory = false;  // also for a link to a directory
+  bool is_reparse = false;    // a link or junction of any kind
+  bool is_symlink = false;    // a symbolic link
+  bool is_link = false;       // leads to another place of the tree: a symbolic link or junction, no cloud placeholder
 };
 
 // What tells whether two paths are the same directory.
@@ -47,6 +50,8 @@ class qfile_object {
   virtual qsys_status info(qfile_info& out) noexcept = 0;
   // Reads up to `length` bytes from the start into `destination` without moving the position; `done` tells how many.
   virtual qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept = 0;
+  // Hands written bytes to the storage device, as far as this kind of storage can.
+  virtual qsys_status flush() noexcept { return {}; }
 };
 
 // A running search of one directory; the destructor ends it.
@@ -55,16 +60,25 @@ class qfile_search {
   virtual ~qfile_search() = default;
   // The next entry, "." and ".." included or not; end_of_directory when there is none. May throw std::bad_alloc.
   virtual qsys_status next(qfile_entry& entry) = 0;
+  // Called when many searches are open: keeps what is left in memory and gives scarce system handles back. Searching
+  // goes on as before. May throw std::bad_alloc.
+  virtual void park() {}
 };
 
+// Operations may throw std::bad_alloc and nothing else.
 class qfile_provider {
  public:
   virtual ~qfile_provider() = default;
   // `flags` are already checked.
   virtual qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) = 0;
+  // Creates a file that does not exist yet and opens it for writing, shared with nobody; a link that stands at `path`
+  // is never followed.
+  virtual qsys_status create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) = 0;
   // Searches for `pattern`: a path whose last component may hold * and ?. `out` yields the matches one by one. Sockets,
   // FIFOs and devices are never among them.
   virtual qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) = 0;
+  // Searches for all entries of `directory`, which may end in a separator and whose characters are taken literally.
+  virtual qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) = 0;
   virtual qsys_status exists(const qchar* path) = 0;
   virtual qsys_status info(const qchar* path, qfile_info& out) = 0;
   virtual qsys_status identity(const qchar* directory, qfile_identity& out) = 0;
@@ -74,6 +88,7 @@ class qfile_provider {
   virtual qsys_status remove_directory(const qchar* path) = 0;
   virtual qsys_status copy(const qchar* source, const qchar* target, bool fail_if_exists) = 0;
   virtual qsys_status compress(const qchar* path) = 0;
+  // The absolute form, lexically: it need not exist.
   virtual qsys_status full_path(const qchar* path, std::u16string& out) = 0;
 };
 

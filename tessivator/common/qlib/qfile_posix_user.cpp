@@ -1,0 +1,200 @@
+#include "common/qlib/qfile_posix_user.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <limits>
+#include <new>
+
+#include "common/qlib/qerr.h"
+
+namespace {
+
+// The readahead hint is given once a reader has come this far: small files then cost no call for it.
+constexpr std::uint64_t SEQUENTIAL_FROM = std::uint64_t{1} << 20U;
+
+constexpr std::uint64_t LARGEST_OFFSET = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+
+// Positions are kept here and every transfer names its own offset, so that seeking costs no call.
+class posix_file final : public qfile_object {
+ public:
+  posix_file(qfile_descriptor&& fd, std::uint32_t flags) noexcept : fd_(std::move(fd)), flags_(flags) {}
+  ~posix_file() override {
+    // Unbuffered: what this file left in the page cache goes.
+    if ((flags_ & QFILE_UNBUFFERED) != 0) (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_DONTNEED);
+  }
+  posix_file(const posix_file&) = delete;
+  posix_file& operator=(const posix_file&) = delete;
+
+  qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    hint_sequential();
+    const ssize_t got = qfile_retry([&] { return ::pread(fd_.get(), buffer, size, static_cast<off_t>(position_)); });
+    return moved(got, done);
+  }
+
+  qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    if ((flags_ & QFILE_APPEND) == 0) {
+      return moved(qfile_retry([&] { return ::pwrite(fd_.get(), buffer, size, static_cast<off_t>(position_)); }), done);
+    }
+    const ssize_t put = qfile_retry([&] { return ::write(fd_.get(), buffer, size); });
+    if (put < 0) return qfile_status_of(errno);
+    done = static_cast<std::uint32_t>(put);
+    const off_t end = ::lseek(fd_.get(), 0, SEEK_CUR);
+    if (end >= 0) position_ = static_cast<std::uint64_t>(end);
+    return {};
+  }
+
+  qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
+    std::uint64_t base = 0;
+    if (origin == QFILE_FROM_CURRENT) base = position_;
+    if (origin == QFILE_FROM_END) {
+      const qsys_status status = size(base);
+      if (!status.ok()) return status;
+    }
+    const bool backwards = offset < 0;
+    const std::uint64_t distance =
+        backwards ? ~static_cast<std::uint64_t>(offset) + 1 : static_cast<std::uint64_t>(offset);
+    if (backwards ? distance > base : distance > LARGEST_OFFSET - base) return qfile_status_of(EINVAL);
+    position_ = backwards ? base - distance : base + distance;
+    position = position_;
+    return {};
+  }
+
+  qsys_status size(std::uint64_t& bytes) noexcept override {
+    struct stat about {};
+    if (::fstat(fd_.get(), &about) != 0) return qfile_status_of(errno);
+    bytes = S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
+    return {};
+  }
+
+  qsys_status truncate(std::uint64_t bytes) noexcept override {
+    if (qfile_retry([&] { return ::ftruncate(fd_.get(), static_cast<off_t>(bytes)); }) != 0) {
+      return qfile_status_of(errno);
+    }
+    position_ = bytes;
+    return {};
+  }
+
+  qsys_status info(qfile_info& out) noexcept override { return qfile_posix_info(fd_.get(), "", out); }
+
+  qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
+    done = 0;
+    while (done < length) {  // one round, unless the file is larger than a single read can be
+      const ssize_t got =
+          qfile_retry([&] { return ::pread(fd_.get(), destination + done, length - done, static_cast<off_t>(done)); });
+      if (got < 0) return qfile_status_of(errno);
+      if (got == 0) break;
+      done += static_cast<std::size_t>(got);
+    }
+    return {};
+  }
+
+  qsys_status flush() noexcept override {
+    return qfile_retry([&] { return ::fsync(fd_.get()); }) == 0 ? qsys_status{} : qfile_status_of(errno);
+  }
+
+ private:
+  qsys_status moved(ssize_t count, std::uint32_t& done) noexcept {
+    if (count < 0) return qfile_status_of(errno);
+    done = static_cast<std::uint32_t>(count);
+    position_ += done;
+    return {};
+  }
+
+  void hint_sequential() noexcept {
+    if (hinted_ || position_ < SEQUENTIAL_FROM) return;
+    hinted_ = true;
+    (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  }
+
+  qfile_descriptor fd_;
+  std::uint32_t flags_;
+  std::uint64_t position_ = 0;
+  bool hinted_ = false;
+};
+
+int access_mode(std::uint32_t flags) noexcept {
+  if ((flags & QFILE_WRITE) == 0) return O_RDONLY;
+  return (flags & QFILE_READ) != 0 ? O_RDWR : O_WRONLY;
+}
+
+// Regular files, and directories for readers, as on Windows. A FIFO, socket or device is no file of a repository: with
+// O_NONBLOCK opening it did not block, and here it is refused.
+int check_kind(int fd, std::uint32_t flags, struct stat& about) noexcept {
+  if (::fstat(fd, &about) != 0) return errno;
+  if (S_ISREG(about.st_mode)) return 0;
+  if (!S_ISDIR(about.st_mode)) return ENXIO;
+  return (flags & QFILE_WRITE) != 0 ? EISDIR : 0;
+}
+
+qsys_status take_exclusively(int fd) noexcept {
+  if (qfile_retry([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0) return {};
+  return errno == EWOULDBLOCK ? qsys_status{QERR_SHARING, qsys_condition::none} : qfile_status_of(errno);
+}
+
+qsys_status prepare(int fd, std::uint32_t flags) noexcept {
+  struct stat about {};
+  const int error = check_kind(fd, flags, about);
+  if (error != 0) return qfile_status_of(error);
+  if ((flags & QFILE_EXCLUSIVE) != 0) {
+    const qsys_status status = take_exclusively(fd);
+    if (!status.ok()) return status;
+  }
+  // Only now that the file is known to be a regular one, and ours.
+  if ((flags & QFILE_TRUNCATE) != 0 && about.st_size > 0 && ::ftruncate(fd, 0) != 0) return qfile_status_of(errno);
+  // O_NONBLOCK has done its work; some network file systems would heed it in reads as well.
+  const int status_flags = access_mode(flags) | ((flags & QFILE_APPEND) != 0 ? O_APPEND : 0);
+  return ::fcntl(fd, F_SETFL, status_flags) == 0 ? qsys_status{} : qfile_status_of(errno);
+}
+
+qsys_status hand_out(qfile_descriptor&& fd, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
+  out = std::make_unique<posix_file>(std::move(fd), flags);
+  return {};
+}
+
+std::int64_t local_time_of(std::int64_t seconds, std::uint32_t nanoseconds) noexcept {
+  constexpr std::int64_t UNITS_A_SECOND = 10000000;
+  constexpr std::int64_t SECONDS_1601_TO_1970 = 11644473600;
+  // What a 64-bit count of 100 ns since 1601 can hold, with room for any time zone.
+  constexpr std::int64_t LIMIT = std::numeric_limits<std::int64_t>::max() / UNITS_A_SECOND - 2 * SECONDS_1601_TO_1970;
+  if (seconds > LIMIT || seconds < -LIMIT) return 0;
+  const time_t time = seconds;
+  tm parts{};
+  const std::int64_t offset = ::localtime_r(&time, &parts) != nullptr ? parts.tm_gmtoff : 0;
+  return (seconds + offset + SECONDS_1601_TO_1970) * UNITS_A_SECOND + nanoseconds / 100;
+}
+
+}  // namespace
+
+qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
+  std::string name;
+  if (!qfile_native_path(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
+  int how = access_mode(flags) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  if ((flags & QFILE_APPEND) != 0) how |= O_APPEND;
+  if ((flags & QFILE_CREATE) != 0) how |= O_CREAT;
+  qfile_descriptor fd(qfile_retry([&] { return ::open(name.c_str(), how, 0666); }));
+  if (!fd.valid()) return qfile_status_of(errno);
+  const qsys_status status = prepare(fd.get(), flags);
+  return status.ok() ? hand_out(std::move(fd), flags, out) : status;
+}
+
+qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) {
+  std::string name;
+  if (!qfile_native_path(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
+  const int how = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  qfile_descriptor fd(qfile_retry([&] { return ::open(name.c_str(), how, 0666); }));
+  if (!fd.valid()) return qfile_status_of(errno);
+  return hand_out(std::move(fd), QFILE_WRITE, out);
+}
+
+qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept {
+  struct statx about {};
+  if (::statx(fd, path, AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &about) != 0) return qfile_status_of(errno);
+  const statx_timestamp& born = (about.stx_mask & STATX_BTIME) != 0 ? about.stx_btime : about.stx_mtime;
+  out.size = S_ISREG(about.stx_mode) ? about.stx_size : 0;
+  out.creation_time = local_time_of(born.tv_sec, born.tv_nsec);
+  out.last_write_time = local_time_of(about.stx_mtime.tv_sec, about.stx_mtime.tv_nsec);
+  return {};
+}

@@ -1,0 +1,54 @@
+// What the POSIX parts of the file layer share.
+#pragma once
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include <unistd.h>
+
+#include "common/qlib/qfile_provider.h"
+
+// `error` is an errno value.
+[[nodiscard]] qsys_status qfile_status_of(int error) noexcept;
+
+// The bytes under which the system knows `path`; no file can have a name for which this answers false.
+[[nodiscard]] bool qfile_native_path(const qchar* path, std::string& out);
+inline constexpr int QFILE_NO_SUCH_NAME = ENOENT;
+
+// Repeats a call that a signal interrupted.
+template <class Call>
+auto qfile_retry(Call call) noexcept {
+  for (;;) {
+    const auto result = call();
+    if (result != -1 || errno != EINTR) return result;
+  }
+}
+
+class qfile_descriptor {
+ public:
+  qfile_descriptor() noexcept = default;
+  explicit qfile_descriptor(int fd) noexcept : fd_(fd) {}
+  qfile_descriptor(qfile_descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  qfile_descriptor& operator=(qfile_descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~qfile_descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  [[nodiscard]] int get() const noexcept { return fd_; }
+  [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
+  [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_ = -1;
+};
+
+// The parts of the local provider, one file each.
+qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out);
+qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out);
+qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_search>& out);
+qsys_status qfile_posix_list(const qchar* directory, std::unique_ptr<qfile_search>& out);
+// Of an open file, or with a descriptor of AT_FDCWD of a path.
+qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept;

@@ -1,0 +1,173 @@
+#include "common/qlib/qfile_winnt_user.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "common/qlib/qerr.h"
+
+namespace {
+
+constexpr std::uint64_t LARGEST_OFFSET = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+
+qsys_status last_status() noexcept { return qfile_status_of(GetLastError()); }
+
+// Copies out of a mapping through the kernel: a page whose storage fails is an error here, not a fault in the host.
+qsys_status copy_mapped(const void* view, std::byte* destination, std::size_t length, std::size_t& done) noexcept {
+  SIZE_T copied = 0;
+  if (ReadProcessMemory(GetCurrentProcess(), view, destination, length, &copied) == FALSE || copied != length) {
+    return {QERR_BAD_ADDRESS, qsys_condition::none};
+  }
+  done = length;
+  return {};
+}
+
+struct unmap_view {
+  void operator()(void* view) const noexcept { UnmapViewOfFile(view); }
+};
+
+// Positions are kept here and every transfer names its own offset, so that seeking costs no call.
+class winnt_file final : public qfile_object {
+ public:
+  winnt_file(qfile_win_handle&& handle, std::uint32_t flags) noexcept : handle_(std::move(handle)), flags_(flags) {}
+
+  qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    DWORD got = 0;
+    OVERLAPPED at = offset_of(position_);
+    if (ReadFile(handle_.get(), buffer, size, &got, &at) == FALSE) {
+      const DWORD error = GetLastError();
+      if (error != ERROR_HANDLE_EOF) return qfile_status_of(error);
+      got = 0;
+    }
+    done = got;
+    position_ += got;
+    return {};
+  }
+
+  qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    constexpr std::uint64_t AT_END = std::numeric_limits<std::uint64_t>::max();
+    const bool append = (flags_ & QFILE_APPEND) != 0;
+    DWORD put = 0;
+    OVERLAPPED at = offset_of(append ? AT_END : position_);
+    if (WriteFile(handle_.get(), buffer, size, &put, &at) == FALSE) return last_status();
+    done = put;
+    position_ += put;
+    return append ? this->size(position_) : qsys_status{};
+  }
+
+  qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
+    std::uint64_t base = 0;
+    if (origin == QFILE_FROM_CURRENT) base = position_;
+    if (origin == QFILE_FROM_END) {
+      const qsys_status status = size(base);
+      if (!status.ok()) return status;
+    }
+    const bool backwards = offset < 0;
+    const std::uint64_t distance =
+        backwards ? ~static_cast<std::uint64_t>(offset) + 1 : static_cast<std::uint64_t>(offset);
+    if (backwards ? distance > base : distance > LARGEST_OFFSET - base) return qfile_status_of(ERROR_NEGATIVE_SEEK);
+    position_ = backwards ? base - distance : base + distance;
+    position = position_;
+    return {};
+  }
+
+  qsys_status size(std::uint64_t& bytes) noexcept override {
+    LARGE_INTEGER found{};
+    if (GetFileSizeEx(handle_.get(), &found) == FALSE) return last_status();
+    bytes = static_cast<std::uint64_t>(found.QuadPart);
+    return {};
+  }
+
+  qsys_status truncate(std::uint64_t bytes) noexcept override {
+    FILE_END_OF_FILE_INFO end{};
+    end.EndOfFile.QuadPart = static_cast<LONGLONG>(bytes);
+    if (SetFileInformationByHandle(handle_.get(), FileEndOfFileInfo, &end, sizeof end) == FALSE) return last_status();
+    position_ = bytes;
+    return {};
+  }
+
+  qsys_status info(qfile_info& out) noexcept override { return qfile_winnt_info(handle_.get(), out); }
+
+  qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
+    done = 0;
+    const qfile_win_handle mapping(CreateFileMappingW(handle_.get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+    if (!mapping.valid()) return last_status();
+    const std::unique_ptr<void, unmap_view> mapped(MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, length));
+    if (!mapped) return last_status();
+    return copy_mapped(mapped.get(), destination, length, done);
+  }
+
+  qsys_status flush() noexcept override {
+    return FlushFileBuffers(handle_.get()) != FALSE ? qsys_status{} : last_status();
+  }
+
+ private:
+  static OVERLAPPED offset_of(std::uint64_t position) noexcept {
+    OVERLAPPED at{};
+    at.Offset = static_cast<DWORD>(position);
+    at.OffsetHigh = static_cast<DWORD>(position >> 32U);
+    return at;
+  }
+
+  qfile_win_handle handle_;
+  std::uint32_t flags_;
+  std::uint64_t position_ = 0;
+};
+
+DWORD access_of(std::uint32_t flags) noexcept {
+  DWORD access = 0;
+  if ((flags & QFILE_READ) != 0) access |= GENERIC_READ;
+  if ((flags & QFILE_WRITE) == 0) return access;
+  if ((flags & QFILE_APPEND) == 0) return access | GENERIC_WRITE;
+  return access | (FILE_GENERIC_WRITE & ~static_cast<DWORD>(FILE_WRITE_DATA));
+}
+
+DWORD disposition_of(std::uint32_t flags) noexcept {
+  const bool truncate = (flags & QFILE_TRUNCATE) != 0;
+  if ((flags & QFILE_CREATE) != 0) return truncate ? CREATE_ALWAYS : OPEN_ALWAYS;
+  return truncate ? TRUNCATE_EXISTING : OPEN_EXISTING;
+}
+
+qsys_status create(const qchar* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes,
+                   std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
+  const std::wstring name = qfile_native_path(path);
+  qfile_win_handle handle(CreateFileW(name.c_str(), access, share, nullptr, disposition, attributes, nullptr));
+  if (!handle.valid()) return last_status();
+  // A name can lead to a console or pipe ("CON", "\\.\pipe\..."), which is no file and could block for ever.
+  if (GetFileType(handle.get()) != FILE_TYPE_DISK) return qfile_status_of(ERROR_BAD_UNIT);
+  out = std::make_unique<winnt_file>(std::move(handle), flags);
+  return {};
+}
+
+std::int64_t local_time_of(const FILETIME& time) noexcept {
+  FILETIME local{};
+  if (FileTimeToLocalFileTime(&time, &local) == FALSE) local = time;
+  const std::uint64_t high = local.dwHighDateTime;
+  return static_cast<std::int64_t>(high << 32U | local.dwLowDateTime);
+}
+
+}  // namespace
+
+qsys_status qfile_winnt_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
+  constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  DWORD attributes = FILE_ATTRIBUTE_NORMAL;
+  if ((flags & QFILE_UNBUFFERED) != 0) attributes |= FILE_FLAG_NO_BUFFERING;
+  if ((flags & QFILE_WRITE) == 0) attributes |= FILE_FLAG_BACKUP_SEMANTICS;  // directories open, too
+  return create(path, access_of(flags), (flags & QFILE_EXCLUSIVE) != 0 ? 0 : SHARE_ALL, disposition_of(flags),
+                attributes, flags, out);
+}
+
+qsys_status qfile_winnt_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) {
+  return create(path, GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, QFILE_WRITE,
+                out);
+}
+
+qsys_status qfile_winnt_info(HANDLE file, qfile_info& out) noexcept {
+  BY_HANDLE_FILE_INFORMATION about{};
+  if (GetFileInformationByHandle(file, &about) == FALSE) return last_status();
+  const std::uint64_t high = about.nFileSizeHigh;
+  out.size = high << 32U | about.nFileSizeLow;
+  out.creation_time = local_time_of(about.ftCreationTime);
+  out.last_write_time = local_time_of(about.ftLastWriteTime);
+  return {};
+}

@@ -1,0 +1,230 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "common/qlib/qfile.h"
+#include "common/qlib/qstr_name.h"
+#include "support/scratch.h"
+
+namespace {
+
+class PosixFiles : public ScratchTest {
+ protected:
+  static std::string native(const std::u16string& path) {
+    std::string bytes;
+    EXPECT_TRUE(qstr_name_to_bytes(path, bytes));
+    return bytes;
+  }
+  void link(const std::string& target, std::u16string_view name) const {
+    ASSERT_EQ(::symlink(target.c_str(), native(at(name)).c_str()), 0);
+  }
+  // Names below the scratch folder; directories end in a slash, links in "@".
+  [[nodiscard]] std::set<std::string> walk(std::u16string_view start, std::uint32_t flags = 0) const {
+    std::set<std::string> found;
+    qfile_itr iterator;
+    EXPECT_EQ(qfile_itr_open_ex(&iterator, at(start).c_str(), flags), QERR_OK);
+    const qchar* path = nullptr;
+    std::uint32_t directory = 0;
+    std::uint32_t symlink = 0;
+    while (qfile_itr_next(&iterator, &path, &directory, &symlink) == QERR_OK) {
+      std::string name = native(path).substr(native(root()).size() + 1);
+      found.insert(name + (directory != 0 ? "/" : "") + (symlink != 0 ? "@" : ""));
+    }
+    return found;
+  }
+  static qerr_t open_code(const std::u16string& path, std::uint32_t flags) {
+    QfileOwner file;
+    return qfile_open(file.out(), path.c_str(), flags);
+  }
+};
+
+using Names = std::set<std::string>;
+
+void make_socket(const std::string& path) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  path.copy(address.sun_path, path.size());
+  EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ::close(fd);
+}
+
+TEST_F(PosixFiles, SpecialFilesAreNeitherYieldedNorOpened) {
+  put(u"t/f");
+  ASSERT_EQ(::mkfifo(native(at(u"t/fifo.exe")).c_str(), 0600), 0);
+  ASSERT_EQ(::chdir(native(at(u"t")).c_str()), 0);  // a socket's name is short
+  make_socket("socket.exe");
+  ASSERT_EQ(::chdir("/"), 0);
+  link("fifo.exe", u"t/to-fifo.exe");
+  link("/dev/null", u"t/to-null.exe");
+  EXPECT_EQ(walk(u"t"), (Names{"t/", "t/f"}));
+  EXPECT_EQ(walk(u"t/fifo.exe"), Names{});
+  EXPECT_EQ(walk(u"t/*.exe"), Names{});
+  for (const char16_t* name : {u"t/fifo.exe", u"t/socket.exe", u"t/to-fifo.exe", u"t/to-null.exe"}) {
+    EXPECT_EQ(open_code(at(name), QFILE_READ), 6U);
+    EXPECT_EQ(open_code(at(name), QFILE_WRITE | QFILE_CREATE | QFILE_TRUNCATE), 6U);
+  }
+}
+
+TEST_F(PosixFiles, LinksAreWhatTheyLeadTo) {
+  put(u"t/d/f");
+  link("d", u"t/to-d");
+  link("d/f", u"t/to-f");
+  link("nowhere", u"t/dangling");
+  link("loop", u"t/loop");
+  EXPECT_EQ(walk(u"t"), (Names{"t/", "t/d/", "t/d/f", "t/to-d/@", "t/to-d/f", "t/to-f@", "t/dangling@", "t/loop@"}));
+  EXPECT_EQ(walk(u"t", QFILE_ITR_NO_REPARSE).count("t/to-d/f"), 0U);
+  EXPECT_EQ(walk(u"t/to-d"), (Names{"t/to-d/@", "t/to-d/f"}));
+  EXPECT_EQ(walk(u"t/dangling"), (Names{"t/dangling@"}));
+  EXPECT_EQ(open_code(at(u"t/dangling"), QFILE_READ), QERR_NOT_FOUND);
+  EXPECT_EQ(open_code(at(u"t/loop"), QFILE_READ), 40U);
+}
+
+TEST_F(PosixFiles, LinkCyclesEnd) {
+  put(u"t/a/f");
+  put(u"t/b/g");
+  link("..", u"t/a/up");
+  link("../b", u"t/a/b");
+  link("../a", u"t/b/a");
+  link(".", u"t/self");
+  const Names found = walk(u"t");
+  EXPECT_EQ(found.count("t/self/@"), 1U);
+  EXPECT_EQ(found.count("t/a/up/@"), 1U);
+  EXPECT_EQ(found.count("t/a/b/g"), 1U);
+  EXPECT_EQ(found.count("t/b/a/f"), 1U);
+  EXPECT_EQ(found.count("t/self/a/"), 0U);
+  EXPECT_LT(found.size(), 40U);
+}
+
+TEST_F(PosixFiles, AnyBytesMakeAName) {
+  const std::string odd[] = {
+      "caf\xE9.exe", "\xFF\xFE", "a\nb\x01.dll", "back\\slash.exe", "C:", "\xF0\x9F\x94\x92.sys", "trailing.",
+      "nul",         "*",        "what?"};
+  put(u"t/plain");
+  Names expected{"t/", "t/plain"};
+  for (const std::string& name : odd) {
+    const int fd = ::open((native(at(u"t/")) + name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::write(fd, name.data(), name.size()), static_cast<ssize_t>(name.size()));
+    ::close(fd);
+    expected.insert("t/" + name);
+  }
+  EXPECT_EQ(walk(u"t"), expected);
+  for (const std::string& name : odd) EXPECT_EQ(get(at(u"t/") + qstr_name_from_bytes(name)), name);
+  EXPECT_EQ(walk(u"t/*"), (Names{"t/*"})) << "a file of that very name comes before the wildcard";
+  EXPECT_EQ(walk(u"t/*.sys"), (Names{"t/\xF0\x9F\x94\x92.sys"}));
+  EXPECT_EQ(open_code(at(u"t/\xD800"), QFILE_READ | QFILE_WRITE | QFILE_CREATE), QERR_NOT_FOUND);
+}
+
+TEST_F(PosixFiles, DeepTreesNeedFewDescriptors) {
+  std::u16string path = u"t";
+  for (int level = 0; level < 200; ++level) path += u"/d";
+  put(path + u"/f");
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit low = before;
+  low.rlim_cur = 40;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+  const Names found = walk(u"t");
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(found.size(), 202U);
+}
+
+// Levels whose path is longer than the kernel takes are dropped; the rest of the tree is walked.
+TEST_F(PosixFiles, PathsBeyondTheKernelAreDropped) {
+  put(u"t/after/f");
+  const std::string name(200, 'n');
+  ASSERT_EQ(::chdir(native(at(u"t")).c_str()), 0);
+  int depth = 0;
+  for (; depth < 30; ++depth) {
+    ASSERT_EQ(::mkdir(name.c_str(), 0700), 0);
+    ASSERT_EQ(::chdir(name.c_str()), 0);
+  }
+  const Names found = walk(u"t");
+  EXPECT_EQ(found.count("t/after/f"), 1U);
+  EXPECT_GT(found.size(), 15U);
+  EXPECT_LT(found.size(), 30U);
+  for (; depth > 0; --depth) {
+    ASSERT_EQ(::chdir(".."), 0);
+    ASSERT_EQ(::rmdir(name.c_str()), 0);
+  }
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(PosixFiles, FullPathIsLexical) {
+  ASSERT_EQ(::chdir(native(root()).c_str()), 0);
+  const struct {
+    std::u16string path, full;
+  } cases[] = {
+      {u"/", u"/"},
+      {u"//", u"/"},
+      {u"/..", u"/"},
+      {u"/a/b/", u"/a/b"},
+      {u"/a/./b//c/../../d", u"/a/d"},
+      {u"/../../a", u"/a"},
+      {u"x", root() + u"/x"},
+      {u".", root()},
+      {u"./a/..", root()},
+      {u"/a\\..\\b", u"/a\\..\\b"},
+      {u"C:", root() + u"/C:"},
+      {u"\\\\server\\share", u"\\\\server\\share"},
+      {u"\\\\server\\share\\", u"\\\\server\\share"},
+      {u"\\\\server\\share\\..\\..\\x", u"\\\\server\\share\\x"},
+      {u"\\\\server\\share\\a\\.\\b\\..\\c/..", u"\\\\server\\share\\a\\c/.."},
+      {u"\\\\server", u"\\\\server"},
+  };
+  for (const auto& one : cases) EXPECT_EQ(full(one.path), one.full) << qstr_to_utf8(one.path);
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(PosixFiles, RootListsItsContents) {
+  for (const char16_t* start : {u"/", u"//", u"/tmp/.."}) {
+    qfile_itr iterator;
+    const qchar* path = nullptr;
+    std::uint32_t directory = 0;
+    ASSERT_EQ(qfile_itr_open_ex(&iterator, start, QFILE_ITR_ONE_LEVEL), QERR_OK);
+    ASSERT_EQ(qfile_itr_next(&iterator, &path, &directory, nullptr), QERR_OK);
+    EXPECT_EQ(path[0], u'/');
+    EXPECT_NE(path[1], u'/');
+    EXPECT_NE(path[1], 0);
+  }
+}
+
+TEST_F(PosixFiles, WriteWholeReplacesALinkAndDoesNotFollowIt) {
+  put(u"victim", "precious");
+  put(u"d/");
+  const struct {
+    const char* target;
+    const char16_t* name;
+  } links[] = {{"victim", u"to-file"}, {"nowhere", u"dangling"}, {"d", u"to-directory"}};
+  for (const auto& one : links) {
+    link(one.target, one.name);
+    EXPECT_EQ(qfile_write_whole(at(one.name).c_str(), "new", 3, 0), QERR_OK);
+    struct stat about {};
+    ASSERT_EQ(::lstat(native(at(one.name)).c_str(), &about), 0);
+    EXPECT_TRUE(S_ISREG(about.st_mode));
+  }
+  EXPECT_EQ(get(at(u"victim")), "precious");
+  EXPECT_FALSE(qfile_exists(at(u"nowhere").c_str()));
+}
+
+TEST_F(PosixFiles, ShrunkFileReadsAsZeroes) {
+  const std::u16string path = put(u"f", std::string(8192, 'x'));
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
+  EXPECT_EQ(::truncate(native(path).c_str(), 10), 0);
+  char buffer[100];
+  std::uint32_t done = 0;
+  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
+  EXPECT_EQ(done, 10U);
+  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
+  EXPECT_EQ(done, 0U);
+}
+
+}  // namespace

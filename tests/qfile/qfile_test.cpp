@@ -1,0 +1,309 @@
+#include "common/qlib/qfile.h"
+
+#include <array>
+#include <chrono>
+#include <cstring>
+
+#include "support/faulty_provider.h"
+#include "support/scratch.h"
+
+namespace {
+
+constexpr std::uint32_t READ = QFILE_READ;
+constexpr std::uint32_t WRITE = QFILE_WRITE;
+
+class Files : public ScratchTest {
+ protected:
+  static qerr_t open_code(const std::u16string& path, std::uint32_t flags) {
+    QfileOwner file;
+    return qfile_open(file.out(), path.c_str(), flags);
+  }
+  static std::uint64_t position(qfile_t file) {
+    std::uint64_t at = 0;
+    EXPECT_EQ(qfile_seek(file, 0, QFILE_FROM_CURRENT, &at), QERR_OK);
+    return at;
+  }
+  static void write(qfile_t file, std::string_view bytes) {
+    std::uint32_t done = 0;
+    ASSERT_EQ(qfile_write(file, bytes.data(), static_cast<std::uint32_t>(bytes.size()), &done), QERR_OK);
+    ASSERT_EQ(done, bytes.size());
+  }
+};
+
+TEST_F(Files, OpenFlagsAreChecked) {
+  const std::u16string path = put(u"f");
+  const struct {
+    std::uint32_t flags;
+    qerr_t code;
+  } cases[] = {
+      {0, QERR_ARG3},
+      {QFILE_APPEND, QERR_ARG3},
+      {QFILE_CREATE, QERR_ARG3},
+      {QFILE_TRUNCATE, QERR_ARG3},
+      {READ | QFILE_APPEND, QERR_ARG3},
+      {READ | QFILE_CREATE, QERR_ARG3},
+      {READ | QFILE_TRUNCATE, QERR_ARG3},
+      {WRITE | QFILE_APPEND | QFILE_TRUNCATE, QERR_ARG3},
+      {WRITE | QFILE_APPEND | QFILE_UNBUFFERED, QERR_ARG3},
+      {READ, QERR_OK},
+      {WRITE, QERR_OK},
+      {READ | WRITE | QFILE_APPEND | QFILE_CREATE, QERR_OK},
+      {READ | QFILE_UNBUFFERED, QERR_OK},
+      {WRITE | QFILE_TRUNCATE, QERR_OK},
+  };
+  for (const auto& one : cases) EXPECT_EQ(open_code(path, one.flags), one.code) << one.flags;
+  QfileOwner file;
+  EXPECT_EQ(qfile_open(nullptr, path.c_str(), READ), QERR_ARG1);
+  EXPECT_EQ(qfile_open(file.out(), nullptr, READ), QERR_ARG2);
+}
+
+TEST_F(Files, DispositionsDiffer) {
+  const std::u16string path = put(u"f", "content");
+  EXPECT_EQ(open_code(path, WRITE | QFILE_CREATE), QERR_OK);
+  EXPECT_EQ(get(path), "content");
+  EXPECT_EQ(open_code(path, WRITE | QFILE_TRUNCATE), QERR_OK);
+  EXPECT_EQ(get(path), "");
+  put(u"f", "content");
+  EXPECT_EQ(open_code(path, WRITE | QFILE_CREATE | QFILE_TRUNCATE), QERR_OK);
+  EXPECT_EQ(get(path), "");
+  for (const std::uint32_t flags : {READ, WRITE, WRITE | QFILE_TRUNCATE}) {
+    EXPECT_EQ(open_code(at(u"missing"), flags), QERR_NOT_FOUND);
+    EXPECT_EQ(open_code(at(u"missing/f"), flags), QERR_NOT_FOUND);
+  }
+  EXPECT_FALSE(qfile_exists(at(u"missing").c_str()));
+}
+
+TEST_F(Files, CreateMakesMissingDirectories) {
+  constexpr std::uint32_t LOG_FLAGS = QFILE_APPEND | QFILE_CREATE | READ | WRITE;
+  EXPECT_EQ(open_code(at(u"a/b/c/log"), LOG_FLAGS), QERR_OK);
+  EXPECT_TRUE(qfile_exists(at(u"a/b/c/log").c_str()));
+  EXPECT_NE(open_code(at(u"a/b/c/log/below/a/file"), LOG_FLAGS), QERR_OK);
+  EXPECT_EQ(qfile_mkdir_parents(at(u"p/q/r").c_str()), QERR_OK);
+  EXPECT_TRUE(qfile_exists(at(u"p/q").c_str()));
+  EXPECT_FALSE(qfile_exists(at(u"p/q/r").c_str()));
+  EXPECT_EQ(qfile_mkdir_parents(u"no-separator"), QERR_OK);
+  EXPECT_EQ(qfile_mkdir_parents(nullptr), QERR_ARG1);
+}
+
+TEST_F(Files, MkdirParentsStopsAtTheFirstOtherError) {
+  faulty_provider disk;
+  disk.fail(file_op::make_directory, 2, QERR_PERMISSION);
+  EXPECT_EQ(qfile_mkdir_parents(at(u"a/b/c").c_str()), QERR_PERMISSION);
+  EXPECT_FALSE(qfile_exists(at(u"a").c_str()));
+}
+
+TEST_F(Files, DirectoriesOpenForReadersOnly) {
+  const std::u16string directory = put(u"directory/");
+  EXPECT_EQ(open_code(directory, READ), QERR_OK);
+  EXPECT_NE(open_code(directory, WRITE), QERR_OK);
+  EXPECT_EQ(get(directory).front(), '<') << "but have no bytes";
+  std::uint64_t size = 9;
+  EXPECT_EQ(qfile_size_by_name(directory.c_str(), &size), QERR_OK);
+  EXPECT_EQ(size, 0U);
+}
+
+TEST_F(Files, AppendIgnoresThePosition) {
+  const std::u16string path = put(u"f", "start");
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ | WRITE | QFILE_APPEND), QERR_OK);
+  EXPECT_EQ(qfile_seek(file.get(), 1, QFILE_FROM_START, nullptr), QERR_OK);
+  write(file.get(), "+end");
+  EXPECT_EQ(position(file.get()), 9U);
+  EXPECT_EQ(get(path), "start+end");
+}
+
+TEST_F(Files, SeekReadAndTruncate) {
+  const std::u16string path = put(u"f", "0123456789");
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ | WRITE), QERR_OK);
+  const struct {
+    std::int64_t offset;
+    std::uint32_t origin;
+    bool valid;
+    std::uint64_t position;
+  } cases[] = {
+      {4, QFILE_FROM_START, true, 4},
+      {3, QFILE_FROM_CURRENT, true, 7},
+      {-7, QFILE_FROM_CURRENT, true, 0},
+      {-1, QFILE_FROM_CURRENT, false, 0},
+      {-2, QFILE_FROM_END, true, 8},
+      {-11, QFILE_FROM_END, false, 8},
+      {-1, QFILE_FROM_START, false, 8},
+      {std::numeric_limits<std::int64_t>::min(), QFILE_FROM_CURRENT, false, 8},
+      {std::numeric_limits<std::int64_t>::max(), QFILE_FROM_CURRENT, false, 8},
+      {0x100000004, QFILE_FROM_START, true, 0x100000004},
+      {0, 3, false, 0x100000004},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(qfile_seek(file.get(), one.offset, one.origin, nullptr) == QERR_OK, one.valid) << one.offset;
+    EXPECT_EQ(position(file.get()), one.position) << one.offset;
+  }
+  char buffer[16] = {};
+  std::uint32_t done = 9;
+  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
+  EXPECT_EQ(done, 0U) << "beyond 4 GiB and beyond the end there is nothing, and no error";
+  EXPECT_EQ(qfile_seek(file.get(), 6, QFILE_FROM_START, nullptr), QERR_OK);
+  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
+  EXPECT_EQ(std::string(buffer, done), "6789");
+  EXPECT_EQ(qfile_truncate(file.get(), 3), QERR_OK);
+  EXPECT_EQ(position(file.get()), 3U);
+  write(file.get(), "x");
+  EXPECT_EQ(get(path), "012x");
+  EXPECT_EQ(qfile_truncate(file.get(), 1ULL << 63U), QERR_ARG2);
+}
+
+TEST_F(Files, MissingArguments) {
+  const std::u16string path = put(u"f");
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  char byte = 0;
+  std::uint32_t done = 0;
+  std::uint64_t size = 0;
+  qfile_info info{};
+  const std::byte* view = nullptr;
+  qchar full[1];
+  EXPECT_EQ(qfile_read(nullptr, &byte, 1, &done), QERR_ARG1);
+  EXPECT_EQ(qfile_read(file.get(), nullptr, 1, &done), QERR_ARG2);
+  EXPECT_EQ(qfile_write(nullptr, &byte, 1, &done), QERR_ARG1);
+  EXPECT_EQ(qfile_write(file.get(), nullptr, 1, &done), QERR_ARG2);
+  EXPECT_EQ(qfile_seek(nullptr, 0, 0, nullptr), QERR_ARG1);
+  EXPECT_EQ(qfile_size(nullptr, &size), QERR_ARG1);
+  EXPECT_EQ(qfile_size(file.get(), nullptr), QERR_ARG2);
+  EXPECT_EQ(qfile_size_by_name(path.c_str(), nullptr), QERR_OK) << "only whether it opens";
+  EXPECT_EQ(qfile_size_by_name(nullptr, &size), QERR_ARG1);
+  EXPECT_EQ(qfile_truncate(nullptr, 0), QERR_ARG1);
+  EXPECT_EQ(qfile_get_info(nullptr, &info), QERR_ARG1);
+  EXPECT_EQ(qfile_get_info_by_name(nullptr, &info), QERR_ARG1);
+  EXPECT_EQ(qfile_get_info_by_name(path.c_str(), nullptr), QERR_ARG2);
+  EXPECT_EQ(qfile_map(nullptr, 1, &view), QERR_ARG1);
+  EXPECT_EQ(qfile_map(file.get(), 1, nullptr), QERR_ARG3);
+  EXPECT_EQ(qfile_rename(nullptr, u"x"), QERR_ARG1);
+  EXPECT_EQ(qfile_rename(u"x", nullptr), QERR_ARG2);
+  EXPECT_EQ(qfile_copy(nullptr, u"x", 0), QERR_ARG1);
+  EXPECT_EQ(qfile_delete(nullptr), QERR_ARG1);
+  EXPECT_EQ(qfile_compress(nullptr), QERR_INVALID);
+  EXPECT_EQ(qfile_full_path(nullptr, full, &done), QERR_ARG1);
+  EXPECT_EQ(qfile_full_path(u"x", full, nullptr), QERR_ARG3);
+  EXPECT_EQ(qfile_close(QFILE_INVALID), QERR_OK);
+  EXPECT_FALSE(qfile_exists(nullptr));
+}
+
+TEST_F(Files, ViewHoldsNoMoreThanTheFile) {
+  const std::u16string path = put(u"f", "MZ56789");
+  const std::u16string empty = put(u"empty", "");
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  ASSERT_EQ(qfile_seek(file.get(), 5, QFILE_FROM_START, nullptr), QERR_OK);
+  for (const std::uint64_t length : {std::uint64_t{2}, std::uint64_t{7}, std::uint64_t{8192}, ~std::uint64_t{0}}) {
+    const std::byte* view = nullptr;
+    ASSERT_EQ(qfile_map(file.get(), length, &view), QERR_OK) << length;
+    EXPECT_EQ(std::memcmp(view, "MZ56789", std::min<std::uint64_t>(length, 7)), 0);
+    EXPECT_EQ(qfile_unmap(view), QERR_OK);
+  }
+  EXPECT_EQ(position(file.get()), 5U) << "a view leaves the position alone";
+  const std::byte* view = nullptr;
+  EXPECT_EQ(qfile_map(file.get(), 0, &view), QERR_INVALID);
+  ASSERT_EQ(qfile_open(file.out(), empty.c_str(), READ), QERR_OK);
+  EXPECT_EQ(qfile_map(file.get(), 8192, &view), QERR_INVALID);
+  EXPECT_EQ(view, nullptr);
+}
+
+TEST_F(Files, FaultsComeBackAsTheyAre) {
+  const std::u16string path = put(u"f", "0123456789");
+  faulty_provider disk;
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  disk.fail(file_op::view, 1, QERR_BAD_ADDRESS);
+  const std::byte* view = nullptr;
+  EXPECT_EQ(qfile_map(file.get(), 4, &view), QERR_BAD_ADDRESS);
+  EXPECT_EQ(view, nullptr);
+  char buffer[16];
+  std::uint32_t done = 9;
+  disk.most_read(3);
+  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
+  EXPECT_EQ(done, 3U);
+  disk.fail(file_op::read, 1, QERR_IO);
+  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_IO);
+  EXPECT_EQ(done, 0U);
+  file.reset();
+  EXPECT_EQ(disk.open_files(), 0U);
+  disk.fail(file_op::remove, 1, QERR_SYSTEM_BASE + 183, 1, qsys_condition::already_exists);
+  EXPECT_EQ(qfile_delete(path.c_str()), QERR_OK) << "deliberately";
+  EXPECT_TRUE(qfile_exists(path.c_str()));
+}
+
+TEST_F(Files, RenameReplacesAndMakesDirectories) {
+  put(u"a", "new");
+  put(u"b", "old");
+  EXPECT_EQ(qfile_rename(at(u"a").c_str(), at(u"b").c_str()), QERR_OK);
+  EXPECT_EQ(get(at(u"b")), "new");
+  EXPECT_FALSE(qfile_exists(at(u"a").c_str()));
+  EXPECT_EQ(qfile_rename(at(u"b").c_str(), at(u"x/y/b").c_str()), QERR_OK);
+  EXPECT_EQ(get(at(u"x/y/b")), "new");
+  EXPECT_EQ(qfile_rename(at(u"gone").c_str(), at(u"q/b").c_str()), QERR_NOT_FOUND);
+  EXPECT_FALSE(qfile_exists(at(u"q").c_str())) << "nothing is made for a source that is missing";
+}
+
+TEST_F(Files, CopyDeleteAndDirectories) {
+  put(u"a", std::string(200000, 'z'));
+  EXPECT_EQ(qfile_copy(at(u"a").c_str(), at(u"b").c_str(), 1), QERR_OK);
+  EXPECT_EQ(get(at(u"b")), std::string(200000, 'z'));
+  put(u"a", "short");
+  EXPECT_NE(qfile_copy(at(u"a").c_str(), at(u"b").c_str(), 1), QERR_OK);
+  EXPECT_EQ(qfile_copy(at(u"a").c_str(), at(u"b").c_str(), 0), QERR_OK);
+  EXPECT_EQ(get(at(u"b")), "short");
+  EXPECT_NE(qfile_copy(at(u"a").c_str(), at(u"a").c_str(), 0), QERR_OK);
+  EXPECT_EQ(get(at(u"a")), "short") << "a file copied onto itself stays whole";
+  EXPECT_EQ(qfile_delete(at(u"a").c_str()), QERR_OK);
+  EXPECT_EQ(qfile_delete(at(u"a").c_str()), QERR_NOT_FOUND);
+  EXPECT_EQ(qfile_mkdir(at(u"d").c_str()), QERR_OK);
+  EXPECT_NE(qfile_mkdir(at(u"d").c_str()), QERR_OK);
+  EXPECT_EQ(qfile_rmdir(at(u"d").c_str()), QERR_OK);
+  EXPECT_EQ(qfile_rmdir(at(u"d").c_str()), QERR_NOT_FOUND);
+}
+
+TEST_F(Files, InfoIsLocalTimeSince1601) {
+  const std::u16string path = put(u"f", "12345");
+  qfile_info by_name{};
+  ASSERT_EQ(qfile_get_info_by_name(path.c_str(), &by_name), QERR_OK);
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  qfile_info by_handle{};
+  ASSERT_EQ(qfile_get_info(file.get(), &by_handle), QERR_OK);
+  EXPECT_EQ(by_name.size, 5U);
+  EXPECT_EQ(std::memcmp(&by_name, &by_handle, sizeof by_name), 0);
+  const auto now =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch());
+  const std::int64_t written = by_name.last_write_time / 10000000 - 11644473600;
+  EXPECT_LT(std::abs(written - now.count()), 15 * 3600) << "no time zone is further away";
+  EXPECT_LE(by_name.creation_time, by_name.last_write_time + 10000000);
+  EXPECT_EQ(qfile_get_info_by_name(at(u"gone").c_str(), &by_name), QERR_NOT_FOUND);
+}
+
+TEST_F(Files, FullPathTellsTheNeededSize) {
+  const std::u16string path = at(u"a/../b");
+  const std::u16string expected = at(u"b");
+  std::uint32_t size = 0;
+  EXPECT_EQ(qfile_full_path(path.c_str(), nullptr, &size), QERR_BUFFER_SMALL);
+  EXPECT_EQ(size, expected.size() + 1);
+  std::u16string buffer(size, u'#');
+  size = static_cast<std::uint32_t>(expected.size());
+  EXPECT_EQ(qfile_full_path(path.c_str(), buffer.data(), &size), QERR_BUFFER_SMALL);
+  EXPECT_EQ(size, expected.size() + 1);
+  EXPECT_EQ(qfile_full_path(path.c_str(), buffer.data(), &size), QERR_OK);
+  EXPECT_EQ(buffer.c_str(), expected);
+  EXPECT_NE(qfile_full_path(u"", buffer.data(), &size), QERR_OK);
+}
+
+TEST_F(Files, ExclusiveIsRefusedToTheSecond) {
+  const std::u16string path = put(u"f");
+  QfileOwner first;
+  ASSERT_EQ(qfile_open(first.out(), path.c_str(), READ | QFILE_EXCLUSIVE), QERR_OK);
+  EXPECT_EQ(open_code(path, READ | QFILE_EXCLUSIVE), QERR_SHARING);
+  EXPECT_EQ(open_code(path, WRITE | QFILE_TRUNCATE | QFILE_EXCLUSIVE), QERR_SHARING);
+  first.reset();
+  EXPECT_EQ(get(path), "x") << "a refused opener does not truncate";
+  EXPECT_EQ(open_code(path, READ | QFILE_EXCLUSIVE), QERR_OK);
+}
+
+}  // namespace

@@ -1,0 +1,83 @@
+#include <windows.h>
+
+#include <set>
+
+#include "common/qlib/qfile.h"
+#include "support/scratch.h"
+
+namespace {
+
+using WinFiles = ScratchTest;
+
+const wchar_t* wide(const std::u16string& text) { return reinterpret_cast<const wchar_t*>(text.c_str()); }
+
+TEST_F(WinFiles, PathsBeyond260Units) {
+  std::u16string relative = u"t";
+  for (int level = 0; level < 12; ++level) relative += u"/" + std::u16string(60, u'd');
+  const std::u16string path = put(relative + u"/f.exe", "deep");
+  ASSERT_GT(path.size(), 700U);
+  EXPECT_EQ(get(path), "deep");
+  qfile_itr iterator;
+  const qchar* entry = nullptr;
+  std::u16string last;
+  ASSERT_EQ(qfile_itr_open(&iterator, at(u"t").c_str()), QERR_OK);
+  while (qfile_itr_next(&iterator, &entry, nullptr, nullptr) == QERR_OK) last = entry;
+  EXPECT_EQ(last, path) << "names are reported without a prefix";
+  EXPECT_EQ(qfile_write_whole(path.c_str(), "new", 3, 0), QERR_OK);
+  EXPECT_EQ(get(path), "new");
+}
+
+// Names that only the prefixed form can reach; an archive made elsewhere can hold them.
+TEST_F(WinFiles, NamesAreTakenAsTheyStand) {
+  for (const char16_t* name : {u"t/nul", u"t/com1.exe", u"t/ends in a stop.", u"t/ends in a blank "}) {
+    put(name, "bytes");
+    EXPECT_EQ(get(at(name)), "bytes") << qstr_to_utf8(name);
+  }
+  QfileOwner file;
+  EXPECT_NE(qfile_open(file.out(), u"nul", QFILE_READ), QERR_OK) << "a device is no file";
+}
+
+TEST_F(WinFiles, RelativeAndSlashedPathsWork) {
+  const std::u16string path = put(u"a/f", "bytes");
+  std::u16string slashed = path;
+  for (qchar& unit : slashed) {
+    if (unit == u'\\') unit = u'/';
+  }
+  EXPECT_EQ(get(slashed), "bytes");
+  EXPECT_EQ(get(at(u"a") + u"\\.\\..\\a\\f"), "bytes");
+}
+
+TEST_F(WinFiles, ReadOnlyFilesAreDeleted) {
+  const std::u16string path = put(u"f");
+  ASSERT_NE(SetFileAttributesW(wide(path), FILE_ATTRIBUTE_READONLY), FALSE);
+  EXPECT_EQ(qfile_delete(path.c_str()), QERR_OK);
+  EXPECT_FALSE(qfile_exists(path.c_str()));
+}
+
+TEST_F(WinFiles, OpenFilesCanBeDeletedByOthers) {
+  const std::u16string path = put(u"f");
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
+  EXPECT_EQ(qfile_delete(path.c_str()), QERR_OK);
+  file.reset();
+  const std::u16string locked = put(u"g");
+  HANDLE const alone = CreateFileW(wide(locked), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(alone, INVALID_HANDLE_VALUE);
+  EXPECT_EQ(qfile_open(file.out(), locked.c_str(), QFILE_READ), QERR_SHARING);
+  CloseHandle(alone);
+}
+
+TEST_F(WinFiles, BareDriveListsItsContents) {
+  const std::u16string drive = root().substr(0, 2);
+  ASSERT_EQ(drive[1], u':');
+  for (const std::u16string& start : {std::u16string(u"C:"), std::u16string(u"C:\\")}) {
+    qfile_itr iterator;
+    const qchar* entry = nullptr;
+    ASSERT_EQ(qfile_itr_open_ex(&iterator, start.c_str(), QFILE_ITR_ONE_LEVEL), QERR_OK);
+    std::set<std::u16string> found;
+    while (qfile_itr_next(&iterator, &entry, nullptr, nullptr) == QERR_OK) found.insert(entry);
+    EXPECT_EQ(found.count(u"C:\\windows"), 1U);
+  }
+}
+
+}  // namespace

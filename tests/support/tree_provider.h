@@ -1,0 +1,118 @@
+// A file tree in memory for walk tests: links of any kind and sizes that a disk of the test machine need not offer.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qfile_provider.h"
+
+// Puts itself before all providers while it lives. Nodes are numbered; a directory maps names to nodes, and a link is
+// an entry that names a node which stands elsewhere, too.
+class tree_provider final : public qfile_provider {
+ public:
+  enum class kind : std::uint8_t { plain, symlink, junction, placeholder };
+
+  tree_provider() { qfile_set_provider(this); }
+  tree_provider(const tree_provider&) = delete;
+  tree_provider& operator=(const tree_provider&) = delete;
+  ~tree_provider() override { qfile_set_provider(nullptr); }
+
+  int directory() {
+    nodes_.emplace_back();
+    return static_cast<int>(nodes_.size()) - 1;
+  }
+  void add_directory(int in, const std::u16string& name, int node, kind how = kind::plain) {
+    node_at(in).push_back({name, node, how});
+  }
+  void add_file(int in, const std::u16string& name) { node_at(in).push_back({name, -1, kind::plain}); }
+
+  // The path under which node 0 stands; everything else is found below it.
+  std::u16string root_path;
+  bool identities = true;
+
+  qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
+    if (pattern != root_path) return missing();
+    out = std::make_unique<listing>(
+        std::vector<item>{{root_path.substr(root_path.find_last_of(u"/\\") + 1), 0, kind::plain}});
+    return {};
+  }
+  qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) override {
+    const int node = find(directory);
+    if (node < 0) return missing();
+    out = std::make_unique<listing>(node_at(node));
+    return {};
+  }
+  qsys_status identity(const qchar* directory, qfile_identity& out) override {
+    const int node = find(directory);
+    if (node < 0 || !identities) return missing();
+    out = {1, static_cast<std::uint64_t>(node), 0};
+    return {};
+  }
+  qsys_status full_path(const qchar* path, std::u16string& out) override {
+    out = path;
+    return {};
+  }
+  qsys_status open(const qchar*, std::uint32_t, std::unique_ptr<qfile_object>&) override { return missing(); }
+  qsys_status create_exclusive(const qchar*, std::unique_ptr<qfile_object>&) override { return missing(); }
+  qsys_status exists(const qchar*) override { return missing(); }
+  qsys_status info(const qchar*, qfile_info&) override { return missing(); }
+  qsys_status rename(const qchar*, const qchar*) override { return missing(); }
+  qsys_status remove(const qchar*) override { return missing(); }
+  qsys_status make_directory(const qchar*) override { return missing(); }
+  qsys_status remove_directory(const qchar*) override { return missing(); }
+  qsys_status copy(const qchar*, const qchar*, bool) override { return missing(); }
+  qsys_status compress(const qchar*) override { return missing(); }
+
+ private:
+  struct item {
+    std::u16string name;
+    int node = -1;  // of a directory
+    kind how = kind::plain;
+  };
+
+  class listing final : public qfile_search {
+   public:
+    explicit listing(std::vector<item> items) : items_(std::move(items)) {}
+    qsys_status next(qfile_entry& entry) override {
+      if (taken_ == items_.size()) return {QERR_END, qsys_condition::end_of_directory};
+      const item& one = items_[taken_++];
+      entry.name = one.name;
+      entry.is_directory = one.node >= 0;
+      entry.is_reparse = one.how != kind::plain;
+      entry.is_symlink = one.how == kind::symlink;
+      entry.is_link = one.how == kind::symlink || one.how == kind::junction;
+      return {};
+    }
+
+   private:
+    std::vector<item> items_;
+    std::size_t taken_ = 0;
+  };
+
+  static qsys_status missing() { return {QERR_NOT_FOUND, qsys_condition::not_found}; }
+  std::vector<item>& node_at(int number) { return nodes_[static_cast<std::size_t>(number)]; }
+
+  int find(std::u16string_view path) {
+    if (!path.starts_with(root_path)) return -1;
+    path.remove_prefix(root_path.size());
+    int node = 0;
+    while (!path.empty() && node >= 0) {
+      const std::size_t end = path.find_first_of(u"/\\");
+      const std::u16string_view name = path.substr(0, end);
+      path = end == std::u16string_view::npos ? std::u16string_view() : path.substr(end + 1);
+      if (name.empty()) continue;
+      int next = -1;
+      for (const item& one : node_at(node)) {
+        if (one.name == name) next = one.node;
+      }
+      node = next;
+    }
+    return node;
+  }
+
+  std::vector<std::vector<item>> nodes_;
+};
