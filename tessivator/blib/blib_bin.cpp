@@ -1,0 +1,143 @@
+// Opening and closing images, and reading ranges of them.
+#include "blib/blib_bin.h"
+
+#include <algorithm>
+#include <new>
+
+#include "common/qlib/qlog.h"
+
+static constexpr std::uint32_t module_id = QLOG_BLIB;
+
+namespace {
+
+constexpr std::uint64_t kViewLength = 8192;
+
+// Fills the view with the first `length` bytes, by mapping or by reading.
+qerr_t make_view(blib_bin& image, std::uint32_t length) noexcept {
+  qerr_t code = QERR_OK;
+  if (image.view_is_buffer) {
+    auto* buffer = static_cast<std::byte*>(qmem_calloc(1, length));
+    if (buffer == nullptr) return QERR_LOW_MEMORY;
+    image.view = Bytes(buffer, length);
+    code = blib_bin_get_buf(&image, buffer, 0, length);
+  } else {
+    const std::byte* mapped = nullptr;
+    code = qfile_map(image.file, length, &mapped);
+    if (code == QERR_OK) image.view = Bytes(mapped, length);
+  }
+  if (code != QERR_OK && code != QERR_BAD_ADDRESS) {
+    QLOG(QLOG_INFO, u"Failed to %s %d bytes from file \"%s\".err=0x%x, string=\"%s\"\n",
+         image.view_is_buffer ? u"read" : u"map", length, image.file_name, code, qerr_get_string(code));
+  }
+  return code;
+}
+
+qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
+  if (path != nullptr) image.file_name = path;
+  const qerr_t sized = qfile_size(image.file, &image.full_size);
+  if (sized != QERR_OK) {
+    QLOG(QLOG_INFO, u"Failed to find the size of file \"%s\".0x%x (%s) \n", image.file_name, sized,
+         qerr_get_string(sized));
+    return sized;
+  }
+  image.file_size = static_cast<std::uint32_t>(image.full_size);
+  if (image.file_size == 0) {
+    QLOG(QLOG_DETAIL, u"\"%s\" is a zero sized file\n", image.file_name);
+    return QERR_EMPTY_FILE;
+  }
+  const std::uint64_t most = (flags & BLIB_WHOLE_FILE) != 0 ? image.file_size : kViewLength;
+  image.view_is_buffer = (flags & BLIB_READ_NOT_MAP) != 0;
+  const qerr_t viewed = make_view(image, static_cast<std::uint32_t>(std::min<std::uint64_t>(image.file_size, most)));
+  if (viewed == QERR_BAD_ADDRESS) {
+    // A page that the system could not supply: the file is damaged or gone, and no image.
+    QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", viewed);
+    return QERR_BAD_IMAGE;
+  }
+  return viewed != QERR_OK ? viewed : blib_bin_parse_headers(&image);
+}
+
+}  // namespace
+
+qerr_t blib_bin_open_by_handle(qfile_t file, const qchar* path, blib_bin** out, std::uint32_t flags,
+                               std::uint32_t /*extra_size*/) noexcept {
+  if (out != nullptr) *out = nullptr;
+  if (file == QFILE_INVALID) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG3;
+  const std::uint32_t mode = flags & ~(BLIB_WHOLE_FILE | BLIB_READ_NOT_MAP);
+  if (mode != BLIB_READ) return QERR_ARG4;
+  BlibBinByHandleOwner image(new (std::nothrow) blib_bin);
+  if (image == nullptr) {
+    QLOG(QLOG_ERROR, u"Failed to allocate memory for blib_bin\n");
+    return QERR_LOW_MEMORY;
+  }
+  image->file = file;
+  image->access_mode = mode;
+  try {
+    const qerr_t code = fill(*image, path, flags);
+    if (code == QERR_OK) *out = image.release();
+    return code;
+  } catch (const std::bad_alloc&) {
+    return QERR_LOW_MEMORY;
+  }
+}
+
+qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode, std::uint32_t extra_size) noexcept {
+  if (out == nullptr) return QERR_ARG2;
+  *out = nullptr;
+  QfileOwner file;
+  qerr_t code = qfile_open(file.out(), path, mode & BLIB_READ_WRITE);
+  if (code != QERR_OK) {
+    QLOG(QLOG_INFO, u"Failed to open file \"%s\" for mapping. err=%d, string: \"%s\"\n", path, code,
+         qerr_get_string(code));
+    return code;
+  }
+  code = blib_bin_open_by_handle(file.get(), path, out, mode, extra_size);
+  if (code != QERR_OK) {
+    QLOG(QLOG_INFO, u"blib_bin_open failed for \"%s\". err=%d, string: \"%s\"\n", path, code, qerr_get_string(code));
+    return code;
+  }
+  (void)file.release();  // the record's now
+  return QERR_OK;
+}
+
+qerr_t blib_bin_get_buf(blib_bin* image, void* destination, std::uint32_t offset, std::uint32_t length) noexcept {
+  qerr_t code = qfile_seek(image->file, offset, QFILE_FROM_START, nullptr);
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to seek to offset %d. File=\"%s\". err=%d (%s)", offset, image->file_name, code,
+         qerr_get_string(code));
+    return code;
+  }
+  std::uint32_t done = 0;
+  code = qfile_read(image->file, destination, length, &done);
+  if (code != QERR_OK && done != length) {
+    QLOG(QLOG_ERROR, u"Failed to read %d bytes from \"%s\" at offset %d. err=%d (%s)\n", length, image->file_name,
+         offset, code, qerr_get_string(code));
+  }
+  return code;
+}
+
+qerr_t blib_bin_close_by_handle(blib_bin* image) noexcept {
+  if (image == nullptr) return QERR_OK;
+  const std::unique_ptr<blib_bin> owner(image);
+  if (image->view.data() == nullptr) return QERR_OK;
+  if (image->view_is_buffer) {
+    qmem_free(const_cast<std::byte*>(image->view.data()));
+    return QERR_OK;
+  }
+  const qerr_t code = qfile_unmap(image->view.data());
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to unmap file \"%s\", err=0x%x, string=%s.", image->file_name, code,
+         qerr_get_string(code));
+  }
+  return code;
+}
+
+qerr_t blib_bin_close(blib_bin* image) noexcept {
+  if (image == nullptr) return QERR_OK;
+  const QfileOwner file(image->file);
+  const qerr_t code = blib_bin_close_by_handle(image);
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"blib_bin_close_by_handle failed, err=0x%x, string=\"%s\".", code, qerr_get_string(code));
+  }
+  return code;
+}

@@ -1,0 +1,146 @@
+#include "blib/blib_cert.h"
+
+#include <algorithm>
+
+#include "common/qlib/qbytes.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+
+static constexpr std::uint32_t module_id = QLOG_BLIB;
+
+namespace {
+
+constexpr std::uint32_t kHeader = 8;
+constexpr std::uint16_t kOwnRevision = 0xC102;
+constexpr std::uint16_t kOwnType = 0xABFF;
+
+struct Header {
+  std::uint32_t length;
+  std::uint16_t revision;
+  std::uint16_t type;
+};
+
+Header current(const blib_cert_itr& iterator) noexcept {
+  const Bytes bytes(iterator.header);
+  return {qbytes_le<std::uint32_t>(bytes, 0).value_or(0), qbytes_le<std::uint16_t>(bytes, 4).value_or(0),
+          qbytes_le<std::uint16_t>(bytes, 6).value_or(0)};
+}
+
+qerr_t load_header(blib_cert_itr& iterator, blib_bin& image) noexcept {
+  iterator.header.fill(std::byte{0});
+  if (iterator.current_offset > 0xFFFFFFFF) return QERR_OK;  // past what an image can hold: reads as zero
+  const qerr_t code =
+      blib_bin_get_buf(&image, iterator.header.data(), static_cast<std::uint32_t>(iterator.current_offset), kHeader);
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to get certificate header for %s. error %d (0x%x).\n", image.file_name, code, code);
+  }
+  return code;
+}
+
+// How many headers a walk visits. Stops at an entry of length 0, which would not advance.
+std::uint32_t count_entries(blib_bin& image) noexcept {
+  blib_cert_itr iterator;
+  if (blib_bin_cert_itr_init(&iterator, &image) != QERR_OK) return 0;
+  std::uint32_t count = 0;
+  while (current(iterator).length != 0 && count < BLIB_CERT_MOST_ENTRIES) {
+    ++count;
+    if (blib_bin_cert_itr_next(&iterator, &image, current(iterator).length) != QERR_OK) break;
+  }
+  return count;
+}
+
+// A failure leaves the entry empty and the extraction goes on.
+void read_entry(const blib_cert_itr& iterator, blib_bin& image, blib_authenticode_entry& entry) noexcept {
+  const Header header = current(iterator);
+  const bool whole = header.revision == kOwnRevision && header.type == kOwnType;
+  const std::uint32_t skipped = whole ? 0 : kHeader;
+  if (header.length < kHeader) return;
+  const std::uint64_t offset = iterator.current_offset + skipped;
+  const std::uint64_t exists = offset < image.full_size ? image.full_size - offset : 0;
+  const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(header.length - skipped, exists));
+  QmemPtr<std::byte> buffer(static_cast<std::byte*>(qmem_calloc(1, std::max<std::size_t>(length, 1))));
+  if (buffer == nullptr) {
+    (void)qstr_console_printf(u"Failed to allocate buffer\n");
+    return;
+  }
+  if (length != 0 && blib_bin_get_buf(&image, buffer.get(), static_cast<std::uint32_t>(offset), length) != QERR_OK) {
+    (void)qstr_console_printf(u"Failed to read certificate buf from bin\n");
+    return;
+  }
+  entry = {length, header.revision, header.type, buffer.release()};
+}
+
+qerr_t read_entries(blib_bin& image, blib_authenticode_list& list) noexcept {
+  blib_cert_itr iterator;
+  qerr_t code = blib_bin_cert_itr_init(&iterator, &image);
+  for (std::uint32_t i = 0; code == QERR_OK && i < list.count; ++i) {
+    const Header header = current(iterator);
+    QLOG(QLOG_DETAIL, u"Certificate %d dwLength[%d] wRevision[0x%04x] wCertificateType[0x%04x]\n", i, header.length,
+         header.revision, header.type);
+    read_entry(iterator, image, list.entries[i]);
+    code = blib_bin_cert_itr_next(&iterator, &image, header.length);
+    if (code == QERR_END || code == QERR_NOT_FOUND) return QERR_OK;
+  }
+  return code;
+}
+
+}  // namespace
+
+qerr_t blib_bin_cert_itr_init(blib_cert_itr* iterator, blib_bin* image) noexcept {
+  if (iterator == nullptr || image == nullptr) return QERR_NOT_FOUND;
+  std::uint32_t address = 0;
+  std::uint32_t size = 0;
+  if (blib_bin_get_directory(image, BLIB_DIRECTORY_SECURITY, &address, &size) != QERR_OK) return QERR_NOT_FOUND;
+  if (size == 0 || address == 0) return QERR_NOT_FOUND;
+  iterator->table_offset = address;
+  iterator->table_size = size;
+  iterator->current_offset = address;
+  iterator->has_header = true;
+  const qerr_t code = load_header(*iterator, *image);
+  iterator->length_sum = current(*iterator).length;
+  return iterator->length_sum > size ? QERR_NOT_FOUND : code;
+}
+
+qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uint32_t length) noexcept {
+  if (iterator == nullptr || image == nullptr || length == 0) return QERR_NOT_FOUND;
+  if (!iterator->has_header) return QERR_NOT_PERMITTED;
+  iterator->header.fill(std::byte{0});
+  const std::uint64_t end = std::uint64_t{iterator->table_offset} + iterator->table_size;
+  iterator->current_offset += (std::uint64_t{length} + 7) / 8 * 8;
+  // Overrun is judged by the rounded offsets here and by the raw lengths below, so that a last entry without padding
+  // still ends the table.
+  if (iterator->current_offset > end) {
+    QLOG(QLOG_ERROR, u"For %s Either the attribute certificate table or the size field is corrupted error %d (0x%x).\n",
+         image->file_name, QERR_OVERFLOW, QERR_OVERFLOW);
+    return QERR_OVERFLOW;
+  }
+  if (iterator->current_offset == end) return QERR_END;
+  const qerr_t code = load_header(*iterator, *image);
+  iterator->length_sum += current(*iterator).length;
+  return iterator->length_sum > iterator->table_size ? QERR_NOT_FOUND : code;
+}
+
+qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image, blib_authenticode_list** out) noexcept {
+  if (image == nullptr) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG2;
+  *out = nullptr;
+  const std::uint32_t count = count_entries(*image);
+  if (count == 0) return QERR_NOT_FOUND;
+  using ListPtr = std::unique_ptr<blib_authenticode_list, FreeWith<blib_bin_free_authenticode_signature_buf>>;
+  const ListPtr::pointer memory = static_cast<blib_authenticode_list*>(qmem_calloc(1, sizeof(blib_authenticode_list)));
+  ListPtr list(memory);
+  if (list == nullptr) return QERR_LOW_MEMORY;
+  list->entries = static_cast<blib_authenticode_entry*>(qmem_calloc(count, sizeof(blib_authenticode_entry)));
+  if (list->entries == nullptr) return QERR_LOW_MEMORY;
+  list->count = count;
+  const qerr_t code = read_entries(*image, *list);
+  if (code == QERR_OK) *out = list.release();
+  return code;
+}
+
+void blib_bin_free_authenticode_signature_buf(blib_authenticode_list* list) noexcept {
+  if (list == nullptr) return;
+  for (std::uint32_t i = 0; list->entries != nullptr && i < list->count; ++i) qmem_free(list->entries[i].buffer);
+  qmem_free(list->entries);
+  qmem_free(list);
+}

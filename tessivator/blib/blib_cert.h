@@ -1,0 +1,51 @@
+// The attribute certificate table of an image (PE/COFF), which carries its Authenticode signatures.
+//
+//   entry: dwLength u32 (header included), wRevision u16, wCertificateType u16, content
+//   each entry starts at a multiple of 8 from the previous one's start
+#pragma once
+
+#include <array>
+
+#include "blib/blib_bin.h"
+
+// The largest number of entries that is followed. Real tables have one or two; without a limit a large file of empty
+// entries would cost one read each.
+inline constexpr std::uint32_t BLIB_CERT_MOST_ENTRIES = 65536;
+
+// Walks the table. Zero-initialised before init; offsets are 64 bits wide so that no sum wraps.
+struct blib_cert_itr {
+  std::uint32_t table_offset = 0;
+  std::uint32_t table_size = 0;
+  std::uint64_t length_sum = 0;  // of the raw lengths of the headers read so far
+  std::uint64_t current_offset = 0;
+  bool has_header = false;
+  std::array<std::byte, 8> header{};  // the current entry's
+};
+
+// Finds the table and loads the first header. 0; 2 when there is no table or its first entry is longer than it; or a
+// read error.
+[[nodiscard]] qerr_t blib_bin_cert_itr_init(blib_cert_itr* iterator, blib_bin* image) noexcept;
+
+// Loads the next header, given the current entry's length. 0; 1008 at the exact end of the table; 75 when the rounded
+// lengths overrun it; 2 for a bad argument or when the raw lengths exceed it; 1 before init; or a read error.
+[[nodiscard]] qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uint32_t length) noexcept;
+
+// One entry's content: everything behind the header, or the whole entry for revision 0xC102 and type 0xABFF. Bytes past
+// the end of the file are not there; an entry that could not be read, or is shorter than a header, is empty.
+struct blib_authenticode_entry {
+  std::uint32_t length;
+  std::uint16_t revision;
+  std::uint16_t type;
+  std::byte* buffer;  // owned, null when empty
+};
+
+struct blib_authenticode_list {
+  std::uint32_t count;
+  blib_authenticode_entry* entries;  // owned
+};
+
+// All entries in table order. Returns 2 without a table, 75 for one that overruns, 12, or a read error. The caller
+// frees the result with the routine below, which ignores null.
+[[nodiscard]] qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image,
+                                                                   blib_authenticode_list** out) noexcept;
+void blib_bin_free_authenticode_signature_buf(blib_authenticode_list* list) noexcept;

@@ -1,0 +1,182 @@
+// The headers of an image.
+//
+//   offset  field                       (PE/COFF format)
+//   0       e_magic "MZ"                DOS header, 64 bytes
+//   60      e_lfanew, signed            file offset of the NT headers
+//   +0      Signature "PE\0\0"          NT headers
+//   +4      NumberOfSections at +2, SizeOfOptionalHeader at +16, Characteristics at +18
+//   +24     Magic 0x10B or 0x20B        optional header; data directories at +96 (PE32) or +112 (PE32+)
+//   behind  section headers of 40 bytes each
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "blib/blib_bin.h"
+#include "cfg/cfg.h"
+#include "common/qlib/qbytes.h"
+#include "common/qlib/qlog.h"
+
+static constexpr std::uint32_t module_id = QLOG_BLIB;
+
+namespace {
+
+constexpr std::uint64_t kDosHeader = 64;
+constexpr std::uint16_t kDosMagic = 0x5A4D;
+constexpr std::uint32_t kNtSignature = 0x00004550;
+constexpr std::uint16_t kMagic32 = 0x10B;
+constexpr std::uint16_t kMagic64 = 0x20B;
+// The PE32 NT headers. A PE32+ image's copy holds its first 14 data directories, which is all that is read here.
+constexpr std::uint32_t kNtHeaders = 248;
+constexpr std::uint32_t kOptionalHeader = 24;
+constexpr std::uint64_t kSectionHeader = 40;
+constexpr std::uint64_t kStrictChecks = 0x1000;
+
+// Where the section table lies and how long it is, by the file header; nothing is checked yet.
+struct SectionTable {
+  std::uint64_t offset;
+  std::uint64_t length;
+};
+
+qerr_t locate_nt_headers(blib_bin& image, std::uint32_t& nt_offset) {
+  const auto magic = qbytes_le<std::uint16_t>(image.view, 0);
+  const auto lfanew = qbytes_le<std::uint32_t>(image.view, 60);
+  if (image.view.size() < kDosHeader || !magic || *magic != kDosMagic || !lfanew) return QERR_BAD_IMAGE;
+  if (*lfanew > 0x7FFFFFFF) return QERR_BAD_IMAGE;  // signed in the format, and negative
+  nt_offset = *lfanew;
+  const std::uint64_t end = std::uint64_t{nt_offset} + kNtHeaders;
+  if (end <= image.view.size()) {
+    image.nt_headers = image.view.subspan(nt_offset);
+    return QERR_OK;
+  }
+  if (end >= image.file_size) return QERR_BAD_IMAGE;
+  image.nt_copy.assign(kNtHeaders, std::byte{0});
+  const qerr_t code = blib_bin_get_buf(&image, image.nt_copy.data(), nt_offset, kNtHeaders);
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to read %d bytes at offset %d. err = %d (0x%08x).\n", kNtHeaders, nt_offset, code, code);
+    return code;
+  }
+  image.nt_headers = image.nt_copy;
+  return QERR_OK;
+}
+
+qerr_t check_nt_headers(blib_bin& image) {
+  const auto signature = qbytes_le<std::uint32_t>(image.nt_headers, 0);
+  const auto magic = qbytes_le<std::uint16_t>(image.nt_headers, kOptionalHeader);
+  if (!signature || *signature != kNtSignature || !magic) return QERR_BAD_IMAGE;
+  if (*magic != kMagic32 && *magic != kMagic64) return QERR_BAD_IMAGE;
+  image.is_64bit = *magic == kMagic64;
+  return QERR_OK;
+}
+
+std::uint16_t header_field(const blib_bin& image, std::uint64_t offset) {
+  return qbytes_le<std::uint16_t>(image.nt_headers, offset).value_or(0);
+}
+
+// The table may run off the view here; whether it is used is decided at the end.
+qerr_t check_table_in_file(const blib_bin& image, const SectionTable& table, std::uint16_t optional_size, bool strict,
+                           bool& cleared) {
+  cleared = false;
+  if (table.length <= image.file_size && table.offset <= image.file_size - table.length) return QERR_OK;
+  if (strict) return QERR_BAD_IMAGE;
+  if (table.length == 0) return QERR_OK;
+  if (image.file_size > optional_size) return QERR_BAD_IMAGE;
+  cleared = true;
+  return QERR_OK;
+}
+
+// Holds what exists of the table; a table that reaches past the end of the file is as long as the file lets it.
+qerr_t copy_table(blib_bin& image, const SectionTable& table) {
+  const std::uint64_t exists = table.offset < image.full_size ? image.full_size - table.offset : 0;
+  const auto length = static_cast<std::uint32_t>(std::min(table.length, exists));
+  image.section_copy.assign(length, std::byte{0});
+  if (length == 0 || table.offset > 0xFFFFFFFF) return QERR_OK;
+  const auto offset = static_cast<std::uint32_t>(table.offset);
+  const qerr_t code = blib_bin_get_buf(&image, image.section_copy.data(), offset, length);
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to map %d bytes at offset %d to get section header. err = %d (0x%08x).\n", length, offset,
+         code, code);
+  }
+  return code;
+}
+
+// Strict mode: no section's raw data may reach past the end of the file.
+qerr_t check_raw_data(const blib_bin& image, Bytes table) {
+  qerr_t code = QERR_OK;
+  for (std::uint64_t at = 0; at + kSectionHeader <= table.size(); at += kSectionHeader) {
+    const std::uint64_t size = qbytes_le<std::uint32_t>(table, at + 16).value_or(0);
+    const std::uint64_t pointer = qbytes_le<std::uint32_t>(table, at + 20).value_or(0);
+    if (size == 0 || pointer == 0 || pointer + size <= image.file_size) continue;
+    QLOG(QLOG_INFO, u"SizeOfRawData exceeds size of binary.");
+    code = QERR_BAD_IMAGE;
+  }
+  return code;
+}
+
+qerr_t locate_section_table(blib_bin& image, std::uint32_t nt_offset) {
+  const bool strict = (cfg_CustomerConfig().load(std::memory_order_relaxed) & kStrictChecks) != 0;
+  const std::uint16_t optional_size = header_field(image, 4 + 16);
+  const SectionTable table{std::uint64_t{nt_offset} + kOptionalHeader + optional_size,
+                           header_field(image, 4 + 2) * kSectionHeader};
+  if (!image.nt_copy.empty()) {
+    // A copied table is not part of the view and has no further use than the strict check.
+    const qerr_t code = copy_table(image, table);
+    return code != QERR_OK || !strict ? code : check_raw_data(image, image.section_copy);
+  }
+  bool cleared = false;
+  const qerr_t code = check_table_in_file(image, table, optional_size, strict, cleared);
+  if (code != QERR_OK || cleared) return code;
+  if (const auto inside = qbytes_slice(image.view, table.offset, table.length)) image.section_table = *inside;
+  if (!strict) return QERR_OK;
+  if (table.length != 0 && image.section_table.empty()) {
+    std::uint32_t beyond_view = QERR_BAD_ADDRESS;  // strict checks read the table where it should be mapped
+    QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", beyond_view);
+    return QERR_BAD_IMAGE;
+  }
+  return check_raw_data(image, image.section_table);
+}
+
+}  // namespace
+
+qerr_t blib_bin_parse_headers(blib_bin* image) noexcept {
+  if (image == nullptr) return QERR_ARG1;
+  try {
+    std::uint32_t nt_offset = 0;
+    qerr_t code = locate_nt_headers(*image, nt_offset);
+    if (code == QERR_OK) code = check_nt_headers(*image);
+    if (code == QERR_OK) code = locate_section_table(*image, nt_offset);
+    return code;
+  } catch (const std::bad_alloc&) {
+    return QERR_LOW_MEMORY;
+  }
+}
+
+qerr_t blib_bin_get_directory(const blib_bin* image, std::uint32_t index, std::uint32_t* address,
+                              std::uint32_t* size) noexcept {
+  *address = 0;
+  *size = 0;
+  if (image == nullptr) return QERR_ARG1;
+  const std::uint64_t at = kOptionalHeader + (image->is_64bit ? 112U : 96U) + std::uint64_t{index} * 8;
+  const auto entry = qbytes_slice(image->nt_headers, at, 8);
+  if (!entry) return QERR_NOT_FOUND;
+  *address = qbytes_le<std::uint32_t>(*entry, 0).value_or(0);
+  *size = qbytes_le<std::uint32_t>(*entry, 4).value_or(0);
+  return QERR_OK;
+}
+
+std::uint32_t blib_bin_section_count(const blib_bin* image) noexcept {
+  return static_cast<std::uint32_t>(image->section_table.size() / kSectionHeader);
+}
+
+bool blib_bin_get_section(const blib_bin* image, std::uint32_t index, blib_section* section) noexcept {
+  const auto header = qbytes_slice(image->section_table, index * kSectionHeader, kSectionHeader);
+  if (!header) return false;
+  *section = {};
+  std::memcpy(section->name, header->data(), 8);
+  section->virtual_size = qbytes_le<std::uint32_t>(*header, 8).value_or(0);
+  section->virtual_address = qbytes_le<std::uint32_t>(*header, 12).value_or(0);
+  section->raw_size = qbytes_le<std::uint32_t>(*header, 16).value_or(0);
+  section->raw_pointer = qbytes_le<std::uint32_t>(*header, 20).value_or(0);
+  return true;
+}
+
+std::uint16_t blib_bin_characteristics(const blib_bin* image) noexcept { return header_field(*image, 4 + 18); }

@@ -1,0 +1,42 @@
+// The resource directory of an image: finds its section and walks type, name and language for one resource type.
+//
+//   resource directory, 16 bytes: u16 named entries at 12, u16 ID entries at 14; its entries follow, 8 bytes each:
+//     u32 name or ID, u32 offset (top bit: subdirectory; low 31 bits: from the start of the resource directory)
+//   data entry, 16 bytes: u32 data RVA, u32 size
+//   file offset of an RVA = RVA - section's virtual address + section's raw data pointer
+#pragma once
+
+#include "blib/blib_bin.h"
+
+inline constexpr std::uint32_t BLIB_RES_VERSION = 16;
+inline constexpr std::uint32_t BLIB_RES_MANIFEST = 24;
+
+// A resource's bytes are cut to the first 8000.
+inline constexpr std::uint32_t BLIB_RES_MOST_BYTES = 8000;
+
+// The section that holds the resource directory.
+struct blib_res_section {
+  blib_section header;
+  std::uint32_t directory_address;  // RVA of the resource directory
+};
+
+// Called with each resource of the wanted type: its bytes (borrowed for the call), their length, the language (low 16
+// bits of the language entry's ID). Sets *stop to 1, or returns a code other than 0, to end the walk.
+using blib_res_visitor = qerr_t (*)(std::uint32_t type_id, const void* data, std::uint32_t size,
+                                    std::uint32_t language_id, std::uint32_t* stop, void* context,
+                                    std::size_t context_size);
+
+// Finds the first section, in table order, that contains the resource directory's address. 2 when there is no section
+// table or none contains it; all bits set for a null argument.
+[[nodiscard]] qerr_t blib_res_get_section(blib_bin* image, blib_res_section* section) noexcept;
+
+// Reads the directory at a file offset and all its entries into two buffers, which the caller frees with qmem_free. 12
+// without memory and for a directory without entries, or a read error. Entries past the end of the file read as zero.
+[[nodiscard]] qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset, std::byte** directory,
+                                            std::byte** entries) noexcept;
+
+// Visits every resource of type `type_id`. 0; 2 when the type is absent; 12 without memory and for a directory without
+// entries; 75 when the tree costs more than an honest one can (see the source); a read error; or the visitor's code.
+[[nodiscard]] qerr_t blib_res_walk(blib_bin* image, const blib_res_section* section, std::uint32_t type_id,
+                                   blib_res_visitor visitor, std::uint32_t* stop, void* context,
+                                   std::size_t context_size) noexcept;
