@@ -1,0 +1,38 @@
+// What kind of file an open file is, by its content.
+#pragma once
+
+#include "blib/blib_bin.h"
+
+// File types and image kinds.
+inline constexpr std::uint32_t SCAN_TYPE_NONE = 0;
+inline constexpr std::uint32_t SCAN_TYPE_IMAGE32 = 1;
+inline constexpr std::uint32_t SCAN_TYPE_SCRIPT = 2;
+inline constexpr std::uint32_t SCAN_TYPE_IMAGE64 = 32;
+inline constexpr std::uint32_t SCAN_KIND_OTHER = 0;
+inline constexpr std::uint32_t SCAN_KIND_DLL = 1;
+inline constexpr std::uint32_t SCAN_KIND_EXE = 2;
+inline constexpr std::uint32_t SCAN_KIND_DRIVER = 4;
+
+// Classifies the open file `name`; `read_not_map` other than 0 asks for a private buffer instead of a mapping. 0 with
+// type and kind; 1002 for a missing handle or name; 1062 for a file that is neither image nor script. The handle stays
+// open.
+[[nodiscard]] qerr_t scan_get_file_type_by_handle(qfile_t file, const qchar* name, std::uint32_t read_not_map,
+                                                  std::uint32_t* type, std::uint32_t* kind) noexcept;
+
+// The same, and hands out the image that it opened (null for a script), so that a caller who reads resources next need
+// not open it again. The caller releases it with blib_bin_close_by_handle.
+[[nodiscard]] qerr_t scan_get_file_type_keep_image(qfile_t file, const qchar* name, std::uint32_t* type,
+                                                   std::uint32_t* kind, blib_bin** image) noexcept;
+
+// 1 when the open file is a known script by its name's extension (or the key "16bit"), else 0. `image_opened` tells
+// that the file opens as an image, which is no script.
+[[nodiscard]] std::uint32_t scan_is_file_script_by_handle(qfile_t file, const qchar* name, bool image_opened) noexcept;
+
+// The database of script extensions. This product ships none: the default is not initialised. A test puts its own in
+// its place (null: the default again).
+struct scan_sa {
+  bool (*is_initialised)();
+  // 17 (already present) for a known script type, any other code for an unknown one.
+  qerr_t (*lookup)(const qchar* key);
+};
+void scan_set_sa(const scan_sa* database) noexcept;
