@@ -21,14 +21,15 @@ tools/install-deps.sh check
 tools/cross-libs.sh
 tools/real-images.sh
 
-# build PRESET TARGET: configures and builds one preset's folder.
+# build PRESET TARGET [OPTION...]: configures and builds one preset's folder.
 build() {
   local preset=$1 target=$2 start=$SECONDS
-  quiet "build/$preset-configure.log" cmake --preset "$preset" -DTESSIVATOR_WERROR=ON -DTESSIVATOR_TESTS=ON
+  shift 2
+  quiet "build/$preset-configure.log" cmake --preset "$preset" -DTESSIVATOR_WERROR=ON -DTESSIVATOR_TESTS=ON "$@"
   quiet "build/$preset-build.log" cmake --build "build/$preset" --target "$target" -j "$(nproc)"
   step "$preset built in $((SECONDS - start)) s"
 }
-build linux-release all
+build linux-release all -DTESSIVATOR_BENCH=ON
 build linux-asan all
 build linux-tsan tsan_tests
 build windows-release all
