@@ -107,7 +107,7 @@ def tidy_command(source, entry, extra):
             skip = False
         elif word in ("-o", "-MF", "-MT", "-MQ"):
             skip = True
-        elif word not in ("-c", "-MD", entry["file"], source) and not word.startswith(("-fsanitize", "-Werror")):
+        elif word not in ("-c", "-MD", entry["file"], source) and not word.startswith(("-fsanitize", "-Werror", "-Wno-")):
             flags.append(word)
     return [TIDY, "--quiet", source, "--", *extra, *flags]
 
