@@ -42,6 +42,7 @@ qerr_t qfile_close(qfile_t handle) noexcept;
 // `origin` is one of QFILE_FROM_*; `new_position` may be null. Costs no system call except from the end.
 [[nodiscard]] qerr_t qfile_seek(qfile_t handle, std::int64_t offset, std::uint32_t origin,
                                 std::uint64_t* new_position) noexcept;
+// In bytes; for a handle without WRITE possibly the size at the time of the open.
 [[nodiscard]] qerr_t qfile_size(qfile_t handle, std::uint64_t* size) noexcept;
 // `size` may be null: then the file is only opened.
 [[nodiscard]] qerr_t qfile_size_by_name(const qchar* path, std::uint64_t* size) noexcept;

@@ -168,7 +168,7 @@ qsys_status local_provider::full_path(const qchar* path, std::u16string& out) {
   }
   whole += path;
   whole = resolve({}, whole, u'/');
-  if (whole.empty()) whole = u"/";
+  if (whole.empty()) whole.push_back(u'/');
   out = std::move(whole);
   return {};
 }

@@ -17,10 +17,16 @@ constexpr std::uint64_t SEQUENTIAL_FROM = std::uint64_t{1} << 20U;
 
 constexpr std::uint64_t LARGEST_OFFSET = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
 
+// A directory has no bytes to read.
+std::uint64_t size_of(const struct stat& about) noexcept {
+  return S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
+}
+
 // Positions are kept here and every transfer names its own offset, so that seeking costs no call.
 class posix_file final : public qfile_object {
  public:
-  posix_file(qfile_descriptor&& fd, std::uint32_t flags) noexcept : fd_(std::move(fd)), flags_(flags) {}
+  posix_file(qfile_descriptor&& fd, std::uint32_t flags, std::uint64_t size_at_open) noexcept
+      : fd_(std::move(fd)), flags_(flags), size_at_open_(size_at_open) {}
   ~posix_file() override {
     // Unbuffered: what this file left in the page cache goes.
     if ((flags_ & QFILE_UNBUFFERED) != 0) (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_DONTNEED);
@@ -62,10 +68,16 @@ class posix_file final : public qfile_object {
     return {};
   }
 
+  // A reader is told the size that was found on opening: one call less for each file of a scan, and one answer for
+  // all who ask.
   qsys_status size(std::uint64_t& bytes) noexcept override {
+    if ((flags_ & QFILE_WRITE) == 0) {
+      bytes = size_at_open_;
+      return {};
+    }
     struct stat about {};
     if (::fstat(fd_.get(), &about) != 0) return qfile_status_of(errno);
-    bytes = S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
+    bytes = size_of(about);
     return {};
   }
 
@@ -111,6 +123,7 @@ class posix_file final : public qfile_object {
 
   qfile_descriptor fd_;
   std::uint32_t flags_;
+  std::uint64_t size_at_open_;
   std::uint64_t position_ = 0;
   bool hinted_ = false;
 };
@@ -134,8 +147,7 @@ qsys_status take_exclusively(int fd) noexcept {
   return errno == EWOULDBLOCK ? qsys_status{QERR_SHARING, qsys_condition::none} : qfile_status_of(errno);
 }
 
-qsys_status prepare(int fd, std::uint32_t flags) noexcept {
-  struct stat about {};
+qsys_status prepare(int fd, std::uint32_t flags, struct stat& about) noexcept {
   const int error = check_kind(fd, flags, about);
   if (error != 0) return qfile_status_of(error);
   if ((flags & QFILE_EXCLUSIVE) != 0) {
@@ -144,14 +156,22 @@ qsys_status prepare(int fd, std::uint32_t flags) noexcept {
   }
   // Only now that the file is known to be a regular one, and ours.
   if ((flags & QFILE_TRUNCATE) != 0 && about.st_size > 0 && ::ftruncate(fd, 0) != 0) return qfile_status_of(errno);
-  // O_NONBLOCK has done its work; some network file systems would heed it in reads as well.
-  const int status_flags = access_mode(flags) | ((flags & QFILE_APPEND) != 0 ? O_APPEND : 0);
-  return ::fcntl(fd, F_SETFL, status_flags) == 0 ? qsys_status{} : qfile_status_of(errno);
+  return {};
 }
 
-qsys_status hand_out(qfile_descriptor&& fd, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
-  out = std::make_unique<posix_file>(std::move(fd), flags);
-  return {};
+// O_NONBLOCK keeps the open from waiting for a FIFO's other end. It stays set, since reads of regular files and
+// directories pay no heed to it and clearing it would cost each file a call. The one regular file that it refuses is
+// one on which another process (a file server) holds a lease; the kernel then asks for it back, within seconds as a
+// rule.
+qfile_descriptor open_unblocked(const char* name, int how) noexcept {
+  constexpr int LEASE_ATTEMPTS = 500;
+  constexpr timespec PAUSE{0, 10000000};
+  for (int attempt = 1;; ++attempt) {
+    const int fd = qfile_retry([&] { return ::open(name, how | O_NONBLOCK, 0666); });
+    if (fd >= 0 || errno != EWOULDBLOCK || attempt == LEASE_ATTEMPTS) return qfile_descriptor(fd);
+    (void)::nanosleep(&PAUSE, nullptr);
+    errno = EWOULDBLOCK;
+  }
 }
 
 std::int64_t local_time_of(std::int64_t seconds, std::uint32_t nanoseconds) noexcept {
@@ -171,13 +191,16 @@ std::int64_t local_time_of(std::int64_t seconds, std::uint32_t nanoseconds) noex
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
   std::string name;
   if (!qfile_native_path(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
-  int how = access_mode(flags) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  int how = access_mode(flags) | O_CLOEXEC | O_NOCTTY;
   if ((flags & QFILE_APPEND) != 0) how |= O_APPEND;
   if ((flags & QFILE_CREATE) != 0) how |= O_CREAT;
-  qfile_descriptor fd(qfile_retry([&] { return ::open(name.c_str(), how, 0666); }));
+  qfile_descriptor fd = open_unblocked(name.c_str(), how);
   if (!fd.valid()) return qfile_status_of(errno);
-  const qsys_status status = prepare(fd.get(), flags);
-  return status.ok() ? hand_out(std::move(fd), flags, out) : status;
+  struct stat about {};
+  const qsys_status status = prepare(fd.get(), flags, about);
+  if (!status.ok()) return status;
+  out = std::make_unique<posix_file>(std::move(fd), flags, size_of(about));
+  return {};
 }
 
 qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) {
@@ -186,7 +209,8 @@ qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfil
   const int how = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   qfile_descriptor fd(qfile_retry([&] { return ::open(name.c_str(), how, 0666); }));
   if (!fd.valid()) return qfile_status_of(errno);
-  return hand_out(std::move(fd), QFILE_WRITE, out);
+  out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
+  return {};
 }
 
 qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept {
