@@ -78,6 +78,21 @@ class ScratchTest : public ::testing::Test {
     return "<" + std::to_string(code) + ">";
   }
 
+  // The log lines of `module` while `body` runs, each cut to its message.
+  template <class Body>
+  static std::string logged(std::uint32_t module, Body&& body) {
+    EXPECT_EQ(qlog_set_module_bits(module, QLOG_INFO), QERR_OK);
+    (void)qlog_recompute_union();
+    (void)qlog_set_format(0);
+    qlog_console_on();
+    testing::internal::CaptureStdout();
+    body();
+    std::string text = testing::internal::GetCapturedStdout();
+    qlog_console_off();
+    std::erase(text, '\r');
+    return text;
+  }
+
   // Removes what is below `path` and itself; links are removed, not followed.
   static void remove_tree(const std::u16string& path) {
     std::vector<std::u16string> directories;
