@@ -176,7 +176,7 @@ qerr_t qcksum_buf_sum16(const void* buffer, std::size_t size, std::uint16_t* res
 struct qcksum_ctx {
   std::uint8_t kind = 0;
   qcksum_service_ref service;
-  EvpMdCtxPtr digest;  // null for a kind without incremental form
+  EvpMdCtxPtr digest;  // null for a kind without incremental form, and once the digest is final
 };
 
 qcksum_ctx* qcksum_ctx_create(std::uint8_t kind) noexcept {
@@ -203,7 +203,8 @@ std::int32_t qcksum_ctx_update(qcksum_ctx* context, const void* buffer, std::siz
 std::int32_t qcksum_ctx_final(qcksum_ctx* context, qcksum* record) noexcept {
   if (context == nullptr || !context->digest || record == nullptr) return -1;
   unsigned length = 0;
-  if (EVP_DigestFinal_ex(context->digest.get(), record->value, &length) != 1) {
+  const EvpMdCtxPtr ended = std::move(context->digest);
+  if (EVP_DigestFinal_ex(ended.get(), record->value, &length) != 1) {
     ERR_clear_error();
     return -1;
   }
