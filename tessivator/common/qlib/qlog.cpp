@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qlog_file.h"
 #include "common/qlib/qlog_state.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
@@ -127,7 +128,7 @@ void append_columns(line_writer& line, const call_site& site) noexcept {
 
 qerr_t emit(std::u16string_view line) noexcept {
   if (qlog_state.console.load(std::memory_order_relaxed)) (void)qsys_console_put(line);
-  return QERR_OK;
+  return qlog_file_emit(line);
 }
 
 }  // namespace
@@ -166,9 +167,17 @@ qerr_t qlog_init() noexcept {
   return QERR_OK;
 }
 
+qerr_t qlog_init_with_file(const qchar* path, std::uint32_t start_rotation) noexcept {
+  qlog_init();
+  if (path == nullptr) return QERR_OK;
+  const qerr_t code = qlog_set_log_file(path);
+  if (code != QERR_OK || start_rotation != 1) return code;
+  return qlog_rotate_start_main(path);
+}
+
 void qlog_fini() noexcept { qlog_fini_ex(1); }
 
 void qlog_fini_ex(std::uint32_t stop_rotation) noexcept {
-  (void)stop_rotation;
+  if (stop_rotation == 1) qlog_rotate_stop();
   qlog_state.initialised.store(false, std::memory_order_release);
 }

@@ -110,6 +110,8 @@ void qlog_console_off() noexcept;
 // Backups to keep and size threshold, for both rotation contexts.
 void qlog_set_rotate_count(std::uint32_t count) noexcept;
 void qlog_set_rotate_size_kb(std::uint32_t kib) noexcept;
+// Time between two looks at the file's size, 10,000 ms at first; counts from the next wait on.
+void qlog_set_rotate_interval_ms(std::uint32_t interval_ms) noexcept;
 
 // Start and stop. qlog_init_with_file also sets a log file when `path` is not null and starts rotation of it when
 // `start_rotation` is 1.
@@ -119,12 +121,13 @@ void qlog_fini() noexcept;
 // Shut-down that stops the rotation thread only when `stop_rotation` is 1.
 void qlog_fini_ex(std::uint32_t stop_rotation) noexcept;
 
-// Sends lines to `path` as UTF-16 little-endian with a byte-order mark; creates missing directories. An empty path ends
-// the file sink. Returns the open or write error, else 0.
+// Sends lines to `path` (511 units at most) as UTF-16 little-endian with a byte-order mark; creates missing directories.
+// An empty path ends the file sink. Returns the open or write error, with which the path stays set, else 0.
 [[nodiscard]] qerr_t qlog_set_log_file(const qchar* path) noexcept;
 
 // One synchronous rotation: when the file has reached size_kib KiB its backups "<stem>_<i>.log" move up by one and the
-// file starts anew. Returns 12, the last file error, or 0.
+// file starts anew. Without backups (0) nothing happens. Returns 12, the last file error, or 0; a backup that does not
+// exist yet is no error.
 [[nodiscard]] qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 
 // Watches a separately named file with a thread of its own (2048 KiB, 4 backups, every 10 s).

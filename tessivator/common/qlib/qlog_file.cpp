@@ -1,0 +1,96 @@
+#include "common/qlib/qlog_file.h"
+
+#include <array>
+#include <atomic>
+#include <mutex>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qfile.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
+
+namespace {
+
+constexpr std::uint32_t LOG_FILE_FLAGS = QFILE_APPEND | QFILE_CREATE | QFILE_READ | QFILE_WRITE;
+constexpr std::array<std::uint8_t, 2> BYTE_ORDER_MARK{0xFF, 0xFE};
+
+using path_buffer = std::array<qchar, QLOG_PATH_UNITS>;
+
+std::mutex sink_lock;
+std::atomic<std::uint32_t> sink_owner{0};  // thread id, 0 for none
+
+std::mutex path_lock;
+path_buffer log_path{};
+std::atomic<bool> has_file{false};  // spares the path's lock while there is no file
+
+bool copy_path(path_buffer& path) noexcept {
+  if (!has_file.load(std::memory_order_acquire)) return false;
+  const std::lock_guard lock(path_lock);
+  path = log_path;
+  return path[0] != 0;
+}
+
+qerr_t write_all(qfile_t file, const void* bytes, std::size_t size) noexcept {
+  const auto* rest = static_cast<const std::byte*>(bytes);
+  while (size != 0) {
+    std::uint32_t done = 0;
+    const qerr_t code = qfile_write(file, rest, static_cast<std::uint32_t>(size), &done);
+    if (code != QERR_OK) return code;
+    if (done == 0 || done > size) return QERR_IO;
+    rest += done;
+    size -= done;
+  }
+  return QERR_OK;
+}
+
+}  // namespace
+
+qlog_file_guard::qlog_file_guard() noexcept {
+  sink_lock.lock();
+  sink_owner.store(qsys_thread_id(), std::memory_order_relaxed);
+}
+
+qlog_file_guard::~qlog_file_guard() {
+  sink_owner.store(0, std::memory_order_relaxed);
+  sink_lock.unlock();
+}
+
+bool qlog_file_guard::is_held_by_caller() noexcept {
+  return sink_owner.load(std::memory_order_relaxed) == qsys_thread_id();
+}
+
+qerr_t qlog_file_emit(std::u16string_view line) noexcept {
+  path_buffer path;
+  if (!copy_path(path) || qlog_file_guard::is_held_by_caller()) return QERR_OK;
+  const qlog_file_guard guard;
+  QfileOwner file;
+  const qerr_t code = qfile_open(file.out(), path.data(), LOG_FILE_FLAGS);
+  if (code != QERR_OK) return code;
+  // Both platforms are little-endian, so the units are the file's bytes.
+  return write_all(file.get(), line.data(), line.size() * sizeof(qchar));
+}
+
+qerr_t qlog_file_start(const qchar* path, std::uint32_t flags) noexcept {
+  QfileOwner file;
+  qerr_t code = qfile_open(file.out(), path, flags);
+  if (code != QERR_OK) return code;
+  std::uint64_t size = 0;
+  code = qfile_size(file.get(), &size);
+  if (code != QERR_OK || size != 0) return code;
+  return write_all(file.get(), BYTE_ORDER_MARK.data(), BYTE_ORDER_MARK.size());
+}
+
+qerr_t qlog_set_log_file(const qchar* path) noexcept {
+  if (path == nullptr) return QERR_ARG1;
+  path_buffer stored;
+  {
+    const std::lock_guard lock(path_lock);
+    (void)qstr_printf(log_path.data(), sizeof(log_path), u"%s", path);
+    stored = log_path;
+    has_file.store(stored[0] != 0, std::memory_order_release);
+  }
+  if (stored[0] == 0) return QERR_OK;
+  const qlog_file_guard guard;
+  return qlog_file_start(stored.data(), LOG_FILE_FLAGS);
+}

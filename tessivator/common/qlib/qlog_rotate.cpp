@@ -1,0 +1,196 @@
+// Keeps a log file below a size: its numbered backups move up by one, and the file starts anew.
+#include <array>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qfile.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qlog_file.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
+
+namespace {
+
+constexpr std::uint32_t DEFAULT_SIZE_KIB = 2048;
+constexpr std::uint32_t DEFAULT_INTERVAL_MS = 10000;
+constexpr std::uint32_t SECOND_FILE_BACKUPS = 4;
+constexpr std::uint32_t REOPEN_FLAGS = QFILE_APPEND | QFILE_CREATE | QFILE_WRITE;
+// Whatever the log file's own extension is.
+constexpr const qchar* BACKUP_SUFFIX = u".log";
+
+using name_buffer = std::array<qchar, QLOG_PATH_UNITS>;
+
+struct rotation_context;
+
+// A running watch; the destructor stops it.
+struct rotation_watch {
+  rotation_watch() noexcept = default;
+  rotation_watch(const rotation_watch&) = delete;
+  rotation_watch& operator=(const rotation_watch&) = delete;
+  ~rotation_watch() {
+    if (stop) stop->set();
+    thread.reset();
+  }
+  rotation_context* context = nullptr;
+  std::u16string path;
+  std::unique_ptr<qsys_event> stop;
+  std::unique_ptr<qsys_thread> thread;
+};
+
+struct rotation_context {
+  explicit constexpr rotation_context(std::uint32_t backups) noexcept : count(backups) {}
+  std::atomic<std::uint32_t> size_kib{DEFAULT_SIZE_KIB};
+  std::atomic<std::uint32_t> count;
+  std::atomic<std::uint32_t> interval_ms{DEFAULT_INTERVAL_MS};
+  // Owned, guarded by watch_lock. A plain pointer: a static owner would be destroyed at exit while its thread may run.
+  rotation_watch* watch = nullptr;
+};
+
+std::mutex watch_lock;
+constinit rotation_context main_context{0};  // without backups nothing is rotated
+constinit rotation_context second_context{SECOND_FILE_BACKUPS};
+
+// The path without its extension. A full stop in a directory's name does not begin an extension.
+std::u16string stem_of(const qchar* path) {
+  std::u16string stem(path);
+  const qchar* extension = qstr_extension(path);
+  if (extension != nullptr) stem.resize(static_cast<std::size_t>(extension - path) - 1);
+  return stem;
+}
+
+// Name of backup `index`, of the log file itself for 0. A name that does not fit is refused: cut names would all be the
+// same, and each backup would overwrite the one before it.
+qerr_t backup_name(name_buffer& name, const qchar* path, const std::u16string& stem, std::uint32_t index) noexcept {
+  const int written = index == 0
+                          ? qstr_printf(name.data(), sizeof(name), u"%s", path)
+                          : qstr_printf(name.data(), sizeof(name), u"%s%c%d%s", stem, u'_', index, BACKUP_SUFFIX);
+  return written < 0 ? qerr_t{36} : QERR_OK;
+}
+
+// Moves the backups and the file up by one, oldest first. A backup that does not exist yet is no failure.
+qerr_t shift_backups(const qchar* path, const std::u16string& stem, std::uint32_t count) noexcept {
+  qerr_t result = QERR_OK;
+  for (std::uint32_t i = count; i > 0; --i) {
+    name_buffer target;
+    name_buffer source;
+    qerr_t code = backup_name(target, path, stem, i);
+    if (code == QERR_OK) code = backup_name(source, path, stem, i - 1);
+    if (code == QERR_OK) code = qfile_rename(source.data(), target.data());
+    if (code == QERR_OK) {
+      (void)qfile_compress(target.data());
+    } else if (i == 1 || code != QERR_NOT_FOUND) {
+      result = code;
+    }
+  }
+  return result;
+}
+
+qerr_t rotate(const qchar* path, std::uint32_t size_kib, std::uint32_t count) {
+  const std::u16string stem = stem_of(path);
+  if (count == 0) return QERR_OK;
+  const qlog_file_guard guard;
+  std::uint64_t size = 0;
+  qerr_t result = qfile_size_by_name(path, &size);
+  if (result != QERR_OK) {
+    size = 0;
+    (void)qstr_console_printf(u"Failed to find the size of file \"%s\".%d(%s)\n", path, result,
+                              qerr_get_string(result));
+  }
+  if (size < std::uint64_t{size_kib} * 1024) return result;
+  const qerr_t shifted = shift_backups(path, stem, count);
+  if (shifted != QERR_OK) result = shifted;
+  const qerr_t started = qlog_file_start(path, REOPEN_FLAGS);
+  if (started != QERR_OK) {
+    result = started;
+    (void)qstr_console_printf(u"Failed to write magic num to \"%s\". %d(%s))\n", path, result, qerr_get_string(result));
+  }
+  return result;
+}
+
+void watch_file(void* argument) noexcept {
+  const auto* watch = static_cast<const rotation_watch*>(argument);
+  rotation_context& context = *watch->context;
+  for (;;) {
+    const qerr_t code = watch->stop->wait(context.interval_ms.load(std::memory_order_relaxed));
+    if (code == QERR_TIMER_EXPIRED) {
+      (void)qlog_rotate_file(watch->path.c_str(), context.size_kib.load(std::memory_order_relaxed),
+                             context.count.load(std::memory_order_relaxed));
+      continue;
+    }
+    if (code != QERR_OK) (void)qstr_console_printf(u"Wait on event failed. err = %d", code);
+    return;
+  }
+}
+
+void stop_watch(rotation_context& context) noexcept {
+  const std::unique_ptr<rotation_watch> ended(context.watch);
+  context.watch = nullptr;
+}
+
+qerr_t start_watch(rotation_context& context, const qchar* path) noexcept try {
+  auto watch = std::make_unique<rotation_watch>();
+  watch->context = &context;
+  watch->path = path;
+  qerr_t code = qsys_event_create(watch->stop);
+  if (code != QERR_OK) {
+    (void)qstr_console_printf(u"Failed to create rotate thread evt. err = %d\n", code);
+    return code;
+  }
+  code = qsys_thread_start(watch->thread, &watch_file, watch.get());
+  if (code != QERR_OK) {
+    (void)qstr_console_printf(u"Failed to create rotate thread. err = %d\n", code);
+    return code;
+  }
+  stop_watch(context);
+  context.watch = watch.release();
+  return QERR_OK;
+} catch (const std::bad_alloc&) {
+  return QERR_LOW_MEMORY;
+}
+
+}  // namespace
+
+qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept try {
+  return path == nullptr ? QERR_ARG1 : rotate(path, size_kib, count);
+} catch (const std::bad_alloc&) {
+  return QERR_LOW_MEMORY;
+}
+
+void qlog_set_rotate_count(std::uint32_t count) noexcept {
+  main_context.count.store(count, std::memory_order_relaxed);
+  second_context.count.store(count, std::memory_order_relaxed);
+}
+
+void qlog_set_rotate_size_kb(std::uint32_t kib) noexcept {
+  main_context.size_kib.store(kib, std::memory_order_relaxed);
+  second_context.size_kib.store(kib, std::memory_order_relaxed);
+}
+
+void qlog_set_rotate_interval_ms(std::uint32_t interval_ms) noexcept {
+  main_context.interval_ms.store(interval_ms, std::memory_order_relaxed);
+  second_context.interval_ms.store(interval_ms, std::memory_order_relaxed);
+}
+
+qerr_t qlog_start_rotate_thread_for(const qchar* path) noexcept {
+  if (path == nullptr) return QERR_ARG1;
+  const std::lock_guard lock(watch_lock);
+  second_context.size_kib.store(DEFAULT_SIZE_KIB, std::memory_order_relaxed);
+  second_context.count.store(SECOND_FILE_BACKUPS, std::memory_order_relaxed);
+  second_context.interval_ms.store(DEFAULT_INTERVAL_MS, std::memory_order_relaxed);
+  return start_watch(second_context, path);
+}
+
+qerr_t qlog_rotate_start_main(const qchar* path) noexcept {
+  const std::lock_guard lock(watch_lock);
+  return start_watch(main_context, path);
+}
+
+void qlog_rotate_stop() noexcept {
+  const std::lock_guard lock(watch_lock);
+  stop_watch(main_context);
+  stop_watch(second_context);
+}
