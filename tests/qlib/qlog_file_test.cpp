@@ -1,0 +1,142 @@
+// The log file and its rotation, with real files.
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "common/qlib/qerr.h"
+#include "qlib/runtime.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string bytes_of(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write_bytes(const fs::path& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+
+// The file's text without its byte-order mark; "?" when the mark is missing.
+std::string log_text(const fs::path& path) {
+  const std::string bytes = bytes_of(path);
+  if (!bytes.starts_with("\xFF\xFE") || bytes.size() % 2 != 0) return "?";
+  std::u16string text;
+  for (std::size_t i = 2; i < bytes.size(); i += 2) {
+    text.push_back(
+        static_cast<qchar>(static_cast<std::uint8_t>(bytes[i]) | (static_cast<std::uint8_t>(bytes[i + 1]) << 8)));
+  }
+  return qstr_to_utf8(text);
+}
+
+class LogFile : public Runtime {
+ protected:
+  void SetUp() override {
+    Runtime::SetUp();
+    qlog_set_format(0);
+    qlog_console_off();
+  }
+  void TearDown() override {
+    EXPECT_EQ(qlog_set_log_file(u""), 0U);
+    qlog_set_rotate_count(0);
+    qlog_set_rotate_size_kb(2048);
+    qlog_set_rotate_interval_ms(10000);
+    Runtime::TearDown();
+  }
+  static qerr_t log(const qchar* text) { return qlog_write(QLOG_ERROR, QLOG_PROG, "f", "x.cpp", 1, u"%s", text); }
+};
+
+TEST_F(LogFile, HoldsTheLinesAfterItsByteOrderMark) {
+  const fs::path path = scratch_folder("lines") / "missing" / "log \u00FC.txt";
+  ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
+  EXPECT_EQ(bytes_of(path), "\xFF\xFE");
+  EXPECT_EQ(log(u"one \u20AC"), 0U);
+  ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);  // a file with content gets no second mark
+  EXPECT_EQ(log(u"two"), 0U);
+  EXPECT_EQ(log_text(path), "one \xE2\x82\xAC\ntwo\n");
+  ASSERT_EQ(qlog_set_log_file(u""), 0U);
+  EXPECT_EQ(log(u"three"), 0U);
+  EXPECT_EQ(log_text(path), "one \xE2\x82\xAC\ntwo\n");
+}
+
+TEST_F(LogFile, CannotBeAFolder) {
+  const fs::path folder = scratch_folder("folder");
+  EXPECT_NE(qlog_set_log_file(folder.u16string().c_str()), 0U);
+  EXPECT_NE(log(u"lost"), 0U);
+  EXPECT_EQ(qlog_set_log_file(nullptr), QERR_ARG1);
+}
+
+TEST_F(LogFile, RotationMovesTheBackupsUp) {
+  const fs::path folder = scratch_folder("rotation.d");
+  const fs::path path = folder / "app.txt";
+  const std::u16string name = path.u16string();
+  for (const char* content : {"first", "second", "third", "fourth"}) {
+    write_bytes(path, std::string(1024, content[0]));
+    EXPECT_EQ(qlog_rotate_file(name.c_str(), 2, 3), 0U);  // one KiB short of the threshold
+    EXPECT_EQ(bytes_of(path).size(), 1024U);
+    EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 0), 0U);  // without backups nothing moves
+    EXPECT_EQ(bytes_of(path).size(), 1024U);
+    EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 3), 0U) << content;
+    EXPECT_EQ(bytes_of(path), "\xFF\xFE");
+  }
+  EXPECT_EQ(bytes_of(folder / "app_1.log"), std::string(1024, 'f'));
+  EXPECT_EQ(bytes_of(folder / "app_2.log"), std::string(1024, 't'));
+  EXPECT_EQ(bytes_of(folder / "app_3.log"), std::string(1024, 's'));
+  EXPECT_FALSE(fs::exists(folder / "app_4.log"));
+}
+
+TEST_F(LogFile, NameWithoutExtensionKeepsItsFolder) {
+  const fs::path folder = scratch_folder("rotation.e");
+  write_bytes(folder / "plain", std::string(1024, 'x'));
+  EXPECT_EQ(qlog_rotate_file((folder / "plain").u16string().c_str(), 1, 1), 0U);
+  EXPECT_TRUE(fs::exists(folder / "plain_1.log"));
+  EXPECT_EQ(bytes_of(folder / "plain"), "\xFF\xFE");
+}
+
+TEST_F(LogFile, MissingFileIsReported) {
+  const std::u16string name = (scratch_folder("rotation.f") / "none.txt").u16string();
+  EXPECT_EQ(printed([&] { EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 1), QERR_NOT_FOUND); }),
+            "Failed to find the size of file \"" + qstr_to_utf8(name) + "\".2(No such file or directory)\n");
+  EXPECT_EQ(qlog_rotate_file(nullptr, 1, 1), QERR_ARG1);
+}
+
+TEST_F(LogFile, NamesThatDoNotFitAreNotCut) {
+  const fs::path folder = scratch_folder("rotation.g");
+  const std::u16string name =
+      folder.u16string() + std::u16string(510 - folder.u16string().size(), qpath_native_separator()) + u"x";
+  write_bytes(folder / "x", std::string(1024, 'x'));
+  EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 1), 36U);
+  EXPECT_EQ(bytes_of(folder / "x"), std::string(1024, 'x'));
+}
+
+TEST_F(LogFile, ThreadRotatesWhileLinesAreWritten) {
+  const fs::path folder = scratch_folder("rotation.h");
+  const std::u16string name = (folder / "app.txt").u16string();
+  ASSERT_EQ(qlog_init_with_file(name.c_str(), 1), 0U);
+  qlog_fini_ex(1);
+  qlog_set_rotate_interval_ms(5);
+  qlog_set_rotate_count(2);
+  qlog_set_rotate_size_kb(1);
+  ASSERT_EQ(qlog_init_with_file(name.c_str(), 1), 0U);
+  ASSERT_EQ(qlog_start_rotate_thread_for((folder / "other.txt").u16string().c_str()), 0U);
+  qlog_set_rotate_size_kb(1);
+  qlog_set_rotate_count(2);
+  qlog_set_format(0);
+  qlog_console_off();
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!fs::exists(folder / "app_2.log") && std::chrono::steady_clock::now() < end) {
+    // A line may be lost on Windows while another program looks at the file; never may the mark be.
+    (void)log(std::u16string(200, u'y').c_str());
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  qlog_fini();
+  EXPECT_EQ(log(u"late"), QERR_CORRUPTED);
+  for (const char* file : {"app.txt", "app_1.log", "app_2.log"}) {
+    const std::string text = log_text(folder / file);
+    EXPECT_EQ(text.find_first_not_of("y\n"), std::string::npos) << file;
+  }
+  qlog_init();
+}
+
+}  // namespace

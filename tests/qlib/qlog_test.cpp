@@ -1,0 +1,212 @@
+#include "common/qlib/qlog.h"
+
+#include <regex>
+#include <vector>
+
+#include "common/qlib/qerr.h"
+#include "qlib/runtime.h"
+
+namespace {
+
+constexpr std::uint32_t module_id = QLOG_PROG;
+
+TEST(LoggingWithoutRuntime, WritesAndFindsNothing) {
+  qchar buffer[4096];
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(qlog_write(QLOG_ERROR, QLOG_PROG, "f", "f.cpp", 1, u"x"), QERR_CORRUPTED);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(qlog_is_enabled(QLOG_ERROR, 200), 0U);
+  EXPECT_EQ(qlog_get_logtype(buffer), QERR_ALL_BITS);
+  EXPECT_EQ(qlog_module_index(u"SGN"), -1);
+  EXPECT_EQ(qlog_level_index(u"ERROR"), -1);
+  EXPECT_EQ(qlog_module_name(QLOG_SGN), nullptr);
+  EXPECT_EQ(qlog_level_name(0), nullptr);
+}
+
+class Logging : public Runtime {
+ protected:
+  // The line that one call writes, with the columns of `format`.
+  template <class... Args>
+  static std::string line(std::uint32_t format, std::uint32_t level, const char* function, const char* file,
+                          const qchar* text, const Args&... args) {
+    qlog_set_format(format);
+    return printed([&] { EXPECT_EQ(qlog_write(level, QLOG_SGN, function, file, 60, text, args...), 0U); });
+  }
+};
+
+TEST_F(Logging, LineHasTheDefaultColumns) {
+  const std::string text =
+      printed([] { (void)qlog_write(QLOG_ERROR, QLOG_PROG, "f", "a/b/brantle.cpp", 60, u"code %d", 5); });
+  const std::regex expected(
+      R"(U\.\d{4,}\.\d{4,}: (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) \d\d \d{4}:\d\d:\d\d:\d\d\.\d{3}: )"
+      R"(  ERROR: brantle\.cpp :   60: code 5\n)");
+  EXPECT_TRUE(std::regex_match(text, expected)) << text;
+}
+
+TEST_F(Logging, EachColumnHasItsForm) {
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x.cpp", u"m"), "m\n");
+  EXPECT_EQ(line(QLOG_COLUMN_LEVEL, QLOG_SYSTEM, "f", "x.cpp", u"m"), "  SYSTEM: m\n");
+  EXPECT_EQ(line(QLOG_COLUMN_MODULE, QLOG_ERROR, "f", "x.cpp", u"m"), "SGN: m\n");
+  EXPECT_EQ(line(QLOG_COLUMN_LINE | QLOG_COLUMN_SOURCE, QLOG_ERROR, "f", "x.cpp", u"m"), "x.cpp       :   60: m\n");
+  EXPECT_EQ(line(QLOG_COLUMN_SOURCE, QLOG_ERROR, "f", "a\\b/c\\c.cpp", u"m"), "c.cpp       : m\n");
+  EXPECT_EQ(line(QLOG_COLUMN_SOURCE, QLOG_ERROR, "f", "a/b/c.cpp", u"m"), "c.cpp       : m\n");
+  EXPECT_EQ(line(QLOG_COLUMN_SOURCE, QLOG_ERROR, "f", nullptr, u"m"), "            : m\n");
+}
+
+TEST_F(Logging, FunctionColumnHoldsTheQualifiedName) {
+  const struct {
+    const char* signature;
+    const char* shown;
+  } rows[] = {{"f", "f"},
+              {"int __cdecl ns::f(const char *)", "ns::f"},
+              {"qerr_t Brantle::invoke()", "Brantle::invoke"},
+              {"virtual int a::b::c(const char*) const", "a::b::c"},
+              {"void f(void (*)(int), int (&)[3])", "f"},
+              {"T ns::f(T) [with T = int; U = void(*)(int)]", "ns::f"},
+              {"T ns::f(T) [T = unsigned int]", "ns::f"},
+              {"int a<unsigned int>::f(int) noexcept", "a<unsigned int>::f"},
+              {"void (anonymous namespace)::f(int)", "(anonymous namespace)::f"},
+              {"void {anonymous}::f()", "{anonymous}::f"},
+              {"const char *f(int)", "f"},
+              {"int x::operator()(int)", "x::operator()"},
+              {"main()", "main"},
+              {")", ")"},
+              {"()", ""},
+              {"a)(b)", "a)"},
+              {"", ""}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(line(QLOG_COLUMN_FUNCTION, QLOG_ERROR, row.signature, "x.cpp", u"m"), std::string(row.shown) + "(): m\n");
+  }
+}
+
+TEST_F(Logging, MacroNamesItsFunction) {
+  qlog_set_format(QLOG_COLUMN_FUNCTION);
+  int evaluated = 0;
+  const auto count = [&evaluated] { return ++evaluated; };
+  const std::string text = printed([&] {
+    QLOG(QLOG_DETAIL, u"%d", count());
+    QLOG_AS(QLOG_ERROR, "shown_name", u"%d", count());
+  });
+  EXPECT_EQ(text, "shown_name(): 1\n");
+  EXPECT_EQ(evaluated, 1);
+}
+
+TEST_F(Logging, LongLinesAreCutAndEndWithALineFeed) {
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"%s", std::u16string(8189, u'x')), std::string(8189, 'x') + "\n");
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"%s", std::u16string(8190, u'x')), std::string(8190, 'x') + "\n");
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"%s", std::u16string(9000, u'x')), std::string(8190, 'x') + "\n");
+  EXPECT_EQ(line(QLOG_COLUMN_LEVEL, QLOG_ERROR, "f", "x", u"%s", std::u16string(9000, u'x')).size(), 8191U);
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"m\n"), "m\n");
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u""), "\n");
+}
+
+TEST_F(Logging, LevelAndModuleAreChecked) {
+  const struct {
+    std::uint32_t level;
+    std::uint32_t id;
+    qerr_t code;
+    bool written;
+  } rows[] = {{QLOG_ERROR, QLOG_SGN, 0, true},
+              {0, QLOG_SGN, 0, true},               // counts as ERROR
+              {QLOG_INFO, QLOG_SGN, 0, false},      // masked
+              {QLOG_INFO | 1, QLOG_SGN, 0, false},  // the highest bit decides
+              {QLOG_SYSTEM | 1, QLOG_SGN, 0, true},
+              {QLOG_ERROR, 87, QERR_ARG2, false},
+              {128, 87, QERR_ARG2, false},
+              {128, QLOG_SGN, QERR_ARG1, false},
+              {0x80000000U, QLOG_SGN, QERR_ARG1, false}};
+  for (const auto& row : rows) {
+    const std::string text = printed([&] { EXPECT_EQ(qlog_write(row.level, row.id, "f", "x", 1, u"m"), row.code); });
+    EXPECT_EQ(!text.empty(), row.written) << row.level << ' ' << row.id;
+  }
+}
+
+TEST_F(Logging, ConsoleEchoCanBeSwitched) {
+  qlog_console_off();
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"m"), "");
+  qlog_console_on();
+  EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"m"), "m\n");
+}
+
+TEST_F(Logging, BitsChangeTheMaskButNotTheUnion) {
+  EXPECT_EQ(qlog_union_mask.load(), 7U);
+  EXPECT_EQ(qlog_set_module_bits(QLOG_SGN, QLOG_DETAIL), 0U);
+  EXPECT_EQ(qlog_module_mask(QLOG_SGN), 23U);
+  EXPECT_EQ(qlog_union_mask.load(), 7U);
+  EXPECT_EQ(qlog_recompute_union(), 0U);
+  EXPECT_EQ(qlog_union_mask.load(), 23U);
+  EXPECT_EQ(qlog_is_enabled(QLOG_DETAIL, QLOG_SGN), 1U);
+  EXPECT_EQ(qlog_is_enabled(QLOG_DETAIL, QLOG_BLIB), 0U);
+  EXPECT_EQ(qlog_is_enabled(QLOG_ERROR, 200), 1U);
+  EXPECT_EQ(qlog_is_enabled(128, QLOG_SGN), 1U);
+  EXPECT_EQ(qlog_clear_module_bits(QLOG_SGN, QLOG_DETAIL | QLOG_ERROR), 0U);
+  EXPECT_EQ(qlog_module_mask(QLOG_SGN), 6U);
+  EXPECT_EQ(qlog_set_module_bits(87, 1), QERR_ALL_BITS);
+  EXPECT_EQ(qlog_clear_module_bits(87, 1), QERR_ALL_BITS);
+}
+
+TEST_F(Logging, NamesAndNumbers) {
+  EXPECT_EQ(qlog_module_index(u"SGN"), 59);
+  EXPECT_EQ(qlog_module_index(u"CACHE"), 80);
+  EXPECT_EQ(qlog_module_index(u"QCKSUM"), 0);
+  EXPECT_EQ(qlog_module_index(u"sgn"), -1);
+  EXPECT_EQ(qlog_module_index(nullptr), -1);
+  EXPECT_EQ(qlog_level_index(u"FNEXIT"), 6);
+  EXPECT_EQ(qlog_level_index(u"FN"), -1);
+  EXPECT_TEXT(qlog_module_name(42), u"PROG");
+  EXPECT_TEXT(qlog_module_name(86), u"MODULE-NAME-NOT-INITIALIZED");
+  EXPECT_EQ(qlog_module_name(87), nullptr);
+  EXPECT_TEXT(qlog_level_name(2), u"SYSTEM");
+  EXPECT_EQ(qlog_level_name(7), nullptr);
+  EXPECT_EQ(qlog_module_mask_by_name(u"UTL"), 7);
+  EXPECT_EQ(qlog_module_mask_by_name(u"NONE"), -1);
+}
+
+TEST_F(Logging, MasksAreParsed) {
+  const struct {
+    const qchar* text;
+    qerr_t code;
+    std::uint32_t cert;
+    std::uint32_t sgn;
+    const char* printed;
+  } rows[] = {
+      {u"CERT=0x7f,NOSUCH=3,SGN=15", 0, 0x7F, 15, ""},
+      {u"SGN=010", 0, 7, 8, ""},
+      {u"SGN=", 0, 7, 0, ""},
+      {u"SGN=-1,CERT= 5", 0, 5, 0xFFFFFFFF, ""},
+      {u"SGN=99999999999", 0, 7, 0xFFFFFFFF, ""},
+      {u"NOSUCH=12x,SGN=1", 0, 7, 1, ""},
+      {u"CERT", 22, 7, 7, "Invalid format for logtype 'CERT'\n"},
+      {u"", 22, 7, 7, "Invalid format for logtype ''\n"},
+      {u"SGN=1,", 22, 7, 1, "Invalid format for logtype ''\n"},
+      {u"SGN=1,CERT,PROG=2", 22, 7, 1, "Invalid format for logtype 'CERT,PROG=2'\n"},
+      {u"SGN=1,CERT=12x", 1001, 7, 1, ""},
+      {u"CERT=0x", 1001, 7, 7, ""},
+      {u"CERT=08", 1001, 7, 7, ""},
+      {u"CERT=1=2", 1001, 7, 7, ""},
+  };
+  for (const auto& row : rows) {
+    const std::string name = qstr_to_utf8(row.text);
+    EXPECT_EQ(qlog_set_logtype(nullptr), 0U);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(qlog_set_logtype(row.text), row.code) << name; }), row.printed) << name;
+    EXPECT_EQ(qlog_module_mask(QLOG_CERT), row.cert) << name;
+    EXPECT_EQ(qlog_module_mask(QLOG_SGN), row.sgn) << name;
+    EXPECT_EQ(qlog_union_mask.load(), row.code == 0 ? (7U | row.cert | row.sgn) : 7U) << name;
+  }
+  EXPECT_EQ(qlog_set_logtype(nullptr), 0U);
+  EXPECT_EQ(qlog_module_mask(QLOG_SGN), 7U);
+}
+
+TEST_F(Logging, MasksAreShownInOrder) {
+  std::vector<qchar> buffer(4096, u'#');
+  ASSERT_EQ(qlog_set_logtype(u"SGN=0x1F"), 0U);
+  ASSERT_EQ(qlog_get_logtype(buffer.data()), 0U);
+  const std::string text = qstr_to_utf8(buffer.data());
+  EXPECT_TRUE(text.starts_with("QCKSUM=0x00000007,QCONF=0x00000007,")) << text;
+  EXPECT_NE(text.find(",SGN=0x0000001f,"), std::string::npos);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '='), 87);
+  EXPECT_EQ(text.back(), '7');
+  EXPECT_EQ(qlog_get_logtype(nullptr), QERR_ARG1);
+}
+
+}  // namespace

@@ -1,0 +1,204 @@
+#include "common/qlib/qstr.h"
+
+#include <cstring>
+#include <vector>
+
+#include "common/qlib/qmem.h"
+#include "common/qlib/qstr_name.h"
+#include "qlib/runtime.h"
+
+namespace {
+
+TEST(Memory, RefusesWhatDoesNotFit) {
+  EXPECT_EQ(qmem_calloc(SIZE_MAX / 2, 3), nullptr);
+  EXPECT_EQ(qmem_calloc(SIZE_MAX, SIZE_MAX), nullptr);
+  const QmemPtr<unsigned char> zeros(static_cast<unsigned char*>(qmem_calloc(3, 5)));
+  ASSERT_NE(zeros, nullptr);
+  for (int i = 0; i < 15; ++i) EXPECT_EQ(zeros.get()[i], 0);
+  const QmemPtr<void> none(qmem_alloc(0));
+  const QmemPtr<void> no_elements(qmem_calloc(0, 8));
+  EXPECT_NE(none, nullptr);
+  EXPECT_NE(no_elements, nullptr);
+  char secret[] = "secret";
+  qmem_wipe(secret, sizeof(secret));
+  EXPECT_EQ(std::memcmp(secret, "\0\0\0\0\0\0", 7), 0);
+}
+
+TEST(Strings, CopyAndMeasure) {
+  const QmemPtr<qchar> copy(qstr_dup(u"caf\u00E9"));
+  const QmemPtr<qchar> of_null(qstr_dup(nullptr, 0x51516C46));
+  EXPECT_TEXT(copy.get(), u"caf\u00E9");
+  EXPECT_TEXT(of_null.get(), u"");
+  EXPECT_EQ(qstr_len(u"abc"), 3U);
+  EXPECT_EQ(qstr_size(u"abc"), 6U);
+  EXPECT_EQ(qstr_len(nullptr), 0U);
+  EXPECT_EQ(qstr_size(nullptr), 0U);
+}
+
+TEST(Strings, WidenAsciiOnly) {
+  qchar buffer[4];
+  EXPECT_EQ(qstr_from_ascii(buffer, 8, "abc"), buffer);
+  EXPECT_TEXT(buffer, u"abc");
+  EXPECT_EQ(qstr_from_ascii(buffer, 7, "abc"), nullptr);
+  EXPECT_EQ(qstr_from_ascii(buffer, 8, "\xC3\xA9"), nullptr);
+  EXPECT_EQ(qstr_from_ascii(buffer, 8, "\x80"), nullptr);
+  EXPECT_EQ(qstr_from_ascii(nullptr, 8, "a"), nullptr);
+  EXPECT_EQ(qstr_from_ascii(buffer, 8, nullptr), nullptr);
+}
+
+// UTF-8, its wide form, and what that gives as UTF-8 again.
+TEST(Strings, ConvertWithReplacementCharacters) {
+  const struct {
+    const char* utf8;
+    const qchar* wide;
+    const char* again;
+  } rows[] = {
+      {"", u"", ""},
+      {"a\xC3\xA9\xE2\x82\xAC", u"a\u00E9\u20AC", "a\xC3\xA9\xE2\x82\xAC"},
+      {"\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", u"\U0001F600\U0010FFFF", "\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF"},
+      {"\xED\x9F\xBF\xEE\x80\x80", u"\uD7FF\uE000", "\xED\x9F\xBF\xEE\x80\x80"},
+      {"x\x80y\xFFz", u"x\uFFFDy\uFFFDz", "x\xEF\xBF\xBDy\xEF\xBF\xBDz"},
+      {"\xC0\xAF", u"\uFFFD\uFFFD", "\xEF\xBF\xBD\xEF\xBF\xBD"},                        // overlong slash
+      {"\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // overlong, three bytes
+      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // an encoded surrogate
+      {"\xE2\x82", u"\uFFFD", "\xEF\xBF\xBD"},                                          // cut off at the end
+      {"\xF0\x9F\x98z", u"\uFFFDz", "\xEF\xBF\xBDz"},                                   // cut off before a letter
+      {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD",
+       "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},  // above U+10FFFF
+  };
+  for (const auto& row : rows) {
+    const std::u16string wide = qstr_to_wide(row.utf8);
+    EXPECT_TRUE(wide == row.wide) << row.utf8;
+    EXPECT_EQ(qstr_to_utf8(wide), row.again);
+    std::vector<qchar> exact(wide.size() + 1);
+    ASSERT_EQ(qstr_utoq(exact.data(), exact.size() * 2, row.utf8), exact.data());
+    EXPECT_TEXT(exact.data(), row.wide);
+    std::vector<char> narrow(std::strlen(row.again) + 1);
+    ASSERT_EQ(qstr_qtou(narrow.data(), narrow.size(), row.wide), narrow.data());
+    EXPECT_STREQ(narrow.data(), row.again);
+  }
+  EXPECT_EQ(qstr_to_utf8(u"\xD800z\xDC00\xDBFF"), "\xEF\xBF\xBDz\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+using StringsPrinted = Runtime;
+
+TEST_F(StringsPrinted, ConversionsThatDoNotFitSaySo) {
+  qchar wide[3] = {u'#', u'#', u'#'};
+  char narrow[3] = {'#', '#', '#'};
+  EXPECT_EQ(printed([&] { EXPECT_EQ(qstr_utoq(wide, 5, "ab"), nullptr); }),
+            "qstr_utoq(): MultiByteToWideChar() returned 122\n");
+  EXPECT_EQ(printed([&] { EXPECT_EQ(qstr_qtou(narrow, 2, u"ab"), nullptr); }),
+            "qstr_qtou(): WideCharToMultiByte() returned 122\n");
+  EXPECT_EQ(wide[0], u'#');
+  EXPECT_EQ(narrow[0], '#');
+  EXPECT_EQ(printed([&] {
+              EXPECT_EQ(qstr_utoq(nullptr, 5, "a"), nullptr);
+              EXPECT_EQ(qstr_utoq(wide, 6, nullptr), nullptr);
+              EXPECT_EQ(qstr_qtou(nullptr, 5, u"a"), nullptr);
+              EXPECT_EQ(qstr_qtou(narrow, 3, nullptr), nullptr);
+            }),
+            "");
+}
+
+TEST_F(StringsPrinted, ConsoleTextHasItsUnitsCounted) {
+  int units = 0;
+  EXPECT_EQ(printed([&] { units = qstr_console_printf(u"a%d\n\nb%s\n", 1, std::u16string(40000, u'x')); }),
+            "a1\n\nb" + std::string(40000, 'x') + "\n");
+  EXPECT_EQ(units, 40006);
+}
+
+// Any byte string must come back as it was, or a file could be listed but not opened.
+TEST(FileNames, SurviveTheWayThereAndBack) {
+  const struct {
+    std::string bytes;
+    std::u16string name;
+  } rows[] = {{"plain", u"plain"},
+              {"\xC3\xA9\xF0\x9F\x98\x80", u"\u00E9\U0001F600"},
+              {"\xFF", u"\xDCFF"},
+              {"a\x80/b", u"a\xDC80/b"},
+              {"\xED\xB2\x80", u"\xDCED\xDCB2\xDC80"},
+              {"\xED\xA0\xBD\xED\xB8\x80", u"\xDCED\xDCA0\xDCBD\xDCED\xDCB8\xDC80"},
+              {"\xC0\xAF", u"\xDCC0\xDCAF"},
+              {"\xE2\x82", u"\xDCE2\xDC82"},
+              {"\xE2\x82/x", u"\xDCE2\xDC82/x"},
+              {"\xF0\x9F\x98\x80\x80", u"\U0001F600\xDC80"}};
+  for (const auto& row : rows) {
+    EXPECT_TRUE(qstr_name_from_bytes(row.bytes) == row.name) << row.bytes;
+    std::string back;
+    EXPECT_TRUE(qstr_name_to_bytes(row.name, back));
+    EXPECT_EQ(back, row.bytes);
+  }
+  // All strings of three bytes out of those that begin, continue, end or break a sequence.
+  const std::string bytes("\x00\x41\x7F\x80\x8F\x90\x9F\xA0\xB2\xBF\xC0\xC2\xDF\xE0\xED\xEF\xF0\xF4\xF5\xFF", 20);
+  for (const char a : bytes) {
+    for (const char b : bytes) {
+      for (const char c : bytes) {
+        const std::string name{a, b, c};
+        std::string back;
+        ASSERT_TRUE(qstr_name_to_bytes(qstr_name_from_bytes(name), back));
+        ASSERT_EQ(back, name);
+      }
+    }
+  }
+}
+
+TEST(FileNames, OtherSurrogatesNameNoFile) {
+  for (const std::u16string& name : {std::u16string(u"a\xD800"), std::u16string(u"\xDC7F"), std::u16string(u"\xDD00"),
+                                     std::u16string(u"\xD83Dx"), std::u16string(u"\xDFFF")}) {
+    std::string bytes = "kept";
+    EXPECT_FALSE(qstr_name_to_bytes(name, bytes));
+    EXPECT_EQ(bytes, "kept");
+  }
+}
+
+TEST(Paths, AreCutAtTheirOwnSeparator) {
+  const bool windows = qpath_native_separator() == u'\\';
+  EXPECT_EQ(qpath_separator(u"\\\\server\\share"), u'\\');
+  EXPECT_EQ(qpath_separator(u"/a/b"), windows ? u'\\' : u'/');
+  EXPECT_EQ(qpath_separator(u""), qpath_native_separator());
+  EXPECT_EQ(qpath_is_bare_drive(u"C:"), windows);
+  EXPECT_EQ(qpath_is_bare_drive(u"/"), !windows);
+  for (const qchar* path : {u"", u"C", u"C:\\", u"C:x", u"//", u"ab"}) EXPECT_FALSE(qpath_is_bare_drive(path));
+  EXPECT_FALSE(qpath_is_bare_drive(nullptr));
+  EXPECT_TRUE(qpath_join(u"\\\\s\\x", u"n") == u"\\\\s\\x\\n");
+  EXPECT_TRUE(qpath_join(u"d", u"n") == (windows ? u"d\\n" : u"d/n"));
+  EXPECT_TRUE(qpath_join(u"", u"n") == (windows ? u"\\n" : u"/n"));
+}
+
+TEST(Paths, ExtensionIsThatOfTheLastComponent) {
+  const bool windows = qpath_native_separator() == u'\\';
+  const struct {
+    const qchar* path;
+    const qchar* extension;  // null for none
+  } rows[] = {{u"setup.exe", u"exe"},
+              {u"a.b.c", u"c"},
+              {u".exe", u"exe"},
+              {u"name.", u""},
+              {u"name", nullptr},
+              {u"", nullptr},
+              {u"\\\\s\\x.y\\n", nullptr},
+              {u"\\\\s\\x.y\\n.z/w", u"z/w"},
+              {u"d.x\\n", windows ? nullptr : u"x\\n"},
+              {u"d.x/n", windows ? u"x/n" : nullptr}};
+  for (const auto& row : rows) {
+    const qchar* extension = qstr_extension(row.path);
+    if (row.extension == nullptr) {
+      EXPECT_EQ(extension, nullptr) << qstr_to_utf8(row.path);
+    } else {
+      EXPECT_TEXT(extension, row.extension) << qstr_to_utf8(row.path);
+    }
+  }
+  EXPECT_EQ(qstr_extension(nullptr), nullptr);
+}
+
+TEST(Paths, CaseFoldsInAsciiOnly) {
+  EXPECT_TRUE(qstr_equal_nocase(u"SETUP.Exe", u"setup.eXE"));
+  EXPECT_FALSE(qstr_equal_nocase(u"\u00C9", u"\u00E9"));
+  EXPECT_FALSE(qstr_equal_nocase(u"@[", u"`{"));
+  EXPECT_FALSE(qstr_equal_nocase(u"a", u"ab"));
+  qchar text[] = u"AZ@[\u00C9\u0130k";
+  qstr_lower_ascii(text);
+  EXPECT_TEXT(text, u"az@[\u00C9\u0130k");
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+// What host threads share: log masks, sinks, error texts, digests. Run under ThreadSanitizer.
+#include <fstream>
+#include <iterator>
+#include <thread>
+#include <vector>
+
+#include "common/qlib/qcksum.h"
+#include "common/qlib/qerr.h"
+#include "qlib/runtime.h"
+
+namespace {
+
+constexpr int THREADS = 8;
+
+template <class Body>
+void run_threads(Body body) {
+  std::vector<std::thread> threads;
+  threads.reserve(THREADS);
+  for (int i = 0; i < THREADS; ++i) threads.emplace_back([i, body] { body(i); });
+  for (std::thread& thread : threads) thread.join();
+}
+
+using Threads = Runtime;
+
+TEST_F(Threads, ShareTheErrorTexts) {
+  run_threads([](int) {
+    for (qerr_t code = 100000; code < 100300; ++code) {
+      EXPECT_GT(qstr_len(qerr_get_string(code)), 0U);
+      EXPECT_NE(qerr_from_win32(code), QERR_ALL_BITS);
+    }
+  });
+}
+
+TEST_F(Threads, WriteWholeLines) {
+  constexpr int LINES = 50;
+  const auto path = scratch_folder("lines") / "threads.log";
+  qlog_set_format(0);
+  ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
+  const std::string console = printed([] {
+    run_threads([](int thread) {
+      for (int i = 0; i < LINES; ++i) {
+        EXPECT_EQ(qlog_write(QLOG_ERROR, QLOG_PROG, "f", "x", 1, u"%s",
+                             std::u16string(100, static_cast<qchar>(u'a' + thread))),
+                  0U);
+      }
+    });
+  });
+  ASSERT_EQ(qlog_set_log_file(u""), 0U);
+  std::ifstream in(path, std::ios::binary);
+  const std::string bytes(std::istreambuf_iterator<char>(in), {});
+  std::string file;
+  for (std::size_t i = 2; i < bytes.size(); i += 2) file.push_back(bytes[i]);
+  for (const std::string& text : {console, file}) {
+    ASSERT_EQ(text.size(), std::size_t{THREADS} * LINES * 101);
+    for (std::size_t i = 0; i < text.size(); i += 101) {
+      EXPECT_EQ(text.substr(i, 101), std::string(100, text[i]) + "\n");
+    }
+  }
+}
+
+TEST_F(Threads, ChangeMasksWhileOthersLog) {
+  static constexpr std::uint32_t module_id = QLOG_PROG;
+  qlog_console_off();
+  const auto first = scratch_folder("masks") / "first.log";
+  run_threads([&first](int thread) {
+    for (int i = 0; i < 100; ++i) {
+      switch (thread) {
+        case 0:
+          EXPECT_EQ(qlog_set_logtype(i % 2 == 0 ? u"PROG=0x1f" : nullptr), 0U);
+          break;
+        case 1:
+          qlog_set_module_bits(QLOG_PROG, QLOG_DETAIL);
+          qlog_recompute_union();
+          qlog_clear_module_bits(QLOG_PROG, QLOG_DETAIL);
+          break;
+        case 2:
+          qlog_set_format(i % 2 == 0 ? 127 : 0);
+          break;
+        case 3:
+          EXPECT_EQ(qlog_set_log_file(i % 2 == 0 ? first.u16string().c_str() : u""), 0U);
+          break;
+        default:
+          QLOG(QLOG_DETAIL, u"line %d", i);
+          QLOG(QLOG_ERROR, u"line %d", i);
+      }
+    }
+  });
+  EXPECT_EQ(qlog_set_log_file(u""), 0U);
+  EXPECT_EQ(qlog_set_logtype(nullptr), 0U);
+}
+
+TEST_F(Threads, ShareTheDigests) {
+  run_threads([](int thread) {
+    for (int i = 0; i < 200; ++i) {
+      std::uint8_t out[64] = {};
+      EXPECT_EQ(qcksum_buf_sha256("abc", 3, out), 0U);
+      EXPECT_EQ(out[0], 0xBA);
+      EXPECT_EQ(out[31], 0xAD);
+      if (thread == 0) {
+        // A user who comes and goes takes nothing from the others.
+        EXPECT_EQ(qlib_lib_init_basic(), 0U);
+        qlib_lib_fini_basic();
+      }
+    }
+  });
+}
+
+}  // namespace
