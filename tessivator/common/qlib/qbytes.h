@@ -7,7 +7,8 @@
 #include "common/qlib/qtypes.h"
 
 // The part of `whole` at `offset` of `length` bytes, or nothing when it does not lie inside.
-[[nodiscard]] inline std::optional<Bytes> qbytes_slice(Bytes whole, std::uint64_t offset, std::uint64_t length) noexcept {
+[[nodiscard]] inline std::optional<Bytes> qbytes_slice(Bytes whole, std::uint64_t offset,
+                                                       std::uint64_t length) noexcept {
   if (offset > whole.size() || length > whole.size() - offset) return std::nullopt;
   return whole.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
 }
@@ -38,7 +39,8 @@ class ByteReader {
     if (sizeof(T) > rest_.size()) return false;
     T value = 0;
     for (std::size_t i = 0; i < sizeof(T); ++i) {
-      value = static_cast<T>(value | static_cast<T>(static_cast<T>(std::to_integer<std::uint8_t>(rest_[i])) << (8 * i)));
+      value =
+          static_cast<T>(value | static_cast<T>(static_cast<T>(std::to_integer<std::uint8_t>(rest_[i])) << (8 * i)));
     }
     rest_ = rest_.subspan(sizeof(T));
     out = value;

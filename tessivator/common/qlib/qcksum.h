@@ -29,10 +29,10 @@ struct qcksum {
 };
 static_assert(sizeof(qcksum) == 66);
 
-// Digests of an open file in one pass. `flags` is a mask of MD5, SHA-1 and SHA-256, each requested kind with its record.
-// `length` 0 reads from `offset` to the end. The handle's position is restored. Returns 22 for a missing record, 1002
-// when no kind is requested or the file is missing, 12, or a file error; a read that fails ends the pass with 0 and
-// digests of what was read.
+// Digests of an open file in one pass. `flags` is a mask of MD5, SHA-1 and SHA-256, each requested kind with its
+// record. `length` 0 reads from `offset` to the end. The handle's position is restored. Returns 22 for a missing
+// record, 1002 when no kind is requested or the file is missing, 12, or a file error; a read that fails ends the pass
+// with 0 and digests of what was read.
 [[nodiscard]] qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
                                     std::uint64_t offset, std::uint64_t length) noexcept;
 // The same for a path; an open failure is returned as it is.

@@ -24,14 +24,14 @@ struct qfmt_arg {
   const void* pointer = nullptr;
 
   template <class T>
-    requires(std::integral<T> || std::is_enum_v<T>)
-  qfmt_arg(T value) noexcept  // NOLINT(google-explicit-constructor): captures an argument list
+  requires(std::integral<T> || std::is_enum_v<T>) qfmt_arg(T value)
+  noexcept  // NOLINT(google-explicit-constructor): captures an argument list
       : integer(static_cast<std::uint64_t>(value)) {}
-  qfmt_arg(const qchar* text) noexcept : type(kind::wide), pointer(text) {}            // NOLINT
-  qfmt_arg(const std::u16string& text) noexcept : qfmt_arg(text.c_str()) {}            // NOLINT
-  qfmt_arg(const char* text) noexcept : type(kind::narrow), pointer(text) {}           // NOLINT
-  qfmt_arg(const std::string& text) noexcept : qfmt_arg(text.c_str()) {}               // NOLINT
-  qfmt_arg(const void* address) noexcept : type(kind::pointer), pointer(address) {}    // NOLINT
+  qfmt_arg(const qchar* text) noexcept : type(kind::wide), pointer(text) {}          // NOLINT
+  qfmt_arg(const std::u16string& text) noexcept : qfmt_arg(text.c_str()) {}          // NOLINT
+  qfmt_arg(const char* text) noexcept : type(kind::narrow), pointer(text) {}         // NOLINT
+  qfmt_arg(const std::string& text) noexcept : qfmt_arg(text.c_str()) {}             // NOLINT
+  qfmt_arg(const void* address) noexcept : type(kind::pointer), pointer(address) {}  // NOLINT
 };
 
 // Formats into `destination` of `destination_bytes` bytes: at most destination_bytes / 2 - 1 units are written and the

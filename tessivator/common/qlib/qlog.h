@@ -65,11 +65,11 @@ qerr_t qlog_write(std::uint32_t level, std::uint32_t module_id, const char* func
 }
 
 // Logs under a function name of the caller's choice.
-#define QLOG_AS(level, function, ...)                                                                    \
-  do {                                                                                                   \
-    if ((qlog_union_mask.load(std::memory_order_relaxed) & (level)) != 0) {                              \
+#define QLOG_AS(level, function, ...)                                                                                \
+  do {                                                                                                               \
+    if ((qlog_union_mask.load(std::memory_order_relaxed) & (level)) != 0) {                                          \
       (void)qlog_write((level), module_id, (function), __FILE__, static_cast<std::uint32_t>(__LINE__), __VA_ARGS__); \
-    }                                                                                                    \
+    }                                                                                                                \
   } while (false)
 
 // Logs under the compiler's full signature of the calling function; the writer cuts it to the qualified name.
