@@ -121,8 +121,9 @@ void qlog_fini() noexcept;
 // Shut-down that stops the rotation thread only when `stop_rotation` is 1.
 void qlog_fini_ex(std::uint32_t stop_rotation) noexcept;
 
-// Sends lines to `path` (511 units at most) as UTF-16 little-endian with a byte-order mark; creates missing directories.
-// An empty path ends the file sink. Returns the open or write error, with which the path stays set, else 0.
+// Sends lines to `path` (511 units at most) as UTF-16 little-endian with a byte-order mark; creates missing
+// directories. An empty path ends the file sink. Returns the open or write error, with which the path stays set, else
+// 0.
 [[nodiscard]] qerr_t qlog_set_log_file(const qchar* path) noexcept;
 
 // One synchronous rotation: when the file has reached size_kib KiB its backups "<stem>_<i>.log" move up by one and the
