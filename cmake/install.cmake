@@ -3,12 +3,15 @@
 include(CMakePackageConfigHelpers)
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tessivator")
 
-if(TARGET brantle_cli AND TARGET brantle)
-install(TARGETS brantle_cli RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
-install(TARGETS brantle
-  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-  RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
-  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+if(TARGET brantle_cli)
+  install(TARGETS brantle_cli RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+endif()
+# Without a Java development kit there is no library for Java hosts.
+if(TARGET brantle)
+  install(TARGETS brantle
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 endif()
 if(TARGET brantle_smb)
   # The share module is looked for beside whatever loads it, which is the program as well as the library.
@@ -17,7 +20,7 @@ if(TARGET brantle_smb)
 endif()
 
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/tessivator/" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tessivator"
-  FILES_MATCHING PATTERN "*.h" PATTERN "*_user.h" EXCLUDE PATTERN "*_internal.h" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN "*_user.h" EXCLUDE PATTERN "*_internal.h" EXCLUDE PATTERN "smb" EXCLUDE)
 install(EXPORT tessivator NAMESPACE tessivator:: DESTINATION "${package_folder}" FILE tessivator-targets.cmake)
 configure_package_config_file(cmake/tessivator-config.cmake.in "${PROJECT_BINARY_DIR}/tessivator-config.cmake"
   INSTALL_DESTINATION "${package_folder}")
