@@ -1,0 +1,178 @@
+#include "utl/utl.h"
+
+#include <string_view>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qmem.h"
+#include "common/qlib/qstr.h"
+#include "inv/inv_cfci.h"
+#include "inv/inv_resource.h"
+
+static constexpr std::uint32_t module_id = QLOG_UTL;
+
+namespace {
+
+constexpr std::u16string_view open_tag = u"<description>";
+constexpr std::u16string_view close_tag = u"</description>";
+
+constexpr std::u16string_view install_word = u"install";
+constexpr std::u16string_view setup_word = u"setup";
+constexpr std::u16string_view exe_word = u".exe";
+// Known makers' own descriptions, in lower case like the text that they are looked for in.
+constexpr std::u16string_view archive_description = u"winrar sfx module";
+constexpr std::u16string_view bootstrapper_description = u"wix toolset bootstrapper";
+
+// Null lacks every word.
+bool contains(const qchar* text, std::u16string_view word) noexcept {
+  return text != nullptr && std::u16string_view(text).find(word) != std::u16string_view::npos;
+}
+
+bool is_space(qchar unit) noexcept { return unit == u' ' || (unit >= u'\t' && unit <= u'\r'); }
+
+void lower(qchar* text) noexcept {
+  if (text != nullptr) qstr_lower_ascii(text);
+}
+
+// All three names lose their case, whichever of them decides.
+void lower_names(inv_cfci_t& record) noexcept {
+  lower(record.OriginalFilename);
+  lower(record.FileDescription);
+  lower(record.InternalName);
+}
+
+bool names_exe(const inv_cfci_t& record, qchar* path) noexcept {
+  if (contains(record.OriginalFilename, exe_word)) return true;
+  qstr_lower_ascii(path);
+  return contains(path, exe_word);
+}
+
+// OriginalFilename is not searched for "setup": too many tools that are no installers are named so.
+bool names_installer(const inv_cfci_t& record) noexcept {
+  return contains(record.OriginalFilename, install_word) || contains(record.FileDescription, install_word) ||
+         contains(record.FileDescription, setup_word) || contains(record.InternalName, install_word) ||
+         contains(record.InternalName, setup_word);
+}
+
+bool describes_installer(const qchar* description) noexcept {
+  return contains(description, install_word) || contains(description, setup_word) ||
+         contains(description, archive_description) || contains(description, bootstrapper_description);
+}
+
+}  // namespace
+
+void utl_chop_space_from_end(qchar* text) noexcept {
+  if (text == nullptr) return;
+  std::size_t length = qstr_len(text);
+  while (length > 1 && is_space(text[length - 1])) --length;
+  text[length] = 0;
+}
+
+qchar* utl_get_ManifestDescription(const qchar* manifest) noexcept {
+  const std::u16string_view text = manifest == nullptr ? std::u16string_view() : std::u16string_view(manifest);
+  const std::size_t tag = text.find(open_tag);
+  if (tag == std::u16string_view::npos) {
+    QLOG(QLOG_INFO, u"utl_get_ManifestDescription - description not found");
+    return nullptr;
+  }
+  const std::u16string_view rest = text.substr(tag + open_tag.size());
+  const std::size_t length = rest.find(close_tag);
+  if (length == std::u16string_view::npos) {
+    QLOG(QLOG_INFO, u"utl_get_ManifestDescription - close description not found");
+    return nullptr;
+  }
+  auto* const description = static_cast<qchar*>(qmem_alloc((length + 1) * sizeof(qchar)));
+  if (description == nullptr) {
+    QLOG(QLOG_ERROR, u"utl_get_ManifestDescription - error allocating memory");
+    return nullptr;
+  }
+  rest.copy(description, length);
+  description[length] = 0;
+  return description;
+}
+
+qerr_t utl_manifest_clbk(std::uint32_t /*type_id*/, const void* data, std::uint32_t size, std::uint32_t /*language_id*/,
+                         std::uint32_t* stop, void* context, std::size_t context_size) noexcept {
+  if (context_size != sizeof(inv_cfci_t) || context == nullptr) {
+    QLOG(QLOG_ERROR, u"utl_manifest_clbk - invalid inv_cfci_t size");
+    return QERR_INVALID;
+  }
+  auto& record = *static_cast<inv_cfci_t*>(context);
+  // The resource ends without a terminator; two zero bytes make it a text. The walk hands over 8000 bytes at most.
+  const QmemPtr<char> narrow(static_cast<char*>(qmem_calloc(std::size_t{size} + 2, 1)));
+  if (!narrow) {
+    QLOG(QLOG_ERROR, u"utl_manifest_clbk - error allocating buffer memory");
+    return QERR_LOW_MEMORY;
+  }
+  if (size != 0) qmem_copy(narrow.get(), data, size);
+  const std::size_t wide_bytes = 2 * std::size_t{size} + 2;
+  const QmemPtr<qchar> wide(static_cast<qchar*>(qmem_calloc(wide_bytes, 1)));
+  if (!wide) {
+    QLOG(QLOG_ERROR, u"utl_manifest_clbk - error allocating manifest memory");
+    return QERR_LOW_MEMORY;
+  }
+  if (qstr_from_ascii(wide.get(), wide_bytes, narrow.get()) == nullptr) {
+    QLOG(QLOG_INFO, u"utl_manifest_clbk - error atoq conversion");
+    return QERR_LOW_MEMORY;
+  }
+  qmem_free(record.manifest_description);
+  record.manifest_description = utl_get_ManifestDescription(wide.get());
+  *stop = 1;
+  return QERR_OK;
+}
+
+std::uint32_t utl_is_installer_heuristic(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept {
+  QLOG(QLOG_INFO, u"utl_is_installer_heuristic");
+  if (path == nullptr || image == nullptr || record == nullptr) {
+    QLOG(QLOG_ERROR, u"utl_is_installer_heuristic null paramter");
+    return 0;
+  }
+  blib_res_section section{};
+  if (const qerr_t code = blib_res_get_section(image, &section); code != QERR_OK) {
+    QLOG(QLOG_INFO, u"Failed to get resource section. err = %d", code);
+    return 0;
+  }
+
+  std::uint32_t stop = 0;
+  if (const qerr_t code =
+          blib_res_walk(image, &section, BLIB_RES_VERSION, utl_res_clbk, &stop, record, sizeof(*record));
+      code != QERR_OK) {
+    QLOG(QLOG_INFO, u"Failed to lookup resource for VERSION_ID. err = %d", code);
+  } else {
+    const qchar* const extension = qstr_extension(path);
+    if (extension == nullptr || !qstr_equal_nocase(extension, u"exe")) return 0;
+    if (record->OriginalFilename != nullptr) {
+      QLOG(QLOG_DETAIL, u"utl_is_installer_heuristic - original_fname:%s", record->OriginalFilename);
+    }
+    if (record->FileDescription != nullptr) {
+      QLOG(QLOG_DETAIL, u"utl_is_installer_heuristic - file_description:%s", record->FileDescription);
+    }
+    if (record->InternalName != nullptr) {
+      QLOG(QLOG_DETAIL, u"utl_is_installer_heuristic - internal_name:%s", record->InternalName);
+    }
+    lower_names(*record);
+    if (!names_exe(*record, path)) {
+      QLOG(QLOG_INFO, u"utl_is_installer_heuristic - is not an .exe");
+      return 0;
+    }
+    if (names_installer(*record)) return 1;
+  }
+
+  if (const qerr_t code =
+          blib_res_walk(image, &section, BLIB_RES_MANIFEST, utl_manifest_clbk, &stop, record, sizeof(*record));
+      code != QERR_OK) {
+    QLOG(QLOG_INFO, u"Failed to lookup resource for MANIFEST_ID. err = %d", code);
+    return 0;
+  }
+  if (record->manifest_description == nullptr) return 0;
+  QLOG(QLOG_DETAIL, u"utl_is_installer_Heuristic - manifestDescription:%s", record->manifest_description);
+  qstr_lower_ascii(record->manifest_description);
+  return describes_installer(record->manifest_description) ? 1 : 0;
+}
+
+std::uint32_t utl_is_installer_cfci(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept {
+  if (path != nullptr) QLOG(QLOG_INFO, u"utl_is_installer_cfci - %s", path);
+  const std::uint32_t answer = utl_is_installer_heuristic(path, image, record);
+  QLOG(QLOG_INFO, u"utl_is_installer_cfci - returns:0x%x", answer);
+  return answer;
+}

@@ -1,0 +1,29 @@
+// Installer detection: tells a setup program by the strings of its version resource and the description in its
+// application manifest. The answers are heuristics; nothing here fails the caller.
+#pragma once
+
+#include "blib/blib_res.h"
+#include "common/qlib/qtypes.h"
+
+struct inv_cfci_t;
+
+// 1 when the image is an installer or a self-extracting archive, else 0. Fills the record's version strings and its
+// manifest description. Folds A-Z in place: when the path's extension is exe, the record's OriginalFilename,
+// FileDescription and InternalName and, unless the first of them names an .exe, the buffer `path`; also the manifest
+// description when it is looked at. So the caller hands in a copy of a path that it still needs.
+[[nodiscard]] std::uint32_t utl_is_installer_cfci(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
+// The same without the log lines about the call itself.
+[[nodiscard]] std::uint32_t utl_is_installer_heuristic(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
+
+// The text between the first "<description>" and the first "</description>" after it, to be freed with qmem_free;
+// null when there is none or memory runs out.
+[[nodiscard]] qchar* utl_get_ManifestDescription(const qchar* manifest) noexcept;
+
+// Cuts white space (blank, \t, \n, \v, \f, \r) from the end of `text`, but never its first character.
+void utl_chop_space_from_end(qchar* text) noexcept;
+
+// Resource visitor for manifests; the two caller values are an inv_cfci_t* and its size. Stores the description of a
+// 7-bit manifest in the record and ends the walk. 22 for another size, 12 for memory or a byte of 128 or more.
+[[nodiscard]] qerr_t utl_manifest_clbk(std::uint32_t type_id, const void* data, std::uint32_t size,
+                                       std::uint32_t language_id, std::uint32_t* stop, void* context,
+                                       std::size_t context_size) noexcept;
