@@ -57,7 +57,7 @@ class Loop {
   Digest sha256_{EVP_MD_fetch(nullptr, "SHA256", nullptr)};
   Context first_{EVP_MD_CTX_new()};
   Context second_{EVP_MD_CTX_new()};
-  std::vector<unsigned char> buffer_ = std::vector<unsigned char>(256 * 1024);
+  std::vector<unsigned char> buffer_ = std::vector<unsigned char>(std::size_t{256} * 1024);
 };
 
 int run(const char* folder) {
