@@ -24,7 +24,7 @@ class ScratchTest : public ::testing::Test {
     const char* const place = std::getenv("TESSIVATOR_SCRATCH");
     const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
     const std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    root_ = full(qstr_to_wide(place != nullptr ? place : "scratch")) + sep() + qstr_to_wide(name);
+    root_ = full(qstr_to_wide(place != nullptr ? place : "build/scratch")) + sep() + qstr_to_wide(name);
     remove_tree(root_);
     ASSERT_EQ(qfile_mkdir_parents((root_ + sep()).c_str()), QERR_OK);
   }

@@ -1,0 +1,30 @@
+// Attributes of the volume that holds a path.
+#pragma once
+
+#include "common/qlib/qtypes.h"
+
+inline constexpr std::uint32_t SCAN_VOL_READ_ONLY = 1;
+inline constexpr std::uint32_t SCAN_VOL_FIXED = 2;
+inline constexpr std::uint32_t SCAN_VOL_REMOVABLE = 4;
+inline constexpr std::uint32_t SCAN_VOL_OPTICAL = 8;
+inline constexpr std::uint32_t SCAN_VOL_REMOTE = 16;
+
+inline constexpr std::size_t SCAN_FS_NAME_UNITS = 260;
+
+struct scan_vol_attributes {
+  qchar file_system[SCAN_FS_NAME_UNITS + 1];  // "NTFS", "ext4"; cut when longer
+  std::uint32_t attributes;                   // SCAN_VOL_*
+  std::uint32_t supported;                    // 1: a writable fixed disk with a file system of the supported table
+};
+
+// Fills `attributes`, which may be null: then only whether the volume can be asked. Returns 0; 22 for a null path; 1090
+// for a volume that is none of removable, fixed, remote and optical (a RAM disk); else a system error's code. While it
+// runs, the system shows no dialog for a drive without a medium (a setting of the whole process on Windows).
+[[nodiscard]] qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attributes) noexcept;
+
+// 1 when the file system's name is in the supported table (NTFS, REFS), whatever its case; else 0.
+[[nodiscard]] std::uint32_t scan_is_supported_fs_type(const qchar* file_system) noexcept;
+
+// 1 when the device under a volume's root is on a USB bus or is a virtual disk kept in a file. Always 0, and no device
+// is touched, unless bit 0x2000 of the parameter CustomerConfig is set. Never fails, waits at most about a second.
+[[nodiscard]] std::uint32_t swin_check_if_device_is_removable(const qchar* volume_root) noexcept;
