@@ -102,7 +102,7 @@ void enter_directory(qfile_itr& iterator) {
   level.directory_length = iterator.path.size();
   level.links = iterator.levels.back().links + (entry.is_link ? 1 : 0);
   if (level.links > MOST_LINKS) return;
-  if (level.links > 0 && is_open_above(iterator, level)) return;
+  if ((level.links > 0 || entry.may_repeat) && is_open_above(iterator, level)) return;
   iterator.levels.push_back(std::move(level));
 }
 

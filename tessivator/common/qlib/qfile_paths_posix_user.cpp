@@ -192,6 +192,5 @@ qfile_provider& qfile_local_provider() noexcept {
 }
 
 qfile_provider& qfile_platform_provider_for(const qchar* path) noexcept {
-  (void)path;
-  return qfile_local_provider();
+  return qpath_is_unc(path) ? qfile_share_provider() : qfile_local_provider();
 }

@@ -174,7 +174,9 @@ qfile_descriptor open_unblocked(const char* name, int how) noexcept {
   }
 }
 
-std::int64_t local_time_of(std::int64_t seconds, std::uint32_t nanoseconds) noexcept {
+}  // namespace
+
+std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) noexcept {
   constexpr std::int64_t UNITS_A_SECOND = 10000000;
   constexpr std::int64_t SECONDS_1601_TO_1970 = 11644473600;
   // What a 64-bit count of 100 ns since 1601 can hold, with room for any time zone.
@@ -185,8 +187,6 @@ std::int64_t local_time_of(std::int64_t seconds, std::uint32_t nanoseconds) noex
   const std::int64_t offset = ::localtime_r(&time, &parts) != nullptr ? parts.tm_gmtoff : 0;
   return (seconds + offset + SECONDS_1601_TO_1970) * UNITS_A_SECOND + nanoseconds / 100;
 }
-
-}  // namespace
 
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
   std::string name;
@@ -218,7 +218,7 @@ qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept
   if (::statx(fd, path, AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &about) != 0) return qfile_status_of(errno);
   const statx_timestamp& born = (about.stx_mask & STATX_BTIME) != 0 ? about.stx_btime : about.stx_mtime;
   out.size = S_ISREG(about.stx_mode) ? about.stx_size : 0;
-  out.creation_time = local_time_of(born.tv_sec, born.tv_nsec);
-  out.last_write_time = local_time_of(about.stx_mtime.tv_sec, about.stx_mtime.tv_nsec);
+  out.creation_time = qfile_local_time(born.tv_sec, born.tv_nsec);
+  out.last_write_time = qfile_local_time(about.stx_mtime.tv_sec, about.stx_mtime.tv_nsec);
   return {};
 }

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <unistd.h>
@@ -15,6 +16,12 @@
 // The bytes under which the system knows `path`; no file can have a name for which this answers false.
 [[nodiscard]] bool qfile_native_path(const qchar* path, std::string& out);
 inline constexpr int QFILE_NO_SUCH_NAME = ENOENT;
+
+// Whether `name` fits `pattern`: * stands for any units, ? for one. Takes at most pattern x name steps.
+[[nodiscard]] bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name) noexcept;
+
+// Local time in 100 ns since 1601 of a time in seconds since 1970; 0 beyond what that can hold.
+[[nodiscard]] std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) noexcept;
 
 // Repeats a call that a signal interrupted.
 template <class Call>
@@ -52,3 +59,6 @@ qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_searc
 qsys_status qfile_posix_list(const qchar* directory, std::unique_ptr<qfile_search>& out);
 // Of an open file, or with a descriptor of AT_FDCWD of a path.
 qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept;
+
+// Files on shares, for paths with two leading backslashes.
+[[nodiscard]] qfile_provider& qfile_share_provider() noexcept;

@@ -28,6 +28,7 @@ struct qfile_entry {
   bool is_reparse = false;    // a link or junction of any kind
   bool is_symlink = false;    // a symbolic link
   bool is_link = false;       // leads to another place of the tree: a symbolic link or junction, no cloud placeholder
+  bool may_repeat = false;    // could be a directory that is open above although it looks like no link
 };
 
 // What tells whether two paths are the same directory.

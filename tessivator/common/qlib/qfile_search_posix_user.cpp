@@ -76,31 +76,6 @@ void fill(qfile_entry& entry, entry_kind kind, std::u16string&& name) noexcept {
   entry.is_symlink = entry.is_link;
 }
 
-// * stands for any units, ? for one. The last star alone is ever widened again, so this takes at most
-// pattern x name steps.
-bool matches(std::u16string_view pattern, std::u16string_view name) noexcept {
-  std::size_t p = 0;
-  std::size_t n = 0;
-  std::size_t star = std::u16string_view::npos;
-  std::size_t resume = 0;
-  while (n < name.size()) {
-    if (p < pattern.size() && pattern[p] == u'*') {
-      star = p++;
-      resume = n;
-    } else if (p < pattern.size() && (pattern[p] == u'?' || pattern[p] == name[n])) {
-      ++p;
-      ++n;
-    } else if (star != std::u16string_view::npos) {
-      p = star + 1;
-      n = ++resume;
-    } else {
-      return false;
-    }
-  }
-  while (p < pattern.size() && pattern[p] == u'*') ++p;
-  return p == pattern.size();
-}
-
 struct close_directory {
   void operator()(DIR* directory) const noexcept { ::closedir(directory); }
 };
@@ -118,7 +93,7 @@ class directory_search final : public qfile_search {
       if (!status.ok()) return status;
       if (kind == entry_kind::special) continue;
       std::u16string wide = qstr_name_from_bytes(name);
-      if (!pattern_.empty() && !matches(pattern_, wide)) continue;
+      if (!pattern_.empty() && !qfile_name_matches(pattern_, wide)) continue;
       fill(entry, kind, std::move(wide));
       return {};
     }
@@ -196,6 +171,29 @@ qsys_status open_directory(std::u16string_view directory, std::u16string pattern
 }
 
 }  // namespace
+
+bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name) noexcept {
+  std::size_t p = 0;
+  std::size_t n = 0;
+  std::size_t star = std::u16string_view::npos;
+  std::size_t resume = 0;
+  while (n < name.size()) {
+    if (p < pattern.size() && pattern[p] == u'*') {
+      star = p++;
+      resume = n;
+    } else if (p < pattern.size() && (pattern[p] == u'?' || pattern[p] == name[n])) {
+      ++p;
+      ++n;
+    } else if (star != std::u16string_view::npos) {
+      p = star + 1;
+      n = ++resume;
+    } else {
+      return false;
+    }
+  }
+  while (p < pattern.size() && pattern[p] == u'*') ++p;
+  return p == pattern.size();
+}
 
 qsys_status qfile_posix_list(const qchar* directory, std::unique_ptr<qfile_search>& out) {
   return open_directory(directory, {}, out);
