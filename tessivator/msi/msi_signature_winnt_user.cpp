@@ -1,0 +1,76 @@
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <mssip.h>
+
+#include <new>
+
+#include "common/qlib/qmem.h"
+#include "msi/msi_path_winnt.h"
+#include "msi/msi_signature.h"
+
+namespace {
+
+// {000C10F1-0000-0000-C000-000000000046}: the subject type of installer packages.
+constexpr GUID package_subject{0x000C10F1, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+static_assert(sizeof(SIP_SUBJECTINFO) == 128);
+
+using get_message_fn = BOOL(WINAPI*)(SIP_SUBJECTINFO*, DWORD*, DWORD, DWORD*, BYTE*);
+
+// The installer's subject interface package, loaded from the system's folder for one call.
+class message_reader {
+ public:
+  message_reader() noexcept : module_(LoadLibraryExW(L"msisip.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+    if (module_ != nullptr) {
+      get_ =
+          reinterpret_cast<get_message_fn>(reinterpret_cast<void*>(GetProcAddress(module_, "MsiSIPGetSignedDataMsg")));
+    }
+    if (get_ == nullptr) code_ = qerr_from_win32(GetLastError());
+  }
+  message_reader(const message_reader&) = delete;
+  message_reader& operator=(const message_reader&) = delete;
+  ~message_reader() {
+    if (module_ != nullptr) FreeLibrary(module_);
+  }
+  [[nodiscard]] qerr_t code() const noexcept { return code_; }
+  // One call; `buffer` null asks for the length.
+  [[nodiscard]] bool call(SIP_SUBJECTINFO& subject, DWORD& length, std::byte* buffer) const noexcept {
+    DWORD encoding = 0;
+    return get_(&subject, &encoding, 0, &length, reinterpret_cast<BYTE*>(buffer)) != FALSE;
+  }
+
+ private:
+  HMODULE module_;
+  get_message_fn get_ = nullptr;
+  qerr_t code_ = QERR_OK;
+};
+
+}  // namespace
+
+// There is no look at the file before the call: which files have a signature is the reader's decision, and a missing
+// reader is told for every file.
+qerr_t msi_get_signature_alloc(const qchar* path, std::byte** out, std::uint32_t* length) noexcept try {
+  if (path == nullptr) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG2;
+  if (length == nullptr) return QERR_ARG3;
+  const message_reader reader;
+  if (reader.code() != QERR_OK) return reader.code();
+  const std::u16string name = msi_system_path(path);
+  GUID type = package_subject;
+  SIP_SUBJECTINFO subject{};
+  subject.cbSize = sizeof(subject);
+  subject.pgSubjectType = &type;
+  subject.pwsFileName = reinterpret_cast<const wchar_t*>(name.c_str());
+  subject.dwEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+  DWORD size = 0;
+  if (!reader.call(subject, size, nullptr)) return QERR_NOT_FOUND;
+  QmemPtr<std::byte> bytes(static_cast<std::byte*>(qmem_calloc(size, 1)));
+  if (!bytes) return QERR_LOW_MEMORY;
+  if (!reader.call(subject, size, bytes.get())) return QERR_NOT_FOUND;
+  *out = bytes.release();
+  *length = size;
+  return QERR_OK;
+} catch (const std::bad_alloc&) {
+  return QERR_LOW_MEMORY;
+}

@@ -1,0 +1,39 @@
+// Bytes at positions: a whole file, a stream of a compound file, or memory in a test. Keeps the package's decoders from
+// reading more than they need of packages that may be a gibibyte long.
+#pragma once
+
+#include <memory>
+
+#include "common/qlib/qtypes.h"
+
+class msi_source {
+ public:
+  msi_source() = default;
+  msi_source(const msi_source&) = delete;
+  msi_source& operator=(const msi_source&) = delete;
+  virtual ~msi_source() = default;
+  // The number of bytes that may be asked for; reading them can still fail.
+  [[nodiscard]] virtual std::uint64_t size() const noexcept = 0;
+  // Fills `out` with the bytes at `offset`; false when they cannot all be read.
+  [[nodiscard]] virtual bool read(std::uint64_t offset, std::span<std::byte> out) noexcept = 0;
+};
+
+// The file at `path`, opened for reading; null when that fails. May throw std::bad_alloc.
+[[nodiscard]] std::shared_ptr<msi_source> msi_open_file(const qchar* path);
+
+// Reads forward through a source in pieces of 16 KiB.
+class msi_window {
+ public:
+  explicit msi_window(msi_source& source) noexcept : source_(source) {}
+  // The `length` bytes at `offset`, valid until the next call; empty when they cannot be read or are more than a piece.
+  // Offsets may go in any order; rising ones are cheap.
+  [[nodiscard]] Bytes at(std::uint64_t offset, std::size_t length) noexcept;
+
+  static constexpr std::size_t piece = 16384;
+
+ private:
+  msi_source& source_;
+  std::uint64_t start_ = 0;
+  std::size_t filled_ = 0;
+  std::byte buffer_[piece];
+};

@@ -1,0 +1,82 @@
+#include "utils/signing/brantle/msiExtractProductInfo.h"
+
+#include <limits>
+#include <utility>
+
+#include "common/qlib/qlog.h"
+
+namespace {
+
+constexpr std::uint32_t module_id = QLOG_PROG;
+
+// Closes a view or record when its turn is over.
+class handle_owner {
+ public:
+  handle_owner() noexcept = default;
+  handle_owner(const handle_owner&) = delete;
+  handle_owner& operator=(const handle_owner&) = delete;
+  ~handle_owner() { (void)msi_close_handle(handle_); }
+  [[nodiscard]] msi_handle get() const noexcept { return handle_; }
+  [[nodiscard]] msi_handle* out() noexcept { return &handle_; }
+
+ private:
+  msi_handle handle_ = 0;
+};
+
+}  // namespace
+
+MsiProductInfoExtractor::MsiProductInfoExtractor(const std::u16string& path) : path_(path) {
+  const msi_result result = msi_open_database(path_.c_str(), &database_);
+  if (result != MSI_OK) throw std::uint32_t{result};
+}
+
+MsiProductInfoExtractor::~MsiProductInfoExtractor() { (void)msi_close_handle(database_); }
+
+msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name, std::u16string& value) {
+  const std::u16string query = u"SELECT `Value` FROM `Property` WHERE `Property`='" + std::move(name) + u"'";
+  handle_owner view;
+  msi_result result = msi_database_open_view(database_, query.c_str(), view.out());
+  if (result != MSI_OK) {
+    QLOG(QLOG_ERROR, u"Failed DB Open View rc =%d, error = %d\n", result, msi_last_system_error());
+    return result;
+  }
+  result = msi_view_execute(view.get());
+  if (result != MSI_OK) {
+    QLOG(QLOG_ERROR, u"Failed View Execute rc =%d, error = %d\n", result, msi_last_system_error());
+    return result;
+  }
+  handle_owner record;
+  result = msi_view_fetch(view.get(), record.out());
+  if (result != MSI_OK) {
+    QLOG(QLOG_ERROR, u"Failed View Fetch rc =%d, error = %d\n", result, msi_last_system_error());
+    return result;
+  }
+  std::uint32_t size = 0;
+  result = getBufSizeInFetchedRecord(record.get(), size);
+  // More data is what a value with characters answers, 0 an empty one.
+  if (result != MSI_OK && result != MSI_MORE_DATA) {
+    QLOG(QLOG_ERROR, u"Failed getBufSizeInFetchedRecord rc =%d,error = %d\n", result, msi_last_system_error());
+    return result;
+  }
+  if (size == std::numeric_limits<std::uint32_t>::max()) return MSI_OUT_OF_MEMORY;
+  ++size;
+  std::u16string buffer(size, u'\0');
+  result = msi_record_get_string(record.get(), 1, buffer.data(), &size);
+  if (result != MSI_OK) {
+    QLOG(QLOG_ERROR, u"Failed get STring rc =%d, error = %d\n", result, msi_last_system_error());
+    return result;
+  }
+  value.assign(buffer.c_str());
+  return MSI_OK;
+}
+
+// An empty value fits into the empty buffer: its result 0 is logged like a failure, and is none.
+msi_result MsiProductInfoExtractor::getBufSizeInFetchedRecord(msi_handle record, std::uint32_t& size) {
+  qchar empty = u'\0';
+  size = 0;
+  const msi_result result = msi_record_get_string(record, 1, &empty, &size);
+  if (result != MSI_MORE_DATA) {
+    QLOG(QLOG_ERROR, u"Failed Record get String rc =%d, error = %d\n", result, msi_last_system_error());
+  }
+  return result;
+}
