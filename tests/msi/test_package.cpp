@@ -1,0 +1,176 @@
+// Packages of the fixtures through the platform's own reader: the installer on Windows, ours elsewhere.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "common/qlib/qlib.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qmem.h"
+#include "common/qlib/qstr.h"
+#include "msi/msi_signature.h"
+#include "utils/signing/brantle/msiExtractProductInfo.h"
+
+namespace {
+
+const bool on_windows = qpath_native_separator() == u'\\';
+
+std::string root() { return std::string(std::getenv("TESSIVATOR_FIXTURES")) + "/"; }
+
+std::u16string path_of(const std::string& file) { return qstr_to_wide(root() + file); }
+
+// A table of `expected`: one map by heading a row.
+std::vector<std::map<std::string, std::string>> rows(const std::string& table) {
+  std::ifstream in(root() + "expected/" + table);
+  std::vector<std::map<std::string, std::string>> all;
+  std::vector<std::string> heading;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    std::istringstream stream(line + "\t");
+    std::vector<std::string> fields;
+    for (std::string field; std::getline(stream, field, '\t');) fields.push_back(field);
+    if (heading.empty()) {
+      heading = fields;
+      continue;
+    }
+    std::map<std::string, std::string> row;
+    for (std::size_t i = 0; i < heading.size() && i < fields.size(); ++i) row[heading[i]] = fields[i];
+    all.push_back(row);
+  }
+  return all;
+}
+
+// The value behind one field of the table: \uXXXX escapes, or long:N.
+std::u16string unescaped(const std::string& field) {
+  if (field.starts_with("long:")) {
+    const std::size_t length = std::stoul(field.substr(5));
+    std::u16string text;
+    while (text.size() + 1 < length) text += u"long text "[text.size() % 10];
+    return text + u'.';
+  }
+  std::u16string text;
+  const std::u16string wide = qstr_to_wide(field);
+  for (std::size_t i = 0; i < wide.size(); ++i) {
+    if (wide[i] == u'\\' && i + 5 < wide.size() && wide[i + 1] == u'u') {
+      text.push_back(static_cast<char16_t>(std::stoul(qstr_to_utf8(wide.substr(i + 2, 4)), nullptr, 16)));
+      i += 5;
+    } else {
+      text.push_back(wide[i]);
+    }
+  }
+  return text;
+}
+
+class Package : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
+    qlog_console_off();
+  }
+  void TearDown() override { qlib_lib_fini_basic(); }
+};
+
+void check_property(MsiProductInfoExtractor& extractor, const std::string& file, const char* name,
+                    const std::string& expected) {
+  std::u16string value;
+  const msi_result result = extractor.getPropertyValueFromMsi(qstr_to_wide(name), value);
+  if (expected == "?") return;
+  if (expected == "!259") {
+    EXPECT_EQ(result, MSI_NO_MORE_ITEMS) << file << ' ' << name;
+    return;
+  }
+  EXPECT_EQ(result, MSI_OK) << file << ' ' << name;
+  EXPECT_EQ(value, expected == "!0" ? u"" : unescaped(expected)) << file << ' ' << name;
+}
+
+TEST_F(Package, HasTheExpectedProperties) {
+  int opened = 0;
+  for (auto& row : rows("packages.tsv")) {
+    if (on_windows && row["wine"] == "skip") continue;  // beyond what Wine survives
+    const std::string& file = row["file"];
+    try {
+      MsiProductInfoExtractor extractor(path_of(file));
+      EXPECT_NE(row["open"], "110") << file;
+      for (const char* name : {"ProductName", "Manufacturer", "ProductVersion"}) {
+        check_property(extractor, file, name, row[name]);
+      }
+      ++opened;
+    } catch (const std::uint32_t code) {
+      EXPECT_NE(row["open"], "0") << file;
+      EXPECT_TRUE(on_windows || code == MSI_OPEN_FAILED) << file << ' ' << code;
+    }
+  }
+  EXPECT_GT(opened, 30);
+}
+
+std::string contents(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// signatures/ holds what osslsigncode extracts (make_signatures.sh); a package without a file there has no signature.
+TEST_F(Package, HasTheExpectedSignature) {
+  int signed_packages = 0;
+  for (const char* name :
+       {"product", "plain", "product_rsa", "product_ec", "product_rsa_extended", "sectors_4096",
+        "signature_mini_stream", "signature_ordinary_stream", "signature_empty", "signature_garbage"}) {
+    const std::string expected = contents(std::string("msi/signatures/") + name + ".p7");
+    std::byte* bytes = nullptr;
+    std::uint32_t length = 0;
+    const qerr_t code =
+        msi_get_signature_alloc(path_of(std::string("packages/") + name + ".msi").c_str(), &bytes, &length);
+    const QmemPtr<std::byte> owner(bytes);
+    EXPECT_EQ(code, expected.empty() ? QERR_NOT_FOUND : QERR_OK) << name;
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes), length), expected) << name;
+    if (!expected.empty()) ++signed_packages;
+  }
+  EXPECT_EQ(signed_packages, 6);
+}
+
+TEST_F(Package, IsNeededForASignature) {
+  std::byte* bytes = nullptr;
+  std::uint32_t length = 0;
+  for (const char* file : {"tree/readme.txt", "images/exe64.exe", "packages/damaged/text.msi", "no such file", ""}) {
+    EXPECT_EQ(msi_get_signature_alloc(path_of(file).c_str(), &bytes, &length), QERR_NOT_FOUND) << file;
+  }
+  EXPECT_EQ(bytes, nullptr);
+  EXPECT_EQ(msi_get_signature_alloc(nullptr, &bytes, &length), QERR_ARG1);
+  EXPECT_EQ(msi_get_signature_alloc(u"x", nullptr, &length), QERR_ARG2);
+  EXPECT_EQ(msi_get_signature_alloc(u"x", &bytes, nullptr), QERR_ARG3);
+}
+
+TEST_F(Package, AnswersTheInstallersNumbers) {
+  msi_handle database = 0;
+  EXPECT_NE(msi_open_database(path_of("no such file.msi").c_str(), &database), MSI_OK);
+  ASSERT_EQ(msi_open_database(path_of("packages/product.msi").c_str(), &database), MSI_OK);
+  msi_handle view = 0;
+  EXPECT_EQ(msi_database_open_view(database, u"SELECT `Value` FROM", &view), MSI_BAD_QUERY);
+  EXPECT_EQ(msi_database_open_view(database + 1, u"SELECT", &view), MSI_INVALID_HANDLE);
+  ASSERT_EQ(
+      msi_database_open_view(database, u"SELECT `Value` FROM `Property` WHERE `Property`='ProductVersion'", &view),
+      MSI_OK);
+  EXPECT_EQ(msi_close_handle(database), MSI_OK);
+  ASSERT_EQ(msi_view_execute(view), MSI_OK);
+  msi_handle record = 0;
+  ASSERT_EQ(msi_view_fetch(view, &record), MSI_OK);
+  msi_handle second = 0;
+  EXPECT_EQ(msi_view_fetch(view, &second), MSI_NO_MORE_ITEMS);
+  EXPECT_EQ(msi_close_handle(view), MSI_OK);
+
+  qchar text[8] = {};
+  std::uint32_t size = 3;
+  EXPECT_EQ(msi_record_get_string(record, 1, text, &size), MSI_MORE_DATA);
+  EXPECT_EQ(size, 5U);
+  size = 6;
+  EXPECT_EQ(msi_record_get_string(record, 1, text, &size), MSI_OK);
+  EXPECT_EQ(std::u16string(text), u"1.2.3");
+  EXPECT_EQ(msi_close_handle(record), MSI_OK);
+  EXPECT_EQ(msi_close_handle(record), MSI_INVALID_HANDLE);
+  EXPECT_EQ(msi_view_execute(view), MSI_INVALID_HANDLE);
+}
+
+}  // namespace

@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "memory_source.h"
+#include "msi/property_table.h"
+#include "msi/string_pool.h"
+
+namespace {
+
+std::string words(std::initializer_list<unsigned> values) {
+  std::string bytes;
+  for (const unsigned value : values) {
+    bytes.push_back(static_cast<char>(value));
+    bytes.push_back(static_cast<char>(value >> 8));
+  }
+  return bytes;
+}
+
+// The text of `number` in a pool of `entries` behind a header.
+std::u16string text_of(unsigned code_page, const std::string& entries, std::string_view data, std::uint32_t number) {
+  memory_source pool(words({code_page & 0xFFFF, code_page >> 16}) + entries);
+  memory_source bytes(data);
+  string_pool strings(pool, bytes);
+  std::u16string text;
+  return strings.open() && strings.text(number, text) ? text : u"(unreadable)";
+}
+
+TEST(StringPool, FindsEveryFormOfEntry) {
+  const std::string filler(70000, 'x');
+  const std::string data = "one" + filler + "two";
+  const std::u16string wide_filler(70000, u'x');
+  struct {
+    const char* what;
+    std::string entries;
+    std::string data;
+    std::uint32_t number;
+    std::u16string expected;
+  } const cases[] = {
+      {"first", words({3, 1, 3, 1}), "onetwo", 1, u"one"},
+      {"second", words({3, 1, 3, 1}), "onetwo", 2, u"two"},
+      {"number 0 is the empty text", words({3, 1}), "one", 0, u""},
+      {"free numbers count", words({3, 1, 0, 0, 3, 1}), "onetwo", 3, u"two"},
+      {"a free number has no text", words({3, 1, 0, 0, 3, 1}), "onetwo", 2, u"(unreadable)"},
+      {"past the pool", words({3, 1}), "one", 2, u"(unreadable)"},
+      {"no references", words({3, 0, 3, 1}), "onetwo", 1, u"one"},
+      {"long, length follows", words({3, 1, 0, 5, 70000 & 0xFFFF, 1, 3, 1}), data, 2, wide_filler},
+      {"behind a long one", words({3, 1, 0, 5, 70000 & 0xFFFF, 1, 3, 1}), data, 3, u"two"},
+      {"long, in halves", words({3, 1, 0, 1, 70000 & 0xFFFF, 5, 3, 1}), data, 2, wide_filler},
+      {"behind a long one in halves", words({3, 1, 0, 1, 70000 & 0xFFFF, 5, 3, 1}), data, 3, u"two"},
+      {"long of length 0", words({3, 1, 0, 5, 0, 0, 3, 1}), "onetwo", 3, u"two"},
+      {"long entry cut", words({3, 1, 0, 5}), "one", 2, u"(unreadable)"},
+      {"entry cut", words({3, 1, 3}), "onetwo", 2, u"(unreadable)"},
+      {"length past the data", words({3, 1, 4, 1}), "onetwo", 2, u"(unreadable)"},
+      {"before a length past the data", words({3, 1, 4, 1}), "onetwo", 1, u"one"},
+      {"length of 4 GB", words({3, 1, 0, 5, 0xFFFF, 0xFFFF, 3, 1}), "onetwo", 2, u"(unreadable)"},
+      {"longer than a value may be", words({0, 1, 1, 0x40}), std::string((4U << 20) + 1, 'x'), 1, u"(unreadable)"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(text_of(1252, c.entries, c.data, c.number), c.expected) << c.what;
+}
+
+TEST(StringPool, ReadsTheCodePagesOfWindows) {
+  struct {
+    unsigned code_page;
+    std::string bytes;
+    std::u16string expected;
+  } const cases[] = {
+      {0, "caf\xE9", u"caf\u00E9"},
+      {1252, "\x80\x81\x9F\xE9", u"\u20AC\u0081\u0178\u00E9"},
+      {1251, "\xCF\xF0", u"\u041F\u0440"},
+      {1255, "\xE0", u"\u05D0"},
+      {874, "\xA1", u"\u0E01"},
+      {437, "\x81", u"\u00FC"},
+      {932, "\x93\xFA\xB6", u"\u65E5\uFF76"},
+      {932, "\x93\xFA\x93", u"\u65E5\u30FB"},  // cut in the middle of a character
+      {936, "\xC8\xED", u"\u8F6F"},
+      {949, "\xC7\xD1", u"\uD55C"},
+      {950, "\xA4\xA4", u"\u4E2D"},
+      {1361, "\xD0\x65", u"\uD55C"},
+      {28605, "\xA4", u"\u20AC"},
+      {20866, "\xC1", u"\u0430"},
+      {54936, "\x81\x30\x81\x30", u"\u0080"},
+      {65001, "\xE6\x97\xA5\xF0\x9F\x98\x80", u"\u65E5\U0001F600"},
+      {65001, "a\xFF\xC3", u"a\uFFFD\uFFFD"},
+      {1253, "a\xD2z", u"a\uFFFDz"},    // not a character of 1253
+      {4711, "caf\xE9", u"caf\u00E9"},  // no code page has this number
+      {0x7FFFFFFF, "\x80", u"\u20AC"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(text_of(c.code_page, words({static_cast<unsigned>(c.bytes.size()), 1}), c.bytes, 1), c.expected)
+        << "code page " << c.code_page;
+  }
+}
+
+struct lookup_result {
+  property_result result;
+  std::u16string text;
+};
+
+lookup_result look_up(bool long_references, const std::string& table, std::string_view name) {
+  memory_source pool(words({1252, long_references ? 0x8000U : 0U}) + words({4, 1, 3, 1, 5, 1, 4, 1}));
+  memory_source data("NameoneOtherName");
+  memory_source rows(table);
+  lookup_result out{};
+  out.result = property_table::lookup(pool, data, &rows, name, out.text);
+  return out;
+}
+
+TEST(PropertyTable, LooksUpRowsOfEveryForm) {
+  const std::string three_bytes("\1\0\0\3\0\0\2\0\0\0\0\0", 12);
+  struct {
+    const char* what;
+    bool long_references;
+    std::string table;
+    const char* name;
+    property_result result;
+    std::u16string text;
+  } const cases[] = {
+      {"first row", false, words({1, 3, 2, 0}), "Name", property_result::found, u"one"},
+      {"empty value", false, words({1, 3, 2, 0}), "Other", property_result::found, u""},
+      {"first of two rows", false, words({1, 1, 2, 3}), "Name", property_result::found, u"one"},
+      {"no such row", false, words({3, 2}), "Name", property_result::absent, u""},
+      {"no such text", false, words({1, 2}), "Nam", property_result::absent, u""},
+      {"names differ in case", false, words({1, 2}), "name", property_result::absent, u""},
+      {"no rows", false, "", "Name", property_result::absent, u""},
+      {"value past the pool", false, words({1, 9}), "Name", property_result::unreadable, u""},
+      {"half a row", false, words({1, 2, 3}), "Name", property_result::unreadable, u""},
+      {"odd size", false, words({1, 2}) + "x", "Name", property_result::unreadable, u""},
+      {"three bytes", true, three_bytes, "Name", property_result::found, u"one"},
+      {"three bytes, empty value", true, three_bytes, "Other", property_result::found, u""},
+  };
+  for (const auto& c : cases) {
+    const lookup_result got = look_up(c.long_references, c.table, c.name);
+    EXPECT_EQ(got.result, c.result) << c.what;
+    EXPECT_EQ(got.text, c.text) << c.what;
+  }
+}
+
+TEST(PropertyTable, NamesStreamsAsTheInstallerDoes) {
+  // As listed for the tables of a package that another tool wrote.
+  EXPECT_EQ(msi_table_stream_name("_StringPool"), "\u4840\u3F3F\u4577\u446C\u3E6A\u44B2\u482F");
+  EXPECT_EQ(msi_table_stream_name("_StringData"), "\u4840\u3F3F\u4577\u446C\u3B6A\u45E4\u4824");
+  EXPECT_EQ(msi_table_stream_name("Property"), "\u4840\u4559\u44F2\u4568\u4737");
+}
+
+}  // namespace
