@@ -28,6 +28,11 @@ elseif(NOT WIN32 AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_definitions(tessivator_flags INTERFACE $<$<CONFIG:RelWithDebInfo>:_FORTIFY_SOURCE=2>)
 endif()
 
+# The components need libFuzzer's coverage counters as much as the targets do: without them it refuses to run.
+if(TESSIVATOR_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
