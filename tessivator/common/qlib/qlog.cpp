@@ -140,6 +140,8 @@ qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char*
   if (module_id >= QLOG_MODULE_COUNT) return QERR_ARG2;
   if (index >= QLOG_LEVEL_COUNT) return QERR_ARG1;
   if (((qlog_module_mask(module_id) >> index) & 1U) == 0) return QERR_OK;
+  // A scan logs a line a file; without anyone to read it, its columns need not be asked of the system.
+  if (!qlog_state.console.load(std::memory_order_relaxed) && !qlog_file_is_set()) return QERR_OK;
 
   const QmemPtr<qchar> buffer(static_cast<qchar*>(qmem_alloc(LINE_UNITS * sizeof(qchar))));
   if (!buffer) return QERR_LOW_MEMORY;

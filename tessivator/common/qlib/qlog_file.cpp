@@ -60,6 +60,8 @@ bool qlog_file_guard::is_held_by_caller() noexcept {
   return sink_owner.load(std::memory_order_relaxed) == qsys_thread_id();
 }
 
+bool qlog_file_is_set() noexcept { return has_file.load(std::memory_order_acquire); }
+
 qerr_t qlog_file_emit(std::u16string_view line) noexcept {
   path_buffer path;
   if (!copy_path(path) || qlog_file_guard::is_held_by_caller()) return QERR_OK;

@@ -8,6 +8,9 @@
 // Capacity of a log file's path and of a backup's name, in units.
 inline constexpr std::size_t QLOG_PATH_UNITS = 512;
 
+// Whether a log file is set; without locking.
+[[nodiscard]] bool qlog_file_is_set() noexcept;
+
 // Appends a line to the log file, which is opened and closed for it. 0 when no file is set.
 [[nodiscard]] qerr_t qlog_file_emit(std::u16string_view line) noexcept;
 
