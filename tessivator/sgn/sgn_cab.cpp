@@ -1,0 +1,153 @@
+// The header of a cabinet (little-endian, from the start of the file):
+//
+//   0   4  signature "MSCF"
+//   30  2  flags; bit 2: the reserve fields below are present
+//   36  2  cbCFHeader: size of the per-cabinet reserve
+//   38  1  cbCFFolder
+//   39  1  cbCFData
+//   40     the per-cabinet reserve; of a signed cabinet: 4 bytes, u32 file offset and u32 length of the signature
+#include "sgn/sgn_cab.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "common/qlib/qbytes.h"
+#include "common/qlib/qerr.h"
+#include "common/qlib/qfile.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qmem.h"
+#include "sgn/sgn_pkcs7.h"
+
+static constexpr std::uint32_t module_id = QLOG_SGN;
+
+// Every line of this source is one function's, whichever helper finds the fault.
+#define CAB_LOG(...) QLOG_AS(QLOG_ERROR, "sgn_extract_cab_cert_alloc", __VA_ARGS__)
+
+namespace {
+
+constexpr std::size_t header_size = 36;
+constexpr std::size_t flags_offset = 30;
+constexpr std::uint16_t flag_reserve_present = 0x0004;
+constexpr std::size_t reserve_fields_size = 4;
+constexpr std::uint64_t record_offset = 4;
+constexpr std::uint64_t record_length = 8;
+constexpr std::uint16_t record_size = 12;
+
+using BufferPtr = QmemPtr<std::byte>;
+
+// An open cabinet with the name that its log lines carry.
+struct Cabinet {
+  const qchar* path;
+  QfileOwner file;
+};
+
+struct Place {
+  std::uint32_t offset = 0;
+  std::uint32_t length = 0;
+};
+
+qerr_t not_signed(const Cabinet& cabinet) noexcept {
+  CAB_LOG(u"Cab file %s is not signed.\n", cabinet.path);
+  return QERR_INVALID;
+}
+
+// Fills `out` from the current position; at the end of the file the rest stays as it is.
+qerr_t read_part(const Cabinet& cabinet, std::span<std::byte> out) noexcept {
+  while (!out.empty()) {
+    std::uint32_t done = 0;
+    const qerr_t code = qfile_read(cabinet.file.get(), out.data(), static_cast<std::uint32_t>(out.size()), &done);
+    if (code != QERR_OK) {
+      CAB_LOG(u"Failed to read from file %s. Error = %d\n", cabinet.path, code);
+      return code;
+    }
+    if (done == 0) break;
+    out = out.subspan(std::min<std::size_t>(done, out.size()));
+  }
+  return QERR_OK;
+}
+
+// Reads the fixed header and the sizes behind it.
+qerr_t read_reserve_size(const Cabinet& cabinet, std::uint16_t& reserve_size) noexcept {
+  std::array<std::byte, header_size> header{};
+  if (const qerr_t code = read_part(cabinet, header); code != QERR_OK) return code;
+  if (std::memcmp(header.data(), "MSCF", 4) != 0) {
+    CAB_LOG(u"%s is not a valid cab file\n", cabinet.path);
+    return QERR_INVALID;
+  }
+  const auto flags = qbytes_le<std::uint16_t>(header, flags_offset);
+  if ((flags.value_or(0) & flag_reserve_present) == 0) return not_signed(cabinet);
+
+  std::array<std::byte, reserve_fields_size> fields{};
+  if (const qerr_t code = read_part(cabinet, fields); code != QERR_OK) return code;
+  reserve_size = qbytes_le<std::uint16_t>(fields, 0).value_or(0);
+  // A reserve that cannot hold the signature record serves something else.
+  return reserve_size < record_size ? not_signed(cabinet) : QERR_OK;
+}
+
+qerr_t read_place(const Cabinet& cabinet, std::uint16_t reserve_size, Place& place) noexcept {
+  const BufferPtr reserve(static_cast<std::byte*>(qmem_calloc(1, reserve_size)));
+  if (!reserve) {
+    CAB_LOG(u"Failed to allocate memory.\n");
+    return QERR_LOW_MEMORY;
+  }
+  const std::span<std::byte> area(reserve.get(), reserve_size);
+  if (const qerr_t code = read_part(cabinet, area); code != QERR_OK) return code;
+  place.offset = qbytes_le<std::uint32_t>(area, record_offset).value_or(0);
+  place.length = qbytes_le<std::uint32_t>(area, record_length).value_or(0);
+  return QERR_OK;
+}
+
+// Cuts a place to what the file holds, so that no cabinet can ask for more memory than it has bytes.
+qerr_t limit_to_file(const Cabinet& cabinet, Place& place) noexcept {
+  std::uint64_t size = 0;
+  if (const qerr_t code = qfile_size(cabinet.file.get(), &size); code != QERR_OK) {
+    CAB_LOG(u"Failed to read from file %s. Error = %d\n", cabinet.path, code);
+    return code;
+  }
+  const std::uint64_t rest = place.offset < size ? size - place.offset : 0;
+  place.length = static_cast<std::uint32_t>(std::min<std::uint64_t>(place.length, rest));
+  return QERR_OK;
+}
+
+qerr_t read_signature(const Cabinet& cabinet, const Place& place, BufferPtr& signature) noexcept {
+  signature.reset(static_cast<std::byte*>(qmem_calloc(1, place.length)));
+  if (!signature) {
+    CAB_LOG(u"Failed to allocate memory\n");
+    return QERR_LOW_MEMORY;
+  }
+  std::uint64_t position = 0;
+  if (const qerr_t code = qfile_seek(cabinet.file.get(), place.offset, QFILE_FROM_START, &position); code != QERR_OK) {
+    CAB_LOG(u"Failed to seek file %s. Error = %d\n", cabinet.path, code);
+    return code;
+  }
+  return read_part(cabinet, {signature.get(), place.length});
+}
+
+}  // namespace
+
+qerr_t sgn_extract_cab_cert_alloc_ex(const qchar* path, sgn_p7** out, sgn_store_cache* cache) noexcept {
+  if (path == nullptr) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG2;
+  Cabinet cabinet{path, {}};
+  if (const qerr_t code = qfile_open(cabinet.file.out(), path, QFILE_READ); code != QERR_OK) {
+    CAB_LOG(u"Failed to open file %s. Error = %d\n", path, code);
+    return code;
+  }
+  std::uint16_t reserve_size = 0;
+  Place place;
+  BufferPtr signature;
+  qerr_t code = read_reserve_size(cabinet, reserve_size);
+  if (code == QERR_OK) code = read_place(cabinet, reserve_size, place);
+  if (code == QERR_OK) code = limit_to_file(cabinet, place);
+  if (code == QERR_OK) code = read_signature(cabinet, place, signature);
+  if (code != QERR_OK) return code;
+
+  code = sgn_decrypt_certificate_ex(signature.get(), place.length, out, cache);
+  if (code != QERR_OK) CAB_LOG(u"Failed to decrypt certificate. Error = %d\n", code);
+  return code;
+}
+
+qerr_t sgn_extract_cab_cert_alloc(const qchar* path, sgn_p7** out) noexcept {
+  return sgn_extract_cab_cert_alloc_ex(path, out, nullptr);
+}

@@ -1,0 +1,25 @@
+#include "sgn/sgn_names.h"
+
+#include "common/qlib/qstr.h"
+
+bool SgnNameList::push(const qchar* stem) noexcept {
+  QmemPtr<qchar> name(qstr_dup(stem));
+  auto* const node = static_cast<sgn_cert_name*>(qmem_calloc(1, sizeof(sgn_cert_name)));
+  if (!name || node == nullptr) {
+    qmem_free(node);
+    return false;
+  }
+  node->name = name.release();
+  node->next = head_;
+  head_ = node;
+  return true;
+}
+
+void sgn_cert_names_free(sgn_cert_name* list) noexcept {
+  while (list != nullptr) {
+    sgn_cert_name* const next = list->next;
+    qmem_free(list->name);
+    qmem_free(list);
+    list = next;
+  }
+}

@@ -1,0 +1,174 @@
+// Naming a certificate and writing its file.
+#include <openssl/pem.h>
+
+#include <cstring>
+
+#include "common/qlib/qfile.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+#include "sgn/sgn_err.h"
+#include "sgn/sgn_names.h"
+#include "sgn/sgn_utl.h"
+
+static constexpr std::uint32_t module_id = QLOG_SGN;
+
+namespace {
+
+// How one of the two name digests is made, and what is logged when it is not.
+struct DigestKind {
+  qerr_t (*compute)(const void*, std::size_t, std::uint8_t*) noexcept;
+  qerr_t (*to_text)(const std::uint8_t*, qchar*, std::uint32_t) noexcept;
+  std::uint32_t binary_length;
+  std::size_t text_units;
+  const qchar* compute_failed;
+  const qchar* text_failed;
+};
+
+constexpr DigestKind sha1_kind{qcksum_buf_sha1,
+                               qcksum_SHA1_to_qstr,
+                               QCKSUM_SHA1_BIN_LEN,
+                               QCKSUM_SHA1_TEXT,
+                               u"Failed to compute SHA1 %d: %s\n",
+                               u"Failed to get memory for SHA1 to qstr\n"};
+constexpr DigestKind sha256_kind{qcksum_buf_sha256,
+                                 qcksum_SHA2_to_qstr,
+                                 QCKSUM_SHA256_BIN_LEN,
+                                 QCKSUM_SHA256_TEXT,
+                                 u"Failed to compute SHA2 %d: %s\n",
+                                 u"Failed to get memory for SHA2 to qstr\n"};
+
+// Helpers log under the name of the routine that they are part of.
+#define STORE_LOG(level, ...) QLOG_AS(level, "sgn_store_x509", __VA_ARGS__)
+#define QSHA_LOG(level, ...) QLOG_AS(level, "sgn_get_qsha_issuer_serial", __VA_ARGS__)
+
+qerr_t digest_text(const DigestKind& kind, Bytes bytes, QmemPtr<qchar>& out) noexcept {
+  std::array<std::uint8_t, QCKSUM_SHA512_BIN_LEN> binary{};
+  qerr_t code = kind.compute(bytes.data(), bytes.size(), binary.data());
+  if (code != QERR_OK) {
+    QSHA_LOG(code == QERR_CKSUM_BYPASSED ? QLOG_INFO : QLOG_ERROR, kind.compute_failed, code, qerr_get_string(code));
+    return code;
+  }
+  out.reset(static_cast<qchar*>(qmem_calloc(kind.text_units, sizeof(qchar))));
+  if (!out) {
+    QSHA_LOG(QLOG_ERROR, kind.text_failed);
+    return QERR_LOW_MEMORY;
+  }
+  return kind.to_text(binary.data(), out.get(), kind.binary_length);
+}
+
+// Issuer text and serial number, one behind the other.
+qerr_t name_bytes(const char* issuer, const ASN1_INTEGER* serial, QmemPtr<std::byte>& out, std::size_t& size) noexcept {
+  const int serial_length = ASN1_STRING_length(serial);
+  if (serial_length < 0) {
+    QSHA_LOG(QLOG_ERROR, u"Invalid length(negative) of serial number");
+    return QERR_INVALID;
+  }
+  const std::size_t issuer_length = std::strlen(issuer);
+  size = issuer_length + static_cast<std::size_t>(serial_length);
+  out.reset(static_cast<std::byte*>(qmem_alloc(size)));
+  if (!out) {
+    QSHA_LOG(QLOG_ERROR, u"Failed to get memory for SHA1 calculation\n");
+    return QERR_LOW_MEMORY;
+  }
+  std::memcpy(out.get(), issuer, issuer_length);
+  if (serial_length > 0) {
+    std::memcpy(out.get() + issuer_length, ASN1_STRING_get0_data(serial), static_cast<std::size_t>(serial_length));
+  }
+  return QERR_OK;
+}
+
+bool encode_pem(const X509* certificate, const BioPtr& memory, Bytes& out) noexcept {
+  if (!memory || PEM_write_bio_X509(memory.get(), certificate) != 1) return false;
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(memory.get(), &data);
+  if (size <= 0) return false;
+  out = std::as_bytes(std::span<const char>(data, static_cast<std::size_t>(size)));
+  return true;
+}
+
+// Whether a file could be opened but not filled; every other failure shows when it is opened.
+bool is_write_failure(qerr_t code) noexcept {
+  constexpr qerr_t too_large = 27;
+  constexpr qerr_t quota_exceeded = 122;
+  return code == QERR_NO_SPACE || code == QERR_IO || code == too_large || code == quota_exceeded;
+}
+
+// A failure has left its reason in OpenSSL's error queue.
+qerr_t write_failed(const qchar* path) noexcept {
+  STORE_LOG(QLOG_ERROR, u"Failed to write file '%s'.", path);
+  sgn_dump_err();
+  return QERR_OK;
+}
+
+}  // namespace
+
+qerr_t sgn_get_qsha_issuer_serial(const char* issuer, const asn1_string_st* serial, qchar** sha1_text,
+                                  qchar** sha256_text, std::uint32_t which) noexcept {
+  if (issuer == nullptr) return QERR_ARG1;
+  if (serial == nullptr) return QERR_ARG2;
+  if ((which & SGN_QSHA_SHA1) != 0 && sha1_text == nullptr) return QERR_ARG3;
+  if ((which & SGN_QSHA_SHA256) != 0 && sha256_text == nullptr) return QERR_ARG4;
+  QmemPtr<std::byte> bytes;
+  std::size_t size = 0;
+  qerr_t code = name_bytes(issuer, serial, bytes, size);
+  QmemPtr<qchar> sha1;
+  QmemPtr<qchar> sha256;
+  if (code == QERR_OK && (which & SGN_QSHA_SHA1) != 0) code = digest_text(sha1_kind, {bytes.get(), size}, sha1);
+  if (code == QERR_OK && (which & SGN_QSHA_SHA256) != 0) code = digest_text(sha256_kind, {bytes.get(), size}, sha256);
+  if (code != QERR_OK) return code;
+  if (sha1) *sha1_text = sha1.release();
+  if (sha256) *sha256_text = sha256.release();
+  return QERR_OK;
+}
+
+qerr_t sgn_name_certificate(sgn_certificate& certificate) noexcept {
+  if (certificate.stem[0] != u'\0') return QERR_OK;
+  const SgnErrorScope errors;
+  const X509* const x509 = certificate.x509.get();
+  const OpensslTextPtr issuer(X509_NAME_oneline(X509_get_issuer_name(x509), nullptr, 0));
+  if (!issuer) return QERR_LOW_MEMORY;  // no memory, or a name of more than a mebibyte
+  qchar* text = nullptr;
+  const qerr_t code =
+      sgn_get_qsha_issuer_serial(issuer.get(), X509_get0_serialNumber(x509), nullptr, &text, SGN_QSHA_SHA256);
+  const QmemPtr<qchar> owner(text);
+  if (code == QERR_OK) std::memcpy(certificate.stem.data(), text, sizeof(certificate.stem));
+  return code;
+}
+
+qerr_t sgn_store_certificate(const sgn_certificate& certificate, const qchar* output_directory,
+                             sgn_store_cache* cache) {
+  qchar* path = nullptr;
+  if (const qerr_t code = sgn_get_internal_dir_alloc(&path, output_directory, certificate.stem.data());
+      code != QERR_OK) {
+    return code;
+  }
+  const QmemPtr<qchar> owner(path);
+  STORE_LOG(QLOG_DETAIL, u"Going to save file '%s' to Vantry cert store\n", path);
+  if (cache != nullptr && cache->is_written(path, certificate)) return QERR_OK;
+
+  const SgnErrorScope errors;
+  const BioPtr memory(BIO_new(BIO_s_mem()));
+  Bytes pem;
+  if (!encode_pem(certificate.x509.get(), memory, pem)) return write_failed(path);
+  // Not flushed to the device: after a power cut a scan is run again anyway.
+  const qerr_t code = qfile_write_whole(path, pem.data(), pem.size(), 0);
+  if (is_write_failure(code)) return write_failed(path);
+  if (code != QERR_OK) {
+    STORE_LOG(QLOG_ERROR, u"Failed to open file '%s' for writing.", path);
+    return code;
+  }
+  if (cache != nullptr) cache->set_written(path, certificate);
+  return QERR_OK;
+}
+
+qerr_t sgn_store_x509(x509_st* certificate, const qchar* output_directory, void* /*database*/,
+                      std::uint32_t /*flags*/) noexcept {
+  if (certificate == nullptr) return QERR_ARG1;
+  return sgn_guarded([&] {
+    sgn_certificate one;
+    if (X509_up_ref(certificate) != 1) return QERR_LOW_MEMORY;
+    one.x509.reset(certificate);
+    const qerr_t code = sgn_name_certificate(one);
+    return code != QERR_OK ? code : sgn_store_certificate(one, output_directory, nullptr);
+  });
+}
