@@ -1,0 +1,152 @@
+// The driver: connect, walk, one record and the certificates of each file, report.
+#include "utils/signing/brantle/brantle.h"
+
+#include <array>
+#include <new>
+#include <utility>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+#include "utils/signing/brantle/share.h"
+
+static constexpr std::uint32_t module_id = QLOG_PROG;
+
+namespace {
+
+// Files of these kinds can carry a signature.
+constexpr std::array<std::u16string_view, 9> kSignedKinds = {u"exe", u"dll", u"cab", u"cat", u"ctl",
+                                                             u"msi", u"xpi", u"ocx", u"sys"};
+
+bool carriesCertificates(const std::u16string& path) {
+  const qchar* extension = qstr_extension(path.c_str());
+  if (extension == nullptr) return false;
+  for (const std::u16string_view kind : kSignedKinds) {
+    if (qstr_equal_nocase(extension, kind)) return true;
+  }
+  return false;
+}
+
+void wipe(std::u16string& text) noexcept {
+  qmem_wipe(text.data(), text.capacity() * sizeof(qchar));
+  text.clear();
+}
+
+}  // namespace
+
+Brantle::~Brantle() noexcept(false) {
+  closeScan();
+  wipePassword();
+}
+
+void Brantle::setReposPath(std::u16string path) { reposPath = std::move(path); }
+
+void Brantle::setOutputPath(std::u16string path) {
+  infoXmlPath = qpath_join(path, u"info.xml");
+  outputPath = std::move(path);
+}
+
+void Brantle::setUserName(std::u16string name) { userName = std::move(name); }
+
+void Brantle::setPassword(std::u16string text) {
+  wipePassword();
+  password.assign(text);
+  wipe(text);  // a move would leave a short password behind in the moved-from object
+}
+
+void Brantle::setDomain(std::u16string name) { domain = std::move(name); }
+
+void Brantle::wipePassword() noexcept { wipe(password); }
+
+std::int32_t Brantle::invoke() noexcept {
+  try {
+    return runScan();
+  } catch (...) {
+    (void)qstr_console_printf(u"Exception thrown!!! in Brantle::invoke.");
+    return BRANTLE_EXCEPTION;
+  }
+}
+
+std::int32_t Brantle::runScan() {
+  if (nwMode != 0) {
+    const std::int32_t connected = connectNwShare();
+    if (connected != BRANTLE_OK) return connected;
+  }
+  const std::uint32_t opened = openWalk();
+  if (reposPath.empty()) return BRANTLE_INVALID_PATH;
+  if (opened != QERR_OK) {
+    (void)qstr_console_printf(u"\nInvalid Repos Path: [%s] specified.ecode %d: %s.\n", reposPath, opened,
+                              qerr_get_string(opened));
+    return BRANTLE_INVALID_PATH;
+  }
+  if (checkAccess != 0) return BRANTLE_OK;
+  return scanEntries();
+}
+
+std::int32_t Brantle::connectNwShare() {
+  std::uint32_t bad_argument = 0;
+  const std::uint32_t code = share_connect({reposPath, domain, userName, password}, &bad_argument);
+  shareConnected = code == 0;
+  if (shareConnected) return BRANTLE_OK;
+  (void)qstr_console_printf(u"Netuseadd() returned %lu (arge# = %lu)\n", code, bad_argument);
+  switch (code) {
+    case SHARE_ERROR_BAD_NETPATH:
+    case SHARE_ERROR_BAD_NET_NAME:
+      return BRANTLE_INVALID_PATH;
+    case SHARE_ERROR_CREDENTIAL_CONFLICT:
+      return BRANTLE_CONNECT_CONFLICT;
+    default:
+      return BRANTLE_CONNECT_FAILED;
+  }
+}
+
+// Opens the walk and fetches its first entry, so that a path that yields nothing fails here.
+std::uint32_t Brantle::openWalk() {
+  walker.reset(new (std::nothrow) qfile_itr);
+  if (walker == nullptr) return QERR_LOW_MEMORY;
+  const qerr_t opened = qfile_itr_open(walker.get(), reposPath.c_str());
+  return opened != QERR_OK ? opened : nextEntry();
+}
+
+std::uint32_t Brantle::nextEntry() {
+  currentFile.clear();
+  const qchar* path = nullptr;
+  std::uint32_t directory = 0;
+  std::uint32_t symlink = 0;
+  const qerr_t code = qfile_itr_next(walker.get(), &path, &directory, &symlink);
+  if (code != QERR_OK) return code;
+  if (path != nullptr) currentFile = path;
+  isDirectory = directory != 0;
+  return QERR_OK;
+}
+
+std::int32_t Brantle::scanEntries() {
+  // The end of the walk and an error in its middle end the loop alike: what was gathered is reported.
+  for (std::uint32_t walked = QERR_OK; walked == QERR_OK; walked = nextEntry()) {
+    if (isDirectory) continue;
+    recordAdded = false;
+    if (certsOnly == 0) {
+      const std::uint32_t code = populateCurrentEXEInfo();
+      if (code != QERR_OK) {
+        QLOG(QLOG_WARNING, u"Could'nt get Installer Info for:[%s], ecode %d: %s.\n", currentFile, code,
+             qerr_get_string(code));
+      }
+    }
+    if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
+    if (carriesCertificates(currentFile)) (void)populateCertNamesMapAndExtractCerts();
+  }
+  if (certsOnly == 0) writeInfoXml();
+  return BRANTLE_OK;
+}
+
+void Brantle::closeScan() {
+  if (walker != nullptr) {
+    (void)qfile_itr_close(walker.get());
+    walker.reset();
+  }
+  if (nwMode != 0 && shareConnected) {
+    const std::uint32_t code = share_disconnect(reposPath);
+    if (code != 0) (void)qstr_console_printf(u"NetUseDel() returned %lu\n", code);
+    shareConnected = false;
+  }
+}

@@ -1,0 +1,110 @@
+// One scan request: walk a repository, gather a record and the certificates of every file, write the report.
+//
+// A front end creates a Brantle on the heap, fills it through the setters (or parseArgs), calls invoke once
+// and destroys it, also after a failure: the destructor ends the walk and removes a share connection that the
+// request made. One object is used by one thread; different objects may run on different threads at the same
+// time.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/qlib/qfile_itr.h"
+#include "common/qlib/qmem.h"
+#include "common/qlib/qtypes.h"
+#include "inv/inv_cfci.h"
+#include "sgn/sgn_cache.h"
+#include "sgn/sgn_x509.h"
+
+class MsiProductInfoExtractor;
+
+// Result codes of a request.
+inline constexpr std::int32_t BRANTLE_OK = 0;
+inline constexpr std::int32_t BRANTLE_EMPTY_ENTRY = 2;           // the walk returned an entry without a path
+inline constexpr std::int32_t BRANTLE_USAGE = 22;                // parseArgs only
+inline constexpr std::int32_t BRANTLE_INVALID_PATH = 20001;      // repository path or share not found, or nothing in it
+inline constexpr std::int32_t BRANTLE_CONNECT_FAILED = 20002;    // share connection refused
+inline constexpr std::int32_t BRANTLE_CONNECT_CONFLICT = 20003;  // server already connected with other credentials
+inline constexpr std::int32_t BRANTLE_EXCEPTION = -1;
+
+// Path, checksums and product information of one file, in the byte order of the keys.
+using BrantleRecord = std::map<std::string, std::u16string>;
+
+class Brantle {
+ public:
+  Brantle() = default;
+  Brantle(const Brantle&) = delete;
+  Brantle& operator=(const Brantle&) = delete;
+  virtual ~Brantle() noexcept(false);
+
+  // Paths and credentials as the user gave them; nothing is checked here. The output directory is never
+  // created.
+  void setReposPath(std::u16string path);
+  void setOutputPath(std::u16string path);
+  void setUserName(std::u16string name);
+  void setPassword(std::u16string text);
+  void setDomain(std::u16string name);
+
+  // Reads the command line's fixed argument sequences (argument 0 is the program). 0, or 22 after printing
+  // the usage.
+  [[nodiscard]] std::int32_t parseArgs(const qchar* const* argv, int argc);
+
+  // Runs the request. Returns one of the result codes above; nothing is thrown.
+  [[nodiscard]] std::int32_t invoke() noexcept;
+
+  // Overwrites the password; also done at destruction.
+  void wipePassword() noexcept;
+
+  std::int32_t nwMode = 0;       // the repository lies on a share: connect first, disconnect at destruction
+  std::int32_t certsOnly = 0;    // no records, no report
+  std::int32_t allCerts = 0;     // every certificate of a signature, not only the signers' own
+  std::int32_t cabFile = 0;      // every file is taken as a cabinet
+  std::int32_t checkAccess = 0;  // only test that the path can be connected to and opened
+
+ private:
+  std::int32_t runScan();
+  std::int32_t connectNwShare();
+  std::uint32_t openWalk();
+  std::uint32_t nextEntry();
+  std::int32_t scanEntries();
+  void closeScan();
+
+  std::uint32_t populateCurrentEXEInfo();
+  void appendImageRecord();
+  bool appendPackageRecord();
+  std::uint32_t getSHA_cksum(std::u16string path, std::u16string& sha1, std::u16string& sha256);
+  void populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord& record);
+
+  std::uint32_t populateCertNamesMapAndExtractCerts();
+  std::uint32_t extractByRoute(sgn_cert_name** names, std::uint32_t& result);
+  std::uint32_t extractFromCabinet(sgn_cert_name** names, std::uint32_t& result);
+  void appendBareRecord();
+
+  [[nodiscard]] std::string reportText() const;
+  void writeInfoXml() const;
+
+  struct SgnNamesFree {
+    void operator()(sgn_cert_name* names) const noexcept { sgn_cert_names_free(names); }
+  };
+  using CertNames = std::unique_ptr<sgn_cert_name, SgnNamesFree>;
+
+  std::u16string userName;
+  std::u16string password;
+  std::u16string domain;
+  std::vector<BrantleRecord> records;                // in scan order
+  std::map<std::u16string, CertNames> certNamesMap;  // by the scanned file's path; a null list is an empty one
+  BrantleRecord currentRecord;
+  std::u16string currentFile;
+  bool recordAdded = false;
+  std::u16string reposPath;
+  std::u16string infoXmlPath;
+  std::u16string outputPath;
+  std::unique_ptr<inv_cfci_t, FreeWith<inv_free_cfci>> fileInfo;
+  std::unique_ptr<qfile_itr> walker;
+  bool isDirectory = true;
+  bool shareConnected = false;
+  SgnStoreCachePtr storeCache;  // which certificate files this request has already written
+};

@@ -1,0 +1,135 @@
+// The command line's fixed argument sequences.
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+#include "utils/signing/brantle/brantle.h"
+
+namespace {
+
+using Text = std::u16string_view;
+
+enum Mode : std::uint32_t { kNone = 0, kAll = 1, kOnly = 2, kCab = 4, kShare = 8, kAccess = 16 };
+
+// Options from argument 3 on and what they switch on. A sequence with kShare is followed by domain, user and
+// password.
+struct Sequence {
+  std::array<Text, 4> options;
+  std::uint32_t modes;
+};
+
+constexpr Sequence kSequences[] = {
+    {{u"-n"}, kShare},
+    {{u"-c"}, kShare | kAccess},
+    {{u"-A"}, kAll},
+    {{u"-A", u"-n"}, kAll | kShare},
+    {{u"-A", u"-c"}, kAll | kShare | kAccess},
+    {{u"-A", u"-O"}, kAll | kOnly},
+    {{u"-A", u"-O", u"-n"}, kAll | kOnly | kShare},
+    {{u"-O"}, kOnly},
+    {{u"-O", u"-n"}, kOnly | kShare},
+    {{u"-O", u"-c"}, kOnly | kShare | kAccess},
+    {{u"-O", u"-A"}, kOnly | kAll},
+    {{u"-O", u"-A", u"-n"}, kOnly | kAll | kShare},
+    {{u"--cab", u"-O"}, kCab | kOnly},
+    {{u"--cab", u"-O", u"-n"}, kCab | kOnly | kShare},
+    {{u"--cab", u"-O", u"-c"}, kCab | kOnly | kShare | kAccess},
+    {{u"--cab", u"-O", u"-A"}, kCab | kOnly | kAll},
+    {{u"--cab", u"-O", u"-A", u"-n"}, kCab | kOnly | kAll | kShare},
+    {{u"--cab", u"-A", u"-O"}, kCab | kAll | kOnly},
+    {{u"--cab", u"-A", u"-O", u"-n"}, kCab | kAll | kOnly | kShare},
+};
+
+constexpr int kFirstOption = 3;
+constexpr int kCredentials = 3;
+constexpr int kMostArguments = 9;
+
+int optionCount(const Sequence& sequence) {
+  const auto end = std::find(sequence.options.begin(), sequence.options.end(), Text());
+  return static_cast<int>(end - sequence.options.begin());
+}
+
+// The longest sequence that the arguments begin with: an unknown option ends the options silently, and so
+// does one that no sequence has at its place ("-A" "-O" "-c" is "-A" "-O").
+const Sequence* longestMatch(const qchar* const* argv, int argc) {
+  const Sequence* best = nullptr;
+  for (const Sequence& sequence : kSequences) {
+    const int count = optionCount(sequence);
+    if (argc < kFirstOption + count || (best != nullptr && count <= optionCount(*best))) continue;
+    bool same = true;
+    for (int i = 0; i < count && same; ++i) {
+      same = sequence.options[static_cast<std::size_t>(i)] == argv[kFirstOption + i];
+    }
+    if (same) best = &sequence;
+  }
+  return best;
+}
+
+std::int32_t usage(const qchar* program) {
+  (void)qstr_console_printf(u"\n%s [<FILEPATH: filename|directory>] [OUTPUT PATH]", program);
+  static constexpr const qchar* kLines[] = {
+      u" [--cab] <-A> <-O> <-n|-c> [<DOMAIN>] [<USERNAME>]",
+      u" [<PASSWORD>]\n\n",
+      u"Dump the Installer Info [and/or] Extracts all certificates from Authenticode Signature.\n\n",
+      u"  FILEPATH     specifies filename or directory name of the file to be processed. If a directory is "
+      u"specified "
+      u"certificates and information will be extracted recursively from all the files in the specified "
+      u"folder\n\n",
+      u"  OUTPUT PATH    Specifies directory to store certificates and/or installer Info.\n\n",
+      u"--cab Specify this option if cert needs to beextracted from a cab file. -O option is necessary  if "
+      u"--cab is "
+      u"specified.\n\n",
+      u"  -A             Optional, Use to extract all the ",
+      u"certificates from installer/file. By default only ",
+      u"root certificate is extracted.\n\n",
+      u"  -O             Optional, Use if only the ",
+      u"certificates are required and additional info is not ",
+      u"required. Not optional if --cab is specified\n\n",
+      u"  -c           \tUse to check whether the FILEPATH is accessible on the network\n\n",
+      u"  -n           \tOptional, Use to Provide Authentication for the FILEPATH on the network. ",
+      u"If -n option is specified FILEPATH should be ",
+      u"a directory.\n\n",
+      u"  DOMAIN, USERNAME, PASSWORD All need to be specified when -n or -c flag is passed\n\n",
+      u" The certificates extracted will be stored in files named on the basis of SHA1 of Issuer & Serial "
+      u"No.\n",
+      u" The Installer Info is dumped in info.xml\n",
+  };
+  for (const qchar* line : kLines) (void)qstr_console_printf(u"%s", line);
+  return BRANTLE_USAGE;
+}
+
+}  // namespace
+
+std::int32_t Brantle::parseArgs(const qchar* const* argv, int argc) {
+  const bool echo = argc > 0 && Text(argv[argc - 1]) == u"-d";
+  if (echo) {
+    qlog_console_on();
+  } else {
+    qlog_console_off();
+  }
+  const qchar* program = argc > 0 ? argv[0] : u"";
+  // The two longest sequences need one argument more than the limit leaves; they end in the usage text.
+  if (argc < kFirstOption || argc > kMostArguments + (echo ? 1 : 0)) return usage(program);
+
+  const Sequence* sequence = longestMatch(argv, argc);
+  if (sequence == nullptr && argc > kFirstOption && Text(argv[kFirstOption]) == u"--cab") return usage(program);
+  const std::uint32_t modes = sequence != nullptr ? sequence->modes : kNone;
+  const int credentials = kFirstOption + (sequence != nullptr ? optionCount(*sequence) : 0);
+  if ((modes & kShare) != 0 && argc < credentials + kCredentials) return usage(program);
+
+  allCerts = (modes & kAll) != 0 ? 1 : 0;
+  certsOnly = (modes & kOnly) != 0 ? 1 : 0;
+  cabFile = (modes & kCab) != 0 ? 1 : 0;
+  nwMode = (modes & kShare) != 0 ? 1 : 0;
+  checkAccess = (modes & kAccess) != 0 ? 1 : 0;
+  setReposPath(argv[1]);
+  setOutputPath(argv[2]);
+  if (nwMode != 0) {
+    setUserName(argv[credentials + 1]);
+    setPassword(argv[credentials + 2]);
+    setDomain(argv[credentials]);
+  }
+  return BRANTLE_OK;
+}

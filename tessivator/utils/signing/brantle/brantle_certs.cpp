@@ -1,0 +1,71 @@
+// Certificate extraction: which routine a file goes to, and which certificate files belong to which scanned
+// file.
+#include <utility>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+#include "sgn/sgn_cab.h"
+#include "sgn/sgn_pkcs7.h"
+#include "utils/signing/brantle/brantle.h"
+
+static constexpr std::uint32_t module_id = QLOG_PROG;
+
+std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
+  sgn_cert_name* names = nullptr;
+  std::uint32_t result = QERR_OK;
+  try {
+    if (storeCache == nullptr) storeCache.reset(sgn_store_cache_create());
+    if (extractByRoute(&names, result) != QERR_OK) return result;
+  } catch (...) {
+    (void)qstr_console_printf(u"Error!!!,Exception thrown by sgn, Trying for other files\n");
+    if (result != QERR_OK) return result;
+  }
+  CertNames list(names);
+  if (!recordAdded) appendBareRecord();
+  if (qlog_is_enabled(QLOG_WARNING, module_id) != 0) {
+    QLOG(QLOG_WARNING, u"\nCerts extracted from %s are: \n", currentFile);
+    for (const sgn_cert_name* node = list.get(); node != nullptr; node = node->next) {
+      QLOG(QLOG_WARNING, u"\t\t%s\n", node->name);
+    }
+  }
+  certNamesMap[currentFile] = std::move(list);
+  return QERR_OK;
+}
+
+// The request decides, not the file: with cabFile set every file is taken as a cabinet.
+std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& result) {
+  if (cabFile != 0) return extractFromCabinet(names, result);
+  result = sgn_x509_get_certnames_and_store_certs_ex(currentFile.c_str(), outputPath.c_str(), names, 0,
+                                                     static_cast<std::uint32_t>(allCerts), storeCache.get());
+  if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
+  return result;
+}
+
+std::uint32_t Brantle::extractFromCabinet(sgn_cert_name** names, std::uint32_t& result) {
+  sgn_p7* object = nullptr;
+  result = sgn_extract_cab_cert_alloc(currentFile.c_str(), &object);
+  const std::unique_ptr<sgn_p7, FreeWith<sgn_p7_free>> p7(object);
+  if (result != QERR_OK) {
+    QLOG(QLOG_WARNING, u"Failed to get certs from file %s. ecode %d: %s.\n", currentFile, result,
+         qerr_get_string(result));
+    return result;
+  }
+  if (p7 == nullptr) return QERR_OK;
+  result = sgn_process_p7_and_store_cert_ex(p7.get(), outputPath.c_str(), names, 0,
+                                            static_cast<std::uint32_t>(allCerts), storeCache.get());
+  if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
+  return result;
+}
+
+// A file that has certificates but no product information is still listed; consumers know such a record by
+// the missing "SHA256" key.
+void Brantle::appendBareRecord() {
+  currentRecord.clear();
+  currentRecord["Name"] = currentFile;
+  for (const char* key : {"SHA1", "productName", "companyName", "productVersion", "isInstaller"}) {
+    currentRecord[key] = std::u16string();
+  }
+  records.push_back(std::move(currentRecord));
+  recordAdded = true;
+}

@@ -1,0 +1,124 @@
+// The per-file record: from the image's information record, or from a package's Property table.
+#include <utility>
+
+#include "common/qlib/qcksum.h"
+#include "common/qlib/qerr.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
+#include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/msiExtractProductInfo.h"
+
+static constexpr std::uint32_t module_id = QLOG_PROG;
+
+namespace {
+
+constexpr std::uint16_t kImageTypes = 0x1 | 0x20;
+constexpr std::uint32_t kInstaller = 0x1;
+
+std::u16string orEmpty(const qchar* text) { return text != nullptr ? std::u16string(text) : std::u16string(); }
+
+std::u16string sha1Text(const qcksum& sum) {
+  std::u16string text(QCKSUM_SHA1_TEXT - 1, u'\0');
+  const bool converted = qcksum_SHA1_to_qstr(sum.value, text.data(), QCKSUM_SHA1_BIN_LEN) == QERR_OK;
+  return converted ? text : std::u16string();
+}
+
+std::u16string sha256Text(const qcksum& sum) {
+  std::u16string text(QCKSUM_SHA256_TEXT - 1, u'\0');
+  const bool converted = qcksum_SHA2_to_qstr(sum.value, text.data(), QCKSUM_SHA256_BIN_LEN) == QERR_OK;
+  return converted ? text : std::u16string();
+}
+
+}  // namespace
+
+std::uint32_t Brantle::populateCurrentEXEInfo() {
+  recordAdded = false;
+  fileInfo.reset();
+  inv_cfci_t* info = nullptr;
+  std::int64_t newest_time = 0;
+  const qerr_t code = inv_get_cfci_alloc(currentFile.c_str(), &info, &newest_time, 1);
+  fileInfo.reset(info);
+  if (code == QERR_OK && fileInfo != nullptr && (fileInfo->type_flags & kImageTypes) != 0) {
+    appendImageRecord();
+    fileInfo.reset();
+    return code;
+  }
+  fileInfo.reset();
+  const qchar* extension = qstr_extension(currentFile.c_str());
+  if (extension != nullptr && qstr_equal_nocase(extension, u"msi") && appendPackageRecord()) return QERR_OK;
+  return code;
+}
+
+void Brantle::appendImageRecord() {
+  currentRecord.clear();
+  currentRecord["SHA1"] = sha1Text(fileInfo->sha1);
+  currentRecord["SHA256"] = sha256Text(fileInfo->sha256);
+  currentRecord["productName"] = orEmpty(fileInfo->ProductName);
+  currentRecord["companyName"] = orEmpty(fileInfo->CompanyName);
+  currentRecord["productVersion"] = orEmpty(fileInfo->ProductVersion);
+  currentRecord["isInstaller"] = (fileInfo->classification_flags & kInstaller) != 0 ? u"yes" : u"no";
+  currentRecord["Name"] = currentFile;
+  records.push_back(std::move(currentRecord));
+  recordAdded = true;
+}
+
+// False when the package cannot be opened; it then gets no record.
+bool Brantle::appendPackageRecord() {
+  try {
+    MsiProductInfoExtractor extractor(currentFile);
+    populateMsiInfo(extractor, currentRecord);
+  } catch (const std::uint32_t rc) {
+    QLOG(QLOG_ERROR, u"Invalid Msi rc =%d, error = %d\n", rc, qsys_last_error());
+    return false;
+  }
+  std::u16string sha1;
+  std::u16string sha256;
+  if (getSHA_cksum(currentFile, sha1, sha256) != QERR_OK) {
+    sha1.clear();
+    sha256.clear();
+  }
+  currentRecord["SHA1"] = sha1;
+  currentRecord["SHA256"] = sha256;
+  currentRecord["Name"] = currentFile;
+  records.push_back(std::move(currentRecord));
+  recordAdded = true;
+  return true;
+}
+
+std::uint32_t Brantle::getSHA_cksum(std::u16string path, std::u16string& sha1, std::u16string& sha256) {
+  QfileOwner file;
+  qerr_t code = qfile_open(file.out(), path.c_str(), QFILE_READ);
+  if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to open file '%s' for computing SHA1 err = %d.\n", path, code);
+    return code;
+  }
+  qcksum sum1{};
+  qcksum sum256{};
+  code = qcksum_compute(QCKSUM_SHA1 | QCKSUM_SHA256, file.get(), &sum1, nullptr, &sum256, 0, 0);
+  if (code == QERR_CKSUM_BYPASSED) {
+    QLOG(QLOG_ERROR, u"Checksum bypassed for file %s\n", path);
+  } else if (code != QERR_OK) {
+    QLOG(QLOG_ERROR, u"Failed to compute the checksum of file '%s'. err = %d.\n", path, code);
+  }
+  if (code == QERR_OK || code == QERR_CKSUM_BYPASSED) {
+    sha1 = sha1Text(sum1);
+    sha256 = sha256Text(sum256);
+  }
+  return code;
+}
+
+void Brantle::populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord& record) {
+  static constexpr struct {
+    const qchar* property;
+    const char* key;
+  } kProperties[] = {
+      {u"ProductName", "productName"}, {u"Manufacturer", "companyName"}, {u"ProductVersion", "productVersion"}};
+  record.clear();
+  record["isInstaller"] = u"yes";
+  for (const auto& [property, key] : kProperties) {
+    std::u16string value;
+    if (extractor.getPropertyValueFromMsi(property, value) != 0) value.clear();
+    record[key] = value;
+  }
+}

@@ -1,0 +1,34 @@
+// Connections through the network management interface.
+#include <windows.h>
+// After windows.h.
+#include <lm.h>
+
+#include "utils/signing/brantle/share.h"
+
+namespace {
+
+wchar_t* wide(const std::u16string& text) noexcept {
+  // The interface's record holds non-const pointers but only reads them.
+  return const_cast<wchar_t*>(reinterpret_cast<const wchar_t*>(text.c_str()));
+}
+
+std::uint32_t connect(const share_use& use, std::uint32_t* bad_argument) {
+  USE_INFO_2 info{};
+  info.ui2_remote = wide(use.remote);
+  info.ui2_password = wide(use.password);
+  info.ui2_asg_type = USE_WILDCARD;
+  info.ui2_username = wide(use.user);
+  info.ui2_domainname = wide(use.domain);
+  DWORD index = 0;
+  const NET_API_STATUS status = NetUseAdd(nullptr, 2, reinterpret_cast<LPBYTE>(&info), &index);
+  *bad_argument = index;
+  return status;
+}
+
+std::uint32_t disconnect(const std::u16string& remote) { return NetUseDel(nullptr, wide(remote), USE_NOFORCE); }
+
+constexpr share_operations kNetworkManagement = {connect, disconnect};
+
+}  // namespace
+
+const share_operations& share_platform_operations() noexcept { return kNetworkManagement; }
