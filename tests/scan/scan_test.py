@@ -1,0 +1,413 @@
+"""Whole scans through the real command line, native or under Wine, against the fixtures' expected tables.
+
+The tables were worked out with openssl, pefile and msiinfo; both platforms are held to the same ones.
+"""
+import argparse
+import csv
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import time
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+HERE = pathlib.Path(__file__).resolve().parent
+FIXTURES = HERE.parent / "fixtures"
+TREE = FIXTURES / "tree"
+KINDS = ("exe", "dll", "cab", "cat", "ctl", "msi", "xpi", "ocx", "sys")
+FULL = ["Name", "SHA1", "SHA256", "companyName", "isInstaller", "productName", "productVersion"]
+BARE = [key for key in FULL if key != "SHA256"]
+OPTIONS = None  # the command line of this script
+
+
+def table(name):
+    with open(FIXTURES / "expected" / name, encoding="utf-8", newline="") as file:
+        return list(csv.DictReader(file, delimiter="\t", quoting=csv.QUOTE_NONE))
+
+
+def shown(text):
+    """A table's value as the report shows it: what XML 1.0 forbids has become U+FFFD."""
+    units = re.sub(r"\\u([0-9a-f]{4})", lambda m: chr(int(m.group(1), 16)), text)
+    text = units.encode("utf-16-le", "surrogatepass").decode("utf-16-le", "replace")
+    return re.sub("[\x00-\x08\x0b\x0c\x0e-\x1f\ufffe\uffff]", "\ufffd", text).replace("\r", "\n")
+
+
+class Result:
+    def __init__(self, code, said, out):
+        self.code, self.said, self.out = code, said, out
+
+    @property
+    def files(self):
+        return sorted(path.name for path in self.out.iterdir())
+
+    @property
+    def stems(self):
+        return {path.stem for path in self.out.glob("*.cer")}
+
+    def records(self, root):
+        """Record by path relative to `root`, with slashes: {key: text}, and the list of stems under "stems"."""
+        raw = (self.out / "info.xml").read_bytes()
+        assert raw.startswith(b'<?xml version="1.0" encoding="UTF-8"?>\n') and b"\r\n" not in raw
+        document = ElementTree.fromstring(raw)
+        assert document.tag == "ExecutableData" and not document.attrib
+        found = {}
+        for element in document:
+            keys = [child.tag for child in element]
+            assert element.tag == "Executable" and keys in (FULL + ["CertificatesExtracted"],
+                                                            BARE + ["CertificatesExtracted"]), keys
+            record = {child.tag: child.text or "" for child in element}
+            certificates = element[-1]
+            record["stems"] = [child.attrib["name"] for child in certificates]
+            assert certificates.attrib == {"count": str(len(record["stems"]))}
+            assert record["Name"].startswith(told(root)), record["Name"]
+            name = record["Name"][len(told(root)):].replace("\\", "/").lstrip("/")
+            assert name not in found, name
+            found[name] = record
+        return found
+
+
+def told(path):
+    """A path as the program names it."""
+    return "Z:" + str(path).replace("/", "\\") if OPTIONS.wine else str(path)
+
+
+def scan(case, source, *options, out=None, timeout=120):
+    """One run of the program. The output folder is new unless it is given."""
+    if out is None:
+        out = fresh(case, "out")
+    command = [OPTIONS.brantle, told(source) if isinstance(source, pathlib.Path) else source,
+               told(out) if isinstance(out, pathlib.Path) else out, *options]
+    return run(command, out, timeout)
+
+
+def run(command, out, timeout=120):
+    if OPTIONS.wine:
+        # Wine hands a shell eight bits of an exit code; the launcher prints all of them.
+        command = [OPTIONS.wine, OPTIONS.launcher, *command]
+    done = subprocess.run(command, capture_output=True, timeout=timeout, check=False)
+    said = done.stdout.decode("utf-8", "replace").replace("\r\n", "\n")
+    code = done.returncode
+    if OPTIONS.wine:
+        code = int(re.search(r"exit code (-?\d+)", done.stderr.decode()).group(1))
+    return Result(code, said, out)
+
+
+def fresh(case, name):
+    path = pathlib.Path(OPTIONS.scratch) / case.id().split(".")[-1] / name
+    shutil.rmtree(path, ignore_errors=True)
+    path.mkdir(parents=True)
+    return path
+
+
+def full_code(code):
+    """A result code as the platform's exit status."""
+    return code if OPTIONS.wine else code & 0xFF
+
+
+class Repository(unittest.TestCase):
+    """The sample repository."""
+
+    def check_tree(self, column, *options):
+        result = scan(self, TREE, *options)
+        self.assertEqual(result.code, 0)
+        records = result.records(TREE)
+        stems = set()
+        for row in table("tree.tsv"):
+            with self.subTest(row["file"]):
+                wanted = [stem for stem in (row[column] or "").split(",") if stem]
+                stems.update(wanted)
+                if row["record"] == "none":
+                    self.assertNotIn(row["file"], records)
+                    continue
+                record = records.pop(row["file"])
+                self.assertEqual(record["stems"], wanted)
+                self.assertEqual([key for key in FULL if key in record], FULL if row["record"] == "full" else BARE)
+                for key in FULL[1:]:
+                    if key in record:
+                        self.assertEqual(record[key], shown(row[key] or ""), key)
+        self.assertEqual(records, {}, "records that nothing is known of")
+        self.assertEqual(result.files, sorted([f"{stem}.cer" for stem in stems] + ["info.xml"]))
+        self.check_bytes(result)
+
+    def check_bytes(self, result):
+        for stem in result.stems:
+            self.assertEqual((result.out / f"{stem}.cer").read_bytes(),
+                             (FIXTURES / "expected" / "certificates" / f"{stem}.cer").read_bytes())
+
+    def test_signers(self):
+        self.check_tree("signers")
+
+    def test_all_certificates(self):
+        self.check_tree("all", "-A")
+
+    def test_certificates_only_writes_no_report(self):
+        result = scan(self, TREE, "-O")
+        wanted = {stem for row in table("tree.tsv") for stem in (row["signers"] or "").split(",") if stem}
+        self.assertEqual((result.code, result.stems), (0, wanted))
+        self.assertNotIn("info.xml", result.files)
+
+    def test_an_unknown_option_is_ignored_and_d_echoes(self):
+        quiet = scan(self, TREE, "-X")
+        self.assertEqual((quiet.code, quiet.said), (0, ""))
+        loud = scan(self, TREE, "-d")
+        self.assertEqual(loud.code, 0)
+        self.assertIn("Could'nt get Installer Info for:[", loud.said)
+        self.assertRegex(loud.said, r"(?m)^U\.\d{4,}\.\d{4,}: [A-Z][a-z]{2} \d\d 20\d\d:\d\d:\d\d:\d\d\.\d{3}:   "
+                                    r"(ERROR|WARNING): \S+\.cpp *: +\d+: ")
+
+    def test_one_file(self):
+        for name, count in (("tools/tool32.exe", 1), ("packages/product.msi", 1), ("readme.txt", 0)):
+            with self.subTest(name):
+                result = scan(self, TREE / name)
+                self.assertEqual(result.code, 0)
+                self.assertEqual(len(result.records((TREE / name).parent)), count)
+
+    def test_wildcards_select_in_the_last_component(self):
+        result = scan(self, TREE / "tools" / "tool*.exe")
+        self.assertEqual(result.code, 0)
+        self.assertEqual(sorted(result.records(TREE / "tools")), ["tool32.exe", "tool64.exe"])
+
+    def test_the_output_may_be_scanned_again_over_itself(self):
+        first = scan(self, TREE)
+        before = {name: (first.out / name).read_bytes() for name in first.files}
+        again = scan(self, TREE, out=first.out)
+        self.assertEqual({name: (again.out / name).read_bytes() for name in again.files}, before)
+
+
+class Fixtures(unittest.TestCase):
+    """Every fixture, damaged ones included, in one scan."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.root = pathlib.Path(OPTIONS.scratch) / "fixtures"
+        shutil.rmtree(cls.root, ignore_errors=True)
+        skipped = {row["file"] for row in table("packages.tsv") if OPTIONS.wine and row["wine"] == "skip"}
+        for folder in ("images", "packages", "cabinets", "pkcs7"):
+            shutil.copytree(FIXTURES / folder, cls.root / folder)
+        for name in skipped:
+            (cls.root / name).unlink()
+        cls.skipped = skipped
+        out = pathlib.Path(OPTIONS.scratch) / "fixtures_out"
+        shutil.rmtree(out, ignore_errors=True)
+        out.mkdir()
+        start = time.monotonic()
+        cls.result = scan(None, cls.root, out=out, timeout=240)
+        cls.seconds = time.monotonic() - start
+        cls.records = cls.result.records(cls.root)
+
+    def test_it_ends_well(self):
+        self.assertEqual(self.result.code, 0)
+        self.assertLess(self.seconds, 200 if OPTIONS.wine else 60)
+        self.assertFalse([name for name in self.result.files if not re.fullmatch(r"info\.xml|[0-9a-f]{64}\.cer", name)])
+
+    def test_certificates(self):
+        for row in table("certificates.tsv"):
+            if row["file"].rsplit(".", 1)[-1].lower() not in KINDS or row["file"] in self.skipped:
+                continue
+            with self.subTest(row["file"]):
+                stems = [stem for stem in (row["signers"] or "").split(",") if stem]
+                if row["file"].startswith("cabinets/"):
+                    stems = []  # a cabinet is read as one only when the request says so
+                self.assertEqual(self.records.get(row["file"], {"stems": []})["stems"], stems)
+
+    def test_version_strings(self):
+        for row in table("resources.tsv"):
+            with self.subTest(row["file"]):
+                record = self.records[row["file"]]
+                for key, column in (("companyName", "CompanyName"), ("productName", "ProductName"),
+                                    ("productVersion", "ProductVersion"), ("isInstaller", "isInstaller")):
+                    self.assertEqual(record[key], shown(row[column] or ""), key)
+
+    def test_packages(self):
+        for row in table("packages.tsv"):
+            if row["file"] in self.skipped or row["open"] == "?":
+                continue
+            with self.subTest(row["file"]):
+                if row["open"] != "0":
+                    self.assertNotIn(row["file"], self.records)
+                    continue
+                record = self.records[row["file"]]
+                self.assertEqual(record["isInstaller"], "yes")
+                for key, column in (("productName", "ProductName"), ("companyName", "Manufacturer"),
+                                    ("productVersion", "ProductVersion")):
+                    if row[column] == "?":
+                        continue
+                    value = "" if (row[column] or "").startswith("!") else shown(row[column] or "")
+                    if value.startswith("long:"):
+                        length = int(value[5:])
+                        value = ("long text " * (length // 10 + 1))[:length - 1] + "."
+                    self.assertEqual(record[key], value, key)
+
+
+class Cabinets(unittest.TestCase):
+    def test_only_cabinets_are_read_as_cabinets(self):
+        source = fresh(self, "in")
+        stems = set()
+        names = {row["file"]: row for row in table("certificates.tsv")}
+        for row in table("cabinets.tsv"):
+            if not (row["extraction"] == "0" and row["named"] != "0"):
+                continue
+            shutil.copy(FIXTURES / row["file"], source)
+            key = "cabinets/signed_ec.cab" if "signed_ec" in row["file"] else "cabinets/signed_rsa.cab"
+            stems.add(names[key]["signers"])
+        shutil.copy(FIXTURES / "images" / "exe32_ec.exe", source)
+        for options in (("--cab", "-O"), ("--cab", "-A", "-O"), ("--cab", "-O", "-A")):
+            with self.subTest(options):
+                result = scan(self, source, *options)
+                self.assertEqual(result.code, 0)
+                self.assertNotIn("info.xml", result.files)
+                self.assertGreaterEqual(result.stems, stems)
+                self.assertEqual(len(result.stems) > len(stems), "-A" in options)
+
+    def test_the_damaged_ones_alone(self):
+        source = fresh(self, "in")
+        for row in table("cabinets.tsv"):
+            if row["extraction"] != "0":
+                shutil.copy(FIXTURES / row["file"], source)
+        result = scan(self, source, "--cab", "-O", "-A")
+        self.assertEqual((result.code, result.files), (0, []))
+
+
+class Codes(unittest.TestCase):
+    def test_codes(self):
+        tree = told(TREE)
+        cases = (
+            (22, [tree]), (22, [tree, "OUT", "-n", "D", "u"]), (22, [tree, "OUT", "--cab"]),
+            (22, [tree, "OUT", "--cab", "-O", "-A", "-n", "D", "u", "p"]),
+            (20001, [tree + "-absent", "OUT"]), (20001, ["", "OUT"]), (0, [tree, "OUT", "-A", "-O", "-c", "D", "u", "p"]))
+        for code, arguments in cases:
+            with self.subTest(arguments):
+                out = fresh(self, "out")
+                arguments = [told(out) if argument == "OUT" else argument for argument in arguments]
+                self.assertEqual(run([OPTIONS.brantle, *arguments], out).code, full_code(code))
+
+    def test_a_local_path_is_no_share(self):
+        if OPTIONS.wine:
+            self.skipTest("Wine's network management answers 0 to everything")
+        for option in ("-n", "-c"):
+            result = scan(self, TREE, option, "D", "u", "secret")
+            self.assertEqual(result.code, full_code(20001))
+            self.assertNotIn("secret", result.said)
+            self.assertEqual(result.files, [])
+
+    def test_the_message_of_an_invalid_path(self):
+        result = scan(self, TREE / "absent")
+        self.assertEqual(result.said, f"\nInvalid Repos Path: [{told(TREE / 'absent')}] specified."
+                                      "ecode 1008: No more values/keys left to iterate.\n")
+
+    def test_empty_folder(self):
+        empty = fresh(self, "empty")
+        result = scan(self, empty)
+        self.assertEqual((result.code, result.files), (0, ["info.xml"]))
+        self.assertEqual((result.out / "info.xml").read_text(),
+                         '<?xml version="1.0" encoding="UTF-8"?>\n<ExecutableData/>\n')
+
+
+@unittest.skipIf("--wine" in " ".join(sys.argv), "names and links that Windows does not have")
+class Linux(unittest.TestCase):
+    def setUp(self):
+        self.signed = (FIXTURES / "images" / "exe32_rsa.exe").read_bytes()
+        self.stem = next(row["signers"] for row in table("certificates.tsv") if row["file"] == "images/exe32_rsa.exe")
+
+    def test_odd_names(self):
+        source = fresh(self, "in")
+        names = [b"bad\xff\xfeutf8.exe", b"over\xc0\xaflong.exe", b"half\xed\xa0\x80pair.exe", b"line\nfeed.exe",
+                 b"bell\x07.exe", b'a<b>&"c\'.exe', b"star*quest?.exe", b"back\\slash.exe", b"colon:c.exe", b" .exe",
+                 b"-d.exe", "e\u0301\U0001f600.exe".encode(), b"x" * 251 + b".exe"]
+        for name in names:
+            with open(os.path.join(os.fsencode(source), name), "wb") as file:
+                file.write(self.signed)
+        result = scan(self, source)
+        self.assertEqual((result.code, result.stems), (0, {self.stem}))
+        document = ElementTree.parse(result.out / "info.xml").getroot()
+        found = [element.findtext("Name").rsplit("/", 1)[1] for element in document]
+        def reported(name):
+            text = name.decode("utf-8", "surrogateescape")
+            return re.sub("[\x00-\x08\x0b-\x1f\ud800-\udfff]", "\ufffd", text)
+        self.assertEqual(sorted(found), sorted(reported(name) for name in names))
+        self.assertTrue(all(element.find("CertificatesExtracted").attrib["count"] == "1" for element in document))
+
+    def test_links_pipes_and_depth(self):
+        source = fresh(self, "in")
+        (source / "a" / "b").mkdir(parents=True)
+        (source / "a" / "b" / "up").symlink_to("../..")
+        (source / "a" / "self").symlink_to(".")
+        (source / "dangling.exe").symlink_to("nowhere")
+        os.mkfifo(source / "pipe.exe")
+        (source / "a" / "b" / "signed.exe").write_bytes(self.signed)
+        deep = source / "deep"
+        deep.mkdir()
+        here = os.getcwd()
+        os.chdir(deep)
+        for _ in range(300):
+            os.mkdir("d")
+            os.chdir("d")
+        pathlib.Path("bottom.exe").write_bytes(self.signed)
+        os.chdir(here)
+        result = scan(self, source, timeout=60)
+        self.assertEqual(result.code, 0)
+        names = set(result.records(source))
+        self.assertIn("a/b/signed.exe", names)
+        self.assertIn("deep/" + "d/" * 300 + "bottom.exe", names)
+        self.assertFalse({"pipe.exe", "dangling.exe"} & names)
+        self.assertEqual(scan(self, source / "pipe.exe", timeout=20).code in (0, full_code(20001)), True)
+
+    def test_links_in_the_output_are_replaced_not_followed(self):
+        out, outside = fresh(self, "out"), fresh(self, "outside")
+        for name in ("info.xml", f"{self.stem}.cer"):
+            (outside / name).write_text("precious")
+            (out / name).symlink_to(outside / name)
+        result = scan(self, FIXTURES / "images" / "exe32_rsa.exe", out=out)
+        self.assertEqual(result.code, 0)
+        for name in ("info.xml", f"{self.stem}.cer"):
+            self.assertEqual((outside / name).read_text(), "precious")
+            self.assertFalse((out / name).is_symlink())
+            self.assertNotEqual((out / name).read_text(), "precious")
+
+    def test_a_directory_where_a_file_should_go_stays(self):
+        out = fresh(self, "out")
+        (out / f"{self.stem}.cer").mkdir()
+        result = scan(self, FIXTURES / "images" / "exe32_rsa.exe", out=out)
+        self.assertEqual((result.code, result.files), (0, sorted([f"{self.stem}.cer", "info.xml"])))
+        record = result.records(FIXTURES / "images")["exe32_rsa.exe"]
+        self.assertEqual(record["stems"], [self.stem], "a name stays listed though its file could not be written")
+
+    def test_a_file_over_4_gib(self):
+        source = fresh(self, "in")
+        big = source / "big.exe"
+        big.write_bytes(self.signed)
+        os.truncate(big, (1 << 32) + (1 << 20))
+        result = scan(self, source, timeout=180)
+        self.assertEqual((result.code, result.stems), (0, {self.stem}))
+        big.unlink()
+
+    def test_ten_thousand_files_need_few_descriptors(self):
+        source = fresh(self, "in")
+        for i in range(100):
+            (source / f"d{i}").mkdir()
+            for k in range(100):
+                (source / f"d{i}" / f"{k}.exe").write_bytes(self.signed[:4096] if k else self.signed)
+        out = fresh(self, "out")
+        done = subprocess.run(["bash", "-c", 'ulimit -n 24; exec "$@"', "-", OPTIONS.brantle, str(source), str(out)],
+                              capture_output=True, timeout=120, check=False)
+        self.assertEqual(done.returncode, 0)
+        self.assertEqual(len(Result(0, "", out).records(source)), 10000)
+        shutil.rmtree(source)
+
+
+def main():
+    global OPTIONS
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--brantle", required=True)
+    parser.add_argument("--scratch", required=True)
+    parser.add_argument("--wine", help="the script that runs a Windows program")
+    parser.add_argument("--launcher", help="the program that prints a Windows program's full exit code")
+    OPTIONS, rest = parser.parse_known_args()
+    unittest.main(argv=[sys.argv[0], *rest], verbosity=1)
+
+
+if __name__ == "__main__":
+    main()
