@@ -4,6 +4,20 @@ if(NOT WIN32)
   pkg_check_modules(SMBCLIENT IMPORTED_TARGET smbclient)
 endif()
 
+# The Java library needs only the interface's headers, which are the same on every 64-bit platform but for the export
+# macro, and that one is ours. Without them everything else is built.
+file(GLOB TESSIVATOR_JDKS /usr/lib/jvm/default-java /usr/lib/jvm/java-*)
+find_path(JNI_INCLUDE_DIR jni.h HINTS ENV JAVA_HOME PATHS ${TESSIVATOR_JDKS} PATH_SUFFIXES include
+  NO_CMAKE_FIND_ROOT_PATH)
+find_path(JNI_MD_INCLUDE_DIR jni_md.h HINTS "${JNI_INCLUDE_DIR}/win32" "${JNI_INCLUDE_DIR}/linux"
+  NO_CMAKE_FIND_ROOT_PATH)
+if(JNI_INCLUDE_DIR AND JNI_MD_INCLUDE_DIR)
+  set(TESSIVATOR_JNI TRUE)
+  set(JNI_INCLUDE_DIRS "${JNI_INCLUDE_DIR}" "${JNI_MD_INCLUDE_DIR}")
+else()
+  message(STATUS "No jni.h: the Java library is left out")
+endif()
+
 if(TESSIVATOR_TESTS)
   # GoogleTest is built with our own flags and sanitizers, from the sources that Debian ships.
   set(GOOGLETEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest's source folder")

@@ -1,0 +1,8 @@
+// The process hook of a Linux library. A constructor cannot refuse the load; the entry points ask whether the
+// runtime started.
+#include "utils/signing/brantle/brantle_hook.h"
+
+namespace {
+[[gnu::constructor]] void attach() { (void)brantle_hook_attach(); }
+[[gnu::destructor]] void detach() { brantle_hook_detach(); }
+}  // namespace

@@ -1,0 +1,20 @@
+// The process hook of a Windows library.
+#include <windows.h>
+
+#include "utils/signing/brantle/brantle_hook.h"
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved);
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID reserved) {
+  switch (reason) {
+    case DLL_PROCESS_ATTACH:
+      return brantle_hook_attach() ? TRUE : FALSE;
+    case DLL_PROCESS_DETACH:
+      // With `reserved` set the process ends: its other threads were stopped where they stood, perhaps holding the
+      // runtime's locks, and the system takes everything back anyway.
+      if (reserved == nullptr) brantle_hook_detach();
+      return TRUE;
+    default:
+      return TRUE;
+  }
+}

@@ -1,0 +1,205 @@
+import com.kestal.tamb.brantle.manager.Brantle;
+import com.kestal.tamb.brantle.sample.PluginBridge;
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Comparator;
+import java.util.List;
+import java.util.Map;
+import java.util.TreeMap;
+import java.util.concurrent.Callable;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
+
+/** The library in a real virtual machine. Arguments: mode, bridge, library, fixture tree, scratch folder. */
+public final class JvmTest {
+    /** Lacks two of the three natives. */
+    static final class Lacking {
+        native int getCertsAndInfoByScanningLocalPath(String repository, String output);
+    }
+
+    private static Path scratch;
+    private static Path tree;
+    private static int checks;
+
+    public static void main(String[] args) throws Exception {
+        tree = Path.of(args[3]);
+        scratch = Path.of(args[4]).resolve(args[0]);
+        removeAll(scratch);
+        Files.createDirectories(scratch);
+        Path library = Path.of(args[2]).toAbsolutePath();
+        System.load(args[1]);
+        switch (args[0]) {
+            case "named" -> {
+                System.load(library.toString());
+                natives();
+                flatMemory();
+            }
+            case "hooks" -> hooks(library.toString());
+            case "threads" -> {
+                System.load(library.toString());
+                threads(Integer.parseInt(args[5]));
+            }
+            default -> throw new IllegalArgumentException(args[0]);
+        }
+        System.out.println(args[0] + ": " + checks + " checks");
+    }
+
+    private static void natives() throws Exception {
+        Brantle brantle = new Brantle();
+        Path out = fresh("out");
+        equal(0, brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString()), "local scan");
+        Map<String, String> expected = contents(out);
+        check(expected.containsKey("info.xml") && expected.size() > 1, "report and certificates: " + expected.keySet());
+
+        Path cut = fresh("cut");
+        equal(0, brantle.getCertsAndInfoByScanningLocalPath(tree + "\0x", cut + "\0y"), "cut at the zero character");
+        check(expected.equals(contents(cut)), "same output through cut strings");
+
+        Path odd = fresh("ümläut 漢字 \uD83D\uDE00");
+        equal(0, brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), odd.toString()), "non-ASCII output");
+        check(expected.equals(contents(odd)), "same output in a non-ASCII folder");
+
+        equal(20001, brantle.getCertsAndInfoByScanningLocalPath("", out.toString()), "empty path");
+        equal(20001, brantle.getCertsAndInfoByScanningLocalPath(scratch + "/absent", out.toString()), "absent path");
+        equal(20001, brantle.testAccessOnNwShareWithParams(tree.toString(), "D", "u", "p"), "no share");
+        equal(20001, brantle.getCertsAndInfoByScanningNwPath(tree.toString(), out.toString(), "D", "u", "p"), "no share");
+
+        String[] local = {tree.toString(), out.toString()};
+        for (int i = 0; i < 2; i++) {
+            String[] a = local.clone();
+            a[i] = null;
+            equal(-1, brantle.getCertsAndInfoByScanningLocalPath(a[0], a[1]), "null argument " + i);
+        }
+        for (int i = 0; i < 5; i++) {
+            String[] a = {"x", "x", "x", "x", "x"};
+            a[i] = null;
+            equal(-1, brantle.getCertsAndInfoByScanningNwPath(a[0], a[1], a[2], a[3], a[4]), "null argument " + i);
+            if (i < 4) equal(-1, brantle.testAccessOnNwShareWithParams(a[0], a[1], a[2], a[3]), "null argument " + i);
+        }
+    }
+
+    private static void hooks(String path) throws Exception {
+        for (int round = 0; round < 100; round++) {
+            long library = PluginBridge.open(path);
+            check(library != 0, "open, round " + round);
+            equal(-1, PluginBridge.onLoad(library, Lacking.class), "a class that lacks methods");
+            equal(0, PluginBridge.onLoad(library, Brantle.class), "OnLoad, round " + round);
+            Path out = fresh("out");
+            equal(0, new Brantle().getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString()), "scan " + round);
+            check(Files.exists(out.resolve("info.xml")), "report, round " + round);
+            equal(0, PluginBridge.onUnload(library, Brantle.class), "OnUnload, round " + round);
+            boolean unlinked = false;
+            try {
+                new Brantle().getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString());
+            } catch (UnsatisfiedLinkError e) {
+                unlinked = true;
+            }
+            check(unlinked, "natives are gone, round " + round);
+            PluginBridge.close(library);
+        }
+    }
+
+    /** Eight threads scan eight trees for some seconds; every result equals the one of a scan alone. */
+    private static void threads(int seconds) throws Exception {
+        Path out = fresh("serial");
+        equal(0, new Brantle().getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString()), "serial");
+        Map<String, String> expected = contents(out);
+        String serialTree = tree.toString();
+        ExecutorService pool = Executors.newFixedThreadPool(8);
+        List<Future<Integer>> futures = new ArrayList<>();
+        long end = System.nanoTime() + seconds * 1_000_000_000L;
+        for (int t = 0; t < 8; t++) {
+            Path copy = scratch.resolve("tree" + t);
+            copyTree(tree, copy);
+            int number = t;
+            Callable<Integer> work = () -> {
+                int rounds = 0;
+                do {
+                    Path own = fresh("out" + number);
+                    int result = new Brantle().getCertsAndInfoByScanningLocalPath(copy.toString(), own.toString());
+                    if (result != 0) throw new AssertionError("result " + result);
+                    Map<String, String> found = contents(own);
+                    if (!rebased(expected, serialTree).equals(rebased(found, copy.toString()))) {
+                        throw new AssertionError("thread " + number + " differs in round " + rounds);
+                    }
+                    rounds++;
+                } while (System.nanoTime() < end);
+                return rounds;
+            };
+            futures.add(pool.submit(work));
+        }
+        for (Future<Integer> future : futures) check(future.get() > 0, "a thread's rounds");
+        pool.shutdown();
+    }
+
+    /** The report's elements in an order of their own (copies of a tree list in any order), without the tree's path. */
+    private static Map<String, String> rebased(Map<String, String> contents, String root) {
+        Map<String, String> copy = new TreeMap<>(contents);
+        String[] records = copy.get("info.xml").replace(root, "").split("(?=<Executable>)");
+        java.util.Arrays.sort(records, 1, records.length);
+        String joined = String.join("", records).replaceAll("</ExecutableData>", "").replaceAll("\\s+", " ");
+        copy.put("info.xml", joined);
+        return copy;
+    }
+
+    /** Heap and native memory stay flat over 1,000 calls. */
+    private static void flatMemory() throws Exception {
+        Brantle brantle = new Brantle();
+        Path out = fresh("flat");
+        for (int i = 0; i < 300; i++) brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString());
+        long before = residentKib();
+        for (int i = 0; i < 1000; i++) brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString());
+        long grown = residentKib() - before;
+        check(grown < 6 * 1024, "1,000 calls took " + grown + " KiB");  // 6 bytes leaked per call and file would show
+    }
+
+    private static long residentKib() throws IOException {
+        System.gc();
+        for (String line : Files.readAllLines(Path.of("/proc/self/status"))) {
+            if (line.startsWith("VmRSS:")) return Long.parseLong(line.replaceAll("\\D", ""));
+        }
+        throw new IOException("no VmRSS");
+    }
+
+    private static Path fresh(String name) throws IOException {
+        Path path = scratch.resolve(name);
+        removeAll(path);
+        return Files.createDirectories(path);
+    }
+
+    private static Map<String, String> contents(Path folder) throws IOException {
+        Map<String, String> found = new TreeMap<>();
+        try (var files = Files.list(folder)) {
+            for (Path file : files.toList()) {
+                found.put(file.getFileName().toString(), Files.readString(file, StandardCharsets.UTF_8));
+            }
+        }
+        return found;
+    }
+
+    private static void copyTree(Path from, Path to) throws IOException {
+        try (var paths = Files.walk(from)) {
+            for (Path path : paths.toList()) Files.copy(path, to.resolve(from.relativize(path).toString()));
+        }
+    }
+
+    private static void removeAll(Path path) throws IOException {
+        if (!Files.exists(path)) return;
+        try (var paths = Files.walk(path)) {
+            for (Path each : paths.sorted(Comparator.reverseOrder()).toList()) Files.delete(each);
+        }
+    }
+
+    private static void equal(int expected, int found, String what) {
+        check(expected == found, what + ": expected " + expected + ", found " + found);
+    }
+
+    private static void check(boolean ok, String what) {
+        checks++;
+        if (!ok) throw new AssertionError(what);
+    }
+}
