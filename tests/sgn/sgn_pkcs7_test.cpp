@@ -1,0 +1,200 @@
+// Decoding signatures and choosing, naming and writing their certificates.
+#include "sgn/sgn_pkcs7.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "sgn/sgn_cache.h"
+#include "sgn/sgn_types.h"
+#include "sgn/support.h"
+#include "sgn/tables.h"
+
+namespace {
+
+constexpr qerr_t undecodable = QERR_ALL_BITS;
+
+// Every bare signature of the fixtures, against what openssl finds in it.
+TEST(SgnPkcs7, YieldsTheNamesAndFilesOfTheTable) {
+  const fs::path folder = scratch("table");
+  const SgnStoreCachePtr cache(sgn_store_cache_create());
+  const auto rows = table("expected/pkcs7.tsv");
+  ASSERT_GT(rows.size(), 90U);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.at("file"));
+    const std::string bytes = read_bytes(fixture(row.at("file")));
+    const qerr_t code = row.at("decode") == "0" ? QERR_OK : undecodable;
+    for (sgn_store_cache* const used : {static_cast<sgn_store_cache*>(nullptr), cache.get()}) {
+      const Outcome signers = extract_bytes(bytes, folder, 0, used);
+      EXPECT_EQ(signers.code, code);
+      EXPECT_EQ(signers.names, list_of(row.at("signers")));
+      const Outcome all = extract_bytes(bytes, folder, 1, used);
+      EXPECT_EQ(all.code, code);
+      EXPECT_EQ(all.names, list_of(row.at("all")));
+      expect_certificate_files(folder, all.names);
+    }
+    EXPECT_EQ(ERR_peek_error(), 0UL);
+  }
+}
+
+TEST(SgnPkcs7, DecodesNoPublicKey) {
+  for (const char* const file : {"pkcs7/signed_rsa.der", "pkcs7/odd_key_explicit_composite_modulus.der"}) {
+    P7Ptr p7;
+    ASSERT_EQ(decode(read_bytes(fixture(file)), p7), QERR_OK);
+    ASSERT_FALSE(p7->certificates.empty());
+    EXPECT_EQ(X509_get0_pubkey(p7->certificates.front()->x509.get()), nullptr) << file;
+    ERR_clear_error();
+  }
+}
+
+TEST(SgnPkcs7, LeavesTheCallersErrorsInTheQueue) {
+  ERR_clear_error();
+  ERR_raise(ERR_LIB_USER, 77);
+  P7Ptr p7;
+  EXPECT_EQ(decode("no signature", p7), undecodable);
+  EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 77);
+  EXPECT_EQ(ERR_get_error(), 0UL);
+}
+
+// Names that differ in letter case and white space are one issuer, as RFC 5280, 7.1 compares them; the first
+// certificate of several is the signer's.
+TEST(SgnPkcs7, FindsTheSignerAsNamesCompare) {
+  const std::string first = der::certificate(5, der::common_name("An  Issuer"));
+  const std::string second = der::certificate(5, der::common_name("an issuer"));
+  const std::string other = der::certificate(6, der::common_name("an issuer"));
+  const std::string signers = der::signer(der::common_name(" AN ISSUER "), der::number(5));
+  const fs::path folder = scratch("compare");
+  const Outcome found = extract_bytes(der::signed_data(other + first + second, signers), folder, 0);
+  const Outcome alone = extract_bytes(der::signed_data(first, signers), folder, 1);
+  EXPECT_EQ(found.names.size(), 1U);
+  EXPECT_EQ(found.names, alone.names);
+}
+
+TEST(SgnPkcs7, RefusesMissingArguments) {
+  P7Ptr p7;
+  ASSERT_EQ(decode(read_bytes(fixture("pkcs7/signed_rsa.der")), p7), QERR_OK);
+  sgn_cert_name* list = nullptr;
+  EXPECT_EQ(sgn_process_p7_and_store_cert(nullptr, u"x", &list, 0, 0), QERR_ARG1);
+  EXPECT_EQ(sgn_process_p7_and_store_cert(p7.get(), u"x", nullptr, 0, 0), QERR_ARG3);
+  EXPECT_EQ(sgn_decrypt_certificate(nullptr, 0, nullptr), QERR_ARG3);
+  sgn_p7* none = nullptr;
+  EXPECT_EQ(sgn_decrypt_certificate(nullptr, 0, &none), undecodable);
+  EXPECT_EQ(none, nullptr);
+  sgn_p7_free(nullptr);
+  sgn_cert_names_free(nullptr);
+}
+
+// An issuer whose one-line text is longer than OpenSSL writes ends the work with a code, and nothing is handed out.
+TEST(SgnPkcs7, AnIssuerTooLongToNameIsAnError) {
+  const std::string text(std::size_t{300} * 1024, '\x01');  // each byte becomes four characters
+  const std::string good = der::certificate(1, der::common_name("good"));
+  const std::string bad = der::certificate(2, der::common_name(text));
+  const Outcome outcome = extract_bytes(der::signed_data(good + bad, ""), scratch("long"), 1);
+  EXPECT_EQ(outcome.code, QERR_LOW_MEMORY);
+  EXPECT_TRUE(outcome.names.empty());
+}
+
+// Work grows with the size of the structure, not with signers times certificates; comparing each with each would take
+// minutes here.
+TEST(SgnPkcs7, ManySignersAndCertificatesTakeProportionalTime) {
+  constexpr std::uint32_t count = 30000;
+  std::string certificates;
+  std::string signers;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    // One serial number for all, so that only the issuers tell them apart.
+    certificates += der::certificate(9, der::common_name(std::to_string(i)));
+    signers += der::signer(der::common_name(std::to_string(count - 1 - i)), der::number(9));
+  }
+  P7Ptr p7;
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(decode(der::signed_data(certificates, signers), p7), QERR_OK);
+  const Outcome outcome = process(p7.get(), scratch("many") / "missing", 0);
+  EXPECT_EQ(outcome.names.size(), count);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
+// --- files ---
+
+class SgnStore : public testing::Test {
+ protected:
+  // Extracts the signer of one fixture into `folder_`.
+  Outcome extract(sgn_store_cache* cache = nullptr) { return extract_bytes(bytes_, folder_, 0, cache); }
+  fs::path file(const Outcome& outcome) const { return folder_ / (outcome.names.at(0) + ".cer"); }
+
+  const fs::path folder_ = scratch("store");
+  const std::string bytes_ = read_bytes(fixture("pkcs7/signed_rsa.der"));
+};
+
+TEST_F(SgnStore, AMissingFolderIsNotMadeAndTheNameStays) {
+  const Outcome outcome = extract_bytes(bytes_, folder_ / "missing", 0);
+  EXPECT_EQ(outcome.code, QERR_OK);
+  EXPECT_EQ(outcome.names.size(), 1U);
+  EXPECT_FALSE(fs::exists(folder_ / "missing"));
+}
+
+TEST_F(SgnStore, ATargetThatIsAFolderIsLeftAlone) {
+  const Outcome first = extract();
+  fs::remove(file(first));
+  fs::create_directory(file(first));
+  EXPECT_EQ(extract().names, first.names);
+  EXPECT_TRUE(fs::is_directory(file(first)));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1) << "a temporary file is left";
+}
+
+TEST_F(SgnStore, AnExistingFileIsOverwritten) {
+  const Outcome first = extract();
+  write_bytes(file(first), "something that was longer before" + std::string(5000, '.'));
+  EXPECT_EQ(extract().names, first.names);
+  expect_certificate_files(folder_, first.names);
+}
+
+// Only what this request has itself written, with the very same bytes, is not written again.
+TEST_F(SgnStore, TheCacheSkipsOnlyTheSameBytesUnderTheSameName) {
+  const SgnStoreCachePtr cache(sgn_store_cache_create());
+  const Outcome first = extract(cache.get());
+  fs::remove(file(first));
+  EXPECT_EQ(extract(cache.get()).names, first.names);
+  EXPECT_FALSE(fs::exists(file(first))) << "written twice in one request";
+
+  const fs::path elsewhere = scratch("store_elsewhere");
+  EXPECT_EQ(extract_bytes(bytes_, elsewhere, 0, cache.get()).names, first.names);
+  expect_certificate_files(elsewhere, first.names);
+
+  EXPECT_EQ(extract().names, first.names);
+  EXPECT_TRUE(fs::exists(file(first))) << "another request writes";
+}
+
+TEST_F(SgnStore, TheCacheTellsCertificatesOfOneNameApart) {
+  const SgnStoreCachePtr cache(sgn_store_cache_create());
+  const std::string issuer = der::common_name("one");
+  std::string one = der::certificate(1, issuer);
+  std::string two = one;
+  two.replace(two.find("subject"), 7, "SUBJECT");
+  std::array<std::string, 3> written;
+  const std::array<std::string, 3> turns{one, two, one};
+  for (std::size_t i = 0; i < turns.size(); ++i) {
+    const Outcome outcome = extract_bytes(der::signed_data(turns.at(i), ""), folder_, 1, cache.get());
+    ASSERT_EQ(outcome.names.size(), 1U);
+    written.at(i) = read_bytes(file(outcome));
+  }
+  EXPECT_NE(written[0], written[1]);
+  EXPECT_EQ(written[0], written[2]);
+}
+
+TEST_F(SgnStore, AFullCacheStartsAnew) {
+  const SgnStoreCachePtr cache(sgn_store_cache_create());
+  for (int round = 0; round < 2; ++round) {
+    for (std::uint32_t i = 0; i < 5000; ++i) {
+      const std::string bytes = der::signed_data(der::certificate(i, der::common_name("x")), "");
+      ASSERT_EQ(extract_bytes(bytes, folder_ / "missing", 1, cache.get()).names.size(), 1U);
+    }
+  }
+  const Outcome outcome = extract(cache.get());
+  expect_certificate_files(folder_, outcome.names);
+}
+
+}  // namespace

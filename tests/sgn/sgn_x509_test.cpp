@@ -1,0 +1,98 @@
+// Whole files: images with their tables, packages, and everything else.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <thread>
+
+#include "sgn/sgn_cache.h"
+#include "sgn/support.h"
+#include "sgn/tables.h"
+
+namespace {
+
+// Rows of images and packages. Cabinets have a routine of their own and are nothing here.
+std::vector<Row> ordinary_rows() {
+  std::vector<Row> rows = table("expected/certificates.tsv");
+  std::erase_if(rows, [](const Row& row) { return row.at("file").starts_with("cabinets/"); });
+  return rows;
+}
+
+TEST(SgnX509, YieldsTheNamesAndFilesOfTheTable) {
+  const fs::path folder = scratch("files");
+  const SgnStoreCachePtr cache(sgn_store_cache_create());
+  const auto rows = ordinary_rows();
+  ASSERT_GT(rows.size(), 40U);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.at("file"));
+    for (const std::uint32_t all : {0U, 1U}) {
+      const Names expected = list_of(row.at(all != 0 ? "all" : "signers"));
+      const Outcome outcome = extract_file(fixture(row.at("file")), folder, all, cache.get());
+      EXPECT_EQ(outcome.code == QERR_OK, !expected.empty()) << outcome.code;
+      EXPECT_EQ(outcome.names, expected);
+      expect_certificate_files(folder, outcome.names);
+    }
+  }
+}
+
+// Tables damaged one field at a time. A file whose last entry does not decode yields an error and no names, though the
+// certificates of the entries before it are written.
+TEST(SgnX509, FollowsDamagedTables) {
+  const auto rows = table("expected/cert_table.tsv");
+  ASSERT_GT(rows.size(), 50U);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.at("file"));
+    const fs::path folder = scratch("damaged");
+    const std::size_t found = std::stoul(row.at("named"));
+    const Outcome outcome = extract_file(fixture(row.at("file")), folder, 0);
+    EXPECT_EQ(static_cast<std::int32_t>(outcome.code), std::stoi(row.at("extraction")));
+    EXPECT_EQ(outcome.names.size(), outcome.code == QERR_OK ? found : 0);
+    if (found == 0) {
+      EXPECT_TRUE(fs::is_empty(folder));
+    } else {
+      expect_certificate_files(folder, {"6094c63c905babeb29376d7219b1387b45f401bb9a2adec98dac47c74f7e91da"});
+    }
+  }
+}
+
+TEST(SgnX509, WhatIsNotASignedImageOrPackageIsNotFound) {
+  const fs::path folder = scratch("others");
+  for (const char* const file :
+       {"images/exe64.exe", "packages/plain.msi", "pkcs7/signed_rsa.der", "cabinets/signed_rsa.cab", "README.md",
+        "pkcs7/empty.der", "there is no such file", "pkcs7"}) {
+    const Outcome outcome = extract_file(fixture(file), folder, 0);
+    EXPECT_EQ(outcome.code, QERR_NOT_FOUND) << file;
+    EXPECT_TRUE(outcome.names.empty()) << file;
+  }
+  EXPECT_TRUE(fs::is_empty(folder));
+}
+
+TEST(SgnX509, RefusesMissingArguments) {
+  sgn_cert_name* list = nullptr;
+  EXPECT_EQ(sgn_x509_get_certnames_and_store_certs(nullptr, u"x", &list, 0, 0), QERR_ARG1);
+  EXPECT_EQ(sgn_x509_get_certnames_and_store_certs(u"x", u"x", nullptr, 0, 0), QERR_ARG3);
+}
+
+// Requests of separate threads share nothing but the process; half of them also share the folder that they write to.
+TEST(SgnX509, EightThreadsAtOnce) {
+  const auto rows = ordinary_rows();
+  const fs::path shared = scratch("threads_shared");
+  const fs::path own = scratch("threads");
+  std::array<std::thread, 8> threads;
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    threads.at(i) = std::thread([&, i] {
+      const fs::path folder = i % 2 == 0 ? shared : own / std::to_string(i);
+      fs::create_directories(folder);
+      const SgnStoreCachePtr cache(sgn_store_cache_create());
+      for (int round = 0; round < 4; ++round) {
+        for (const Row& row : rows) {
+          const Outcome outcome = extract_file(fixture(row.at("file")), folder, 1, cache.get());
+          EXPECT_EQ(outcome.names, list_of(row.at("all")));
+          if (round == 0) expect_certificate_files(folder, outcome.names);
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
