@@ -97,7 +97,7 @@ int file_info(smb_file* file, smb_info* info) noexcept {
 void close_file(smb_file* file) noexcept {
   const std::unique_ptr<smb_file> closed(file);
   const smb_call call;
-  // On a lost session this only frees memory.
+  if (closed->session.dead) return;  // its memory is the context's
   (void)smbc_getFunctionClose(closed->session.context)(closed->session.context, closed->handle);
 }
 

@@ -1,5 +1,6 @@
 #include "common/qlib/smb/smb_session_posix_user.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <string.h>
@@ -18,16 +19,25 @@
 extern "C" __attribute__((visibility("default"))) bool tdb_runtime_check_for_robust_mutexes();
 bool tdb_runtime_check_for_robust_mutexes() { return false; }
 
+// Every context begins by loading ~/.smb/smb.conf or the machine's smb.conf, and tells of it on standard output if they
+// ask for that. This one is found first too, and loads the defaults in their place.
+extern "C" __attribute__((visibility("default"))) bool lp_load_client(const char* path);
+bool lp_load_client(const char*) {
+  using load = bool(const char*);
+  static auto* const original = reinterpret_cast<load*>(::dlsym(RTLD_NEXT, "lp_load_client"));
+  return original != nullptr && original("/dev/null");
+}
+
 namespace {
 
 // A server that does not answer a request within this time is lost.
-constexpr int ANSWER_MILLISECONDS = 20000;
+constexpr int ANSWER_MILLISECONDS = 15000;
 
 // libsmbclient hands out buffers of 256 bytes for names and password, and would cut a longer one.
 constexpr std::size_t LONGEST_CREDENTIAL = 255;
 
-// The machine's smb.conf, which libsmbclient reads whether we like it or not, must not decide whom we reach and how:
-// whatever it may say about a client is said again.
+// What differs from the defaults, and what no smb.conf of the machine may decide, should a later libsmbclient read it
+// by another way.
 constexpr std::string_view CONFIGURATION =
     "[global]\n"
     "client min protocol = SMB2_02\n"
@@ -37,10 +47,6 @@ constexpr std::string_view CONFIGURATION =
     "client ipc min protocol = SMB2_02\n"
     "client ipc max protocol = SMB3\n"
     "client smb encrypt = default\n"
-    "client ntlmv2 auth = yes\n"
-    "client lanman auth = no\n"
-    "client plaintext auth = no\n"
-    "client use spnego = yes\n"
     "client use kerberos = desired\n"
     "name resolve order = host\n"
     "name cache timeout = 0\n"
@@ -184,6 +190,9 @@ std::uint32_t reach_share(smb_session& session) {
   return network_failure(error);
 }
 
+// Closing files of a lost server would wait for its answer, one after the other.
+int leave_open(SMBCCTX*, SMBCFILE*) { return 0; }
+
 bool is_too_long(const char* text) noexcept { return strlen(text) > LONGEST_CREDENTIAL; }
 
 void append_encoded(std::string& url, std::string_view text) {
@@ -216,7 +225,9 @@ smb_session::smb_session(const smb_target& target)
       port(target.port) {}
 
 smb_session::~smb_session() {
-  if (context != nullptr) smbc_free_context(context, 1);
+  if (context == nullptr) return;
+  if (dead) smbc_setFunctionClose(context, leave_open);
+  smbc_free_context(context, 1);
 }
 
 smb_call::smb_call() : lock_(library_lock) {

@@ -1,0 +1,305 @@
+// The share layer against a real server; tests/share/share_test.py starts it and says where it is:
+// SHARE_PORT, SHARE_LOCAL (the folder that the shares "tree" and "guest" serve).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/qlib/qfile.h"
+#include "common/qlib/qfile_itr.h"
+#include "common/qlib/qlib.h"
+#include "common/qlib/qshare_posix_user.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qstr_name.h"
+
+namespace {
+
+constexpr std::u16string_view SHARE = u"\\\\127.0.0.1\\tree";
+constexpr qshare_credentials GOOD{u"TESTGROUP", u"daemon", u"pässword, \"long\" €"};
+
+std::string setting(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+class ShareTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
+    ASSERT_NE(qshare_module(), nullptr);
+  }
+  static void TearDownTestSuite() { qlib_lib_fini_basic(); }
+  void SetUp() override {
+    const int port = std::atoi(setting("SHARE_PORT").c_str());
+    ASSERT_GT(port, 0) << "run by share_test.py";
+    qshare_set_port(static_cast<std::uint16_t>(port));
+  }
+};
+
+// A use for the length of a scope.
+class Use {
+ public:
+  explicit Use(std::u16string_view remote, const qshare_credentials& credentials = GOOD)
+      : remote_(remote), code_(qshare_use_add(remote, credentials)) {}
+  Use(const Use&) = delete;
+  Use& operator=(const Use&) = delete;
+  ~Use() {
+    if (code_ != SMB_OK) return;
+    EXPECT_EQ(qshare_use_delete(remote_), SMB_OK);
+  }
+  [[nodiscard]] std::uint32_t code() const { return code_; }
+
+ private:
+  std::u16string remote_;
+  std::uint32_t code_;
+};
+
+// What a walk yields: paths below the start with '/' between them, directories with one at the end.
+std::vector<std::string> walk(std::u16string start, qerr_t& end) {
+  std::vector<std::string> found;
+  qfile_itr iterator;
+  end = qfile_itr_open(&iterator, start.c_str());
+  const qchar* path = nullptr;
+  std::uint32_t directory = 0;
+  while (end == QERR_OK && (end = qfile_itr_next(&iterator, &path, &directory, nullptr)) == QERR_OK) {
+    std::string name;
+    if (!qstr_name_to_bytes(std::u16string(path).substr(start.size()), name)) name = "?";
+    std::replace(name.begin(), name.end(), '\\', '/');
+    found.push_back(name + (directory != 0 ? "/" : ""));
+  }
+  EXPECT_EQ(qfile_itr_close(&iterator), QERR_OK);
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+std::string read_all(const std::u16string& path, std::uint32_t piece) {
+  QfileOwner file;
+  EXPECT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
+  std::string all;
+  std::string buffer(piece, '\0');
+  std::uint32_t got = 0;
+  while (file.get() != QFILE_INVALID && qfile_read(file.get(), buffer.data(), piece, &got) == QERR_OK && got > 0) {
+    all.append(buffer, 0, got);
+  }
+  return all;
+}
+
+std::string local_bytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream all;
+  all << file.rdbuf();
+  return all.str();
+}
+
+TEST_F(ShareTest, EachFailureHasItsSystemError) {
+  const struct {
+    const char* what;
+    std::u16string_view remote;
+    qshare_credentials credentials;
+    std::uint32_t code;
+  } cases[] = {
+      {"good", SHARE, GOOD, SMB_OK},
+      {"the share's name in capitals", u"\\\\127.0.0.1\\TREE", GOOD, SMB_OK},
+      {"a folder inside", u"\\\\127.0.0.1\\tree\\tree\\deep", GOOD, SMB_OK},
+      {"a folder that does not exist is the walk's affair", u"\\\\127.0.0.1\\tree\\nothing", GOOD, SMB_OK},
+      {"wrong password", SHARE, {GOOD.domain, GOOD.user, u"wrong"}, SMB_LOGON_FAILURE},
+      {"empty password", SHARE, {GOOD.domain, GOOD.user, u""}, SMB_LOGON_FAILURE},
+      {"unknown user", SHARE, {GOOD.domain, u"no-such-user", u"x"}, SMB_LOGON_FAILURE},
+      {"wrong password for a share that lets guests in",
+       u"\\\\127.0.0.1\\guest",
+       {GOOD.domain, GOOD.user, u"wrong"},
+       SMB_LOGON_FAILURE},
+      {"missing share", u"\\\\127.0.0.1\\nothing", GOOD, SMB_BAD_NET_NAME},
+      {"a share for others", u"\\\\127.0.0.1\\denied", GOOD, SMB_ACCESS_DENIED},
+      {"missing server", u"\\\\no-such-server.invalid\\tree", GOOD, SMB_BAD_NETPATH},
+      {"a server without the service", u"\\\\127.0.0.2\\tree", GOOD, SMB_BAD_NETPATH},
+      {"no share named", u"\\\\127.0.0.1", GOOD, SMB_BAD_NET_NAME},
+      {"a local path", u"/tmp", GOOD, SMB_BAD_NET_NAME},
+  };
+  for (const auto& one : cases) EXPECT_EQ(Use(one.remote, one.credentials).code(), one.code) << one.what;
+  const std::u16string too_long(300, u'p');
+  EXPECT_EQ(Use(SHARE, {GOOD.domain, GOOD.user, too_long}).code(), SMB_INVALID_PARAMETER);  // not cut and tried
+}
+
+TEST_F(ShareTest, OneServerHasOneSetOfCredentials) {
+  const Use first(SHARE);
+  ASSERT_EQ(first.code(), SMB_OK);
+  EXPECT_EQ(Use(SHARE, {GOOD.domain, u"other", u"x"}).code(), SMB_CREDENTIAL_CONFLICT);
+  EXPECT_EQ(Use(u"\\\\127.0.0.1\\guest", {GOOD.domain, GOOD.user, u"other"}).code(), SMB_CREDENTIAL_CONFLICT);
+  EXPECT_EQ(Use(u"\\\\127.0.0.1\\guest").code(), SMB_OK);
+  // Another name is another server.
+  EXPECT_EQ(Use(u"\\\\localhost\\guest", {GOOD.domain, u"no-such-user", u"x"}).code(), SMB_LOGON_FAILURE);
+}
+
+TEST_F(ShareTest, UsesAreCountedAndEndNotWhileFilesAreOpen) {
+  ASSERT_EQ(qshare_use_add(SHARE, GOOD), SMB_OK);
+  ASSERT_EQ(qshare_use_add(u"\\\\127.0.0.1\\tree\\tree", GOOD), SMB_OK);  // deeper: the same connection
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), u"\\\\127.0.0.1\\tree\\tree\\readme.txt", QFILE_READ), QERR_OK);
+  EXPECT_EQ(qshare_use_delete(SHARE), SMB_OK);
+  EXPECT_EQ(qshare_use_delete(SHARE), SMB_OPEN_FILES);
+  char byte = 0;
+  std::uint32_t got = 0;
+  EXPECT_EQ(qfile_read(file.get(), &byte, 1, &got), QERR_OK);
+  file.reset();
+  EXPECT_EQ(qshare_use_delete(SHARE), SMB_OK);
+  EXPECT_EQ(qshare_use_delete(SHARE), SMB_NOT_CONNECTED);
+  EXPECT_EQ(qshare_use_delete(u"/tmp"), SMB_NOT_CONNECTED);
+}
+
+TEST_F(ShareTest, AWalkYieldsWhatTheDiskHolds) {
+  const Use use(SHARE);
+  qerr_t local_end = 0;
+  qerr_t share_end = 0;
+  const auto local = walk(qstr_name_from_bytes(setting("SHARE_LOCAL")), local_end);
+  const auto share = walk(std::u16string(SHARE), share_end);
+  EXPECT_EQ(share_end, QERR_END);
+  // The share's root itself is no entry; a directory is.
+  std::vector<std::string> expected(local.begin() + 1, local.end());
+  EXPECT_GT(expected.size(), 1000U);
+  EXPECT_EQ(share, expected);
+}
+
+TEST_F(ShareTest, StartsOfWalks) {
+  const Use use(SHARE);
+  const struct {
+    const char16_t* start;
+    std::vector<std::string> found;
+  } cases[] = {
+      {u"\\\\127.0.0.1\\tree\\names", {"/", "/größe 100%/", "/größe 100%/日 & %41#.txt"}},
+      {u"\\\\127.0.0.1\\tree\\tree\\readme.txt", {""}},
+      {u"\\\\127.0.0.1\\tree\\nothing", {}},
+      {u"\\\\127.0.0.1\\tree\\loop", {"/", "/inner/", "/inner/back/"}},
+      {u"\\\\no-such-server.invalid\\tree", {}},
+  };
+  for (const auto& one : cases) {
+    qerr_t end = 0;
+    EXPECT_THAT(walk(one.start, end), testing::ContainerEq(one.found)) << qstr_to_utf8(one.start);
+    EXPECT_EQ(end, QERR_END);
+  }
+}
+
+TEST_F(ShareTest, WildcardsFitInEitherCase) {
+  const Use use(SHARE);
+  qfile_itr iterator;
+  ASSERT_EQ(qfile_itr_open(&iterator, u"\\\\127.0.0.1\\tree\\tree\\SETUP.*"), QERR_OK);
+  const qchar* path = nullptr;
+  ASSERT_EQ(qfile_itr_next(&iterator, &path, nullptr, nullptr), QERR_OK);
+  EXPECT_EQ(std::u16string(path), u"\\\\127.0.0.1\\tree\\tree\\SETUP.EXE");
+  EXPECT_EQ(qfile_itr_next(&iterator, &path, nullptr, nullptr), QERR_END);
+  EXPECT_EQ(qfile_itr_close(&iterator), QERR_OK);
+}
+
+TEST_F(ShareTest, BytesAreTheSameHoweverTheyAreRead) {
+  const Use use(SHARE);
+  const std::string expected = local_bytes(setting("SHARE_LOCAL") + "/large.bin");
+  ASSERT_GT(expected.size(), std::size_t{3} << 20U);
+  const std::u16string path(u"\\\\127.0.0.1\\tree\\large.bin");
+  for (const std::uint32_t piece : {7001U, 65536U, 262144U, 1U << 20U, 5U << 20U}) {
+    EXPECT_TRUE(read_all(path, piece) == expected) << piece;
+  }
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
+  std::uint64_t at = 0;
+  std::string piece(100000, '\0');
+  for (int round = 0; round < 200; ++round) {
+    at = (at * 6364136223846793005U + 1442695040888963407U) % (expected.size() + 50000);
+    std::uint32_t got = 0;
+    ASSERT_EQ(qfile_seek(file.get(), static_cast<std::int64_t>(at), QFILE_FROM_START, nullptr), QERR_OK);
+    ASSERT_EQ(qfile_read(file.get(), piece.data(), static_cast<std::uint32_t>(piece.size()), &got), QERR_OK);
+    ASSERT_EQ(piece.substr(0, got), at < expected.size() ? expected.substr(at, got) : "") << at;
+    ASSERT_EQ(got == 0, at >= expected.size());
+  }
+  std::uint64_t size = 0;
+  EXPECT_EQ(qfile_size(file.get(), &size), QERR_OK);
+  EXPECT_EQ(size, expected.size());
+  const std::byte* view = nullptr;
+  ASSERT_EQ(qfile_map(file.get(), 70000, &view), QERR_OK);
+  EXPECT_EQ(std::memcmp(view, expected.data(), 70000), 0);
+  EXPECT_EQ(qfile_unmap(view), QERR_OK);
+}
+
+TEST_F(ShareTest, InformationIsThatOfTheDisk) {
+  const Use use(SHARE);
+  qfile_info share{};
+  qfile_info local{};
+  ASSERT_EQ(qfile_get_info_by_name(u"\\\\127.0.0.1\\tree\\large.bin", &share), QERR_OK);
+  ASSERT_EQ(qfile_get_info_by_name(qstr_name_from_bytes(setting("SHARE_LOCAL") + "/large.bin").c_str(), &local),
+            QERR_OK);
+  EXPECT_EQ(share.size, local.size);
+  EXPECT_EQ(share.last_write_time, local.last_write_time);
+}
+
+TEST_F(ShareTest, WhatTheServerRefusesAndWhatIsNotDoneAtAll) {
+  const Use use(SHARE);
+  QfileOwner file;
+  EXPECT_EQ(qfile_open(file.out(), u"\\\\127.0.0.1\\tree\\refused.exe", QFILE_READ), QERR_PERMISSION);
+  EXPECT_EQ(qfile_open(file.out(), u"\\\\127.0.0.1\\tree\\nothing", QFILE_READ), QERR_NOT_FOUND);
+  constexpr qerr_t READ_ONLY = EROFS;
+  EXPECT_EQ(qfile_open(file.out(), u"\\\\127.0.0.1\\tree\\new", QFILE_WRITE | QFILE_CREATE), READ_ONLY);
+  EXPECT_EQ(qfile_write_whole(u"\\\\127.0.0.1\\tree\\new", "x", 1, 0), READ_ONLY);
+  EXPECT_EQ(qfile_delete(u"\\\\127.0.0.1\\tree\\large.bin"), READ_ONLY);
+  EXPECT_FALSE(qfile_exists(u"\\\\127.0.0.1\\tree\\new"));
+  // A directory opens, and holds no bytes.
+  ASSERT_EQ(qfile_open(file.out(), u"\\\\127.0.0.1\\tree\\tree", QFILE_READ), QERR_OK);
+  char byte = 0;
+  std::uint32_t got = 0;
+  EXPECT_EQ(qfile_read(file.get(), &byte, 1, &got), static_cast<qerr_t>(EISDIR));
+}
+
+TEST_F(ShareTest, WithoutAUseTheProcessIsAGuest) {
+  EXPECT_EQ(read_all(u"\\\\127.0.0.1\\guest\\tree\\readme.txt", 4096),
+            local_bytes(setting("SHARE_LOCAL") + "/tree/readme.txt"));
+  QfileOwner file;
+  EXPECT_NE(qfile_open(file.out(), u"\\\\127.0.0.1\\denied\\tree\\readme.txt", QFILE_READ), QERR_OK);
+}
+
+TEST_F(ShareTest, ThreadsUseSeveralServersAtOnce) {
+  const std::string expected = local_bytes(setting("SHARE_LOCAL") + "/large.bin");
+  std::vector<std::thread> threads;
+  std::atomic<int> good{0};
+  const std::u16string servers[] = {u"\\\\127.0.0.1\\", u"\\\\localhost\\"};
+  const std::u16string shares[] = {u"tree", u"guest"};
+  for (unsigned i = 0; i < 8; ++i) {
+    threads.emplace_back([&, i] {
+      const std::u16string root = servers[i % 2] + shares[i / 2 % 2];
+      for (int round = 0; round < 3; ++round) {
+        const Use use(root);
+        if (use.code() != SMB_OK) return;
+        if (read_all(root + u"\\large.bin", 262144) != expected) return;
+        qerr_t end = 0;
+        if (walk(root + u"\\tree", end).size() < 10 || end != QERR_END) return;
+      }
+      ++good;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, 8);
+}
+
+TEST_F(ShareTest, TheHostsSignalsStayAsTheyAre) {
+  sigset_t before;
+  sigset_t after;
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &before), 0);
+  { const Use use(SHARE); }
+  ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &after), 0);
+  for (const int signal : {SIGPIPE, SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGUSR1, SIGUSR2, SIGALRM}) {
+    EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
+    struct sigaction action {};
+    ASSERT_EQ(sigaction(signal, nullptr, &action), 0);
+    EXPECT_EQ(action.sa_handler, SIG_DFL) << signal;
+  }
+}
+
+}  // namespace

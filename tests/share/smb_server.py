@@ -1,0 +1,165 @@
+"""A real SMB server on loopback with a configuration, users and folders of its own, ended with the test."""
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+
+USER = "daemon"  # any account that every Debian system has
+DOMAIN = "TESTGROUP"
+PASSWORD = "pässword, \"long\" €"
+
+CONFIGURATION = """[global]
+workgroup = {domain}
+netbios name = TESTSERVER
+smb ports = {port}
+interfaces = 127.0.0.1/32
+bind interfaces only = yes
+private dir = {home}/private
+lock directory = {home}/lock
+state directory = {home}/state
+cache directory = {home}/cache
+pid directory = {home}/pid
+ncalrpc dir = {home}/rpc
+log file = {home}/log/smbd
+passdb backend = tdbsam:{home}/private/passdb.tdb
+load printers = no
+disable spoolss = yes
+map to guest = never
+guest account = nobody
+force user = nobody
+[tree]
+path = {tree}
+[guest]
+path = {tree}
+guest ok = yes
+[empty]
+path = {home}/empty
+[denied]
+path = {tree}
+valid users = bin
+"""
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Server:
+    """with Server() as server: server.tree is the folder behind the shares "tree" and "guest"."""
+
+    def __init__(self, tree=None):
+        self.home = pathlib.Path(tempfile.mkdtemp(prefix="smb", dir="/tmp"))  # short: it holds sockets
+        self.home.chmod(0o755)  # the server reads as nobody
+        for name in ("private", "lock", "state", "cache", "pid", "rpc", "log", "empty"):
+            (self.home / name).mkdir()
+        self.tree = pathlib.Path(tree) if tree else self.home / "tree"
+        self.tree.mkdir(exist_ok=True)
+        self.process = None
+        self.port = 0
+
+    def __enter__(self):
+        try:
+            self.start()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+        shutil.rmtree(self.home, ignore_errors=True)
+
+    def start(self):
+        self.port = free_port()
+        configuration = self.home / "smb.conf"
+        configuration.write_text(CONFIGURATION.format(domain=DOMAIN, port=self.port, home=self.home, tree=self.tree))
+        subprocess.run(["smbpasswd", "-c", configuration, "-s", "-a", USER], check=True, stdout=subprocess.DEVNULL,
+                       input=f"{PASSWORD}\n{PASSWORD}\n".encode())
+        self.process = subprocess.Popen(
+            ["smbd", "--foreground", "--no-process-group", f"--configfile={configuration}"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        end = time.monotonic() + 30
+        while time.monotonic() < end:
+            with socket.socket() as probe:
+                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
+                    return
+            if self.process.poll() is not None:
+                break
+            time.sleep(0.05)
+        raise RuntimeError("smbd did not start:\n" + (self.home / "log" / "smbd").read_text(errors="replace"))
+
+    def stop(self):
+        """Ends the server and what serves its connections, at once."""
+        if self.process is not None:
+            try:
+                os.killpg(self.process.pid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+            self.process.wait()
+            self.process = None
+
+
+class Relay:
+    """Stands between client and server, and calls `then(relay)` once so many bytes have come from the server."""
+
+    def __init__(self, server_port, limit, then):
+        self.server_port, self.limit, self.then = server_port, limit, then
+        self.silent = False
+        self.passed = 0
+        self.sockets = []
+        self.lock = threading.Lock()
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.listener.close()
+        self.cut()
+
+    def cut(self):
+        for one in self.sockets:
+            try:
+                one.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+            one.close()
+
+    def accept(self):
+        while True:
+            try:
+                client, _ = self.listener.accept()
+                server = socket.create_connection(("127.0.0.1", self.server_port))
+            except OSError:
+                return
+            self.sockets += [client, server]
+            threading.Thread(target=self.pump, args=(client, server, False), daemon=True).start()
+            threading.Thread(target=self.pump, args=(server, client, True), daemon=True).start()
+
+    def pump(self, source, target, counted):
+        try:
+            while data := source.recv(65536):
+                if counted:
+                    with self.lock:
+                        before, self.passed = self.passed, self.passed + len(data)
+                    if before < self.limit <= self.passed:
+                        self.then(self)
+                if not self.silent:
+                    target.sendall(data)
+        except OSError:
+            pass
+        for one in (source, target):
+            if not self.silent:
+                try:
+                    one.shutdown(socket.SHUT_RDWR)
+                except OSError:
+                    pass
