@@ -138,10 +138,15 @@ class Relay:
         while True:
             try:
                 client, _ = self.listener.accept()
-                server = socket.create_connection(("127.0.0.1", self.server_port))
             except OSError:
                 return
-            self.sockets += [client, server]
+            self.sockets.append(client)
+            try:
+                server = socket.create_connection(("127.0.0.1", self.server_port))
+            except OSError:
+                client.close()
+                continue
+            self.sockets.append(server)
             threading.Thread(target=self.pump, args=(client, server, False), daemon=True).start()
             threading.Thread(target=self.pump, args=(server, client, True), daemon=True).start()
 
