@@ -116,7 +116,7 @@ run() {
   # from a default folder that any user of a Windows machine could create.
   run "$work/configure.log" ./Configure mingw64 --cross-compile-prefix="$host-" \
     --prefix="C:/Program Files/OpenSSL" \
-    no-shared no-tests no-engine no-legacy no-module no-dso no-autoload-config -ffunction-sections -fdata-sections
+    no-shared no-pinshared no-tests no-engine no-legacy no-module no-dso no-autoload-config -ffunction-sections -fdata-sections
   run "$work/openssl.log" make -j"$jobs" build_generated libcrypto.a
 )
 (
