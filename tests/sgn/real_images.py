@@ -58,6 +58,10 @@ def signer_serials(blob):
     return [int(digits, 16 if prefix else 10) for prefix, digits in found]
 
 
+def serial_of(path):
+    return int(output("openssl", "x509", "-in", path, "-noout", "-serial").decode().strip().split("=")[1], 16)
+
+
 def extracted(program, image, folder, every):
     shutil.rmtree(folder, ignore_errors=True)
     os.makedirs(folder)
