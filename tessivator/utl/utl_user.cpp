@@ -144,7 +144,8 @@ qerr_t utl_get_full_long_name_alloc(const qchar* path, qchar** result) noexcept 
   *result = nullptr;
   std::uint32_t units = 0;
   qerr_t code = qfile_full_path(path, nullptr, &units);
-  if (code != QERR_BUFFER_SMALL) return code;
+  // A path of no units at all has no full form.
+  if (code != QERR_BUFFER_SMALL) return code == QERR_OK ? QERR_INVALID : code;
   Text full(static_cast<qchar*>(qmem_calloc(units, sizeof(qchar))));
   if (!full) return QERR_LOW_MEMORY;
   code = qfile_full_path(path, full.get(), &units);

@@ -52,7 +52,7 @@ class ScratchTest : public ::testing::Test {
   }
   // Makes a file with its directories, or with a slash at the end a directory.
   std::u16string put(std::u16string_view relative, std::string_view bytes = "x") const {
-    const std::u16string path = at(relative);
+    std::u16string path = at(relative);
     if (relative.ends_with(u'/')) {
       EXPECT_EQ(qfile_mkdir_parents(path.c_str()), QERR_OK);
       return path.substr(0, path.size() - 1);
