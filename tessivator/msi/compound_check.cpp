@@ -1,5 +1,6 @@
 #include "msi/compound_check.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <vector>
@@ -38,12 +39,13 @@ class checker {
  public:
   explicit checker(msi_source& file) noexcept : file_(file) {}
   [[nodiscard]] bool run();
+  [[nodiscard]] std::size_t stack() const noexcept;
 
  private:
   [[nodiscard]] bool read_header();
   [[nodiscard]] bool read_difat();
   [[nodiscard]] bool read_directory();
-  [[nodiscard]] bool is_tree() const;
+  [[nodiscard]] bool is_tree();
   [[nodiscard]] bool mini_table_ends();
   [[nodiscard]] bool read_sector(std::uint32_t sector, std::size_t length);
   [[nodiscard]] bool next(std::uint32_t& sector);
@@ -61,11 +63,21 @@ class checker {
   std::uint32_t mini_sectors_ = 0;
   std::uint32_t first_difat_ = 0;
   std::uint32_t difat_sectors_ = 0;
+  std::uint32_t depth_ = 0;           // of the directory tree
   std::vector<std::uint32_t> difat_;  // the place of each FAT sector
   std::vector<entry> entries_;
 };
 
 bool checker::run() { return read_header() && read_difat() && read_directory() && is_tree() && mini_table_ends(); }
+
+// A bit for each entry of the larger table, or half a kibibyte for each step down the tree; and what else the calls
+// need.
+std::size_t checker::stack() const noexcept {
+  constexpr std::size_t step = 512;
+  constexpr std::size_t calls = 65536;
+  const std::size_t table = std::size_t{std::max(fat_sectors_, mini_sectors_)} * sector_size_ / 32;
+  return std::max(table, depth_ * step) + calls;
+}
 
 // The last sector of a file may be cut; what is missing reads as zero.
 bool checker::read_sector(std::uint32_t sector, std::size_t length) {
@@ -161,7 +173,7 @@ bool checker::read_directory() {
 }
 
 // Visits every entry that the root reaches, each at most once; a second visit is a cycle or a shared child.
-bool checker::is_tree() const {
+bool checker::is_tree() {
   struct step {
     std::uint32_t index;
     std::uint32_t depth;
@@ -173,6 +185,7 @@ bool checker::is_tree() const {
     open.pop_back();
     if (at.index >= entries_.size() || at.depth > COMPOUND_MAX_DEPTH || seen[at.index]) return false;
     seen[at.index] = true;
+    depth_ = std::max(depth_, at.depth);
     const entry& e = entries_[at.index];
     if (at.index == 0 ? e.type != type_root : (e.type != type_storage && e.type != type_stream)) return false;
     for (std::size_t i = 0; i < e.links.size(); ++i) {
@@ -200,4 +213,9 @@ bool compound_has_signature(msi_source& file) noexcept {
   return file.read(0, first) && first == signature;
 }
 
-bool compound_is_sound(msi_source& file) { return checker(file).run(); }
+bool compound_is_sound(msi_source& file, std::size_t& stack) {
+  checker check(file);
+  if (!check.run()) return false;
+  stack = check.stack();
+  return true;
+}

@@ -7,8 +7,9 @@
 
 #include "msi/msi_source.h"
 
-// Limits that no real package comes near; the first four also bound what the general reader does.
-inline constexpr std::uint32_t COMPOUND_MAX_ENTRIES = 16384;           // directory entries, used or not
+// Limits that no real package comes near; the first four also bound what the general reader does. Directory entries are
+// counted whether they are used or not; their sorting takes the square of their number.
+inline constexpr std::uint32_t COMPOUND_MAX_ENTRIES = 4096;
 inline constexpr std::uint32_t COMPOUND_MAX_DEPTH = 1024;              // steps from the root entry down
 inline constexpr std::uint64_t COMPOUND_MAX_TABLE_ENTRIES = 1U << 22;  // sectors: a bitmap of 512 KiB
 inline constexpr std::uint64_t COMPOUND_MAX_MINI_TABLE = 1U << 22;     // bytes: a mini stream of 64 MiB
@@ -18,5 +19,6 @@ inline constexpr std::uint64_t COMPOUND_MAX_SIZE = 0xFFFFF000U;        // the re
 [[nodiscard]] bool compound_has_signature(msi_source& file) noexcept;
 
 // True when the header of `file` is sound, its sector table, directory chain and mini sector table end without a cycle
-// within the limits, and its directory is a tree. May throw std::bad_alloc.
-[[nodiscard]] bool compound_is_sound(msi_source& file);
+// within the limits, and its directory is a tree. Then `stack` holds the bytes that the general reader may take of the
+// calling thread's stack. May throw std::bad_alloc.
+[[nodiscard]] bool compound_is_sound(msi_source& file, std::size_t& stack);

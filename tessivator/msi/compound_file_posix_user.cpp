@@ -4,6 +4,7 @@
 #include <gsf/gsf-infile-impl.h>
 #include <gsf/gsf-input-impl.h>
 #include <gsf/gsf.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cstring>
@@ -173,6 +174,21 @@ bool start() {
   return file_input_type != 0;
 }
 
+// Whether this thread has `bytes` of stack left. Any thread is taken to have what small packages need; packages of
+// hundreds of mebibytes are worth the question.
+bool has_stack(std::size_t bytes) noexcept {
+  constexpr std::size_t always = 160UL * 1024;
+  if (bytes <= always) return true;
+  pthread_attr_t attributes;
+  if (pthread_getattr_np(pthread_self(), &attributes) != 0) return false;
+  void* lowest = nullptr;
+  std::size_t size = 0;
+  const bool known = pthread_attr_getstack(&attributes, &lowest, &size) == 0;
+  pthread_attr_destroy(&attributes);
+  const std::byte here{};
+  return known && static_cast<std::size_t>(&here - static_cast<const std::byte*>(lowest)) >= bytes;
+}
+
 // ---- Storage and streams -------------------------------------------------------------------------------------------
 
 using InfilePtr = std::unique_ptr<GsfInfile, FreeWith<g_object_unref>>;
@@ -234,7 +250,9 @@ class gsf_file final : public compound_file {
 }  // namespace
 
 std::unique_ptr<compound_file> compound_open(const std::shared_ptr<msi_source>& file) {
-  if (!file || !compound_has_signature(*file) || !compound_is_sound(*file) || !start()) return nullptr;
+  std::size_t stack = 0;
+  if (!file || !compound_has_signature(*file) || !compound_is_sound(*file, stack)) return nullptr;
+  if (!has_stack(stack) || !start()) return nullptr;
   const quiet silence;
   const InputPtr input(&new_input(file)->base);
   InfilePtr storage(gsf_infile_msole_new(input.get(), nullptr));
