@@ -128,7 +128,8 @@ TEST(CompoundFile, RefusesOtherClasses) {
 std::vector<std::filesystem::path> fixtures() {
   std::vector<std::filesystem::path> paths;
   const char* root = std::getenv("TESSIVATOR_FIXTURES");
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(std::string(root) + "/packages")) {
+  const std::string folder = std::string(root != nullptr ? root : "fixtures") + "/packages";
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
     if (entry.is_regular_file()) paths.push_back(entry.path());
   }
   return paths;
@@ -163,9 +164,11 @@ TEST(CompoundFile, KeepsTheReadersMessagesFromTheHost) {
 TEST(CompoundFile, ServesEightThreadsAtOnce) {
   const auto paths = fixtures();
   std::vector<std::string> expected;
+  expected.reserve(paths.size());
   for (const auto& path : paths) expected.push_back(everything(path));
   std::vector<std::vector<std::string>> got(8);
   std::vector<std::thread> threads;
+  threads.reserve(got.size());
   for (auto& mine : got) {
     threads.emplace_back([&mine, &paths] {
       for (const auto& path : paths) mine.push_back(everything(path));

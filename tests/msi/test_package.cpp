@@ -19,7 +19,10 @@ namespace {
 
 const bool on_windows = qpath_native_separator() == u'\\';
 
-std::string root() { return std::string(std::getenv("TESSIVATOR_FIXTURES")) + "/"; }
+std::string root() {
+  const char* folder = std::getenv("TESSIVATOR_FIXTURES");
+  return std::string(folder != nullptr ? folder : "fixtures") + "/";
+}
 
 std::u16string path_of(const std::string& file) { return qstr_to_wide(root() + file); }
 

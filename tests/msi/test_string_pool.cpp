@@ -111,24 +111,24 @@ TEST(PropertyTable, LooksUpRowsOfEveryForm) {
   const std::string three_bytes("\1\0\0\3\0\0\2\0\0\0\0\0", 12);
   struct {
     const char* what;
-    bool long_references;
-    std::string table;
     const char* name;
-    property_result result;
+    std::string table;
     std::u16string text;
+    property_result result;
+    bool long_references;
   } const cases[] = {
-      {"first row", false, words({1, 3, 2, 0}), "Name", property_result::found, u"one"},
-      {"empty value", false, words({1, 3, 2, 0}), "Other", property_result::found, u""},
-      {"first of two rows", false, words({1, 1, 2, 3}), "Name", property_result::found, u"one"},
-      {"no such row", false, words({3, 2}), "Name", property_result::absent, u""},
-      {"no such text", false, words({1, 2}), "Nam", property_result::absent, u""},
-      {"names differ in case", false, words({1, 2}), "name", property_result::absent, u""},
-      {"no rows", false, "", "Name", property_result::absent, u""},
-      {"value past the pool", false, words({1, 9}), "Name", property_result::unreadable, u""},
-      {"half a row", false, words({1, 2, 3}), "Name", property_result::unreadable, u""},
-      {"odd size", false, words({1, 2}) + "x", "Name", property_result::unreadable, u""},
-      {"three bytes", true, three_bytes, "Name", property_result::found, u"one"},
-      {"three bytes, empty value", true, three_bytes, "Other", property_result::found, u""},
+      {"first row", "Name", words({1, 3, 2, 0}), u"one", property_result::found, false},
+      {"empty value", "Other", words({1, 3, 2, 0}), u"", property_result::found, false},
+      {"first of two rows", "Name", words({1, 1, 2, 3}), u"one", property_result::found, false},
+      {"no such row", "Name", words({3, 2}), u"", property_result::absent, false},
+      {"no such text", "Nam", words({1, 2}), u"", property_result::absent, false},
+      {"names differ in case", "name", words({1, 2}), u"", property_result::absent, false},
+      {"no rows", "Name", "", u"", property_result::absent, false},
+      {"value past the pool", "Name", words({1, 9}), u"", property_result::unreadable, false},
+      {"half a row", "Name", words({1, 2, 3}), u"", property_result::unreadable, false},
+      {"odd size", "Name", words({1, 2}) + "x", u"", property_result::unreadable, false},
+      {"three bytes", "Name", three_bytes, u"one", property_result::found, true},
+      {"three bytes, empty value", "Other", three_bytes, u"", property_result::found, true},
   };
   for (const auto& c : cases) {
     const lookup_result got = look_up(c.long_references, c.table, c.name);
