@@ -237,7 +237,7 @@ TEST_F(InformationRecord, FaultsOfTheDiskAreTold) {
 TEST_F(InformationRecord, ReadThatFailsHalfWayKeepsTheRecord) {
   std::ifstream in(fixtures() / "images/resources/all_keys.exe", std::ios::binary);
   std::string bytes{std::istreambuf_iterator<char>(in), {}};
-  bytes.resize(300 * 1024, 'x');
+  bytes.resize(std::size_t{300} * 1024, 'x');
   const fs::path file = put(u"half.exe", bytes);
   faulty_provider disk;
   disk.fail(file_op::read, 2, QERR_IO);
