@@ -26,6 +26,11 @@ class ResourceReader {
   qerr_t read(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
     std::memset(destination, 0, length);
     if (offset >= image_.full_size || offset > 0xFFFFFFFF) return QERR_OK;
+    // What the image already holds of the file needs no read: small images have their whole tree there.
+    if (const auto held = qbytes_slice(image_.view, offset, length)) {
+      std::memcpy(destination, held->data(), length);
+      return QERR_OK;
+    }
     if (length > window_.size()) {
       return blib_bin_get_buf(&image_, destination, static_cast<std::uint32_t>(offset), length);
     }
