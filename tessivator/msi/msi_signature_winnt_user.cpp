@@ -37,7 +37,7 @@ class message_reader {
   // One call; `buffer` null asks for the length.
   [[nodiscard]] bool call(SIP_SUBJECTINFO& subject, DWORD& length, std::byte* buffer) const noexcept {
     DWORD encoding = 0;
-    return get_(&subject, &encoding, 0, &length, reinterpret_cast<BYTE*>(buffer)) != FALSE;
+    return get_ != nullptr && get_(&subject, &encoding, 0, &length, reinterpret_cast<BYTE*>(buffer)) != FALSE;
   }
 
  private:
