@@ -128,7 +128,7 @@ qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept try 
   return QERR_LOW_MEMORY;
 }
 
-qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view) noexcept {
+qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view, std::uint64_t* mapped) noexcept {
   if (handle == QFILE_INVALID) return QERR_ARG1;
   if (view == nullptr) return QERR_ARG3;
   std::uint64_t size = 0;
@@ -144,6 +144,7 @@ qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view) n
   const qsys_status status = handle->view(bytes.get(), wanted, done);
   if (!status.ok()) return status.code;
   if (done < wanted) std::memset(bytes.get() + done, 0, wanted - done);
+  if (mapped != nullptr) *mapped = length;
   *view = bytes.release();
   return QERR_OK;
 }

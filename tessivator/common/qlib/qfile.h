@@ -54,8 +54,10 @@ qerr_t qfile_close(qfile_t handle) noexcept;
 
 // A read-only view of the first `length` bytes (never more than the file holds), valid until qfile_unmap. On Windows
 // the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives 14 ("Bad address"). Bytes
-// that a file lost since its size was taken read as zero. A length or file of 0 bytes gives 22.
-[[nodiscard]] qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view) noexcept;
+// that a file lost since its size was taken read as zero. A length or file of 0 bytes gives 22. `mapped`, which may be
+// null, tells how many bytes the view has: fewer than asked for when the file has shrunk since the caller looked.
+[[nodiscard]] qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view,
+                               std::uint64_t* mapped = nullptr) noexcept;
 qerr_t qfile_unmap(const std::byte* view) noexcept;
 
 // Replaces an existing target; when the target's directories are missing and the source exists they are created.
