@@ -13,17 +13,20 @@ namespace {
 constexpr std::uint64_t kViewLength = 8192;
 
 // Fills the view with the first `length` bytes, by mapping or by reading.
-qerr_t make_view(blib_bin& image, std::uint32_t length) noexcept {
+qerr_t make_view(blib_bin& image, std::uint64_t length) noexcept {
   qerr_t code = QERR_OK;
   if (image.view_is_buffer) {
-    auto* buffer = static_cast<std::byte*>(qmem_calloc(1, length));
+    // A range read takes 32 bits; no more of a larger file is ever looked at.
+    const auto wanted = static_cast<std::uint32_t>(std::min<std::uint64_t>(length, 0xFFFFFFFF));
+    auto* buffer = static_cast<std::byte*>(qmem_calloc(1, wanted));
     if (buffer == nullptr) return QERR_LOW_MEMORY;
-    image.view = Bytes(buffer, length);
-    code = blib_bin_get_buf(&image, buffer, 0, length);
+    image.view = Bytes(buffer, wanted);
+    code = blib_bin_get_buf(&image, buffer, 0, wanted);
   } else {
-    const std::byte* mapped = nullptr;
-    code = qfile_map(image.file, length, &mapped);
-    if (code == QERR_OK) image.view = Bytes(mapped, length);
+    const std::byte* bytes = nullptr;
+    std::uint64_t mapped = 0;  // less than `length` when the file has shrunk since its size was taken
+    code = qfile_map(image.file, length, &bytes, &mapped);
+    if (code == QERR_OK) image.view = Bytes(bytes, static_cast<std::size_t>(mapped));
   }
   if (code != QERR_OK && code != QERR_BAD_ADDRESS) {
     QLOG(QLOG_INFO, u"Failed to %s %d bytes from file \"%s\".err=0x%x, string=\"%s\"\n",
@@ -41,13 +44,13 @@ qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
     return sized;
   }
   image.file_size = static_cast<std::uint32_t>(image.full_size);
-  if (image.file_size == 0) {
+  if (image.full_size == 0) {
     QLOG(QLOG_DETAIL, u"\"%s\" is a zero sized file\n", image.file_name);
     return QERR_EMPTY_FILE;
   }
-  const std::uint64_t most = (flags & BLIB_WHOLE_FILE) != 0 ? image.file_size : kViewLength;
+  const std::uint64_t most = (flags & BLIB_WHOLE_FILE) != 0 ? image.full_size : kViewLength;
   image.view_is_buffer = (flags & BLIB_READ_NOT_MAP) != 0;
-  const qerr_t viewed = make_view(image, static_cast<std::uint32_t>(std::min<std::uint64_t>(image.file_size, most)));
+  const qerr_t viewed = make_view(image, std::min(image.full_size, most));
   if (viewed == QERR_BAD_ADDRESS) {
     // A page that the system could not supply: the file is damaged or gone, and no image.
     QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", viewed);
@@ -82,8 +85,10 @@ qerr_t blib_bin_open_by_handle(qfile_t file, const qchar* path, blib_bin** out, 
 }
 
 qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode, std::uint32_t extra_size) noexcept {
+  if (out != nullptr) *out = nullptr;
+  if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG2;
-  *out = nullptr;
+  if ((mode & BLIB_READ_WRITE) == BLIB_READ_WRITE) return QERR_ARG4;  // before the file is opened for writing
   QfileOwner file;
   qerr_t code = qfile_open(file.out(), path, mode & BLIB_READ_WRITE);
   if (code != QERR_OK) {
@@ -101,15 +106,23 @@ qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode, std:
 }
 
 qerr_t blib_bin_get_buf(blib_bin* image, void* destination, std::uint32_t offset, std::uint32_t length) noexcept {
+  if (image == nullptr) return QERR_ARG1;
+  if (destination == nullptr) return QERR_ARG2;
   qerr_t code = qfile_seek(image->file, offset, QFILE_FROM_START, nullptr);
   if (code != QERR_OK) {
     QLOG(QLOG_ERROR, u"Failed to seek to offset %d. File=\"%s\". err=%d (%s)", offset, image->file_name, code,
          qerr_get_string(code));
     return code;
   }
-  std::uint32_t done = 0;
-  code = qfile_read(image->file, destination, length, &done);
-  if (code != QERR_OK && done != length) {
+  // Storage may answer in parts; only no bytes at all is the end of the file.
+  std::uint32_t total = 0;
+  std::uint32_t done = 1;
+  while (code == QERR_OK && total < length && done != 0) {
+    done = 0;
+    code = qfile_read(image->file, static_cast<std::byte*>(destination) + total, length - total, &done);
+    total += done;
+  }
+  if (code != QERR_OK && total != length) {
     QLOG(QLOG_ERROR, u"Failed to read %d bytes from \"%s\" at offset %d. err=%d (%s)\n", length, image->file_name,
          offset, code, qerr_get_string(code));
   }

@@ -41,8 +41,8 @@ struct blib_bin {
   std::u16string file_name;      // for messages
   qfile_t file = QFILE_INVALID;  // borrowed by blib_bin_open_by_handle, owned by blib_bin_open
   std::uint32_t access_mode = 0;
-  std::uint32_t file_size = 0;  // low 32 bits
-  std::uint64_t full_size = 0;
+  std::uint32_t file_size = 0;          // low 32 bits
+  std::uint64_t full_size = 0;          // what every bound is checked against
   Bytes view;                           // the leading bytes of the file
   bool view_is_buffer = false;          // from qmem_alloc, else from qfile_map
   bool is_64bit = false;                // PE32+
@@ -52,8 +52,8 @@ struct blib_bin {
   Bytes section_table;                  // empty when the table is not inside the view
 };
 
-// Opens the image at `path` for reading; every caller passes mode 4 and extra size 0. Codes: a file error, or one of
-// blib_bin_open_by_handle's. `out` is null on failure.
+// Opens the image at `path` for reading; every caller passes mode 4 and extra size 0. Codes: 1002 no path,
+// 1003 no out pointer, a file error, or one of blib_bin_open_by_handle's. `out` is null on failure.
 [[nodiscard]] qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode,
                                    std::uint32_t extra_size) noexcept;
 

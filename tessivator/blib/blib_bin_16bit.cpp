@@ -29,10 +29,10 @@ std::uint32_t blib_bin_is_16bit_by_handle(qfile_t file) noexcept {
     return 0;
   }
   if (size == 0) return 0;
-  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(size, 4096));
-  const std::byte* mapped = nullptr;
-  code = qfile_map(file, length, &mapped);
-  const std::unique_ptr<const std::byte, Unmap> view(mapped);
+  const std::byte* bytes = nullptr;
+  std::uint64_t mapped = 0;
+  code = qfile_map(file, std::min<std::uint64_t>(size, 4096), &bytes, &mapped);
+  const std::unique_ptr<const std::byte, Unmap> view(bytes);
   if (code == QERR_BAD_ADDRESS) {
     QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", code);
     return 0;
@@ -41,5 +41,5 @@ std::uint32_t blib_bin_is_16bit_by_handle(qfile_t file) noexcept {
     QLOG(QLOG_INFO, u"Failed to map file. qerr = 0x%x.\n", code);
     return 0;
   }
-  return blib_parse_16bit_headers(Bytes(mapped, length)) == QERR_OK ? 1 : 0;
+  return blib_parse_16bit_headers(Bytes(bytes, static_cast<std::size_t>(mapped))) == QERR_OK ? 1 : 0;
 }

@@ -56,7 +56,8 @@ void read_entry(const blib_cert_itr& iterator, blib_bin& image, blib_authenticod
   const std::uint32_t skipped = whole ? 0 : kHeader;
   if (header.length < kHeader) return;
   const std::uint64_t offset = iterator.current_offset + skipped;
-  const std::uint64_t exists = offset < image.full_size ? image.full_size - offset : 0;
+  // An image addresses its table with 32 bits: what begins further on is not there, however large the file.
+  const std::uint64_t exists = offset < image.full_size && offset <= 0xFFFFFFFF ? image.full_size - offset : 0;
   const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(header.length - skipped, exists));
   QmemPtr<std::byte> buffer(static_cast<std::byte*>(qmem_calloc(1, std::max<std::size_t>(length, 1))));
   if (buffer == nullptr) {

@@ -48,7 +48,7 @@ qerr_t locate_nt_headers(blib_bin& image, std::uint32_t& nt_offset) {
     image.nt_headers = image.view.subspan(nt_offset);
     return QERR_OK;
   }
-  if (end >= image.file_size) return QERR_BAD_IMAGE;
+  if (end >= image.full_size) return QERR_BAD_IMAGE;
   image.nt_copy.assign(kNtHeaders, std::byte{0});
   const qerr_t code = blib_bin_get_buf(&image, image.nt_copy.data(), nt_offset, kNtHeaders);
   if (code != QERR_OK) {
@@ -76,10 +76,10 @@ std::uint16_t header_field(const blib_bin& image, std::uint64_t offset) {
 qerr_t check_table_in_file(const blib_bin& image, const SectionTable& table, std::uint16_t optional_size, bool strict,
                            bool& cleared) {
   cleared = false;
-  if (table.length <= image.file_size && table.offset <= image.file_size - table.length) return QERR_OK;
+  if (table.length <= image.full_size && table.offset <= image.full_size - table.length) return QERR_OK;
   if (strict) return QERR_BAD_IMAGE;
   if (table.length == 0) return QERR_OK;
-  if (image.file_size > optional_size) return QERR_BAD_IMAGE;
+  if (image.full_size > optional_size) return QERR_BAD_IMAGE;
   cleared = true;
   return QERR_OK;
 }
@@ -99,13 +99,16 @@ qerr_t copy_table(blib_bin& image, const SectionTable& table) {
   return code;
 }
 
-// Strict mode: no section's raw data may reach past the end of the file.
-qerr_t check_raw_data(const blib_bin& image, Bytes table) {
+// Strict mode: no section's raw data may reach past the end of the file. The sum is one of 32 bits, as the format's
+// fields are.
+qerr_t check_raw_data(const blib_bin& image) {
+  const Bytes table = image.section_table.empty() ? Bytes(image.section_copy) : image.section_table;
   qerr_t code = QERR_OK;
   for (std::uint64_t at = 0; at + kSectionHeader <= table.size(); at += kSectionHeader) {
-    const std::uint64_t size = qbytes_le<std::uint32_t>(table, at + 16).value_or(0);
-    const std::uint64_t pointer = qbytes_le<std::uint32_t>(table, at + 20).value_or(0);
-    if (size == 0 || pointer == 0 || pointer + size <= image.file_size) continue;
+    const std::uint32_t size = qbytes_le<std::uint32_t>(table, at + 16).value_or(0);
+    const std::uint32_t pointer = qbytes_le<std::uint32_t>(table, at + 20).value_or(0);
+    const std::uint32_t end = pointer + size;
+    if (size == 0 || pointer == 0 || end <= image.full_size) continue;
     QLOG(QLOG_INFO, u"SizeOfRawData exceeds size of binary.");
     code = QERR_BAD_IMAGE;
   }
@@ -120,19 +123,17 @@ qerr_t locate_section_table(blib_bin& image, std::uint32_t nt_offset) {
   if (!image.nt_copy.empty()) {
     // A copied table is not part of the view and has no further use than the strict check.
     const qerr_t code = copy_table(image, table);
-    return code != QERR_OK || !strict ? code : check_raw_data(image, image.section_copy);
+    return code != QERR_OK || !strict ? code : check_raw_data(image);
   }
   bool cleared = false;
   const qerr_t code = check_table_in_file(image, table, optional_size, strict, cleared);
   if (code != QERR_OK || cleared) return code;
-  if (const auto inside = qbytes_slice(image.view, table.offset, table.length)) image.section_table = *inside;
+  const auto inside = qbytes_slice(image.view, table.offset, table.length);
+  if (inside) image.section_table = *inside;
   if (!strict) return QERR_OK;
-  if (table.length != 0 && image.section_table.empty()) {
-    std::uint32_t beyond_view = QERR_BAD_ADDRESS;  // strict checks read the table where it should be mapped
-    QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", beyond_view);
-    return QERR_BAD_IMAGE;
-  }
-  return check_raw_data(image, image.section_table);
+  // The strict check sees all sections, also where the view ends before them.
+  const qerr_t copied = inside ? QERR_OK : copy_table(image, table);
+  return copied != QERR_OK ? copied : check_raw_data(image);
 }
 
 }  // namespace
