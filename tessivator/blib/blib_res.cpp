@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "common/qlib/qbytes.h"
 #include "common/qlib/qlog.h"
@@ -17,67 +18,89 @@ constexpr std::uint32_t kEntry = 8;
 constexpr std::uint32_t kDataEntry = 16;
 constexpr std::uint32_t kSubdirectory = 0x80000000;
 
-// Reads of the resource section, which are many and small: a window spares most of them the system call. Bytes past the
-// end of the file read as zero, as in every range read of an image.
+// Reads of one walk, and what the walk may cost.
+//
+// Directories of a hostile tree may point to themselves, to each other, or all to one child; with 65,535 entries on
+// each of three levels that is 2^48 visits. So every read is charged with the bytes that it takes from the file or from
+// memory, and all reads together may take four times the file's size and 256 KiB more. An honest tree takes each
+// byte once or twice, more only where small files share directories or data, for which the constant is.
+//
+// Bytes past the end of the file read as zero, as in every range read of an image.
 class ResourceReader {
  public:
-  explicit ResourceReader(blib_bin& image) noexcept : image_(image) {}
+  explicit ResourceReader(blib_bin& image) noexcept : image_(image), budget_(image.full_size * 4 + 262144) {}
 
-  qerr_t read(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
-    std::memset(destination, 0, length);
-    if (offset >= image_.full_size || offset > 0xFFFFFFFF) return QERR_OK;
-    // What the image already holds of the file needs no read: small images have their whole tree there.
-    if (const auto held = qbytes_slice(image_.view, offset, length)) {
-      std::memcpy(destination, held->data(), length);
-      return QERR_OK;
+  // Directories and data entries: many, small and close together, so that a window spares most of them the system call.
+  qerr_t read_tree(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
+    if (length > window_.size() || !exists(offset) || !held(offset, length).empty()) {
+      return read_data(offset, destination, length);
     }
-    if (length > window_.size()) {
-      return blib_bin_get_buf(&image_, destination, static_cast<std::uint32_t>(offset), length);
-    }
-    if (!filled_ || offset < start_ || offset - start_ > window_.size() - length) {
-      const qerr_t code = fill(offset);
-      if (code != QERR_OK) return code;
-    }
-    std::memcpy(destination, window_.data() + (offset - start_), length);
+    filled_ = 0;
+    const std::uint32_t taken = clip(offset, static_cast<std::uint32_t>(window_.size()));
+    window_.fill(std::byte{0});
+    const qerr_t code = fetch(offset, window_.data(), taken);
+    if (code != QERR_OK) return code;
+    start_ = offset;
+    filled_ = static_cast<std::uint32_t>(window_.size());
+    std::memcpy(destination, window_.data(), length);
     return QERR_OK;
   }
 
+  // A resource's bytes, which leave the window on the tree.
+  qerr_t read_data(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
+    if (length == 0) return charge(0);
+    if (const Bytes bytes = held(offset, length); !bytes.empty()) {
+      std::memcpy(destination, bytes.data(), length);
+      return charge(length);
+    }
+    std::memset(destination, 0, length);
+    return fetch(offset, destination, clip(offset, length));
+  }
+
+  // How many of `length` bytes at `offset` the file has.
+  [[nodiscard]] std::uint32_t clip(std::uint64_t offset, std::uint32_t length) const noexcept {
+    if (!exists(offset)) return 0;
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(length, image_.full_size - offset));
+  }
+
  private:
-  qerr_t fill(std::uint64_t offset) noexcept {
-    window_.fill(std::byte{0});
-    filled_ = false;
-    const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(window_.size(), image_.full_size - offset));
-    const qerr_t code = blib_bin_get_buf(&image_, window_.data(), static_cast<std::uint32_t>(offset), length);
-    start_ = offset;
-    filled_ = code == QERR_OK;
-    return code;
+  // Offsets of an image have 32 bits; further on nothing of it lies.
+  [[nodiscard]] bool exists(std::uint64_t offset) const noexcept {
+    return offset < image_.full_size && offset <= 0xFFFFFFFF;
+  }
+  // What needs no read: bytes of the view, where small images have their whole tree, or of the window. Else empty.
+  [[nodiscard]] Bytes held(std::uint64_t offset, std::uint32_t length) const noexcept {
+    if (const auto in_view = qbytes_slice(image_.view, offset, length)) return *in_view;
+    if (offset < start_) return {};
+    return qbytes_slice(Bytes(window_).first(filled_), offset - start_, length).value_or(Bytes{});
+  }
+  qerr_t charge(std::uint32_t bytes) noexcept {
+    // A read of nothing costs its call.
+    const std::uint64_t cost = std::max(bytes, 16U);
+    if (cost > budget_) {
+      QLOG_AS(QLOG_INFO, "blib_res_walk", u"resource tree of \"%s\" refers to itself\n", image_.file_name);
+      return QERR_OVERFLOW;
+    }
+    budget_ -= cost;
+    return QERR_OK;
+  }
+  qerr_t fetch(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
+    const qerr_t code = charge(length);
+    if (code != QERR_OK || length == 0) return code;
+    return blib_bin_get_buf(&image_, destination, static_cast<std::uint32_t>(offset), length);
   }
 
   blib_bin& image_;
+  std::uint64_t budget_;
   std::array<std::byte, 4096> window_;  // filled before it is read
   std::uint64_t start_ = 0;
-  bool filled_ = false;
+  std::uint32_t filled_ = 0;
 };
 
-struct Directory {
-  std::array<std::byte, kDirectory> header{};
-  std::vector<std::byte> entries;  // as far as the file holds them
-  std::uint32_t count = 0;
-
-  // Entries that the file does not hold read as zero.
-  [[nodiscard]] std::uint32_t id(std::uint32_t i) const { return field(i, 0); }
-  [[nodiscard]] std::uint32_t offset(std::uint32_t i) const { return field(i, 4); }
-
- private:
-  [[nodiscard]] std::uint32_t field(std::uint32_t i, std::uint32_t at) const {
-    return qbytes_le<std::uint32_t>(entries, std::uint64_t{i} * kEntry + at).value_or(0);
-  }
-};
-
-qerr_t read_directory(ResourceReader& reader, const blib_bin& image, std::uint64_t offset, Directory& out) {
-  qerr_t code = reader.read(offset, out.header.data(), kDirectory);
+qerr_t read_directory(ResourceReader& reader, std::uint64_t offset, blib_res_directory& out) {
+  std::array<std::byte, kDirectory> header;
+  const qerr_t code = reader.read_tree(offset, header.data(), kDirectory);
   if (code != QERR_OK) return code;
-  const Bytes header(out.header);
   out.count = std::uint32_t{qbytes_le<std::uint16_t>(header, 12).value_or(0)} +
               qbytes_le<std::uint16_t>(header, 14).value_or(0);
   if (out.count == 0) {
@@ -85,34 +108,26 @@ qerr_t read_directory(ResourceReader& reader, const blib_bin& image, std::uint64
     return QERR_LOW_MEMORY;
   }
   const std::uint64_t start = offset + kDirectory;
-  const std::uint64_t exists = start < image.full_size ? image.full_size - start : 0;
-  const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(std::uint64_t{out.count} * kEntry, exists));
-  out.entries.resize(length);
-  return length == 0 ? QERR_OK : reader.read(start, out.entries.data(), length);
+  out.entries.resize(reader.clip(start, out.count * kEntry));
+  return reader.read_tree(start, out.entries.data(), static_cast<std::uint32_t>(out.entries.size()));
 }
 
-// One walk. Directories of a hostile tree may point to themselves, to each other, or all to one child; with 65,535
-// entries on each of three levels that is 2^48 visits. So the whole walk is charged for what it reads: 16 bytes a
-// directory, 8 an entry, 16 and the data a resource. An honest tree reads each byte of the file once, or a few times
-// where names share a directory; the walk may cost four times the file's size, and 64 KiB for the smallest files.
 class Walk {
  public:
   Walk(blib_bin& image, const blib_res_section& section, std::uint32_t type_id, blib_res_visitor visitor,
        std::uint32_t* stop, void* context, std::size_t context_size) noexcept
-      : image_(image),
-        reader_(image),
+      : reader_(image),
         section_(section),
         type_id_(type_id),
         visitor_(visitor),
         stop_(stop),
         context_(context),
-        context_size_(context_size),
-        budget_(image.full_size * 4 + 65536) {}
+        context_size_(context_size) {}
 
   qerr_t run() {
     root_ = to_offset(section_.directory_address);
-    Directory root;
-    const qerr_t code = read_level(0, root);
+    blib_res_directory root;
+    const qerr_t code = read_directory(reader_, in_tree(0), root);
     if (code != QERR_OK) return code;
     for (std::uint32_t i = 0; i < root.count; ++i) {
       if ((root.offset(i) & kSubdirectory) != 0 && root.id(i) == type_id_) return walk_names(root.offset(i));
@@ -121,35 +136,18 @@ class Walk {
   }
 
  private:
-  static constexpr std::int64_t kNowhere = -1;
+  // Past the end of every image: reads as zero like any other place there.
+  static constexpr std::uint64_t kNowhere = std::uint64_t{1} << 62;
 
-  // A file offset outside 32 bits lies outside every image; it reads as zero like any other place past the end.
-  [[nodiscard]] std::int64_t to_offset(std::uint32_t rva) const noexcept {
+  [[nodiscard]] std::uint64_t to_offset(std::uint32_t rva) const noexcept {
     const std::int64_t offset = std::int64_t{rva} - section_.header.virtual_address + section_.header.raw_pointer;
-    return offset < 0 || offset > 0xFFFFFFFF ? kNowhere : offset;
+    return offset < 0 ? kNowhere : static_cast<std::uint64_t>(offset);
   }
-  [[nodiscard]] std::uint64_t in_tree(std::uint32_t offset) const noexcept {
-    return root_ == kNowhere ? image_.full_size : static_cast<std::uint64_t>(root_) + (offset & ~kSubdirectory);
-  }
-
-  [[nodiscard]] bool charge(std::uint64_t bytes) noexcept {
-    if (bytes > budget_) {
-      QLOG_AS(QLOG_INFO, "blib_res_walk", u"resource tree of \"%s\" refers to itself\n", image_.file_name);
-      return false;
-    }
-    budget_ -= bytes;
-    return true;
-  }
-
-  qerr_t read_level(std::uint32_t offset, Directory& out) {
-    const qerr_t code = read_directory(reader_, image_, in_tree(offset), out);
-    if (code != QERR_OK) return code;
-    return charge(kDirectory + std::uint64_t{out.count} * kEntry) ? QERR_OK : QERR_OVERFLOW;
-  }
+  [[nodiscard]] std::uint64_t in_tree(std::uint32_t offset) const noexcept { return root_ + (offset & ~kSubdirectory); }
 
   qerr_t walk_names(std::uint32_t offset) {
-    Directory names;
-    qerr_t code = read_level(offset, names);
+    blib_res_directory names;
+    qerr_t code = read_directory(reader_, in_tree(offset), names);
     for (std::uint32_t i = 0; code == QERR_OK && i < names.count; ++i) {
       if ((names.offset(i) & kSubdirectory) == 0) continue;
       code = walk_languages(names.offset(i));
@@ -159,8 +157,8 @@ class Walk {
   }
 
   qerr_t walk_languages(std::uint32_t offset) {
-    Directory languages;
-    qerr_t code = read_level(offset, languages);
+    blib_res_directory languages;
+    qerr_t code = read_directory(reader_, in_tree(offset), languages);
     for (std::uint32_t i = 0; code == QERR_OK && i < languages.count; ++i) {
       if ((languages.offset(i) & kSubdirectory) != 0) continue;
       code = visit(languages.offset(i), languages.id(i) & 0xFFFF);
@@ -172,19 +170,17 @@ class Walk {
   qerr_t visit(std::uint32_t offset, std::uint32_t language_id) {
     *stop_ = 0;
     std::array<std::byte, kDataEntry> entry;
-    qerr_t code = reader_.read(in_tree(offset), entry.data(), kDataEntry);
+    qerr_t code = reader_.read_tree(in_tree(offset), entry.data(), kDataEntry);
     if (code != QERR_OK) return code;
     const Bytes fields(entry);
-    const std::int64_t place = to_offset(qbytes_le<std::uint32_t>(fields, 0).value_or(0));
+    const std::uint64_t place = to_offset(qbytes_le<std::uint32_t>(fields, 0).value_or(0));
     // Larger sizes and negative ones are cut alike.
     const std::uint32_t size = std::min(qbytes_le<std::uint32_t>(fields, 4).value_or(0), BLIB_RES_MOST_BYTES);
-    if (!charge(kDataEntry + size)) return QERR_OVERFLOW;
     if (data_.empty()) data_.resize(BLIB_RES_MOST_BYTES);
-    code = reader_.read(place == kNowhere ? image_.full_size : static_cast<std::uint64_t>(place), data_.data(), size);
+    code = reader_.read_data(place, data_.data(), size);
     return code != QERR_OK ? code : visitor_(type_id_, data_.data(), size, language_id, stop_, context_, context_size_);
   }
 
-  blib_bin& image_;
   ResourceReader reader_;
   const blib_res_section& section_;
   std::uint32_t type_id_;
@@ -192,16 +188,9 @@ class Walk {
   std::uint32_t* stop_;
   void* context_;
   std::size_t context_size_;
-  std::uint64_t budget_;
-  std::int64_t root_ = kNowhere;
+  std::uint64_t root_ = kNowhere;
   std::vector<std::byte> data_;
 };
-
-QmemPtr<std::byte> copy_of(const std::byte* bytes, std::size_t size, std::size_t padded) noexcept {
-  QmemPtr<std::byte> copy(static_cast<std::byte*>(qmem_calloc(1, padded)));
-  if (copy != nullptr && size != 0) std::memcpy(copy.get(), bytes, size);
-  return copy;
-}
 
 }  // namespace
 
@@ -221,25 +210,16 @@ qerr_t blib_res_get_section(blib_bin* image, blib_res_section* section) noexcept
   return QERR_NOT_FOUND;
 }
 
-qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset, std::byte** directory,
-                              std::byte** entries) noexcept {
+qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset, blib_res_directory* directory) noexcept {
   if (image == nullptr) return QERR_ARG1;
   if (directory == nullptr) return QERR_ARG3;
-  if (entries == nullptr) return QERR_ARG4;
-  *directory = nullptr;
-  *entries = nullptr;
+  *directory = {};
   try {
     ResourceReader reader(*image);
-    Directory found;
-    const qerr_t code = read_directory(reader, *image, offset, found);
-    if (code != QERR_OK) return code;
-    // At most 1 MiB, as 16-bit counts allow.
-    auto head = copy_of(found.header.data(), kDirectory, kDirectory);
-    auto list = copy_of(found.entries.data(), found.entries.size(), std::size_t{found.count} * kEntry);
-    if (head == nullptr || list == nullptr) return QERR_LOW_MEMORY;
-    *directory = head.release();
-    *entries = list.release();
-    return QERR_OK;
+    blib_res_directory found;
+    const qerr_t code = read_directory(reader, offset, found);
+    if (code == QERR_OK) *directory = std::move(found);
+    return code;
   } catch (const std::bad_alloc&) {
     return QERR_LOW_MEMORY;
   }

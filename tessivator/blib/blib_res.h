@@ -7,6 +7,7 @@
 #pragma once
 
 #include "blib/blib_bin.h"
+#include "common/qlib/qbytes.h"
 
 inline constexpr std::uint32_t BLIB_RES_VERSION = 16;
 inline constexpr std::uint32_t BLIB_RES_MANIFEST = 24;
@@ -30,10 +31,24 @@ using blib_res_visitor = qerr_t (*)(std::uint32_t type_id, const void* data, std
 // table or none contains it; all bits set for a null argument.
 [[nodiscard]] qerr_t blib_res_get_section(blib_bin* image, blib_res_section* section) noexcept;
 
-// Reads the directory at a file offset and all its entries into two buffers, which the caller frees with qmem_free. 12
-// without memory and for a directory without entries, or a read error. Entries past the end of the file read as zero.
-[[nodiscard]] qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset, std::byte** directory,
-                                            std::byte** entries) noexcept;
+// One directory of the tree. Entries that the file does not hold read as zero and take no memory.
+struct blib_res_directory {
+  std::uint32_t count = 0;         // named and ID entries together
+  std::vector<std::byte> entries;  // as far as the file holds them
+
+  [[nodiscard]] std::uint32_t id(std::uint32_t index) const noexcept { return field(index, 0); }
+  [[nodiscard]] std::uint32_t offset(std::uint32_t index) const noexcept { return field(index, 4); }
+
+ private:
+  [[nodiscard]] std::uint32_t field(std::uint32_t index, std::uint32_t at) const noexcept {
+    return qbytes_le<std::uint32_t>(entries, std::uint64_t{index} * 8 + at).value_or(0);
+  }
+};
+
+// Reads the directory at a file offset with all its entries. 12 without memory and for a directory without entries, or
+// a read error; `directory` is then empty.
+[[nodiscard]] qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset,
+                                            blib_res_directory* directory) noexcept;
 
 // Visits every resource of type `type_id`. 0; 2 when the type is absent; 12 without memory and for a directory without
 // entries; 75 when the tree costs more than an honest one can (see the source); a read error; or the visitor's code.
