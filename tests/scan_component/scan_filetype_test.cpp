@@ -94,9 +94,9 @@ TEST_F(FileType, ScriptsAreToldByTheDatabaseOnly) {
     qerr_t code;
     const qchar* key;  // null: nothing is asked
   } const cases[] = {
-      {"echo", u"dir/a.bat", QERR_OK, u"bat"},   {"echo", u"a.txt", QERR_BAD_IMAGE, u"txt"},
-      {"echo", u"bat", QERR_BAD_IMAGE, nullptr}, {"echo", u"x.bat/a", QERR_BAD_IMAGE, nullptr},
-      {"MZ old", u"a.com", QERR_OK, u"16bit"},   {"", u"a.bat", QERR_OK, u"bat"},
+      {"echo", u"\\\\s\\d.x\\a.bat", QERR_OK, u"bat"}, {"echo", u"a.txt", QERR_BAD_IMAGE, u"txt"},
+      {"echo", u"bat", QERR_BAD_IMAGE, nullptr},       {"echo", u"\\\\s\\x.bat\\a", QERR_BAD_IMAGE, nullptr},
+      {"MZ old", u"a.com", QERR_OK, u"16bit"},         {"", u"a.bat", QERR_OK, u"bat"},
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.bytes);
