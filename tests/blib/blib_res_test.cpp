@@ -42,9 +42,12 @@ qerr_t walk(blib_bin* image, Visits& visits) {
 }
 
 // One version resource in two languages; offsets in the tree: names 0x100, languages 0x200, data entries 0x300, 0x310.
-byte_builder two_languages() {
+// The section begins at `root` in the file: in the image's view by default, or behind it.
+constexpr std::size_t kBehindView = 0x4000;
+
+byte_builder two_languages(std::size_t root = image_layout::section_offset) {
   byte_builder out = image_layout{}.build();
-  constexpr std::size_t root = image_layout::section_offset;
+  out.u32(image_layout{}.sections() + 20, root).size(root + image_layout::section_size);
   put_directory(out, root, {{3, kDir | 0x180}, {16, 0x300}, {16, kDir | 0x100}, {16, kDir | 0x180}});
   put_directory(out, root + 0x100, {{1, 0x300}, {2, kDir | 0x200}});
   put_directory(out, root + 0x200, {{0x10407, 0x300}, {0x409, 0x310}});
@@ -128,8 +131,8 @@ TEST_F(Images, ResourcesAreCutAndNeverLeaveTheFile) {
 
 TEST_F(Images, ReadThatFailsEndsTheWalk) {
   for (const std::uint32_t reads_before : {0U, 1U}) {
-    byte_builder bytes = two_languages().size(20000);
-    bytes.u32(image_layout::section_offset + 0x300, image_layout::section_rva + 9000);  // outside the first read
+    byte_builder bytes = two_languages(kBehindView).size(40000);
+    bytes.u32(kBehindView + 0x300, image_layout::section_rva + 9000);  // outside the first read
     crafted_file file(bytes.bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
@@ -154,13 +157,15 @@ TEST_F(Images, WalkCostsAFewTimesTheFileAtMost) {
 }
 
 TEST_F(Images, SmallTreeIsReadAtOnce) {
-  crafted_file file(two_languages().bytes());
-  BlibBinByHandleOwner image;
-  ASSERT_EQ(open(file, image), QERR_OK);
-  file.reads = 0;
-  Visits visits;
-  EXPECT_EQ(walk(image.get(), visits), QERR_OK);
-  EXPECT_EQ(file.reads, 1U);
+  for (const std::size_t root : {std::size_t{image_layout::section_offset}, kBehindView}) {
+    crafted_file file(two_languages(root).bytes());
+    BlibBinByHandleOwner image;
+    ASSERT_EQ(open(file, image), QERR_OK);
+    Visits visits;
+    EXPECT_EQ(walk(image.get(), visits), QERR_OK);
+    EXPECT_EQ(visits.count, 2U);
+    EXPECT_EQ(file.reads, root == kBehindView ? 1U : 0U);
+  }
 }
 
 TEST_F(Images, DirectoryHoldsOnlyWhatTheFileHas) {
