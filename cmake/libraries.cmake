@@ -14,9 +14,6 @@ target_include_directories(tinyxml2_dependency SYSTEM INTERFACE "${TINYXML2_INCL
 target_link_libraries(tinyxml2_dependency INTERFACE "${TINYXML2_LIBRARY}")
 
 if(NOT WIN32)
-  find_path(UTF8CPP_INCLUDE_DIR utf8.h PATH_SUFFIXES utf8cpp REQUIRED)
-  add_library(utf8cpp_dependency INTERFACE IMPORTED GLOBAL)
-  target_include_directories(utf8cpp_dependency SYSTEM INTERFACE "${UTF8CPP_INCLUDE_DIR}")
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(LIBGSF REQUIRED IMPORTED_TARGET GLOBAL libgsf-1)
 endif()
