@@ -43,6 +43,10 @@ public final class JvmTest {
                 System.load(library.toString());
                 threads(Integer.parseInt(args[5]));
             }
+            case "share" -> {
+                System.load(library.toString());
+                share(args[5], args[6], args[7], args[8]);
+            }
             default -> throw new IllegalArgumentException(args[0]);
         }
         System.out.println(args[0] + ": " + checks + " checks");
@@ -80,6 +84,48 @@ public final class JvmTest {
             equal(-1, brantle.getCertsAndInfoByScanningNwPath(a[0], a[1], a[2], a[3], a[4]), "null argument " + i);
             if (i < 4) equal(-1, brantle.testAccessOnNwShareWithParams(a[0], a[1], a[2], a[3]), "null argument " + i);
         }
+    }
+
+    /** Both network natives against a server whose share "tree" holds the folder `local` as "software". */
+    private static void share(String local, String domain, String user, String password) throws Exception {
+        Brantle brantle = new Brantle();
+        String path = "\\\\127.0.0.1\\tree\\software";
+        Path out = fresh("disk");
+        equal(0, brantle.getCertsAndInfoByScanningLocalPath(local, out.toString()), "disk");
+        Map<String, String> expected = rebased(contents(out), local);
+
+        equal(0, brantle.testAccessOnNwShareWithParams(path, domain, user, password), "access");
+        equal(20002, brantle.testAccessOnNwShareWithParams(path, domain, user, password + "x"), "wrong password");
+        equal(20002, brantle.testAccessOnNwShareWithParams(path, domain, "nosuchuser", password), "unknown user");
+        equal(20001, brantle.testAccessOnNwShareWithParams("\\\\127.0.0.1\\absent", domain, user, password), "no share");
+        equal(20001, brantle.testAccessOnNwShareWithParams(path + "\\absent", domain, user, password), "no folder");
+        // A connection that a request left behind would now be one with other credentials.
+        equal(20002, brantle.testAccessOnNwShareWithParams(path, domain, user, "other"), "nothing was left connected");
+
+        ExecutorService pool = Executors.newFixedThreadPool(4);
+        List<Future<Map<String, String>>> futures = new ArrayList<>();
+        for (int t = 0; t < 4; t++) {
+            Path own = fresh("share" + t);
+            futures.add(pool.submit(() -> {
+                int result = new Brantle().getCertsAndInfoByScanningNwPath(path, own.toString(), domain, user, password);
+                if (result != 0) throw new AssertionError("result " + result);
+                return rebased(contents(own), path);
+            }));
+        }
+        for (Future<Map<String, String>> future : futures) {
+            Map<String, String> found = new TreeMap<>(future.get());
+            check(expected.keySet().equals(found.keySet()), "the same files come out");
+            check(slashed(expected).equals(slashed(found)), "the same as from disk");
+        }
+        pool.shutdown();
+    }
+
+    /** Records in the order of their text once paths are written alike. */
+    private static List<String> slashed(Map<String, String> contents) {
+        List<String> records = new ArrayList<>();
+        for (String record : contents.get("info.xml").split("(?=<Executable>)")) records.add(record.replace('\\', '/').trim());
+        records.sort(Comparator.naturalOrder());
+        return records;
     }
 
     private static void hooks(String path) throws Exception {
