@@ -46,12 +46,16 @@ qerr_t process_blobs(const qchar* path, std::span<const Blob> blobs, const sgn_r
   return code;
 }
 
+void log_no_table(const qchar* path) noexcept {
+  FILE_LOG(QLOG_ERROR, u"Failed to get Authenticode Info from %s", path);
+}
+
 qerr_t process_image(const qchar* path, blib_bin* image, const sgn_request& request, SgnNameList& names) {
   blib_authenticode_list* list = nullptr;
   const qerr_t code = blib_bin_get_authenticode_signature_buf_alloc(image, &list);
   const TablePtr table(list);
   if (code != QERR_OK) {
-    FILE_LOG(QLOG_ERROR, u"Failed to get Authenticode Info from %s", path);
+    log_no_table(path);
     return code;
   }
   std::vector<Blob> blobs;
@@ -99,6 +103,13 @@ qerr_t sgn_x509_get_certnames_and_store_certs_ex(const qchar* path, const qchar*
     if (code == QERR_OK) *out_names = names.release();
     return code;
   });
+}
+
+qerr_t sgn_x509_image_without_table(const qchar* path) noexcept {
+  if (path == nullptr) return QERR_ARG1;
+  FILE_LOG(QLOG_DETAIL, u"Trying to extracing certs from %s\n", path);
+  log_no_table(path);
+  return QERR_NOT_FOUND;
 }
 
 qerr_t sgn_x509_get_certnames_and_store_certs(const qchar* path, const qchar* output_directory,

@@ -125,6 +125,7 @@ std::int32_t Brantle::scanEntries() {
   for (std::uint32_t walked = QERR_OK; walked == QERR_OK; walked = nextEntry()) {
     if (isDirectory) continue;
     recordAdded = false;
+    unsignedImage = false;
     if (certsOnly == 0) {
       const std::uint32_t code = populateCurrentEXEInfo();
       if (code != QERR_OK) {

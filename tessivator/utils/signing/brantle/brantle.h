@@ -99,6 +99,7 @@ class Brantle {
   BrantleRecord currentRecord;
   std::u16string currentFile;
   bool recordAdded = false;
+  bool unsignedImage = false;  // the current file's record says: an image without a certificate table
   std::u16string reposPath;
   std::u16string infoXmlPath;
   std::u16string outputPath;

@@ -36,8 +36,10 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
 // The request decides, not the file: with cabFile set every file is taken as a cabinet.
 std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& result) {
   if (cabFile != 0) return extractFromCabinet(names, result);
-  result = sgn_x509_get_certnames_and_store_certs_ex(currentFile.c_str(), outputPath.c_str(), names, 0,
-                                                     static_cast<std::uint32_t>(allCerts), storeCache.get());
+  result = unsignedImage
+               ? sgn_x509_image_without_table(currentFile.c_str())
+               : sgn_x509_get_certnames_and_store_certs_ex(currentFile.c_str(), outputPath.c_str(), names, 0,
+                                                           static_cast<std::uint32_t>(allCerts), storeCache.get());
   if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
   return result;
 }

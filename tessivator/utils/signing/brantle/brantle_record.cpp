@@ -5,7 +5,7 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
-#include "common/qlib/qsys.h"
+#include "msi/msi_database.h"
 #include "utils/signing/brantle/brantle.h"
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
@@ -61,6 +61,7 @@ void Brantle::appendImageRecord() {
   currentRecord["Name"] = currentFile;
   records.push_back(std::move(currentRecord));
   recordAdded = true;
+  unsignedImage = fileInfo->is_signed == 0;
 }
 
 // False when the package cannot be opened; it then gets no record.
@@ -69,7 +70,7 @@ bool Brantle::appendPackageRecord() {
     MsiProductInfoExtractor extractor(currentFile);
     populateMsiInfo(extractor, currentRecord);
   } catch (const std::uint32_t rc) {
-    QLOG(QLOG_ERROR, u"Invalid Msi rc =%d, error = %d\n", rc, qsys_last_error());
+    QLOG(QLOG_ERROR, u"Invalid Msi rc =%d, error = %d\n", rc, msi_last_system_error());
     return false;
   }
   std::u16string sha1;
