@@ -40,10 +40,11 @@ TEST(SgnLog, TellsAFilesExtraction) {
     extract_file(fixture("README.md"), folder, 0);
     extract_file(fixture("images/exe64_rsa.exe"), folder / "missing", 0);
   });
+  const std::string extracted =
+      std::string("Extracted cert. Subject: '/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf'. Issuer: ") +
+      "'/C=SE/O=Fixture Works/OU=Signing/CN=Fixture Intermediate RSA'";
   expect_lines(
-      log, {"Trying to extracing certs from ", "Found 1 PKCS7 to verify in ", "Decrypting 0x",
-            "Extracted cert. Subject: '/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf'. Issuer: "
-            "'/C=SE/O=Fixture Works/OU=Signing/CN=Fixture Intermediate RSA'",
+      log, {"Trying to extracing certs from ", "Found 1 PKCS7 to verify in ", "Decrypting 0x", extracted,
             ".cer' to Vantry cert store", "Failed to get Authenticode Info from ", "Extracting certificate from file [",
             "] completed with size [0]. err = 2", "Failed to open file '" + folder.string()});
 }
