@@ -10,7 +10,10 @@ namespace {
 
 using Hook = jint (*)(JNIEnv*, jclass);
 
-void* toPointer(jlong library) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(library)); }
+// Java has no other type for a handle.
+void* toPointer(jlong library) {
+  return reinterpret_cast<void*>(static_cast<std::intptr_t>(library));  // NOLINT(performance-no-int-to-ptr)
+}
 
 // A hook that fails may leave a Java exception behind; the framework goes by the result.
 jint callHook(JNIEnv* env, jlong library, const char* name, jclass type) {

@@ -75,7 +75,7 @@ class Brantle {
   std::uint32_t populateCurrentEXEInfo();
   void appendImageRecord();
   bool appendPackageRecord();
-  std::uint32_t getSHA_cksum(std::u16string path, std::u16string& sha1, std::u16string& sha256);
+  std::uint32_t getSHA_cksum(const std::u16string& path, std::u16string& sha1, std::u16string& sha256);
   void populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord& record);
 
   std::uint32_t populateCertNamesMapAndExtractCerts();

@@ -69,6 +69,7 @@ const Sequence* longestMatch(const qchar* const* argv, int argc) {
 
 std::int32_t usage(const qchar* program) {
   (void)qstr_console_printf(u"\n%s [<FILEPATH: filename|directory>] [OUTPUT PATH]", program);
+  // NOLINTBEGIN(bugprone-suspicious-missing-comma): two of the pieces are longer than a source line
   static constexpr const qchar* kLines[] = {
       u" [--cab] <-A> <-O> <-n|-c> [<DOMAIN>] [<USERNAME>]",
       u" [<PASSWORD>]\n\n",
@@ -96,6 +97,7 @@ std::int32_t usage(const qchar* program) {
       u"No.\n",
       u" The Installer Info is dumped in info.xml\n",
   };
+  // NOLINTEND(bugprone-suspicious-missing-comma)
   for (const qchar* line : kLines) (void)qstr_console_printf(u"%s", line);
   return BRANTLE_USAGE;
 }

@@ -87,7 +87,7 @@ bool Brantle::appendPackageRecord() {
   return true;
 }
 
-std::uint32_t Brantle::getSHA_cksum(std::u16string path, std::u16string& sha1, std::u16string& sha256) {
+std::uint32_t Brantle::getSHA_cksum(const std::u16string& path, std::u16string& sha1, std::u16string& sha256) {
   QfileOwner file;
   qerr_t code = qfile_open(file.out(), path.c_str(), QFILE_READ);
   if (code != QERR_OK) {
