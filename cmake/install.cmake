@@ -3,9 +3,7 @@
 include(CMakePackageConfigHelpers)
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tessivator")
 
-if(TARGET brantle_cli)
-  install(TARGETS brantle_cli RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
-endif()
+install(TARGETS brantle_cli RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 # Without a Java development kit there is no library for Java hosts.
 if(TARGET brantle)
   install(TARGETS brantle
