@@ -25,7 +25,7 @@ std::u16string signed_image() {
 // By path: the file's own open and close included. By handle: the file is open already.
 void open_by_path(benchmark::State& state) {
   const std::u16string path = signed_image();
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     blib_bin* image = nullptr;
     if (blib_bin_open(path.c_str(), &image, BLIB_READ, 0) != QERR_OK) state.SkipWithError("no image");
     (void)blib_bin_close(image);
@@ -37,7 +37,7 @@ void open_by_handle(benchmark::State& state) {
   const std::u16string path = signed_image();
   QfileOwner file;
   if (qfile_open(file.out(), path.c_str(), QFILE_READ) != QERR_OK) state.SkipWithError("no file");
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     blib_bin* image = nullptr;
     if (blib_bin_open_by_handle(file.get(), path.c_str(), &image, BLIB_READ, 0) != QERR_OK) {
       state.SkipWithError("no image");
@@ -55,7 +55,7 @@ BlibBinOwner opened(benchmark::State& state) {
 
 void certificate_table(benchmark::State& state) {
   const BlibBinOwner image = opened(state);
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     blib_authenticode_list* list = nullptr;
     if (blib_bin_get_authenticode_signature_buf_alloc(image.get(), &list) != QERR_OK) state.SkipWithError("no table");
     blib_bin_free_authenticode_signature_buf(list);
@@ -65,7 +65,7 @@ BENCHMARK(certificate_table);
 
 void resource_walk(benchmark::State& state) {
   const BlibBinOwner image = opened(state);
-  for (auto _ : state) {
+  for ([[maybe_unused]] const auto _ : state) {
     blib_res_section section{};
     std::uint32_t stop = 0;
     if (blib_res_get_section(image.get(), &section) != QERR_OK ||
