@@ -23,7 +23,7 @@ std::string signature() {
 
 void openssl_item(benchmark::State& state, OSSL_LIB_CTX* context) {
   const std::string bytes = signature();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
     auto* const p7 = reinterpret_cast<PKCS7*>(
         ASN1_item_d2i_ex(nullptr, &data, static_cast<long>(bytes.size()), ASN1_ITEM_rptr(PKCS7), context, nullptr));
@@ -48,7 +48,7 @@ BENCHMARK(openssl_null_provider);
 void sgn_work(benchmark::State& state, bool with_cache, bool with_files) {
   const std::string bytes = signature();
   const SgnStoreCachePtr cache(with_cache ? sgn_store_cache_create() : nullptr);
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     sgn_p7* p7 = nullptr;
     sgn_cert_name* names = nullptr;
     const auto* const data = reinterpret_cast<const std::byte*>(bytes.data());

@@ -66,7 +66,7 @@ class Use {
 };
 
 // What a walk yields: paths below the start with '/' between them, directories with one at the end.
-std::vector<std::string> walk(std::u16string start, qerr_t& end) {
+std::vector<std::string> walk(const std::u16string& start, qerr_t& end) {
   std::vector<std::string> found;
   qfile_itr iterator;
   end = qfile_itr_open(&iterator, start.c_str());

@@ -15,8 +15,6 @@ namespace {
 // The readahead hint is given once a reader has come this far: small files then cost no call for it.
 constexpr std::uint64_t SEQUENTIAL_FROM = std::uint64_t{1} << 20U;
 
-constexpr std::uint64_t LARGEST_OFFSET = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
-
 // A directory has no bytes to read.
 std::uint64_t size_of(const struct stat& about) noexcept {
   return S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
@@ -59,11 +57,7 @@ class posix_file final : public qfile_object {
       const qsys_status status = size(base);
       if (!status.ok()) return status;
     }
-    const bool backwards = offset < 0;
-    const std::uint64_t distance =
-        backwards ? ~static_cast<std::uint64_t>(offset) + 1 : static_cast<std::uint64_t>(offset);
-    if (backwards ? distance > base : distance > LARGEST_OFFSET - base) return qfile_status_of(EINVAL);
-    position_ = backwards ? base - distance : base + distance;
+    if (!qfile_seek_target(base, offset, position_)) return qfile_status_of(EINVAL);
     position = position_;
     return {};
   }

@@ -5,6 +5,7 @@
 // condition for our own decisions, because translation folds different system errors into one code.
 #pragma once
 
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -38,6 +39,18 @@ struct qfile_identity {
   std::uint64_t index_high = 0;
   bool operator==(const qfile_identity&) const noexcept = default;
 };
+
+// Where a seek by `offset` from `base` leads; false when that lies before the start or past the largest offset.
+[[nodiscard]] constexpr bool qfile_seek_target(std::uint64_t base, std::int64_t offset,
+                                               std::uint64_t& target) noexcept {
+  constexpr std::uint64_t LARGEST = std::numeric_limits<std::int64_t>::max();
+  const bool backwards = offset < 0;
+  const auto unsigned_offset = static_cast<std::uint64_t>(offset);
+  const std::uint64_t distance = backwards ? ~unsigned_offset + 1 : unsigned_offset;
+  if (backwards ? distance > base : base > LARGEST || distance > LARGEST - base) return false;
+  target = backwards ? base - distance : base + distance;
+  return true;
+}
 
 // An open file; the destructor closes it.
 class qfile_object {

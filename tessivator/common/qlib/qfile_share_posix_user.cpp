@@ -74,12 +74,7 @@ class share_file final : public qfile_object {
       const qsys_status status = size(base);
       if (!status.ok()) return status;
     }
-    constexpr std::uint64_t LARGEST = std::numeric_limits<std::int64_t>::max();
-    const bool backwards = offset < 0;
-    const std::uint64_t distance =
-        backwards ? ~static_cast<std::uint64_t>(offset) + 1 : static_cast<std::uint64_t>(offset);
-    if (backwards ? distance > base : distance > LARGEST - base) return qfile_status_of(EINVAL);
-    position_ = backwards ? base - distance : base + distance;
+    if (!qfile_seek_target(base, offset, position_)) return qfile_status_of(EINVAL);
     position = position_;
     return {};
   }

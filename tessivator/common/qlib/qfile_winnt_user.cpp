@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::uint64_t LARGEST_OFFSET = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-
 qsys_status last_status() noexcept { return qfile_status_of(GetLastError()); }
 
 // Copies out of a mapping through the kernel: a page whose storage fails is an error here, not a fault in the host.
@@ -62,11 +60,7 @@ class winnt_file final : public qfile_object {
       const qsys_status status = size(base);
       if (!status.ok()) return status;
     }
-    const bool backwards = offset < 0;
-    const std::uint64_t distance =
-        backwards ? ~static_cast<std::uint64_t>(offset) + 1 : static_cast<std::uint64_t>(offset);
-    if (backwards ? distance > base : distance > LARGEST_OFFSET - base) return qfile_status_of(ERROR_NEGATIVE_SEEK);
-    position_ = backwards ? base - distance : base + distance;
+    if (!qfile_seek_target(base, offset, position_)) return qfile_status_of(ERROR_NEGATIVE_SEEK);
     position = position_;
     return {};
   }
