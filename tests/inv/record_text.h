@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-#include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
 #include "inv/inv_cfci.h"
+#include "qlib/runtime.h"
 
 inline std::unique_ptr<inv_cfci_t, inv_cfci_free> new_record() {
   std::unique_ptr<inv_cfci_t, inv_cfci_free> record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
@@ -22,19 +22,4 @@ inline std::unique_ptr<inv_cfci_t, inv_cfci_free> new_record() {
 inline const std::u16string absent = u"(none)";
 inline std::u16string text_or(const qchar* text) { return text == nullptr ? absent : std::u16string(text); }
 
-// A started runtime that echoes its log.
-class RuntimeTest : public testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(qlib_lib_init_basic(), 0U); }
-  void TearDown() override { qlib_lib_fini_basic(); }
-
-  // What `body` writes to standard output, with LF line ends.
-  template <class Body>
-  static std::string printed(Body&& body) {
-    testing::internal::CaptureStdout();
-    body();
-    std::string text = testing::internal::GetCapturedStdout();
-    std::erase(text, '\r');
-    return text;
-  }
-};
+using RuntimeTest = Runtime;
