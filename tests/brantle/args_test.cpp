@@ -8,7 +8,7 @@
 
 #include "common/qlib/qlib.h"
 #include "utils/signing/brantle/brantle.h"
-#include "utils/signing/brantle/share.h"
+#include "utils/signing/brantle/brantle_share.h"
 
 namespace {
 
@@ -17,12 +17,12 @@ struct Seen {
 };
 std::optional<Seen> last_use;
 
-std::uint32_t recordUse(const share_use& use, std::uint32_t*) {
+std::uint32_t recordUse(const brantle_share_use& use, std::uint32_t*) {
   last_use = Seen{use.remote, use.domain, use.user, use.password};
-  return SHARE_ERROR_LOGON_FAILURE;
+  return BRANTLE_SHARE_LOGON_FAILURE;
 }
-std::uint32_t refuse(const std::u16string&) { return SHARE_ERROR_NOT_SUPPORTED; }
-constexpr share_operations kRecorder = {recordUse, refuse};
+std::uint32_t refuse(const std::u16string&) { return BRANTLE_SHARE_NOT_SUPPORTED; }
+constexpr brantle_share_operations kRecorder = {recordUse, refuse};
 
 struct Case {
   std::vector<const qchar*> options;  // from argument 3 on
@@ -44,10 +44,10 @@ class Args : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(qlib_lib_init_basic(), 0U);
-    share_set_operations(&kRecorder);
+    brantle_share_set_operations(&kRecorder);
   }
   void TearDown() override {
-    share_set_operations(nullptr);
+    brantle_share_set_operations(nullptr);
     qlib_lib_fini_basic();
   }
 };

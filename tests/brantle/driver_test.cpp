@@ -10,7 +10,7 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
 #include "utils/signing/brantle/brantle.h"
-#include "utils/signing/brantle/share.h"
+#include "utils/signing/brantle/brantle_share.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ using testing::Not;
 
 std::uint32_t connect_code = 0;
 int disconnects = 0;
-std::uint32_t fakeConnect(const share_use&, std::uint32_t* bad) {
+std::uint32_t fakeConnect(const brantle_share_use&, std::uint32_t* bad) {
   *bad = connect_code == 0 ? 0 : 2;
   return connect_code;
 }
@@ -28,7 +28,7 @@ std::uint32_t fakeDisconnect(const std::u16string&) {
   ++disconnects;
   return 0;
 }
-constexpr share_operations kFake = {fakeConnect, fakeDisconnect};
+constexpr brantle_share_operations kFake = {fakeConnect, fakeDisconnect};
 
 class Driver : public testing::Test {
  protected:
@@ -40,12 +40,12 @@ class Driver : public testing::Test {
     fs::remove_all(root_);
     fs::create_directories(root_ / "in");
     fs::create_directories(root_ / "out");
-    share_set_operations(&kFake);
+    brantle_share_set_operations(&kFake);
     connect_code = 0;
     disconnects = 0;
   }
   void TearDown() override {
-    share_set_operations(nullptr);
+    brantle_share_set_operations(nullptr);
     qlib_lib_fini_basic();
   }
 

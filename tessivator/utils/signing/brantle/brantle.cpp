@@ -8,7 +8,7 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
-#include "utils/signing/brantle/share.h"
+#include "utils/signing/brantle/brantle_share.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
 
@@ -85,15 +85,15 @@ std::int32_t Brantle::runScan() {
 
 std::int32_t Brantle::connectNwShare() {
   std::uint32_t bad_argument = 0;
-  const std::uint32_t code = share_connect({reposPath, domain, userName, password}, &bad_argument);
+  const std::uint32_t code = brantle_share_connect({reposPath, domain, userName, password}, &bad_argument);
   shareConnected = code == 0;
   if (shareConnected) return BRANTLE_OK;
   (void)qstr_console_printf(u"Netuseadd() returned %lu (arge# = %lu)\n", code, bad_argument);
   switch (code) {
-    case SHARE_ERROR_BAD_NETPATH:
-    case SHARE_ERROR_BAD_NET_NAME:
+    case BRANTLE_SHARE_BAD_NETPATH:
+    case BRANTLE_SHARE_BAD_NET_NAME:
       return BRANTLE_INVALID_PATH;
-    case SHARE_ERROR_CREDENTIAL_CONFLICT:
+    case BRANTLE_SHARE_CREDENTIAL_CONFLICT:
       return BRANTLE_CONNECT_CONFLICT;
     default:
       return BRANTLE_CONNECT_FAILED;
@@ -146,7 +146,7 @@ void Brantle::closeScan() {
     walker.reset();
   }
   if (nwMode != 0 && shareConnected) {
-    const std::uint32_t code = share_disconnect(reposPath);
+    const std::uint32_t code = brantle_share_disconnect(reposPath);
     if (code != 0) (void)qstr_console_printf(u"NetUseDel() returned %lu\n", code);
     shareConnected = false;
   }

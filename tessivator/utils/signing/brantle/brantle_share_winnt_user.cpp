@@ -3,7 +3,7 @@
 // After windows.h.
 #include <lm.h>
 
-#include "utils/signing/brantle/share.h"
+#include "utils/signing/brantle/brantle_share.h"
 
 namespace {
 
@@ -12,7 +12,7 @@ wchar_t* wide(const std::u16string& text) noexcept {
   return const_cast<wchar_t*>(reinterpret_cast<const wchar_t*>(text.c_str()));
 }
 
-std::uint32_t connect(const share_use& use, std::uint32_t* bad_argument) {
+std::uint32_t connect(const brantle_share_use& use, std::uint32_t* bad_argument) {
   USE_INFO_2 info{};
   info.ui2_remote = wide(use.remote);
   info.ui2_password = wide(use.password);
@@ -27,8 +27,8 @@ std::uint32_t connect(const share_use& use, std::uint32_t* bad_argument) {
 
 std::uint32_t disconnect(const std::u16string& remote) { return NetUseDel(nullptr, wide(remote), USE_NOFORCE); }
 
-constexpr share_operations kNetworkManagement = {connect, disconnect};
+constexpr brantle_share_operations kNetworkManagement = {connect, disconnect};
 
 }  // namespace
 
-const share_operations& share_platform_operations() noexcept { return kNetworkManagement; }
+const brantle_share_operations& brantle_share_platform_operations() noexcept { return kNetworkManagement; }
