@@ -4,6 +4,16 @@ if(NOT WIN32)
   pkg_check_modules(SMBCLIENT IMPORTED_TARGET smbclient)
 endif()
 
+# Only the report program reads XML.
+find_path(EXPAT_INCLUDE_DIR expat.h REQUIRED)
+find_library(EXPAT_LIBRARY expat REQUIRED)
+add_library(expat_dependency INTERFACE IMPORTED GLOBAL)
+target_include_directories(expat_dependency SYSTEM INTERFACE "${EXPAT_INCLUDE_DIR}")
+target_link_libraries(expat_dependency INTERFACE "${EXPAT_LIBRARY}")
+if(WIN32)
+  target_compile_definitions(expat_dependency INTERFACE XML_STATIC)
+endif()
+
 # The Java library needs only the interface's headers, which are the same on every 64-bit platform but for the export
 # macro, and that one is ours. Without them everything else is built.
 file(GLOB TESSIVATOR_JDKS /usr/lib/jvm/default-java /usr/lib/jvm/java-*)

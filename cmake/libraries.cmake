@@ -1,4 +1,4 @@
-# The libraries that the components use: from Debian; for Windows, libcrypto and tinyxml2 cross-built by
+# The libraries that the components use: from Debian; for Windows, libcrypto, tinyxml2 and expat cross-built by
 # tools/cross-libs.sh. Also part of the installed package, whose users need the same targets.
 find_package(Threads REQUIRED)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)

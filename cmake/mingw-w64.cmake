@@ -7,9 +7,9 @@ set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 
 # The cross-built static libraries: the build folder's own, or a place that the user names.
 if(DEFINED ENV{TESSIVATOR_CROSS})
-  set(TESSIVATOR_CROSS "$ENV{TESSIVATOR_CROSS}" CACHE PATH "Prefix of the cross-built libcrypto and tinyxml2")
+  set(TESSIVATOR_CROSS "$ENV{TESSIVATOR_CROSS}" CACHE PATH "Prefix of the cross-built libraries")
 else()
-  set(TESSIVATOR_CROSS "${CMAKE_CURRENT_LIST_DIR}/../build/cross" CACHE PATH "Prefix of the cross-built libcrypto and tinyxml2")
+  set(TESSIVATOR_CROSS "${CMAKE_CURRENT_LIST_DIR}/../build/cross" CACHE PATH "Prefix of the cross-built libraries")
 endif()
 list(APPEND CMAKE_PREFIX_PATH "${TESSIVATOR_CROSS}")
 set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32 "${TESSIVATOR_CROSS}")

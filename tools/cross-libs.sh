@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the static libraries that the Windows build needs, libcrypto and tinyxml2, for x86_64-w64-mingw32 from
-# Debian's source packages, into DEST (default: build/cross). Does nothing when DEST already holds those of the
-# Debian versions that are installed here, so that both platforms run the same releases.
+# Builds the static libraries that the Windows build needs, libcrypto, tinyxml2 and expat, for x86_64-w64-mingw32 from
+# Debian's source packages, into DEST (default: build/cross). A library that DEST already holds, of the Debian version
+# that is installed here and built as this script would, is left alone: both platforms run the same releases.
 #
 #   tools/cross-libs.sh [DEST]
 #
@@ -15,26 +15,63 @@ dest=$(cd "$dest" && pwd)
 host=x86_64-w64-mingw32
 jobs=$(nproc)
 
-source_version() { dpkg-query -W -f '${source:Version}' "$1" 2>/dev/null || true; }
-openssl_version=$(source_version libssl-dev)
-tinyxml2_version=$(source_version libtinyxml2-dev)
-# The script's own digest is part of the key: other build options mean another build.
-key="openssl $openssl_version, tinyxml2 $tinyxml2_version, $(sha256sum <"${BASH_SOURCE[0]}" | cut -c1-16)"
-up_to_date() {
-  [ -f "$dest/.stamp" ] && [ "$(cat "$dest/.stamp")" = "$key" ] &&
-    [ -f "$dest/lib/libcrypto.a" ] && [ -f "$dest/lib/libtinyxml2.a" ]
+# run LOG COMMAND...: quiet unless it fails.
+run() {
+  local log=$1
+  shift
+  "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2; exit 1; }
 }
+# How each library is built, in the folder of its source: headers into $dest/include, the archive into $dest/lib.
+build_openssl() {
+  # A library inside a host's process reads no configuration file and loads nothing: neither of its own accord nor
+  # from a default folder that any user of a Windows machine could create.
+  run "$work/configure.log" ./Configure mingw64 --cross-compile-prefix="$host-" \
+    --prefix="C:/Program Files/OpenSSL" \
+    no-shared no-pinshared no-tests no-engine no-legacy no-module no-dso no-autoload-config -ffunction-sections -fdata-sections
+  run "$work/openssl.log" make -j"$jobs" build_generated libcrypto.a
+  rm -rf "$dest/include/openssl"
+  cp -r include/openssl "$dest/include/"
+  find "$dest/include/openssl" -name '*.in' -delete
+  install -m 644 libcrypto.a "$dest/lib/"
+}
+build_tinyxml2() {
+  run "$work/tinyxml2.log" "$host-g++-posix" -O2 -ffunction-sections -fdata-sections -c tinyxml2.cpp -o tinyxml2.o
+  run "$work/tinyxml2.log" "$host-ar" rcs libtinyxml2.a tinyxml2.o
+  install -m 644 tinyxml2.h "$dest/include/"
+  install -m 644 libtinyxml2.a "$dest/lib/"
+}
+build_expat() {
+  local source=.
+  [ -f CMakeLists.txt ] || source=expat  # the project's repository keeps the library one folder down
+  run "$work/expat.log" cmake -S "$source" -B cross -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER="$host-gcc-posix" \
+    -DCMAKE_CXX_COMPILER="$host-g++-posix" -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS='-ffunction-sections -fdata-sections' \
+    -DEXPAT_SHARED_LIBS=OFF -DEXPAT_BUILD_TOOLS=OFF -DEXPAT_BUILD_EXAMPLES=OFF -DEXPAT_BUILD_TESTS=OFF -DEXPAT_BUILD_DOCS=OFF
+  run "$work/expat.log" cmake --build cross -j "$jobs"
+  install -m 644 "$source/lib/expat.h" "$source/lib/expat_external.h" "$dest/include/"
+  install -m 644 cross/libexpat.a "$dest/lib/"
+}
+
+# source package, Debian package whose version counts, archive
+libraries=("openssl libssl-dev libcrypto" "tinyxml2 libtinyxml2-dev libtinyxml2" "expat libexpat1-dev libexpat")
+source_version() { dpkg-query -W -f '${source:Version}' "$1" 2>/dev/null || true; }
+# What a library was built from and how: other build options mean another build, of that library alone.
+key_of() { echo "$1 $(source_version "$2"), $(declare -f "build_$1" | sha256sum | cut -c1-16)"; }
 
 exec 9>"$dest/.lock"
 flock 9
-if up_to_date; then
+needed=()
+for library in "${libraries[@]}"; do
+  read -r name package archive <<<"$library"
+  stamp=$dest/.stamp-$name
+  [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$(key_of "$name" "$package")" ] && [ -f "$dest/lib/$archive.a" ] ||
+    needed+=("$library")
+done
+if [ ${#needed[@]} -eq 0 ]; then
   exit 0
 fi
-echo "cross-libs: building libcrypto and tinyxml2 for $host into $dest (once, some minutes)"
-rm -f "$dest/.stamp"
 work=$dest/work
 rm -rf "$work"
-mkdir -p "$work"/{apt/parts,apt/lists/partial,apt/cache/archives/partial,src}
+mkdir -p "$work"/{apt/parts,apt/lists/partial,apt/cache/archives/partial,src} "$dest/include" "$dest/lib"
 
 # The system's entries for this release, asked for sources instead of binaries. Entries of other vendors are left
 # out: they have no use here, and many offer no sources.
@@ -101,35 +138,13 @@ fetch_source() {
 }
 
 private_apt update >"$work/update.log" 2>&1 || { cat "$work/update.log" >&2; exit 1; }
-fetch_source openssl "$openssl_version"
-fetch_source tinyxml2 "$tinyxml2_version"
-
-# run LOG COMMAND...: quiet unless it fails.
-run() {
-  local log=$1
-  shift
-  "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2; exit 1; }
-}
-(
-  cd "$work/src/openssl/tree"
-  # A library inside a host's process reads no configuration file and loads nothing: neither of its own accord nor
-  # from a default folder that any user of a Windows machine could create.
-  run "$work/configure.log" ./Configure mingw64 --cross-compile-prefix="$host-" \
-    --prefix="C:/Program Files/OpenSSL" \
-    no-shared no-pinshared no-tests no-engine no-legacy no-module no-dso no-autoload-config -ffunction-sections -fdata-sections
-  run "$work/openssl.log" make -j"$jobs" build_generated libcrypto.a
-)
-(
-  cd "$work/src/tinyxml2/tree"
-  run "$work/tinyxml2.log" "$host-g++-posix" -O2 -ffunction-sections -fdata-sections -c tinyxml2.cpp -o tinyxml2.o
-  run "$work/tinyxml2.log" "$host-ar" rcs libtinyxml2.a tinyxml2.o
-)
-mkdir -p "$dest/include" "$dest/lib"
-rm -rf "$dest/include/openssl"
-cp -r "$work/src/openssl/tree/include/openssl" "$dest/include/"
-find "$dest/include/openssl" -name '*.in' -delete
-install -m 644 "$work/src/tinyxml2/tree/tinyxml2.h" "$dest/include/"
-install -m 644 "$work/src/openssl/tree/libcrypto.a" "$work/src/tinyxml2/tree/libtinyxml2.a" "$dest/lib/"
+for library in "${needed[@]}"; do
+  read -r name package archive <<<"$library"
+  echo "cross-libs: building $archive for $host into $dest (once)"
+  rm -f "$dest/.stamp-$name"
+  fetch_source "$name" "$(source_version "$package")"
+  (cd "$work/src/$name/tree" && "build_$name")
+  key_of "$name" "$package" >"$dest/.stamp-$name"
+done
 rm -rf "$work"
-echo "$key" >"$dest/.stamp"
-echo "cross-libs: done ($key)"
+echo "cross-libs: done"

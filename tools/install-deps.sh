@@ -7,7 +7,7 @@ set -euo pipefail
 
 run_packages=(
   g++ cmake ninja-build pkg-config ccache
-  libssl-dev libtinyxml2-dev libgsf-1-dev libsmbclient-dev
+  libssl-dev libtinyxml2-dev libexpat1-dev libgsf-1-dev libsmbclient-dev
 )
 check_packages=(
   "${run_packages[@]}"
@@ -20,6 +20,8 @@ check_packages=(
   openssl osslsigncode msitools wixl gcab python3 python3-pefile
   # real hosts: a Java virtual machine and an SMB server
   openjdk-17-jdk-headless samba smbclient
+  # the report's schema, and a real browser for its page
+  libxml2-utils chromium chromium-driver python3-selenium
 )
 case ${1:-check} in
   run) packages=("${run_packages[@]}") ;;
