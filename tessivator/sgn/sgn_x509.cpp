@@ -1,6 +1,8 @@
 // The certificates of one file: from its signatures to names and files.
 #include "sgn/sgn_x509.h"
 
+#include <algorithm>
+
 #include "blib/blib_bin.h"
 #include "blib/blib_cert.h"
 #include "common/qlib/qlog.h"
@@ -46,6 +48,8 @@ qerr_t process_blobs(const qchar* path, std::span<const Blob> blobs, const sgn_r
   return code;
 }
 
+void log_start(const qchar* path) noexcept { FILE_LOG(QLOG_DETAIL, u"Trying to extracing certs from %s\n", path); }
+
 void log_no_table(const qchar* path) noexcept {
   FILE_LOG(QLOG_ERROR, u"Failed to get Authenticode Info from %s", path);
 }
@@ -67,14 +71,17 @@ qerr_t process_image(const qchar* path, blib_bin* image, const sgn_request& requ
   return process_blobs(path, blobs, request, names);
 }
 
+qerr_t process_signature(const qchar* path, Bytes signature, const sgn_request& request, SgnNameList& names) {
+  const Blob blob{signature.data(), static_cast<std::uint32_t>(std::min<std::size_t>(signature.size(), UINT32_MAX))};
+  return process_blobs(path, {&blob, 1}, request, names);
+}
+
 qerr_t process_package(const qchar* path, const sgn_request& request, SgnNameList& names) {
   std::byte* buffer = nullptr;
-  Blob blob;
-  const qerr_t code = sgn_msi_get_cert_buf_alloc(path, &buffer, &blob.length);
+  std::uint32_t length = 0;
+  const qerr_t code = sgn_msi_get_cert_buf_alloc(path, &buffer, &length);
   const QmemPtr<std::byte> owner(buffer);
-  if (code != QERR_OK) return code;
-  blob.data = buffer;
-  return process_blobs(path, {&blob, 1}, request, names);
+  return code != QERR_OK ? code : process_signature(path, {buffer, length}, request, names);
 }
 
 // A file that opens as an image is one; every other is asked for a package's signature.
@@ -82,11 +89,23 @@ qerr_t process_file(const qchar* given_path, const sgn_request& request, SgnName
   qchar* path = nullptr;
   if (const qerr_t code = utl_get_full_long_name_alloc(given_path, &path); code != QERR_OK) return code;
   const QmemPtr<qchar> path_owner(path);
-  FILE_LOG(QLOG_DETAIL, u"Trying to extracing certs from %s\n", path);
+  log_start(path);
   blib_bin* image = nullptr;
   if (blib_bin_open(path, &image, QFILE_READ, 0) != QERR_OK) return process_package(path, request, names);
   const ImagePtr image_owner(image);
   return process_image(path, image, request, names);
+}
+
+// Runs `body` with an empty list, and hands the list out.
+template <class Body>
+qerr_t with_names(sgn_cert_name** out_names, Body&& body) noexcept {
+  *out_names = nullptr;
+  return sgn_guarded([&] {
+    SgnNameList names;
+    const qerr_t code = body(names);
+    if (code == QERR_OK) *out_names = names.release();
+    return code;
+  });
 }
 
 }  // namespace
@@ -96,18 +115,37 @@ qerr_t sgn_x509_get_certnames_and_store_certs_ex(const qchar* path, const qchar*
                                                  std::uint32_t all_flag, sgn_store_cache* cache) noexcept {
   if (path == nullptr) return QERR_ARG1;
   if (out_names == nullptr) return QERR_ARG3;
-  *out_names = nullptr;
-  return sgn_guarded([&] {
-    SgnNameList names;
-    const qerr_t code = process_file(path, {output_directory, all_flag, cache}, names);
-    if (code == QERR_OK) *out_names = names.release();
-    return code;
+  return with_names(out_names, [&](SgnNameList& names) {
+    return process_file(path, {output_directory, all_flag, cache}, names);
+  });
+}
+
+qerr_t sgn_x509_store_certs_of_image(blib_bin* image, const qchar* path, const qchar* output_directory,
+                                     sgn_cert_name** out_names, std::uint32_t all_flag,
+                                     sgn_store_cache* cache) noexcept {
+  if (image == nullptr) return QERR_ARG1;
+  if (path == nullptr) return QERR_ARG2;
+  if (out_names == nullptr) return QERR_ARG4;
+  log_start(path);
+  return with_names(out_names, [&](SgnNameList& names) {
+    return process_image(path, image, {output_directory, all_flag, cache}, names);
+  });
+}
+
+qerr_t sgn_x509_store_certs_of_signature(Bytes signature, const qchar* path, const qchar* output_directory,
+                                         sgn_cert_name** out_names, std::uint32_t all_flag,
+                                         sgn_store_cache* cache) noexcept {
+  if (path == nullptr) return QERR_ARG2;
+  if (out_names == nullptr) return QERR_ARG4;
+  log_start(path);
+  return with_names(out_names, [&](SgnNameList& names) {
+    return process_signature(path, signature, {output_directory, all_flag, cache}, names);
   });
 }
 
 qerr_t sgn_x509_image_without_table(const qchar* path) noexcept {
   if (path == nullptr) return QERR_ARG1;
-  FILE_LOG(QLOG_DETAIL, u"Trying to extracing certs from %s\n", path);
+  log_start(path);
   log_no_table(path);
   return QERR_NOT_FOUND;
 }

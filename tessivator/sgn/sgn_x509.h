@@ -9,6 +9,7 @@
 
 #include "common/qlib/qtypes.h"
 
+struct blib_bin;         // an open image (blib/blib_bin.h)
 struct sgn_p7;           // a decoded signature (sgn_pkcs7.h)
 struct sgn_store_cache;  // what one request has already decoded and written (sgn_cache.h)
 struct x509_st;          // OpenSSL's X509
@@ -41,6 +42,15 @@ void sgn_cert_names_free(sgn_cert_name* list) noexcept;
 [[nodiscard]] qerr_t sgn_x509_get_certnames_and_store_certs(const qchar* path, const qchar* output_directory,
                                                             sgn_cert_name** out_names, std::uint32_t database_flag,
                                                             std::uint32_t all_flag) noexcept;
+
+// The same for what the caller has open already: an image, which stays the caller's, or the bytes of a package's
+// signature. `path` is the full path of the file; it is only named in log lines.
+[[nodiscard]] qerr_t sgn_x509_store_certs_of_image(blib_bin* image, const qchar* path, const qchar* output_directory,
+                                                   sgn_cert_name** out_names, std::uint32_t all_flag,
+                                                   sgn_store_cache* cache) noexcept;
+[[nodiscard]] qerr_t sgn_x509_store_certs_of_signature(Bytes signature, const qchar* path,
+                                                       const qchar* output_directory, sgn_cert_name** out_names,
+                                                       std::uint32_t all_flag, sgn_store_cache* cache) noexcept;
 
 // What extraction does with an image that has no certificate table, for a caller who has just read the image's headers
 // and spares it being opened again: the same log lines, and 2.
