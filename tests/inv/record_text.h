@@ -10,7 +10,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
 #include "inv/inv_cfci.h"
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 inline std::unique_ptr<inv_cfci_t, inv_cfci_free> new_record() {
   std::unique_ptr<inv_cfci_t, inv_cfci_free> record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Extracts the signatures of the fixtures' packages with osslsigncode into signatures/, for test_package.cpp to compare
+# Extracts the signatures of the fixtures' packages with osslsigncode into signatures/, for msi_package_test.cpp to compare
 # with. Run it after the packages were made anew.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"

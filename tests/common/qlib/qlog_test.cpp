@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "common/qlib/qerr.h"
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "common/qlib/qcksum.h"
 #include "common/qlib/qerr.h"
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 

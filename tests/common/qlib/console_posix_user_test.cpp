@@ -2,7 +2,7 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr_name.h"
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <fstream>
 
+#include "common/qlib/memory_file.h"
 #include "common/qlib/qerr.h"
-#include "qlib/memory_file.h"
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 

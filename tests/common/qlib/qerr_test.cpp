@@ -1,6 +1,6 @@
 #include "common/qlib/qerr.h"
 
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 

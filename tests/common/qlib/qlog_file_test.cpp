@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "common/qlib/qerr.h"
-#include "qlib/runtime.h"
+#include "support/runtime.h"
 
 namespace {
 
