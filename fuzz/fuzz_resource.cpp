@@ -24,8 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   qlog_console_off();
   qlib_set_standalone(true);
   for (const bool as_image : {false, true}) {
-    const std::unique_ptr<inv_cfci_t, inv_cfci_free> record(
-        static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
+    const InvCfciOwner record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
     MemoryFile file(std::as_bytes(std::span(data, size)));
     blib_bin* image = nullptr;
     if (as_image && blib_bin_open_by_handle(&file, u"fuzz.exe", &image, BLIB_READ, 0) == QERR_OK) {

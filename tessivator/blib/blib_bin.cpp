@@ -10,7 +10,7 @@ static constexpr std::uint32_t module_id = QLOG_BLIB;
 
 namespace {
 
-constexpr std::uint64_t kViewLength = 8192;
+constexpr std::uint64_t view_length = 8192;
 
 // Fills the view with the first `length` bytes, by mapping or by reading.
 qerr_t make_view(blib_bin& image, std::uint64_t length) noexcept {
@@ -48,7 +48,7 @@ qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
     QLOG(QLOG_DETAIL, u"\"%s\" is a zero sized file\n", image.file_name);
     return QERR_EMPTY_FILE;
   }
-  const std::uint64_t most = (flags & BLIB_WHOLE_FILE) != 0 ? image.full_size : kViewLength;
+  const std::uint64_t most = (flags & BLIB_WHOLE_FILE) != 0 ? image.full_size : view_length;
   image.view_is_buffer = (flags & BLIB_READ_NOT_MAP) != 0;
   const qerr_t viewed = make_view(image, std::min(image.full_size, most));
   if (viewed == QERR_BAD_ADDRESS) {

@@ -13,7 +13,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 
-// Access modes; editing (12) is refused with 1005. The two top bits of by-handle flags change how the view is made.
+// Access modes; editing is refused with QERR_ARG4. The two top bits of by-handle flags change how the view is made.
 inline constexpr std::uint32_t BLIB_READ = 4;
 inline constexpr std::uint32_t BLIB_READ_WRITE = 12;
 inline constexpr std::uint32_t BLIB_READ_NOT_MAP = 1U << 30;  // a private buffer instead of a mapping
@@ -52,31 +52,39 @@ struct blib_bin {
   Bytes section_table;                  // empty when the table is not inside the view
 };
 
-// Opens the image at `path` for reading; every caller passes mode 4 and extra size 0. Codes: 1002 no path,
-// 1003 no out pointer, a file error, or one of blib_bin_open_by_handle's. `out` is null on failure.
+// Opens the image at `path` for reading; every caller passes BLIB_READ and extra size 0. QERR_ARG1 without a path,
+// QERR_ARG2 without an out pointer, QERR_ARG4 for BLIB_READ_WRITE, a file error, or one of blib_bin_open_by_handle's
+// codes. `out` is null on failure.
 [[nodiscard]] qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode,
                                    std::uint32_t extra_size) noexcept;
 
-// The same over an open file, which stays the caller's also on success and must outlive the record. Codes: 1002 no
-// handle, 1004 no out pointer, 1005 a mode other than 4, 12, 1062 not a valid image, 1064 empty file, or a file error.
+// The same over an open file, which stays the caller's also on success and must outlive the record. QERR_ARG1
+// without a handle, QERR_ARG3 without an out pointer, QERR_ARG4 for a mode other than BLIB_READ, QERR_LOW_MEMORY,
+// QERR_BAD_IMAGE for what is no valid image, QERR_EMPTY_FILE, or a file error.
 [[nodiscard]] qerr_t blib_bin_open_by_handle(qfile_t file, const qchar* path, blib_bin** out, std::uint32_t flags,
                                              std::uint32_t extra_size) noexcept;
 
-// Validates DOS header, NT headers and section table of a view; called by open.
+// Validates DOS header, NT headers and section table of a view; called by open. QERR_ARG1 without an image,
+// QERR_BAD_IMAGE, QERR_LOW_MEMORY, or a read error.
 [[nodiscard]] qerr_t blib_bin_parse_headers(blib_bin* image) noexcept;
 
 // Reads `length` bytes at file offset `offset` from the file itself. A read past the end succeeds with the bytes that
-// exist and leaves the rest of `destination` as it is: callers zero it first.
+// exist and leaves the rest of `destination` as it is: callers zero it first. QERR_ARG1 and QERR_ARG2 without an
+// argument, or a file error.
 [[nodiscard]] qerr_t blib_bin_get_buf(blib_bin* image, void* destination, std::uint32_t offset,
                                       std::uint32_t length) noexcept;
 
-// Release the record, without or with its file. Null gives 0.
-qerr_t blib_bin_close_by_handle(blib_bin* image) noexcept;
-qerr_t blib_bin_close(blib_bin* image) noexcept;
+// Release the record, without or with its file; null is allowed. A code tells that the view could not be given back,
+// which leaves the caller nothing to do.
+[[nodiscard]] qerr_t blib_bin_close_by_handle(blib_bin* image) noexcept;
+[[nodiscard]] qerr_t blib_bin_close(blib_bin* image) noexcept;
+using BlibBinOwner = std::unique_ptr<blib_bin, FreeWith<blib_bin_close>>;  // from blib_bin_open
+using BlibBinByHandleOwner =
+    std::unique_ptr<blib_bin, FreeWith<blib_bin_close_by_handle>>;  // the file is someone else's
 
 // Data directory entry `index` of the optional header of the image's width: PE32 at byte 96 + 8 x index, PE32+ at
-// 112 + 8 x index. The header's own count of entries is not consulted: a loader may ignore it. Returns 2 when the entry
-// lies outside the headers that are held; address and size are then 0.
+// 112 + 8 x index. The header's own count of entries is not consulted: a loader may ignore it. QERR_NOT_FOUND when the
+// entry lies outside the headers that are held, QERR_ARG1 without an image; address and size are then 0.
 [[nodiscard]] qerr_t blib_bin_get_directory(const blib_bin* image, std::uint32_t index, std::uint32_t* address,
                                             std::uint32_t* size) noexcept;
 
@@ -89,7 +97,3 @@ qerr_t blib_bin_close(blib_bin* image) noexcept;
 
 // 1 when the file begins with "MZ", else 0: every DOS, 16-bit, 32-bit and 64-bit executable.
 [[nodiscard]] std::uint32_t blib_bin_is_16bit_by_handle(qfile_t file) noexcept;
-
-using BlibBinOwner = std::unique_ptr<blib_bin, FreeWith<blib_bin_close>>;  // from blib_bin_open
-using BlibBinByHandleOwner =
-    std::unique_ptr<blib_bin, FreeWith<blib_bin_close_by_handle>>;  // the file is someone else's

@@ -9,7 +9,7 @@ static constexpr std::uint32_t module_id = QLOG_BLIB;
 
 namespace {
 
-struct Unmap {
+struct unmap {
   void operator()(const std::byte* view) const noexcept { (void)qfile_unmap(view); }
 };
 
@@ -32,7 +32,7 @@ std::uint32_t blib_bin_is_16bit_by_handle(qfile_t file) noexcept {
   const std::byte* bytes = nullptr;
   std::uint64_t mapped = 0;
   code = qfile_map(file, std::min<std::uint64_t>(size, 4096), &bytes, &mapped);
-  const std::unique_ptr<const std::byte, Unmap> view(bytes);
+  const std::unique_ptr<const std::byte, unmap> view(bytes);
   if (code == QERR_BAD_ADDRESS) {
     QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", code);
     return 0;

@@ -10,17 +10,17 @@ static constexpr std::uint32_t module_id = QLOG_BLIB;
 
 namespace {
 
-constexpr std::uint32_t kHeader = 8;
-constexpr std::uint16_t kOwnRevision = 0xC102;
-constexpr std::uint16_t kOwnType = 0xABFF;
+constexpr std::uint32_t header_size = 8;
+constexpr std::uint16_t own_revision = 0xC102;
+constexpr std::uint16_t own_type = 0xABFF;
 
-struct Header {
+struct entry_header {
   std::uint32_t length;
   std::uint16_t revision;
   std::uint16_t type;
 };
 
-Header current(const blib_cert_itr& iterator) noexcept {
+entry_header current(const blib_cert_itr& iterator) noexcept {
   const Bytes bytes(iterator.header);
   return {qbytes_le<std::uint32_t>(bytes, 0).value_or(0), qbytes_le<std::uint16_t>(bytes, 4).value_or(0),
           qbytes_le<std::uint16_t>(bytes, 6).value_or(0)};
@@ -29,8 +29,8 @@ Header current(const blib_cert_itr& iterator) noexcept {
 qerr_t load_header(blib_cert_itr& iterator, blib_bin& image) noexcept {
   iterator.header.fill(std::byte{0});
   if (iterator.current_offset > 0xFFFFFFFF) return QERR_OK;  // past what an image can hold: reads as zero
-  const qerr_t code =
-      blib_bin_get_buf(&image, iterator.header.data(), static_cast<std::uint32_t>(iterator.current_offset), kHeader);
+  const qerr_t code = blib_bin_get_buf(&image, iterator.header.data(),
+                                       static_cast<std::uint32_t>(iterator.current_offset), header_size);
   if (code != QERR_OK) {
     QLOG(QLOG_ERROR, u"Failed to get certificate header for %s. error %d (0x%x).\n", image.file_name, code, code);
   }
@@ -51,10 +51,10 @@ std::uint32_t count_entries(blib_bin& image) noexcept {
 
 // A failure leaves the entry empty and the extraction goes on.
 void read_entry(const blib_cert_itr& iterator, blib_bin& image, blib_authenticode_entry& entry) noexcept {
-  const Header header = current(iterator);
-  const bool whole = header.revision == kOwnRevision && header.type == kOwnType;
-  const std::uint32_t skipped = whole ? 0 : kHeader;
-  if (header.length < kHeader) return;
+  const entry_header header = current(iterator);
+  const bool whole = header.revision == own_revision && header.type == own_type;
+  const std::uint32_t skipped = whole ? 0 : header_size;
+  if (header.length < header_size) return;
   const std::uint64_t offset = iterator.current_offset + skipped;
   // An image addresses its table with 32 bits: what begins further on is not there, however large the file.
   const std::uint64_t exists = offset < image.full_size && offset <= 0xFFFFFFFF ? image.full_size - offset : 0;
@@ -75,7 +75,7 @@ qerr_t read_entries(blib_bin& image, blib_authenticode_list& list) noexcept {
   blib_cert_itr iterator;
   qerr_t code = blib_bin_cert_itr_init(&iterator, &image);
   for (std::uint32_t i = 0; code == QERR_OK && i < list.count; ++i) {
-    const Header header = current(iterator);
+    const entry_header header = current(iterator);
     QLOG(QLOG_DETAIL, u"Certificate %d dwLength[%d] wRevision[0x%04x] wCertificateType[0x%04x]\n", i, header.length,
          header.revision, header.type);
     read_entry(iterator, image, list.entries[i]);
@@ -127,9 +127,7 @@ qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image, blib_authe
   *out = nullptr;
   const std::uint32_t count = count_entries(*image);
   if (count == 0) return QERR_NOT_FOUND;
-  using ListPtr = std::unique_ptr<blib_authenticode_list, FreeWith<blib_bin_free_authenticode_signature_buf>>;
-  const ListPtr::pointer memory = static_cast<blib_authenticode_list*>(qmem_calloc(1, sizeof(blib_authenticode_list)));
-  ListPtr list(memory);
+  BlibAuthenticodeOwner list(static_cast<blib_authenticode_list*>(qmem_calloc(1, sizeof(blib_authenticode_list))));
   if (list == nullptr) return QERR_LOW_MEMORY;
   list->entries = static_cast<blib_authenticode_entry*>(qmem_calloc(count, sizeof(blib_authenticode_entry)));
   if (list->entries == nullptr) return QERR_LOW_MEMORY;

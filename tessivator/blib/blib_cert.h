@@ -22,12 +22,13 @@ struct blib_cert_itr {
   std::array<std::byte, 8> header{};  // the current entry's
 };
 
-// Finds the table and loads the first header. 0; 2 when there is no table or its first entry is longer than it; or a
-// read error.
+// Finds the table and loads the first header. QERR_NOT_FOUND when there is no table or its first entry is longer than
+// it; or a read error.
 [[nodiscard]] qerr_t blib_bin_cert_itr_init(blib_cert_itr* iterator, blib_bin* image) noexcept;
 
-// Loads the next header, given the current entry's length. 0; 1008 at the exact end of the table; 75 when the rounded
-// lengths overrun it; 2 for a bad argument or when the raw lengths exceed it; 1 before init; or a read error.
+// Loads the next header, given the current entry's length. QERR_END at the exact end of the table; QERR_OVERFLOW
+// when the rounded lengths overrun it; QERR_NOT_FOUND for a bad argument or when the raw lengths exceed it;
+// QERR_NOT_PERMITTED before init; or a read error.
 [[nodiscard]] qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uint32_t length) noexcept;
 
 // One entry's content: everything behind the header, or the whole entry for revision 0xC102 and type 0xABFF. Bytes past
@@ -44,8 +45,10 @@ struct blib_authenticode_list {
   blib_authenticode_entry* entries;  // owned
 };
 
-// All entries in table order. Returns 2 without a table, 75 for one that overruns, 12, or a read error. The caller
-// frees the result with the routine below, which ignores null.
+// All entries in table order. QERR_NOT_FOUND without a table, QERR_OVERFLOW for one that overruns, QERR_LOW_MEMORY, or
+// a read error. The caller frees the result with the routine below, which ignores null.
 [[nodiscard]] qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image,
                                                                    blib_authenticode_list** out) noexcept;
 void blib_bin_free_authenticode_signature_buf(blib_authenticode_list* list) noexcept;
+using BlibAuthenticodeOwner =
+    std::unique_ptr<blib_authenticode_list, FreeWith<blib_bin_free_authenticode_signature_buf>>;

@@ -20,19 +20,19 @@ static constexpr std::uint32_t module_id = QLOG_BLIB;
 
 namespace {
 
-constexpr std::uint64_t kDosHeader = 64;
-constexpr std::uint16_t kDosMagic = 0x5A4D;
-constexpr std::uint32_t kNtSignature = 0x00004550;
-constexpr std::uint16_t kMagic32 = 0x10B;
-constexpr std::uint16_t kMagic64 = 0x20B;
+constexpr std::uint64_t dos_header_size = 64;
+constexpr std::uint16_t dos_magic = 0x5A4D;
+constexpr std::uint32_t nt_signature = 0x00004550;
+constexpr std::uint16_t magic_32 = 0x10B;
+constexpr std::uint16_t magic_64 = 0x20B;
 // The PE32 NT headers. A PE32+ image's copy holds its first 14 data directories, which is all that is read here.
-constexpr std::uint32_t kNtHeaders = 248;
-constexpr std::uint32_t kOptionalHeader = 24;
-constexpr std::uint64_t kSectionHeader = 40;
-constexpr std::uint64_t kStrictChecks = 0x1000;
+constexpr std::uint32_t nt_headers_size = 248;
+constexpr std::uint32_t optional_header_offset = 24;
+constexpr std::uint64_t section_header_size = 40;
+constexpr std::uint64_t strict_checks = 0x1000;
 
 // Where the section table lies and how long it is, by the file header; nothing is checked yet.
-struct SectionTable {
+struct table_place {
   std::uint64_t offset;
   std::uint64_t length;
 };
@@ -40,19 +40,20 @@ struct SectionTable {
 qerr_t locate_nt_headers(blib_bin& image, std::uint32_t& nt_offset) {
   const auto magic = qbytes_le<std::uint16_t>(image.view, 0);
   const auto lfanew = qbytes_le<std::uint32_t>(image.view, 60);
-  if (image.view.size() < kDosHeader || !magic || *magic != kDosMagic || !lfanew) return QERR_BAD_IMAGE;
+  if (image.view.size() < dos_header_size || !magic || *magic != dos_magic || !lfanew) return QERR_BAD_IMAGE;
   if (*lfanew > 0x7FFFFFFF) return QERR_BAD_IMAGE;  // signed in the format, and negative
   nt_offset = *lfanew;
-  const std::uint64_t end = std::uint64_t{nt_offset} + kNtHeaders;
+  const std::uint64_t end = std::uint64_t{nt_offset} + nt_headers_size;
   if (end <= image.view.size()) {
     image.nt_headers = image.view.subspan(nt_offset);
     return QERR_OK;
   }
   if (end >= image.full_size) return QERR_BAD_IMAGE;
-  image.nt_copy.assign(kNtHeaders, std::byte{0});
-  const qerr_t code = blib_bin_get_buf(&image, image.nt_copy.data(), nt_offset, kNtHeaders);
+  image.nt_copy.assign(nt_headers_size, std::byte{0});
+  const qerr_t code = blib_bin_get_buf(&image, image.nt_copy.data(), nt_offset, nt_headers_size);
   if (code != QERR_OK) {
-    QLOG(QLOG_ERROR, u"Failed to read %d bytes at offset %d. err = %d (0x%08x).\n", kNtHeaders, nt_offset, code, code);
+    QLOG(QLOG_ERROR, u"Failed to read %d bytes at offset %d. err = %d (0x%08x).\n", nt_headers_size, nt_offset, code,
+         code);
     return code;
   }
   image.nt_headers = image.nt_copy;
@@ -61,10 +62,10 @@ qerr_t locate_nt_headers(blib_bin& image, std::uint32_t& nt_offset) {
 
 qerr_t check_nt_headers(blib_bin& image) {
   const auto signature = qbytes_le<std::uint32_t>(image.nt_headers, 0);
-  const auto magic = qbytes_le<std::uint16_t>(image.nt_headers, kOptionalHeader);
-  if (!signature || *signature != kNtSignature || !magic) return QERR_BAD_IMAGE;
-  if (*magic != kMagic32 && *magic != kMagic64) return QERR_BAD_IMAGE;
-  image.is_64bit = *magic == kMagic64;
+  const auto magic = qbytes_le<std::uint16_t>(image.nt_headers, optional_header_offset);
+  if (!signature || *signature != nt_signature || !magic) return QERR_BAD_IMAGE;
+  if (*magic != magic_32 && *magic != magic_64) return QERR_BAD_IMAGE;
+  image.is_64bit = *magic == magic_64;
   return QERR_OK;
 }
 
@@ -73,7 +74,7 @@ std::uint16_t header_field(const blib_bin& image, std::uint64_t offset) {
 }
 
 // The table may run off the view here; whether it is used is decided at the end.
-qerr_t check_table_in_file(const blib_bin& image, const SectionTable& table, std::uint16_t optional_size, bool strict,
+qerr_t check_table_in_file(const blib_bin& image, const table_place& table, std::uint16_t optional_size, bool strict,
                            bool& cleared) {
   cleared = false;
   if (table.length <= image.full_size && table.offset <= image.full_size - table.length) return QERR_OK;
@@ -85,7 +86,7 @@ qerr_t check_table_in_file(const blib_bin& image, const SectionTable& table, std
 }
 
 // Holds what exists of the table; a table that reaches past the end of the file is as long as the file lets it.
-qerr_t copy_table(blib_bin& image, const SectionTable& table) {
+qerr_t copy_table(blib_bin& image, const table_place& table) {
   const std::uint64_t exists = table.offset < image.full_size ? image.full_size - table.offset : 0;
   const auto length = static_cast<std::uint32_t>(std::min(table.length, exists));
   image.section_copy.assign(length, std::byte{0});
@@ -104,7 +105,7 @@ qerr_t copy_table(blib_bin& image, const SectionTable& table) {
 qerr_t check_raw_data(const blib_bin& image) {
   const Bytes table = image.section_table.empty() ? Bytes(image.section_copy) : image.section_table;
   qerr_t code = QERR_OK;
-  for (std::uint64_t at = 0; at + kSectionHeader <= table.size(); at += kSectionHeader) {
+  for (std::uint64_t at = 0; at + section_header_size <= table.size(); at += section_header_size) {
     const std::uint32_t size = qbytes_le<std::uint32_t>(table, at + 16).value_or(0);
     const std::uint32_t pointer = qbytes_le<std::uint32_t>(table, at + 20).value_or(0);
     const std::uint32_t end = pointer + size;
@@ -116,10 +117,10 @@ qerr_t check_raw_data(const blib_bin& image) {
 }
 
 qerr_t locate_section_table(blib_bin& image, std::uint32_t nt_offset) {
-  const bool strict = (cfg_CustomerConfig().load(std::memory_order_relaxed) & kStrictChecks) != 0;
+  const bool strict = (cfg_CustomerConfig().load(std::memory_order_relaxed) & strict_checks) != 0;
   const std::uint16_t optional_size = header_field(image, 4 + 16);
-  const SectionTable table{std::uint64_t{nt_offset} + kOptionalHeader + optional_size,
-                           header_field(image, 4 + 2) * kSectionHeader};
+  const table_place table{std::uint64_t{nt_offset} + optional_header_offset + optional_size,
+                          header_field(image, 4 + 2) * section_header_size};
   if (!image.nt_copy.empty()) {
     // A copied table is not part of the view and has no further use than the strict check.
     const qerr_t code = copy_table(image, table);
@@ -156,7 +157,7 @@ qerr_t blib_bin_get_directory(const blib_bin* image, std::uint32_t index, std::u
   *address = 0;
   *size = 0;
   if (image == nullptr) return QERR_ARG1;
-  const std::uint64_t at = kOptionalHeader + (image->is_64bit ? 112U : 96U) + std::uint64_t{index} * 8;
+  const std::uint64_t at = optional_header_offset + (image->is_64bit ? 112U : 96U) + std::uint64_t{index} * 8;
   const auto entry = qbytes_slice(image->nt_headers, at, 8);
   if (!entry) return QERR_NOT_FOUND;
   *address = qbytes_le<std::uint32_t>(*entry, 0).value_or(0);
@@ -165,11 +166,11 @@ qerr_t blib_bin_get_directory(const blib_bin* image, std::uint32_t index, std::u
 }
 
 std::uint32_t blib_bin_section_count(const blib_bin* image) noexcept {
-  return static_cast<std::uint32_t>(image->section_table.size() / kSectionHeader);
+  return static_cast<std::uint32_t>(image->section_table.size() / section_header_size);
 }
 
 bool blib_bin_get_section(const blib_bin* image, std::uint32_t index, blib_section* section) noexcept {
-  const auto header = qbytes_slice(image->section_table, index * kSectionHeader, kSectionHeader);
+  const auto header = qbytes_slice(image->section_table, index * section_header_size, section_header_size);
   if (!header) return false;
   *section = {};
   std::memcpy(section->name, header->data(), 8);

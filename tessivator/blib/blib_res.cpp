@@ -13,10 +13,10 @@ static constexpr std::uint32_t module_id = QLOG_BLIB;
 
 namespace {
 
-constexpr std::uint32_t kDirectory = 16;
-constexpr std::uint32_t kEntry = 8;
-constexpr std::uint32_t kDataEntry = 16;
-constexpr std::uint32_t kSubdirectory = 0x80000000;
+constexpr std::uint32_t directory_size = 16;
+constexpr std::uint32_t entry_size = 8;
+constexpr std::uint32_t data_entry_size = 16;
+constexpr std::uint32_t subdirectory_bit = 0x80000000;
 
 // Reads of one walk, and what the walk may cost.
 //
@@ -26,9 +26,9 @@ constexpr std::uint32_t kSubdirectory = 0x80000000;
 // byte once or twice, more only where small files share directories or data, for which the constant is.
 //
 // Bytes past the end of the file read as zero, as in every range read of an image.
-class ResourceReader {
+class resource_reader {
  public:
-  explicit ResourceReader(blib_bin& image) noexcept : image_(image), budget_(image.full_size * 4 + 262144) {}
+  explicit resource_reader(blib_bin& image) noexcept : image_(image), budget_(image.full_size * 4 + 262144) {}
 
   // Directories and data entries: many, small and close together, so that a window spares most of them the system call.
   qerr_t read_tree(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
@@ -97,9 +97,9 @@ class ResourceReader {
   std::uint32_t filled_ = 0;
 };
 
-qerr_t read_directory(ResourceReader& reader, std::uint64_t offset, blib_res_directory& out) {
-  std::array<std::byte, kDirectory> header;
-  const qerr_t code = reader.read_tree(offset, header.data(), kDirectory);
+qerr_t read_directory(resource_reader& reader, std::uint64_t offset, blib_res_directory& out) {
+  std::array<std::byte, directory_size> header;
+  const qerr_t code = reader.read_tree(offset, header.data(), directory_size);
   if (code != QERR_OK) return code;
   out.count = std::uint32_t{qbytes_le<std::uint16_t>(header, 12).value_or(0)} +
               qbytes_le<std::uint16_t>(header, 14).value_or(0);
@@ -107,15 +107,15 @@ qerr_t read_directory(ResourceReader& reader, std::uint64_t offset, blib_res_dir
     QLOG_AS(QLOG_INFO, "blib_res_get_dir_entry", u"blib_res_get_dir_entry - dir_entry_alloc_size is zero");
     return QERR_LOW_MEMORY;
   }
-  const std::uint64_t start = offset + kDirectory;
-  out.entries.resize(reader.clip(start, out.count * kEntry));
+  const std::uint64_t start = offset + directory_size;
+  out.entries.resize(reader.clip(start, out.count * entry_size));
   return reader.read_tree(start, out.entries.data(), static_cast<std::uint32_t>(out.entries.size()));
 }
 
-class Walk {
+class type_walk {
  public:
-  Walk(blib_bin& image, const blib_res_section& section, std::uint32_t type_id, blib_res_visitor visitor,
-       std::uint32_t* stop, void* context, std::size_t context_size) noexcept
+  type_walk(blib_bin& image, const blib_res_section& section, std::uint32_t type_id, blib_res_visitor visitor,
+            std::uint32_t* stop, void* context, std::size_t context_size) noexcept
       : reader_(image),
         section_(section),
         type_id_(type_id),
@@ -130,26 +130,28 @@ class Walk {
     const qerr_t code = read_directory(reader_, in_tree(0), root);
     if (code != QERR_OK) return code;
     for (std::uint32_t i = 0; i < root.count; ++i) {
-      if ((root.offset(i) & kSubdirectory) != 0 && root.id(i) == type_id_) return walk_names(root.offset(i));
+      if ((root.offset(i) & subdirectory_bit) != 0 && root.id(i) == type_id_) return walk_names(root.offset(i));
     }
     return QERR_NOT_FOUND;
   }
 
  private:
   // Past the end of every image: reads as zero like any other place there.
-  static constexpr std::uint64_t kNowhere = std::uint64_t{1} << 62;
+  static constexpr std::uint64_t nowhere = std::uint64_t{1} << 62;
 
   [[nodiscard]] std::uint64_t to_offset(std::uint32_t rva) const noexcept {
     const std::int64_t offset = std::int64_t{rva} - section_.header.virtual_address + section_.header.raw_pointer;
-    return offset < 0 ? kNowhere : static_cast<std::uint64_t>(offset);
+    return offset < 0 ? nowhere : static_cast<std::uint64_t>(offset);
   }
-  [[nodiscard]] std::uint64_t in_tree(std::uint32_t offset) const noexcept { return root_ + (offset & ~kSubdirectory); }
+  [[nodiscard]] std::uint64_t in_tree(std::uint32_t offset) const noexcept {
+    return root_ + (offset & ~subdirectory_bit);
+  }
 
   qerr_t walk_names(std::uint32_t offset) {
     blib_res_directory names;
     qerr_t code = read_directory(reader_, in_tree(offset), names);
     for (std::uint32_t i = 0; code == QERR_OK && i < names.count; ++i) {
-      if ((names.offset(i) & kSubdirectory) == 0) continue;
+      if ((names.offset(i) & subdirectory_bit) == 0) continue;
       code = walk_languages(names.offset(i));
       if (*stop_ == 1) break;
     }
@@ -160,7 +162,7 @@ class Walk {
     blib_res_directory languages;
     qerr_t code = read_directory(reader_, in_tree(offset), languages);
     for (std::uint32_t i = 0; code == QERR_OK && i < languages.count; ++i) {
-      if ((languages.offset(i) & kSubdirectory) != 0) continue;
+      if ((languages.offset(i) & subdirectory_bit) != 0) continue;
       code = visit(languages.offset(i), languages.id(i) & 0xFFFF);
       if (*stop_ == 1) break;
     }
@@ -169,8 +171,8 @@ class Walk {
 
   qerr_t visit(std::uint32_t offset, std::uint32_t language_id) {
     *stop_ = 0;
-    std::array<std::byte, kDataEntry> entry;
-    qerr_t code = reader_.read_tree(in_tree(offset), entry.data(), kDataEntry);
+    std::array<std::byte, data_entry_size> entry;
+    qerr_t code = reader_.read_tree(in_tree(offset), entry.data(), data_entry_size);
     if (code != QERR_OK) return code;
     const Bytes fields(entry);
     const std::uint64_t place = to_offset(qbytes_le<std::uint32_t>(fields, 0).value_or(0));
@@ -181,14 +183,14 @@ class Walk {
     return code != QERR_OK ? code : visitor_(type_id_, data_.data(), size, language_id, stop_, context_, context_size_);
   }
 
-  ResourceReader reader_;
+  resource_reader reader_;
   const blib_res_section& section_;
   std::uint32_t type_id_;
   blib_res_visitor visitor_;
   std::uint32_t* stop_;
   void* context_;
   std::size_t context_size_;
-  std::uint64_t root_ = kNowhere;
+  std::uint64_t root_ = nowhere;
   std::vector<std::byte> data_;
 };
 
@@ -215,7 +217,7 @@ qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset, blib_res_di
   if (directory == nullptr) return QERR_ARG3;
   *directory = {};
   try {
-    ResourceReader reader(*image);
+    resource_reader reader(*image);
     blib_res_directory found;
     const qerr_t code = read_directory(reader, offset, found);
     if (code == QERR_OK) *directory = std::move(found);
@@ -233,7 +235,7 @@ qerr_t blib_res_walk(blib_bin* image, const blib_res_section* section, std::uint
   if (stop == nullptr) return QERR_ARG5;
   *stop = 0;
   try {
-    return Walk(*image, *section, type_id, visitor, stop, context, context_size).run();
+    return type_walk(*image, *section, type_id, visitor, stop, context, context_size).run();
   } catch (const std::bad_alloc&) {
     return QERR_LOW_MEMORY;
   }

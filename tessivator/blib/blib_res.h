@@ -27,8 +27,8 @@ using blib_res_visitor = qerr_t (*)(std::uint32_t type_id, const void* data, std
                                     std::uint32_t language_id, std::uint32_t* stop, void* context,
                                     std::size_t context_size);
 
-// Finds the first section, in table order, that contains the resource directory's address. 2 when there is no section
-// table or none contains it; all bits set for a null argument.
+// Finds the first section, in table order, that contains the resource directory's address. QERR_NOT_FOUND when there
+// is no section table or none contains it; QERR_ALL_BITS for a null argument.
 [[nodiscard]] qerr_t blib_res_get_section(blib_bin* image, blib_res_section* section) noexcept;
 
 // One directory of the tree. Entries that the file does not hold read as zero and take no memory.
@@ -45,13 +45,14 @@ struct blib_res_directory {
   }
 };
 
-// Reads the directory at a file offset with all its entries. 12 without memory and for a directory without entries, or
-// a read error; `directory` is then empty.
+// Reads the directory at a file offset with all its entries. QERR_LOW_MEMORY, also for a directory without
+// entries, or a read error; `directory` is then empty.
 [[nodiscard]] qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset,
                                             blib_res_directory* directory) noexcept;
 
-// Visits every resource of type `type_id`. 0; 2 when the type is absent; 12 without memory and for a directory without
-// entries; 75 when the tree costs more than an honest one can (see the source); a read error; or the visitor's code.
+// Visits every resource of type `type_id`. QERR_NOT_FOUND when the type is absent; QERR_LOW_MEMORY, also for a
+// directory without entries; QERR_OVERFLOW when the tree costs more than an honest one can (see the source); a read
+// error; or the visitor's code.
 [[nodiscard]] qerr_t blib_res_walk(blib_bin* image, const blib_res_section* section, std::uint32_t type_id,
                                    blib_res_visitor visitor, std::uint32_t* stop, void* context,
                                    std::size_t context_size) noexcept;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "common/qlib/qcksum.h"
+#include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 
 // One certificate in the module's own form; only the module that made it reads it.
@@ -25,24 +26,26 @@ class cert_sign_module {
  public:
   virtual ~cert_sign_module() = default;
   // Lists the signers of the file; `embedded` other than 0 asks for the embedded signature too.
-  virtual qerr_t find_signers(const qchar* path, std::uint32_t embedded, cert_sign_list& list) noexcept = 0;
+  [[nodiscard]] virtual qerr_t find_signers(const qchar* path, std::uint32_t embedded,
+                                            cert_sign_list& list) noexcept = 0;
   // Takes back a list that find_signers filled.
   virtual void release(cert_sign_list& list) noexcept = 0;
   // SHA-1 over the certificate's public-key bits, and over the whole encoded certificate.
-  virtual qerr_t public_key_hash(const cert_context* certificate, qcksum& hash) noexcept = 0;
-  virtual qerr_t certificate_hash(const cert_context* certificate, qcksum& hash) noexcept = 0;
+  [[nodiscard]] virtual qerr_t public_key_hash(const cert_context* certificate, qcksum& hash) noexcept = 0;
+  [[nodiscard]] virtual qerr_t certificate_hash(const cert_context* certificate, qcksum& hash) noexcept = 0;
 };
 
 // Starts the lookup with `module`, which must outlive its use; null ends it. Not while a lookup runs.
 void cert_sign_init(cert_sign_module* module) noexcept;
 
-// Lists the signers of the file at `path` into `list`, to be given back with cert_sign_release. 1002 and 1004 without
-// an argument, all bits set (logged) while no module is started, else the module's code.
+// Lists the signers of the file at `path` into `list`, to be given back with cert_sign_release. QERR_ARG1 and
+// QERR_ARG3 without an argument, QERR_ALL_BITS (logged) while no module is started, else the module's code.
 [[nodiscard]] qerr_t cert_sign_get_signed_file_cert_context(const qchar* path, std::uint32_t embedded,
                                                             cert_sign_list* list) noexcept;
 void cert_sign_release(cert_sign_list* list) noexcept;
+using CertSignListOwner = std::unique_ptr<cert_sign_list, FreeWith<cert_sign_release>>;
 
-// SHA-1 of a listed certificate's public key, and of its whole encoded form. 1002 and 1003 without an argument, all
-// bits set while no module is started, else the module's code.
+// SHA-1 of a listed certificate's public key, and of its whole encoded form. QERR_ARG1 and QERR_ARG2 without an
+// argument, QERR_ALL_BITS while no module is started, else the module's code.
 [[nodiscard]] qerr_t cert_utl_get_cert_pub_key_hash(const cert_context* certificate, qcksum* hash) noexcept;
 [[nodiscard]] qerr_t cert_utl_get_cert_hash(const cert_context* certificate, qcksum* hash) noexcept;

@@ -28,9 +28,6 @@ constexpr std::uint64_t feature_record = std::uint64_t{1} << 42;
 
 constexpr std::uint64_t product_md5 = 1;  // bit of ProdIntegrationConfig
 
-using RecordOwner = std::unique_ptr<inv_cfci_t, inv_cfci_free>;
-using ListOwner = std::unique_ptr<cert_sign_list, FreeWith<cert_sign_release>>;
-
 bool is_feature_on(std::uint64_t feature) noexcept {
   if (qlib_get_standalone()) return true;
   const std::uint64_t enabled = cfg_FeaturesEnabled().load();
@@ -221,7 +218,7 @@ qerr_t inv_get_certificates_info_alloc(const qchar* path, inv_cfci_t* record) no
   if (path == nullptr || record == nullptr) return QERR_INVALID;
   cert_sign_list list;
   const qerr_t found = cert_sign_get_signed_file_cert_context(path, record->is_signed, &list);
-  const ListOwner owner(&list);
+  const CertSignListOwner owner(&list);
   if (found != QERR_OK || list.count < 0) {
     QLOG(QLOG_INFO, u"Failed to extract certificates from file %s, error = %d.\n", path, found);
     return found != QERR_OK ? found : QERR_ALL_BITS;
@@ -278,7 +275,7 @@ qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out
   const BlibBinByHandleOwner image(opened);
   if ((type & INV_TYPE_ACCEPTED) == 0) return QERR_BAD_IMAGE;
 
-  RecordOwner record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
+  InvCfciOwner record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
   if (!record) return QERR_LOW_MEMORY;
   record->type_flags = static_cast<std::uint16_t>(type);
   record->image_kind = static_cast<std::uint16_t>(kind);

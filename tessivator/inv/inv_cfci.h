@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "common/qlib/qcksum.h"
+#include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 
 // Type flags and image kinds, as the file type check (scan/scan_filetype.h) gives them.
@@ -67,29 +68,28 @@ struct inv_cfci_t {
 
 // Gathers the record of one file. On success `*out` is the caller's, to be released with inv_free_cfci, and
 // `*out_time`, which may be null, holds the later of the file's creation and last-write times (local, 100 ns since
-// 1601). `compute_md5` other than 0 asks for the digests: SHA-1 and SHA-256, with MD5 only when the product
-// parameter ProdIntegrationConfig has bit 0 set.
-// 1002 without a path, 1003 without an out pointer, 1062 for a file that is neither an image nor a script, 12, or a
-// file error. Version strings and signers that cannot be read leave their fields empty; they never fail the record.
+// 1601). `compute_md5`, whose name is older than what it does, asks for the digests when it is not 0: SHA-1 and
+// SHA-256, and MD5 only when the product parameter ProdIntegrationConfig has bit 0 set. QERR_ARG1 without a path,
+// QERR_ARG2 without an out pointer, QERR_BAD_IMAGE for a file that is neither an image nor a script, QERR_LOW_MEMORY,
+// or a file error. Version strings and signers that cannot be read leave their fields empty; they never fail the
+// record.
 [[nodiscard]] qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out_time,
                                         std::uint32_t compute_md5) noexcept;
 
 // Releases a record with everything that it owns; null is allowed.
 void inv_free_cfci(inv_cfci_t* record) noexcept;
+using InvCfciOwner = std::unique_ptr<inv_cfci_t, FreeWith<inv_free_cfci>>;
 
 // Fills is_signed, the installer bit and the version strings from the image at `path`. The code of the last step:
 // opening the image, finding its resource section, walking it. A file that cannot be mapped is success with nothing
 // filled.
 [[nodiscard]] qerr_t inv_get_resource_data(const qchar* path, inv_cfci_t* record) noexcept;
 
-// Fills the list of distinct signers through the signer lookup (cert/cert_sign.h). 22 without an argument, 12, or the
-// lookup's code (all bits set when it gave none); then the count is as before.
+// Fills the list of distinct signers through the signer lookup (cert/cert_sign.h). QERR_INVALID without an
+// argument, QERR_LOW_MEMORY, or the lookup's code (QERR_ALL_BITS when it gave none); then the count is as before.
 [[nodiscard]] qerr_t inv_get_certificates_info_alloc(const qchar* path, inv_cfci_t* record) noexcept;
 
 // Removes repeated certificates in place: the first of equal ones stays, with INV_CERT_BOTH when they were found in
-// different ways. 12 when the shorter list cannot be allocated; the old list then stays, repeats marked as removed.
+// different ways. QERR_LOW_MEMORY when the shorter list cannot be allocated; the old list then stays, repeats marked as
+// removed.
 [[nodiscard]] qerr_t inv_get_certificates_info_deduped(inv_cfci_t* record) noexcept;
-
-struct inv_cfci_free {
-  void operator()(inv_cfci_t* record) const noexcept { inv_free_cfci(record); }
-};

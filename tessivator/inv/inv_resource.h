@@ -5,8 +5,8 @@
 #include "inv/inv_cfci.h"
 
 // Resource visitor for version resources; the two caller values are an inv_cfci_t* and its size. Fills the record's
-// version strings (inv_version.h) and ends the walk once a string table was read. 22 for a missing record, another
-// size or a resource that inv_read_version refuses, 12 for memory.
+// version strings (inv_version.h) and ends the walk once a string table was read. QERR_INVALID for a missing record,
+// another size or a resource that inv_read_version refuses, QERR_LOW_MEMORY.
 [[nodiscard]] qerr_t utl_res_clbk(std::uint32_t type_id, const void* data, std::uint32_t size,
                                   std::uint32_t language_id, std::uint32_t* stop, void* context,
                                   std::size_t context_size) noexcept;

@@ -12,18 +12,16 @@
 #include "scan/scan_system.h"
 #include "utl/utl_user.h"
 
+static constexpr std::uint32_t module_id = QLOG_SCAN;
+
 namespace {
 
-constexpr std::uint32_t module_id = QLOG_SCAN;
-
 // No dialogs for critical errors, no box for a file that does not open.
-constexpr std::uint32_t QUIET_ERROR_MODE = 0x8001;
-constexpr std::uint64_t ASK_FOR_BUS = 0x2000;  // bit of CustomerConfig
-constexpr std::uint32_t BUS_TIMEOUT_MS = 1000;
-constexpr std::uint32_t IO_INCOMPLETE = 996;
-constexpr std::uint32_t IO_PENDING = 997;
+constexpr std::uint32_t quiet_error_mode = 0x8001;
+constexpr std::uint64_t ask_for_bus = 0x2000;  // bit of CustomerConfig
+constexpr std::uint32_t bus_timeout_ms = 1000;
 
-constexpr const qchar* SUPPORTED_FILE_SYSTEMS[] = {u"NTFS", u"REFS"};
+constexpr const qchar* supported_file_systems[] = {u"NTFS", u"REFS"};
 
 std::atomic<scan_system*> system_override{nullptr};
 
@@ -35,7 +33,7 @@ scan_system& the_system() noexcept {
 class quiet_errors {
  public:
   explicit quiet_errors(scan_system& system) noexcept
-      : system_(system), before_(system.set_error_mode(QUIET_ERROR_MODE)) {}
+      : system_(system), before_(system.set_error_mode(quiet_error_mode)) {}
   quiet_errors(const quiet_errors&) = delete;
   quiet_errors& operator=(const quiet_errors&) = delete;
   ~quiet_errors() { (void)system_.set_error_mode(before_); }
@@ -74,8 +72,8 @@ qerr_t fill(scan_vol_attributes& out, const qchar* path, const qchar* root, std:
   }
   found.attributes |= kind;
   QLOG(QLOG_INFO, u"vol_attrib = %d\n", found.attributes);
-  constexpr std::uint32_t DECISIVE = SCAN_VOL_FIXED | SCAN_VOL_READ_ONLY;
-  if (scan_is_supported_fs_type(found.file_system) == 1 && (found.attributes & DECISIVE) == SCAN_VOL_FIXED) {
+  constexpr std::uint32_t decisive = SCAN_VOL_FIXED | SCAN_VOL_READ_ONLY;
+  if (scan_is_supported_fs_type(found.file_system) == 1 && (found.attributes & decisive) == SCAN_VOL_FIXED) {
     found.supported = 1;
   } else {
     QLOG(QLOG_INFO, u"\"%s\" is not (or not in) a supported volume.\n", path);
@@ -86,11 +84,11 @@ qerr_t fill(scan_vol_attributes& out, const qchar* path, const qchar* root, std:
 
 bool ask_bus(scan_bus_query& query, const std::u16string& device, const qchar* root) {
   const std::uint32_t error = query.start(device);
-  if (error != 0 && error != IO_INCOMPLETE && error != IO_PENDING) {
+  if (error != 0 && error != SCAN_IO_INCOMPLETE && error != SCAN_IO_PENDING) {
     QLOG(QLOG_ERROR, u"Failed to define bus type for '%s'. err = '%d'", root, error);
     return false;
   }
-  if (query.wait(BUS_TIMEOUT_MS)) return true;
+  if (query.wait(bus_timeout_ms)) return true;
   QLOG(QLOG_ERROR, u"Timeout error for DeviceIoControl request '%s'", root);
   const std::uint32_t status = query.cancel();
   if (status != 0) QLOG(QLOG_ERROR, u"GetOverLappedResult failed with status '%d'", status);
@@ -123,7 +121,7 @@ qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attribute
 
 std::uint32_t scan_is_supported_fs_type(const qchar* file_system) noexcept {
   const std::u16string_view name(file_system != nullptr ? file_system : u"");
-  for (const qchar* const supported : SUPPORTED_FILE_SYSTEMS) {
+  for (const qchar* const supported : supported_file_systems) {
     if (qstr_equal_nocase(name, supported)) return 1;
   }
   QLOG(QLOG_INFO, u"Found unsupported fs type = %s\n", file_system);
@@ -131,7 +129,7 @@ std::uint32_t scan_is_supported_fs_type(const qchar* file_system) noexcept {
 }
 
 std::uint32_t swin_check_if_device_is_removable(const qchar* volume_root) noexcept try {
-  if ((cfg_CustomerConfig().load(std::memory_order_relaxed) & ASK_FOR_BUS) == 0 || volume_root == nullptr) return 0;
+  if ((cfg_CustomerConfig().load(std::memory_order_relaxed) & ask_for_bus) == 0 || volume_root == nullptr) return 0;
   scan_system& system = the_system();
   std::unique_ptr<scan_bus_query> query;
   const std::uint32_t error = system.make_bus_query(query);

@@ -17,9 +17,10 @@ struct scan_vol_attributes {
   std::uint32_t supported;                    // 1: a writable fixed disk with a file system of the supported table
 };
 
-// Fills `attributes`, which may be null: then only whether the volume can be asked. Returns 0; 22 for a null path; 1090
-// for a volume that is none of removable, fixed, remote and optical (a RAM disk); else a system error's code. While it
-// runs, the system shows no dialog for a drive without a medium (a setting of the whole process on Windows).
+// Fills `attributes`, which may be null: then only whether the volume can be asked. QERR_INVALID without a path;
+// QERR_DRIVE_TYPE for a volume that is none of removable, fixed, remote and optical (a RAM disk); QERR_LOW_MEMORY; else
+// a system error's code. While it runs, the system shows no dialog for a drive without a medium (a setting of the whole
+// process on Windows).
 [[nodiscard]] qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attributes) noexcept;
 
 // 1 when the file system's name is in the supported table (NTFS, REFS), whatever its case; else 0.

@@ -9,12 +9,12 @@ static constexpr std::uint32_t module_id = QLOG_SCAN;
 
 namespace {
 
-constexpr qerr_t kKnownScript = QERR_EXISTS;
+constexpr qerr_t known_script = QERR_EXISTS;
 
 bool never() { return false; }
 qerr_t unknown(const qchar*) { return QERR_NOT_FOUND; }
-constexpr scan_sa kNoDatabase = {never, unknown};
-std::atomic<const scan_sa*> database{&kNoDatabase};
+constexpr scan_sa no_database = {never, unknown};
+std::atomic<const scan_sa*> database{&no_database};
 
 // A driver is told by its name alone, whatever its characteristics say.
 std::uint32_t kind_of(const blib_bin& image, const qchar* name) noexcept {
@@ -47,7 +47,7 @@ qerr_t classify(qfile_t file, const qchar* name, std::uint32_t flags, std::uint3
 }  // namespace
 
 void scan_set_sa(const scan_sa* own) noexcept {
-  database.store(own != nullptr ? own : &kNoDatabase, std::memory_order_release);
+  database.store(own != nullptr ? own : &no_database, std::memory_order_release);
 }
 
 std::uint32_t scan_is_file_script_by_handle(qfile_t file, const qchar* name, bool image_opened) noexcept {
@@ -58,7 +58,7 @@ std::uint32_t scan_is_file_script_by_handle(qfile_t file, const qchar* name, boo
   }
   if (image_opened) return 0;
   const qchar* key = blib_bin_is_16bit_by_handle(file) == 1 ? u"16bit" : qstr_extension(name);
-  return key != nullptr && scripts.lookup(key) == kKnownScript ? 1 : 0;
+  return key != nullptr && scripts.lookup(key) == known_script ? 1 : 0;
 }
 
 qerr_t scan_get_file_type_by_handle(qfile_t file, const qchar* name, std::uint32_t read_not_map, std::uint32_t* type,

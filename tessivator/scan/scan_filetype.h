@@ -13,9 +13,9 @@ inline constexpr std::uint32_t SCAN_KIND_DLL = 1;
 inline constexpr std::uint32_t SCAN_KIND_EXE = 2;
 inline constexpr std::uint32_t SCAN_KIND_DRIVER = 4;
 
-// Classifies the open file `name`; `read_not_map` other than 0 asks for a private buffer instead of a mapping. 0 with
-// type and kind; 1002 for a missing handle or name; 1062 for a file that is neither image nor script. The handle stays
-// open.
+// Classifies the open file `name`; `read_not_map` other than 0 asks for a private buffer instead of a mapping. QERR_OK
+// with type and kind; QERR_ARG1 without a handle or name, QERR_ARG4 and QERR_ARG5 without a place for type or kind;
+// QERR_BAD_IMAGE for a file that is neither image nor script. The handle stays open.
 [[nodiscard]] qerr_t scan_get_file_type_by_handle(qfile_t file, const qchar* name, std::uint32_t read_not_map,
                                                   std::uint32_t* type, std::uint32_t* kind) noexcept;
 
@@ -32,7 +32,7 @@ inline constexpr std::uint32_t SCAN_KIND_DRIVER = 4;
 // its place (null: the default again).
 struct scan_sa {
   bool (*is_initialised)();
-  // 17 (already present) for a known script type, any other code for an unknown one.
+  // QERR_EXISTS for a known script type, any other code for an unknown one.
   qerr_t (*lookup)(const qchar* key);
 };
 void scan_set_sa(const scan_sa* database) noexcept;

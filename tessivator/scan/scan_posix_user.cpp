@@ -1,3 +1,4 @@
+// The volume checks' system services from the mount table, statvfs and sysfs.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -20,7 +21,7 @@
 namespace {
 
 // Mapped devices (encryption, volume groups) stand on others; no real stack is this deep.
-constexpr int DEEPEST_STACK = 8;
+constexpr int deepest_stack = 8;
 
 struct file_system_kind {
   std::string_view type;
@@ -28,7 +29,7 @@ struct file_system_kind {
 };
 
 // What a name of the mount table says by itself. Any other file system is what its block device is.
-constexpr file_system_kind KNOWN_KINDS[] = {
+constexpr file_system_kind known_kinds[] = {
     {"nfs", SCAN_DRIVE_REMOTE},   {"nfs4", SCAN_DRIVE_REMOTE},   {"cifs", SCAN_DRIVE_REMOTE},
     {"smb3", SCAN_DRIVE_REMOTE},  {"smbfs", SCAN_DRIVE_REMOTE},  {"iso9660", SCAN_DRIVE_OPTICAL},
     {"udf", SCAN_DRIVE_OPTICAL},  {"tmpfs", SCAN_DRIVE_RAM},     {"ramfs", SCAN_DRIVE_RAM},
@@ -81,7 +82,7 @@ std::uint32_t bus_of_folder(const std::string& folder, int depth) {
   if (folder.find("/usb") != std::string::npos) return SCAN_BUS_USB;
   if (folder.find("/virtual/block/loop") != std::string::npos) return SCAN_BUS_FILE_BACKED;
   const std::unique_ptr<DIR, close_directory> below(::opendir((folder + "/slaves").c_str()));
-  if (!below || depth == DEEPEST_STACK) return 0;
+  if (!below || depth == deepest_stack) return 0;
   while (const dirent* const entry = ::readdir(below.get())) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
     if (entry->d_name[0] == '.') continue;
     const std::string next = sysfs_folder(folder + "/slaves/" + entry->d_name);
@@ -135,14 +136,14 @@ class posix_system final : public scan_system {
   std::uint32_t drive_type(const qchar* root) override {
     utl_mount mount;
     if (utl_find_mount(root, mount) != 0) return SCAN_DRIVE_UNKNOWN;
-    const auto* const known = std::find_if(std::begin(KNOWN_KINDS), std::end(KNOWN_KINDS),
+    const auto* const known = std::find_if(std::begin(known_kinds), std::end(known_kinds),
                                            [&](const file_system_kind& kind) { return kind.type == mount.type; });
-    if (known != std::end(KNOWN_KINDS) && known->drive != SCAN_DRIVE_FIXED) return known->drive;
+    if (known != std::end(known_kinds) && known->drive != SCAN_DRIVE_FIXED) return known->drive;
     dev_t device = 0;
     if (block_device_of(mount, device)) {
       return is_marked_removable(sysfs_folder(device)) ? SCAN_DRIVE_REMOVABLE : SCAN_DRIVE_FIXED;
     }
-    return known != std::end(KNOWN_KINDS) ? known->drive : SCAN_DRIVE_UNKNOWN;
+    return known != std::end(known_kinds) ? known->drive : SCAN_DRIVE_UNKNOWN;
   }
 
   qerr_t translate(std::uint32_t error) noexcept override { return error <= 124 ? error : error + QERR_SYSTEM_BASE; }

@@ -16,18 +16,21 @@ inline constexpr std::uint32_t SCAN_DRIVE_OPTICAL = 5;
 inline constexpr std::uint32_t SCAN_DRIVE_RAM = 6;
 inline constexpr std::uint32_t SCAN_BUS_USB = 7;
 inline constexpr std::uint32_t SCAN_BUS_FILE_BACKED = 15;
+inline constexpr std::uint32_t SCAN_IO_INCOMPLETE = 996;
+inline constexpr std::uint32_t SCAN_IO_PENDING = 997;
 
 // A question to a device that is under way. The system fills its answer until the object has gone, so it is destroyed
 // only after `wait` succeeded or `cancel` returned.
 class scan_bus_query {
  public:
   virtual ~scan_bus_query() = default;
-  // Asks the device. Returns the system's last error: 0, or 996 and 997 while the answer is under way.
-  virtual std::uint32_t start(const std::u16string& device) noexcept = 0;
+  // Asks the device. Returns the system's last error: 0, or SCAN_IO_INCOMPLETE and SCAN_IO_PENDING while the answer is
+  // under way.
+  [[nodiscard]] virtual std::uint32_t start(const std::u16string& device) noexcept = 0;
   // False when the time ran out.
-  virtual bool wait(std::uint32_t timeout_ms) noexcept = 0;
+  [[nodiscard]] virtual bool wait(std::uint32_t timeout_ms) noexcept = 0;
   // Takes the question back and waits until that is done. Returns 0 or the system's error.
-  virtual std::uint32_t cancel() noexcept = 0;
+  [[nodiscard]] virtual std::uint32_t cancel() noexcept = 0;
   // The answer's bus type.
   [[nodiscard]] virtual std::uint32_t bus_type() const noexcept = 0;
 };
@@ -38,13 +41,14 @@ class scan_system {
   virtual ~scan_system() = default;
   // Sets the process's error mode and returns the previous one.
   virtual std::uint32_t set_error_mode(std::uint32_t mode) noexcept = 0;
-  virtual std::uint32_t volume_information(const qchar* root, std::uint32_t& flags, std::u16string& file_system) = 0;
-  virtual std::uint32_t drive_type(const qchar* root) = 0;
-  virtual qerr_t translate(std::uint32_t error) noexcept = 0;
+  [[nodiscard]] virtual std::uint32_t volume_information(const qchar* root, std::uint32_t& flags,
+                                                         std::u16string& file_system) = 0;
+  [[nodiscard]] virtual std::uint32_t drive_type(const qchar* root) = 0;
+  [[nodiscard]] virtual qerr_t translate(std::uint32_t error) noexcept = 0;
   // The name under which a volume's device is opened.
-  virtual std::u16string device_path(const qchar* root) = 0;
+  [[nodiscard]] virtual std::u16string device_path(const qchar* root) = 0;
   // A question with its event, or an error when there is no event to be had.
-  virtual std::uint32_t make_bus_query(std::unique_ptr<scan_bus_query>& out) = 0;
+  [[nodiscard]] virtual std::uint32_t make_bus_query(std::unique_ptr<scan_bus_query>& out) = 0;
 };
 
 [[nodiscard]] scan_system& scan_platform_system() noexcept;

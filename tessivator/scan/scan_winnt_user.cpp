@@ -1,3 +1,4 @@
+// The volume checks' system services from the volume and storage interfaces.
 #include <windows.h>
 // Needs the types of the line above.
 #include <winioctl.h>

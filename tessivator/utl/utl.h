@@ -23,7 +23,8 @@ struct inv_cfci_t;
 void utl_chop_space_from_end(qchar* text) noexcept;
 
 // Resource visitor for manifests; the two caller values are an inv_cfci_t* and its size. Stores the description of a
-// 7-bit manifest in the record and ends the walk. 22 for another size, 12 for memory or a byte of 128 or more.
+// 7-bit manifest in the record and ends the walk. QERR_INVALID for another size, QERR_LOW_MEMORY, also
+// for a byte of 128 or more.
 [[nodiscard]] qerr_t utl_manifest_clbk(std::uint32_t type_id, const void* data, std::uint32_t size,
                                        std::uint32_t language_id, std::uint32_t* stop, void* context,
                                        std::size_t context_size) noexcept;

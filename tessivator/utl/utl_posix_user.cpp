@@ -1,3 +1,4 @@
+// The path helpers' system services from the mount table; there are no short names and no registry.
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,7 +21,7 @@
 namespace {
 
 // A table of thousands of mounts has some hundred bytes for each; beyond this it is cut.
-constexpr std::size_t LARGEST_TABLE = std::size_t{16} << 20U;
+constexpr std::size_t largest_table = std::size_t{16} << 20U;
 
 qerr_t code_of(int error) noexcept {
   const auto value = static_cast<std::uint32_t>(error);
@@ -33,7 +34,7 @@ std::string read_table() {
   if (fd < 0) return text;
   const std::unique_ptr<const int, void (*)(const int*)> closer(&fd, [](const int* open) { ::close(*open); });
   char buffer[16384];
-  while (text.size() < LARGEST_TABLE) {
+  while (text.size() < largest_table) {
     const ssize_t got = ::read(fd, buffer, sizeof buffer);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;

@@ -12,15 +12,15 @@
 #include "common/qlib/qstr.h"
 #include "utl/utl_system.h"
 
-// Bodies that use containers can fail only for want of memory: 12.
+static constexpr std::uint32_t module_id = QLOG_UTL;
+
+// Bodies that use containers can fail only for want of memory.
 
 namespace {
 
-constexpr std::uint32_t module_id = QLOG_UTL;
-
-constexpr const qchar* SERVICE_KEY = u"SYSTEM\\CurrentControlSet\\Services\\kovane";
-constexpr const qchar* SERVICE_KEY_SHOWN = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\kovane";
-constexpr const qchar* IMAGE_PATH = u"ImagePath";
+constexpr const qchar* service_key = u"SYSTEM\\CurrentControlSet\\Services\\kovane";
+constexpr const qchar* service_key_shown = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\kovane";
+constexpr const qchar* image_path = u"ImagePath";
 
 std::atomic<utl_system*> system_override{nullptr};
 
@@ -29,16 +29,16 @@ utl_system& the_system() noexcept {
   return chosen != nullptr ? *chosen : utl_platform_system();
 }
 
-using Text = QmemPtr<qchar>;
+using text_owner = QmemPtr<qchar>;
 
-Text copy_of(std::u16string_view text) noexcept {
-  Text copy(static_cast<qchar*>(qmem_calloc(text.size() + 1, sizeof(qchar))));
+text_owner copy_of(std::u16string_view text) noexcept {
+  text_owner copy(static_cast<qchar*>(qmem_calloc(text.size() + 1, sizeof(qchar))));
   if (copy) std::memcpy(copy.get(), text.data(), text.size() * sizeof(qchar));
   return copy;
 }
 
 qerr_t hand_out(std::u16string_view text, qchar** result) noexcept {
-  Text copy = copy_of(text);
+  text_owner copy = copy_of(text);
   if (!copy) return QERR_LOW_MEMORY;
   *result = copy.release();
   return QERR_OK;
@@ -63,7 +63,7 @@ void complete_drive(std::u16string& path) {
 }
 
 // The long form of `existing` with `remainder` behind it.
-qerr_t long_form(const qchar* path, const Text& existing, const Text& remainder, qchar** result) {
+qerr_t long_form(const qchar* path, const text_owner& existing, const text_owner& remainder, qchar** result) {
   utl_system& system = the_system();
   std::uint32_t units = 0;
   std::uint32_t error = system.long_name(existing.get(), nullptr, units);
@@ -106,7 +106,7 @@ qerr_t utl_split_existing_path(const qchar* path, qchar** existing, qchar** rema
   if (path == nullptr) return QERR_ARG1;
   const std::u16string_view whole(path);
   std::u16string part(whole);
-  Text rest;
+  text_owner rest;
   if (!qfile_exists(path)) {
     if (!cut_to_existing(part, qpath_separator(path))) return QERR_OK;
     rest = copy_of(whole.substr(part.size() + 1));
@@ -130,8 +130,8 @@ qerr_t utl_get_long_name_alloc(const qchar* path, qchar** result, std::uint32_t 
   qchar* existing = nullptr;
   qchar* remainder = nullptr;
   const qerr_t code = utl_split_existing_path(start.c_str(), &existing, &remainder);
-  const Text existing_owner(existing);
-  const Text remainder_owner(remainder);
+  const text_owner existing_owner(existing);
+  const text_owner remainder_owner(remainder);
   if (code != QERR_OK) return code;
   return existing == nullptr ? hand_out(path, result) : long_form(path, existing_owner, remainder_owner, result);
 } catch (...) {
@@ -146,7 +146,7 @@ qerr_t utl_get_full_long_name_alloc(const qchar* path, qchar** result) noexcept 
   qerr_t code = qfile_full_path(path, nullptr, &units);
   // A path of no units at all has no full form.
   if (code != QERR_BUFFER_SMALL) return code == QERR_OK ? QERR_INVALID : code;
-  Text full(static_cast<qchar*>(qmem_calloc(units, sizeof(qchar))));
+  text_owner full(static_cast<qchar*>(qmem_calloc(units, sizeof(qchar))));
   if (!full) return QERR_LOW_MEMORY;
   code = qfile_full_path(path, full.get(), &units);
   if (code == QERR_NOT_FOUND) {
@@ -165,7 +165,7 @@ qerr_t utl_get_volume_path_alloc(const qchar* path, qchar** result) noexcept try
   *result = nullptr;
   qchar* name = nullptr;
   qerr_t code = utl_get_full_long_name_alloc(path, &name);
-  const Text name_owner(name);
+  const text_owner name_owner(name);
   if (code != QERR_OK) return code;
   if (qpath_is_unc(name)) {
     const std::u16string root = share_root(name);
@@ -185,16 +185,16 @@ qerr_t utl_get_install_dir_alloc(qchar** result) noexcept try {
   *result = nullptr;
   utl_system& system = the_system();
   std::uint32_t bytes = 0;
-  qerr_t code = system.registry_text(SERVICE_KEY, IMAGE_PATH, nullptr, bytes);
+  qerr_t code = system.registry_text(service_key, image_path, nullptr, bytes);
   if (code != QERR_OK) {
-    QLOG(QLOG_ERROR, u"Unable to get data size for registry value %s\\%s: err %d (0x%x): %s\n", SERVICE_KEY_SHOWN,
-         IMAGE_PATH, code, code, qerr_get_string(code));
+    QLOG(QLOG_ERROR, u"Unable to get data size for registry value %s\\%s: err %d (0x%x): %s\n", service_key_shown,
+         image_path, code, code, qerr_get_string(code));
     return code;
   }
   std::u16string text(bytes / sizeof(qchar) + 1, u'\0');
-  code = system.registry_text(SERVICE_KEY, IMAGE_PATH, text.data(), bytes);
+  code = system.registry_text(service_key, image_path, text.data(), bytes);
   if (code != QERR_OK) {
-    QLOG(QLOG_ERROR, u"Unable to get registry value %s\\%s: err %d (0x%x): %s\n", SERVICE_KEY_SHOWN, IMAGE_PATH, code,
+    QLOG(QLOG_ERROR, u"Unable to get registry value %s\\%s: err %d (0x%x): %s\n", service_key_shown, image_path, code,
          code, qerr_get_string(code));
     return code;
   }

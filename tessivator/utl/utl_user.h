@@ -1,8 +1,8 @@
-// Canonical forms of paths: full, long (no 8.3 components), the volume's root; and the service's installation
-// directory.
+// Canonical forms of paths, common to both systems (the name notwithstanding, this is no platform part): full, long
+// (no 8.3 components), the volume's root; and the service's installation directory.
 //
-// Results are freed with qmem_free. A missing argument gives 1002, 1003, 1004 by its position, want of memory 12; the
-// result is null on failure.
+// Results are freed with qmem_free. A missing argument gives QERR_ARG1, QERR_ARG2, QERR_ARG3 by its position, want of
+// memory QERR_LOW_MEMORY; the result is null on failure.
 #pragma once
 
 #include "common/qlib/qfile.h"
@@ -21,12 +21,12 @@
 // The full path in its long form, or the full path when there is no long form.
 [[nodiscard]] qerr_t utl_get_full_long_name_alloc(const qchar* path, qchar** result) noexcept;
 
-// The mount point that `path` lies under: "C:\", "\\server\share\", on Linux "/" or "/mnt/disk". 22 for a share path
-// without a share.
+// The mount point that `path` lies under: "C:\", "\\server\share\", on Linux "/" or "/mnt/disk". QERR_INVALID for a
+// share path without a share.
 [[nodiscard]] qerr_t utl_get_volume_path_alloc(const qchar* path, qchar** result) noexcept;
 
-// The directory of the service's executable, from the registry: 2 where there is none (logged), all bits set for a
-// value without a backslash, 22 for a null argument.
+// The directory of the service's executable, from the registry: QERR_NOT_FOUND where there is none (logged),
+// QERR_ALL_BITS for a value without a backslash, QERR_INVALID for a null argument.
 [[nodiscard]] qerr_t utl_get_install_dir_alloc(qchar** result) noexcept;
 
 // Size, creation and last-write time of a file; times are local, in 100 ns since 1601.

@@ -1,3 +1,4 @@
+// The path helpers' system services from the file and registry interfaces.
 #include <windows.h>
 
 #include <new>
@@ -76,9 +77,9 @@ class winnt_system final : public utl_system {
   }
 
   qerr_t registry_text(const qchar* key, const qchar* value, qchar* buffer, std::uint32_t& bytes) noexcept override {
-    constexpr DWORD KINDS = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
+    constexpr DWORD kinds = RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND;
     DWORD size = bytes;
-    const LSTATUS error = RegGetValueW(HKEY_LOCAL_MACHINE, wide(key), wide(value), KINDS, nullptr, buffer, &size);
+    const LSTATUS error = RegGetValueW(HKEY_LOCAL_MACHINE, wide(key), wide(value), kinds, nullptr, buffer, &size);
     if (error != ERROR_SUCCESS) return qerr_from_win32(static_cast<std::uint32_t>(error));
     bytes = size;
     return QERR_OK;

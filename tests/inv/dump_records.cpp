@@ -37,7 +37,7 @@ std::string shown(const qcksum& digest) {
 void dump(const std::string& path) {
   inv_cfci_t* made = nullptr;
   const qerr_t code = inv_get_cfci_alloc(qstr_to_wide(path).c_str(), &made, nullptr, 1);
-  const std::unique_ptr<inv_cfci_t, inv_cfci_free> record(made);
+  const InvCfciOwner record(made);
   std::cout << path << '\t' << code;
   if (record) {
     std::cout << '\t' << record->type_flags << '\t' << record->image_kind << '\t' << record->is_signed << '\t'

@@ -90,7 +90,7 @@ class Certificates : public RuntimeTest {
     return out;
   }
   GivenSigners module;
-  std::unique_ptr<inv_cfci_t, inv_cfci_free> record = new_record();
+  InvCfciOwner record = new_record();
   std::string log;
 };
 

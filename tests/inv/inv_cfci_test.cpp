@@ -16,7 +16,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Record = std::unique_ptr<inv_cfci_t, inv_cfci_free>;
+using Record = InvCfciOwner;
 
 fs::path fixtures() { return fs::path(std::getenv("TESSIVATOR_FIXTURES")); }
 

@@ -78,7 +78,7 @@ class Installer : public RuntimeTest {
     log = printed([&] { result = utl_is_installer_cfci(path.data(), image.get(), record.get()); });
     return result;
   }
-  std::unique_ptr<inv_cfci_t, inv_cfci_free> record = new_record();
+  InvCfciOwner record = new_record();
   std::string log;
 };
 

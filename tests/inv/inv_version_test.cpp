@@ -11,7 +11,7 @@ namespace {
 
 using namespace version_builder;
 using Outcome = inv_version_outcome;
-using Record = std::unique_ptr<inv_cfci_t, inv_cfci_free>;
+using Record = InvCfciOwner;
 
 struct Reading {
   qerr_t code;

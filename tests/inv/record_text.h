@@ -12,8 +12,8 @@
 #include "inv/inv_cfci.h"
 #include "support/runtime.h"
 
-inline std::unique_ptr<inv_cfci_t, inv_cfci_free> new_record() {
-  std::unique_ptr<inv_cfci_t, inv_cfci_free> record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
+inline InvCfciOwner new_record() {
+  InvCfciOwner record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
   record->cert_count = INV_CERTS_NOT_GATHERED;
   return record;
 }

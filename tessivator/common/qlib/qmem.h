@@ -26,7 +26,7 @@ template <auto Free>
 struct FreeWith {
   template <class T>
   void operator()(T* pointer) const noexcept {
-    Free(pointer);
+    (void)Free(pointer);
   }
 };
 

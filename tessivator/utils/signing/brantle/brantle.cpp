@@ -15,13 +15,13 @@ static constexpr std::uint32_t module_id = QLOG_PROG;
 namespace {
 
 // Files of these kinds can carry a signature.
-constexpr std::array<std::u16string_view, 9> kSignedKinds = {u"exe", u"dll", u"cab", u"cat", u"ctl",
+constexpr std::array<std::u16string_view, 9> signed_kinds = {u"exe", u"dll", u"cab", u"cat", u"ctl",
                                                              u"msi", u"xpi", u"ocx", u"sys"};
 
 bool carriesCertificates(const std::u16string& path) {
   const qchar* extension = qstr_extension(path.c_str());
   if (extension == nullptr) return false;
-  for (const std::u16string_view kind : kSignedKinds) {
+  for (const std::u16string_view kind : signed_kinds) {
     if (qstr_equal_nocase(extension, kind)) return true;
   }
   return false;

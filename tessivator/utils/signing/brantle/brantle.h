@@ -48,8 +48,8 @@ class Brantle {
   void setPassword(std::u16string text);
   void setDomain(std::u16string name);
 
-  // Reads the command line's fixed argument sequences (argument 0 is the program). 0, or 22 after printing
-  // the usage.
+  // Reads the command line's fixed argument sequences (argument 0 is the program). BRANTLE_OK, or BRANTLE_USAGE
+  // after printing the usage.
   [[nodiscard]] std::int32_t parseArgs(const qchar* const* argv, int argc);
 
   // Runs the request. Returns one of the result codes above; nothing is thrown.
@@ -65,22 +65,22 @@ class Brantle {
   std::int32_t checkAccess = 0;  // only test that the path can be connected to and opened
 
  private:
-  std::int32_t runScan();
-  std::int32_t connectNwShare();
-  std::uint32_t openWalk();
-  std::uint32_t nextEntry();
-  std::int32_t scanEntries();
+  [[nodiscard]] std::int32_t runScan();
+  [[nodiscard]] std::int32_t connectNwShare();
+  [[nodiscard]] std::uint32_t openWalk();
+  [[nodiscard]] std::uint32_t nextEntry();
+  [[nodiscard]] std::int32_t scanEntries();
   void closeScan();
 
-  std::uint32_t populateCurrentEXEInfo();
+  [[nodiscard]] std::uint32_t populateCurrentEXEInfo();
   void appendImageRecord();
-  bool appendPackageRecord();
-  std::uint32_t getSHA_cksum(const std::u16string& path, std::u16string& sha1, std::u16string& sha256);
+  [[nodiscard]] bool appendPackageRecord();
+  [[nodiscard]] std::uint32_t getSHA_cksum(const std::u16string& path, std::u16string& sha1, std::u16string& sha256);
   void populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord& record);
 
-  std::uint32_t populateCertNamesMapAndExtractCerts();
-  std::uint32_t extractByRoute(sgn_cert_name** names, std::uint32_t& result);
-  std::uint32_t extractFromCabinet(sgn_cert_name** names, std::uint32_t& result);
+  [[nodiscard]] std::uint32_t populateCertNamesMapAndExtractCerts();
+  [[nodiscard]] std::uint32_t extractByRoute(sgn_cert_name** names, std::uint32_t& result);
+  [[nodiscard]] std::uint32_t extractFromCabinet(sgn_cert_name** names, std::uint32_t& result);
   void appendBareRecord();
 
   [[nodiscard]] std::string reportText() const;
@@ -103,7 +103,7 @@ class Brantle {
   std::u16string reposPath;
   std::u16string infoXmlPath;
   std::u16string outputPath;
-  std::unique_ptr<inv_cfci_t, FreeWith<inv_free_cfci>> fileInfo;
+  InvCfciOwner fileInfo;
   std::unique_ptr<qfile_itr> walker;
   bool isDirectory = true;
   bool shareConnected = false;

@@ -11,40 +11,47 @@ namespace {
 
 using Text = std::u16string_view;
 
-enum Mode : std::uint32_t { kNone = 0, kAll = 1, kOnly = 2, kCab = 4, kShare = 8, kAccess = 16 };
+enum Mode : std::uint32_t {
+  mode_none = 0,
+  mode_all = 1,
+  mode_only = 2,
+  mode_cab = 4,
+  mode_share = 8,
+  mode_access = 16
+};
 
-// Options from argument 3 on and what they switch on. A sequence with kShare is followed by domain, user and
+// Options from argument 3 on and what they switch on. A sequence with mode_share is followed by domain, user and
 // password.
 struct Sequence {
   std::array<Text, 4> options;
   std::uint32_t modes;
 };
 
-constexpr Sequence kSequences[] = {
-    {{u"-n"}, kShare},
-    {{u"-c"}, kShare | kAccess},
-    {{u"-A"}, kAll},
-    {{u"-A", u"-n"}, kAll | kShare},
-    {{u"-A", u"-c"}, kAll | kShare | kAccess},
-    {{u"-A", u"-O"}, kAll | kOnly},
-    {{u"-A", u"-O", u"-n"}, kAll | kOnly | kShare},
-    {{u"-O"}, kOnly},
-    {{u"-O", u"-n"}, kOnly | kShare},
-    {{u"-O", u"-c"}, kOnly | kShare | kAccess},
-    {{u"-O", u"-A"}, kOnly | kAll},
-    {{u"-O", u"-A", u"-n"}, kOnly | kAll | kShare},
-    {{u"--cab", u"-O"}, kCab | kOnly},
-    {{u"--cab", u"-O", u"-n"}, kCab | kOnly | kShare},
-    {{u"--cab", u"-O", u"-c"}, kCab | kOnly | kShare | kAccess},
-    {{u"--cab", u"-O", u"-A"}, kCab | kOnly | kAll},
-    {{u"--cab", u"-O", u"-A", u"-n"}, kCab | kOnly | kAll | kShare},
-    {{u"--cab", u"-A", u"-O"}, kCab | kAll | kOnly},
-    {{u"--cab", u"-A", u"-O", u"-n"}, kCab | kAll | kOnly | kShare},
+constexpr Sequence known_sequences[] = {
+    {{u"-n"}, mode_share},
+    {{u"-c"}, mode_share | mode_access},
+    {{u"-A"}, mode_all},
+    {{u"-A", u"-n"}, mode_all | mode_share},
+    {{u"-A", u"-c"}, mode_all | mode_share | mode_access},
+    {{u"-A", u"-O"}, mode_all | mode_only},
+    {{u"-A", u"-O", u"-n"}, mode_all | mode_only | mode_share},
+    {{u"-O"}, mode_only},
+    {{u"-O", u"-n"}, mode_only | mode_share},
+    {{u"-O", u"-c"}, mode_only | mode_share | mode_access},
+    {{u"-O", u"-A"}, mode_only | mode_all},
+    {{u"-O", u"-A", u"-n"}, mode_only | mode_all | mode_share},
+    {{u"--cab", u"-O"}, mode_cab | mode_only},
+    {{u"--cab", u"-O", u"-n"}, mode_cab | mode_only | mode_share},
+    {{u"--cab", u"-O", u"-c"}, mode_cab | mode_only | mode_share | mode_access},
+    {{u"--cab", u"-O", u"-A"}, mode_cab | mode_only | mode_all},
+    {{u"--cab", u"-O", u"-A", u"-n"}, mode_cab | mode_only | mode_all | mode_share},
+    {{u"--cab", u"-A", u"-O"}, mode_cab | mode_all | mode_only},
+    {{u"--cab", u"-A", u"-O", u"-n"}, mode_cab | mode_all | mode_only | mode_share},
 };
 
-constexpr int kFirstOption = 3;
-constexpr int kCredentials = 3;
-constexpr int kMostArguments = 9;
+constexpr int first_option = 3;
+constexpr int credential_count = 3;
+constexpr int most_arguments = 9;
 
 int optionCount(const Sequence& sequence) {
   const auto end = std::find(sequence.options.begin(), sequence.options.end(), Text());
@@ -55,12 +62,12 @@ int optionCount(const Sequence& sequence) {
 // does one that no sequence has at its place ("-A" "-O" "-c" is "-A" "-O").
 const Sequence* longestMatch(const qchar* const* argv, int argc) {
   const Sequence* best = nullptr;
-  for (const Sequence& sequence : kSequences) {
+  for (const Sequence& sequence : known_sequences) {
     const int count = optionCount(sequence);
-    if (argc < kFirstOption + count || (best != nullptr && count <= optionCount(*best))) continue;
+    if (argc < first_option + count || (best != nullptr && count <= optionCount(*best))) continue;
     bool same = true;
     for (int i = 0; i < count && same; ++i) {
-      same = sequence.options[static_cast<std::size_t>(i)] == argv[kFirstOption + i];
+      same = sequence.options[static_cast<std::size_t>(i)] == argv[first_option + i];
     }
     if (same) best = &sequence;
   }
@@ -70,7 +77,7 @@ const Sequence* longestMatch(const qchar* const* argv, int argc) {
 std::int32_t usage(const qchar* program) {
   (void)qstr_console_printf(u"\n%s [<FILEPATH: filename|directory>] [OUTPUT PATH]", program);
   // NOLINTBEGIN(bugprone-suspicious-missing-comma): two of the pieces are longer than a source line
-  static constexpr const qchar* kLines[] = {
+  static constexpr const qchar* lines[] = {
       u" [--cab] <-A> <-O> <-n|-c> [<DOMAIN>] [<USERNAME>]",
       u" [<PASSWORD>]\n\n",
       u"Dump the Installer Info [and/or] Extracts all certificates from Authenticode Signature.\n\n",
@@ -98,7 +105,7 @@ std::int32_t usage(const qchar* program) {
       u" The Installer Info is dumped in info.xml\n",
   };
   // NOLINTEND(bugprone-suspicious-missing-comma)
-  for (const qchar* line : kLines) (void)qstr_console_printf(u"%s", line);
+  for (const qchar* line : lines) (void)qstr_console_printf(u"%s", line);
   return BRANTLE_USAGE;
 }
 
@@ -113,19 +120,19 @@ std::int32_t Brantle::parseArgs(const qchar* const* argv, int argc) {
   }
   const qchar* program = argc > 0 ? argv[0] : u"";
   // The two longest sequences need one argument more than the limit leaves; they end in the usage text.
-  if (argc < kFirstOption || argc > kMostArguments + (echo ? 1 : 0)) return usage(program);
+  if (argc < first_option || argc > most_arguments + (echo ? 1 : 0)) return usage(program);
 
   const Sequence* sequence = longestMatch(argv, argc);
-  if (sequence == nullptr && argc > kFirstOption && Text(argv[kFirstOption]) == u"--cab") return usage(program);
-  const std::uint32_t modes = sequence != nullptr ? sequence->modes : kNone;
-  const int credentials = kFirstOption + (sequence != nullptr ? optionCount(*sequence) : 0);
-  if ((modes & kShare) != 0 && argc < credentials + kCredentials) return usage(program);
+  if (sequence == nullptr && argc > first_option && Text(argv[first_option]) == u"--cab") return usage(program);
+  const std::uint32_t modes = sequence != nullptr ? sequence->modes : mode_none;
+  const int credentials = first_option + (sequence != nullptr ? optionCount(*sequence) : 0);
+  if ((modes & mode_share) != 0 && argc < credentials + credential_count) return usage(program);
 
-  allCerts = (modes & kAll) != 0 ? 1 : 0;
-  certsOnly = (modes & kOnly) != 0 ? 1 : 0;
-  cabFile = (modes & kCab) != 0 ? 1 : 0;
-  nwMode = (modes & kShare) != 0 ? 1 : 0;
-  checkAccess = (modes & kAccess) != 0 ? 1 : 0;
+  allCerts = (modes & mode_all) != 0 ? 1 : 0;
+  certsOnly = (modes & mode_only) != 0 ? 1 : 0;
+  cabFile = (modes & mode_cab) != 0 ? 1 : 0;
+  nwMode = (modes & mode_share) != 0 ? 1 : 0;
+  checkAccess = (modes & mode_access) != 0 ? 1 : 0;
   setReposPath(argv[1]);
   setOutputPath(argv[2]);
   if (nwMode != 0) {

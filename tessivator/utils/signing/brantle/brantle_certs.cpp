@@ -18,6 +18,7 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
     if (storeCache == nullptr) storeCache.reset(sgn_store_cache_create());
     if (extractByRoute(&names, result) != QERR_OK) return result;
   } catch (...) {
+    // The signature routines let nothing out; what can throw here is memory for their outcome.
     (void)qstr_console_printf(u"Error!!!,Exception thrown by sgn, Trying for other files\n");
     if (result != QERR_OK) return result;
   }

@@ -41,6 +41,7 @@ std::int32_t brantle_cli_run(const qchar* const* argv, int argc) noexcept {
   try {
     delete request.release();  // the owner's own deletion could not let an exception out
   } catch (...) {
+    // Nothing that the destructor calls throws today; the text is what operators would look for.
     (void)qstr_console_printf(u"Failed to delete Brantle!!!.");
   }
   qlib_lib_fini_basic();

@@ -13,8 +13,7 @@ static constexpr std::uint32_t module_id = QLOG_PROG;
 
 namespace {
 
-constexpr std::uint16_t kImageTypes = 0x1 | 0x20;
-constexpr std::uint32_t kInstaller = 0x1;
+constexpr std::uint16_t image_types = INV_TYPE_IMAGE32 | INV_TYPE_IMAGE64;
 
 std::u16string orEmpty(const qchar* text) { return text != nullptr ? std::u16string(text) : std::u16string(); }
 
@@ -39,7 +38,7 @@ std::uint32_t Brantle::populateCurrentEXEInfo() {
   std::int64_t newest_time = 0;
   const qerr_t code = inv_get_cfci_alloc(currentFile.c_str(), &info, &newest_time, 1);
   fileInfo.reset(info);
-  if (code == QERR_OK && fileInfo != nullptr && (fileInfo->type_flags & kImageTypes) != 0) {
+  if (code == QERR_OK && fileInfo != nullptr && (fileInfo->type_flags & image_types) != 0) {
     appendImageRecord();
     fileInfo.reset();
     return code;
@@ -57,7 +56,7 @@ void Brantle::appendImageRecord() {
   currentRecord["productName"] = orEmpty(fileInfo->ProductName);
   currentRecord["companyName"] = orEmpty(fileInfo->CompanyName);
   currentRecord["productVersion"] = orEmpty(fileInfo->ProductVersion);
-  currentRecord["isInstaller"] = (fileInfo->classification_flags & kInstaller) != 0 ? u"yes" : u"no";
+  currentRecord["isInstaller"] = (fileInfo->classification_flags & INV_CLASS_INSTALLER) != 0 ? u"yes" : u"no";
   currentRecord["Name"] = currentFile;
   records.push_back(std::move(currentRecord));
   recordAdded = true;
@@ -113,11 +112,11 @@ void Brantle::populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord&
   static constexpr struct {
     const qchar* property;
     const char* key;
-  } kProperties[] = {
+  } properties[] = {
       {u"ProductName", "productName"}, {u"Manufacturer", "companyName"}, {u"ProductVersion", "productVersion"}};
   record.clear();
   record["isInstaller"] = u"yes";
-  for (const auto& [property, key] : kProperties) {
+  for (const auto& [property, key] : properties) {
     std::u16string value;
     if (extractor.getPropertyValueFromMsi(property, value) != 0) value.clear();
     record[key] = value;

@@ -15,8 +15,8 @@ std::uint32_t connect(const brantle_share_use& use, std::uint32_t*) {
 
 std::uint32_t disconnect(const std::u16string& remote) { return qshare_use_delete(remote); }
 
-constexpr brantle_share_operations kModule = {connect, disconnect};
+constexpr brantle_share_operations module_operations = {connect, disconnect};
 
 }  // namespace
 
-const brantle_share_operations& brantle_share_platform_operations() noexcept { return kModule; }
+const brantle_share_operations& brantle_share_platform_operations() noexcept { return module_operations; }

@@ -27,8 +27,8 @@ std::uint32_t connect(const brantle_share_use& use, std::uint32_t* bad_argument)
 
 std::uint32_t disconnect(const std::u16string& remote) { return NetUseDel(nullptr, wide(remote), USE_NOFORCE); }
 
-constexpr brantle_share_operations kNetworkManagement = {connect, disconnect};
+constexpr brantle_share_operations network_management = {connect, disconnect};
 
 }  // namespace
 
-const brantle_share_operations& brantle_share_platform_operations() noexcept { return kNetworkManagement; }
+const brantle_share_operations& brantle_share_platform_operations() noexcept { return network_management; }

@@ -1,9 +1,9 @@
 // The library's exported surface: two plug-in hooks and the three natives of the Java class
 // com.kestal.tamb.brantle.manager.Brantle. Nothing else is exported.
 //
-// Each native runs one whole request on the calling thread and returns its result code (brantle.h): 0, 2,
-// 20001, 20002, 20003, or -1. Calls from several threads at once are independent. No exception and no signal
-// leaves a native; a null argument gives -1. A string that contains a zero character is cut there.
+// Each native runs one whole request on the calling thread and returns its result code (brantle.h), never
+// BRANTLE_USAGE. Calls from several threads at once are independent. No exception and no signal
+// leaves a native; a null argument gives BRANTLE_EXCEPTION. A string that contains a zero character is cut there.
 #pragma once
 
 #include <jni.h>

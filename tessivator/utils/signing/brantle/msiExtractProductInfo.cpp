@@ -5,9 +5,9 @@
 
 #include "common/qlib/qlog.h"
 
-namespace {
+static constexpr std::uint32_t module_id = QLOG_PROG;
 
-constexpr std::uint32_t module_id = QLOG_PROG;
+namespace {
 
 // Closes a view or record when its turn is over.
 class handle_owner {

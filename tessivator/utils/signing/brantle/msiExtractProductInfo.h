@@ -14,12 +14,12 @@ class MsiProductInfoExtractor {
   MsiProductInfoExtractor& operator=(const MsiProductInfoExtractor&) = delete;
   virtual ~MsiProductInfoExtractor();
 
-  // The value of property `name`, up to its first zero unit. Returns 0 or the installer's code (259: no such
-  // property); `value` is written only on 0. Throws std::bad_alloc when memory runs out.
+  // The value of property `name`, up to its first zero unit. Returns MSI_OK or the installer's code (MSI_NO_MORE_ITEMS:
+  // no such property); `value` is written only on MSI_OK. Throws std::bad_alloc when memory runs out.
   [[nodiscard]] msi_result getPropertyValueFromMsi(std::u16string name, std::u16string& value);
 
-  // Asks for the length in units of field 1 of a fetched record: 234 (more data) with the length in `size`, or, for an
-  // empty value, 0.
+  // Asks for the length in units of field 1 of a fetched record: MSI_MORE_DATA with the length in `size`, or, for
+  // an empty value, MSI_OK.
   [[nodiscard]] msi_result getBufSizeInFetchedRecord(msi_handle record, std::uint32_t& size);
 
  private:
