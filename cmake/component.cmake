@@ -1,11 +1,12 @@
 # tessivator_component(NAME
 #   SOURCES  common sources
 #   PLATFORM stems: x compiles x_winnt_user.cpp or x_posix_user.cpp
+#   HEADERS  the component's interface, which is installed; its other headers are its own
 #   USES     targets whose headers our headers show
 #   PRIVATE  targets that only our sources use)
 # One component, one static target; a component sees exactly the targets that it names.
 function(tessivator_component name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;PLATFORM;USES;PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;PLATFORM;HEADERS;USES;PRIVATE" ${ARGN})
   if(WIN32)
     set(suffix _winnt_user.cpp)
   else()
@@ -13,14 +14,14 @@ function(tessivator_component name)
   endif()
   list(TRANSFORM ARG_PLATFORM APPEND ${suffix})
   add_library(${name} STATIC ${ARG_SOURCES} ${ARG_PLATFORM})
-  target_include_directories(${name} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/tessivator>"
-    "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tessivator>")
+  target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}/tessivator" FILES ${ARG_HEADERS})
   target_compile_features(${name} PUBLIC cxx_std_20)
   target_link_libraries(${name} PUBLIC ${ARG_USES} PRIVATE $<BUILD_INTERFACE:tessivator_flags> ${ARG_PRIVATE})
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_EXTENSIONS OFF)
   string(REPLACE "tessivator_" "" exported ${name})
   set_target_properties(${name} PROPERTIES EXPORT_NAME ${exported})
-  install(TARGETS ${name} EXPORT tessivator ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}/tessivator")
+  install(TARGETS ${name} EXPORT tessivator ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}/tessivator"
+    FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tessivator")
 endfunction()
 
 # What a ThreadSanitizer build needs: the tests that are labelled tsan.
@@ -44,4 +45,26 @@ function(tessivator_test name)
   endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}"
     ENVIRONMENT "TESSIVATOR_FIXTURES=${PROJECT_SOURCE_DIR}/tests/fixtures;TESSIVATOR_SCRATCH=${CMAKE_CURRENT_BINARY_DIR}/${name}.scratch")
+endfunction()
+
+# tessivator_layers(FILE): writes down every target below tessivator/, one a line, for tools/check-rules.py:
+# name|folder|sources|interface headers|what it links|what its users see too
+function(tessivator_layers file)
+  set(folders tessivator)
+  set(lines "")
+  while(folders)
+    list(POP_FRONT folders folder)
+    get_directory_property(below DIRECTORY "${folder}" SUBDIRECTORIES)
+    list(APPEND folders ${below})
+    get_directory_property(targets DIRECTORY "${folder}" BUILDSYSTEM_TARGETS)
+    foreach(target IN LISTS targets)
+      set(line "${target}")
+      foreach(property SOURCE_DIR SOURCES HEADER_SET LINK_LIBRARIES INTERFACE_LINK_LIBRARIES)
+        get_target_property(value ${target} ${property})
+        string(APPEND line "|${value}")
+      endforeach()
+      string(APPEND lines "${line}\n")
+    endforeach()
+  endwhile()
+  file(WRITE "${file}" "${lines}")
 endfunction()

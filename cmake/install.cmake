@@ -17,8 +17,6 @@ if(TARGET brantle_smb)
   install(TARGETS brantle_smb LIBRARY DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/tessivator/" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tessivator"
-  FILES_MATCHING PATTERN "*.h" PATTERN "*_user.h" EXCLUDE PATTERN "*_internal.h" EXCLUDE PATTERN "smb" EXCLUDE)
 install(EXPORT tessivator NAMESPACE tessivator:: DESTINATION "${package_folder}" FILE tessivator-targets.cmake)
 configure_package_config_file(cmake/tessivator-config.cmake.in "${PROJECT_BINARY_DIR}/tessivator-config.cmake"
   INSTALL_DESTINATION "${package_folder}")

@@ -19,39 +19,57 @@ INCLUDE = re.compile(r'#\s*include\s*"([^"]+)"')
 UNFINISHED = re.compile(r"\b(TODO|FIXME|XXX)\b")
 MACHINE_PATH = re.compile(r"(?<![\w.])/(work|root|tmp/team)/|\bhttps?://[\w.-]*(debian|npmjs|pypi)[\w.-]*/")
 
-# What each component's files may include, lowest first; a component always sees itself.
-BASE = ("common/qlib", "cfg")
-BELOW = {
-    "common/qlib": ("cfg",),
-    "cfg": (),
-    "blib": BASE,
-    "utl": (*BASE, "blib"),
-    "scan": (*BASE, "blib", "utl"),
-    "cert": (*BASE, "blib", "utl", "scan"),
-    "msi": (*BASE, "blib", "utl", "scan"),
-    # Installer detection and the information record ask each other, so both are one target.
-    "inv": (*BASE, "blib", "utl", "scan", "cert", "msi"),
-    "sgn": (*BASE, "blib", "utl", "scan", "cert", "msi"),
-    "utils/signing/brantle": (*BASE, "blib", "utl", "scan", "cert", "msi", "inv", "sgn"),
-}
-# Installer detection lives beside the path helpers but is built with the record, so it may look up to it.
-UPWARD = {("tessivator/utl/utl.cpp", "inv")}
+LAYERS = os.path.join(ROOT, "build", "linux-release", "layers.txt")
 
 
-def component_of(path):
-    """The component that a path below tessivator/ belongs to."""
-    return max((one for one in BELOW if path.startswith(one + "/")), key=len, default=None)
+class Layers:
+    """Which headers a source may include, by what its target links (cmake/component.cmake writes that down)."""
 
+    def __init__(self):
+        self.folder, self.direct, self.public = {}, {}, {}
+        self.compiled, self.interface = {}, {}
+        try:
+            with open(LAYERS, encoding="utf-8") as file:
+                lines = file.read().splitlines()
+        except OSError:
+            sys.exit("check-rules: first configure: cmake --preset linux-release")
+        for line in lines:
+            target, folder, sources, headers, links, seen = [field.split(";") for field in line.split("|")]
+            target, folder = target[0], os.path.relpath(folder[0], ROOT)
+            self.folder.setdefault(folder, set()).add(target)
+            self.direct[target], self.public[target] = set(links), set(seen)
+            for source in sources:
+                self.compiled.setdefault(os.path.normpath(os.path.join(folder, source)), set()).add(target)
+            for header in headers:
+                self.interface[os.path.relpath(header, ROOT)] = target
 
-def layer_faults(name, text):
-    own = component_of(name[len(PRODUCT):])
-    if own is None:
-        return
-    for number, line in enumerate(text.splitlines(), 1):
-        found = INCLUDE.match(line)
-        used = component_of(found.group(1)) if found else None
-        if used and used != own and used not in BELOW[own] and (name, used) not in UPWARD:
-            yield number, f"{own} may not include {used}"
+    def owners(self, name):
+        """The targets that NAME belongs to: those that compile or install it, else those of its folder."""
+        if name in self.interface:
+            return {self.interface[name]}
+        return self.compiled.get(name) or self.folder.get(os.path.dirname(name), set())
+
+    def visible(self, target):
+        """TARGET and what it links, with what that shows its own users."""
+        seen, todo = {target}, self.direct[target] & self.direct.keys()
+        while todo:
+            one = todo.pop()
+            seen.add(one)
+            todo |= (self.public[one] & self.direct.keys()) - seen
+        return seen
+
+    def faults(self, name, text):
+        own = self.owners(name)
+        allowed = set().union(*map(self.visible, own))
+        for number, line in enumerate(text.splitlines(), 1):
+            found = INCLUDE.match(line)
+            if not found:
+                continue
+            used = PRODUCT + found.group(1)
+            # A folder's own headers, and those below it, are its own affair.
+            inside = os.path.dirname(used).startswith(os.path.dirname(name))
+            if not inside and not self.owners(used) & allowed:
+                yield number, f"{', '.join(sorted(own))} may not include {found.group(1)}"
 
 
 def seam_faults(name, text):
@@ -72,16 +90,17 @@ def text_faults(name, text):
             yield number, "a path or host of one machine"
 
 
-def faults(name, text):
+def faults(name, text, layers):
     if name.startswith(PRODUCT) and name.endswith((".h", ".cpp")):
         yield from seam_faults(name, text)
-        yield from layer_faults(name, text)
+        yield from layers.faults(name, text)
     if name != "tools/check-rules.py":
         yield from text_faults(name, text)
 
 
 def main():
     count = 0
+    layers = Layers()
     for name in all_files():
         try:
             with open(os.path.join(ROOT, name), encoding="utf-8") as file:
@@ -90,7 +109,7 @@ def main():
             continue  # a binary fixture
         if "\0" in text:
             continue
-        for number, fault in faults(name, text):
+        for number, fault in faults(name, text, layers):
             print(f"{name}:{number}: {fault}")
             count += 1
     print(f"{count} faults")

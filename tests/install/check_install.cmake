@@ -9,14 +9,6 @@ foreach(file IN LISTS EXPECTED)
     message(SEND_ERROR "${file} was not installed")
   endif()
 endforeach()
-# Platform parts and tests are nobody's interface.
-file(GLOB_RECURSE headers RELATIVE "${PREFIX}" "${PREFIX}/include/*")
-foreach(header IN LISTS headers)
-  if(NOT header MATCHES "\\.h$" OR header MATCHES "_user\\.h$")
-    message(SEND_ERROR "${header} does not belong among the installed headers")
-  endif()
-endforeach()
-
 # A copy elsewhere must work: nothing may depend on the build folder or on the prefix.
 set(moved "${PREFIX}-moved")
 file(REMOVE_RECURSE "${moved}")
