@@ -13,7 +13,7 @@ import shlex
 import subprocess
 import sys
 
-from sources import ROOT
+from sources import ROOT, sources
 
 TIDY = "clang-tidy-14"
 CACHE = os.path.join(ROOT, "build", "tidy-cache")
@@ -82,8 +82,7 @@ def jobs(preset, wanted, extra, contents):
     with open(os.path.join(build, "compile_commands.json"), encoding="utf-8") as file:
         entries = json.load(file)
     deps = dependencies(build)
-    with open(os.path.join(ROOT, ".clang-tidy"), encoding="utf-8") as file:
-        setting = file.read()
+    settings = [contents.of(os.path.join(ROOT, name)) for name in sources(".clang-tidy")]
     own = contents.of(os.path.abspath(__file__))
     for entry in entries:
         source = os.path.normpath(os.path.join(entry["directory"], entry["file"]))
@@ -92,7 +91,7 @@ def jobs(preset, wanted, extra, contents):
             continue
         output = re.search(r" -o (\S+)", entry["command"])
         used = [path for path in deps.get(output.group(1), []) if path.startswith(ROOT + os.sep)]
-        key = digest(own, setting, entry["command"], *extra, *(contents.of(path) for path in [source, *used]))
+        key = digest(own, *settings, entry["command"], *extra, *(contents.of(path) for path in [source, *used]))
         yield key, name, tidy_command(source, entry, extra)
 
 

@@ -10,12 +10,12 @@ static constexpr std::uint32_t module_id = QLOG_PROG;
 namespace {
 
 // Closes a view or record when its turn is over.
-class handle_owner {
+class HandleOwner {
  public:
-  handle_owner() noexcept = default;
-  handle_owner(const handle_owner&) = delete;
-  handle_owner& operator=(const handle_owner&) = delete;
-  ~handle_owner() { (void)msi_close_handle(handle_); }
+  HandleOwner() noexcept = default;
+  HandleOwner(const HandleOwner&) = delete;
+  HandleOwner& operator=(const HandleOwner&) = delete;
+  ~HandleOwner() { (void)msi_close_handle(handle_); }
   [[nodiscard]] msi_handle get() const noexcept { return handle_; }
   [[nodiscard]] msi_handle* out() noexcept { return &handle_; }
 
@@ -34,7 +34,7 @@ MsiProductInfoExtractor::~MsiProductInfoExtractor() { (void)msi_close_handle(dat
 
 msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name, std::u16string& value) {
   const std::u16string query = u"SELECT `Value` FROM `Property` WHERE `Property`='" + std::move(name) + u"'";
-  handle_owner view;
+  HandleOwner view;
   msi_result result = msi_database_open_view(database_, query.c_str(), view.out());
   if (result != MSI_OK) {
     QLOG(QLOG_ERROR, u"Failed DB Open View rc =%d, error = %d\n", result, msi_last_system_error());
@@ -45,7 +45,7 @@ msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name,
     QLOG(QLOG_ERROR, u"Failed View Execute rc =%d, error = %d\n", result, msi_last_system_error());
     return result;
   }
-  handle_owner record;
+  HandleOwner record;
   result = msi_view_fetch(view.get(), record.out());
   if (result != MSI_OK) {
     QLOG(QLOG_ERROR, u"Failed View Fetch rc =%d, error = %d\n", result, msi_last_system_error());
