@@ -4,6 +4,7 @@
 #include <fstream>
 #include <random>
 
+#include "budget.h"
 #include "common/qlib/qerr.h"
 #include "sgn/sgn_cab.h"
 #include "sgn/sgn_pkcs7.h"
@@ -23,6 +24,7 @@ struct InputFile {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const budget spent(size);
   static const InputFile input;
   std::ofstream(input.path, std::ios::binary)
       .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));

@@ -4,6 +4,7 @@
 
 #include "blib/blib_cert.h"
 #include "blib/blib_res.h"
+#include "budget.h"
 #include "support/memory_file.h"
 
 namespace {
@@ -40,8 +41,9 @@ void read_image(blib_bin* image, std::size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const budget spent(size);
   const auto* const bytes = reinterpret_cast<const std::byte*>(data);
-  MemoryFile file(Bytes(bytes, size));
+  memory_file file(Bytes(bytes, size));
   for (const std::uint32_t flags : {BLIB_READ, BLIB_READ | BLIB_READ_NOT_MAP}) {
     blib_bin* image = nullptr;
     if (blib_bin_open_by_handle(&file, u"", &image, flags, 0) != QERR_OK) continue;

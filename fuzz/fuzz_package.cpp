@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "budget.h"
 #include "msi/property_table.h"
 #include "msi/signature_stream.h"
 
@@ -25,6 +26,7 @@ class memory final : public msi_source {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const budget spent(size);
   const auto file = std::make_shared<memory>(std::as_bytes(std::span(data, size)));
   if (const auto table = property_table::open(file)) {
     std::u16string value;

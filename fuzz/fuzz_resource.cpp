@@ -1,6 +1,7 @@
 // Feeds the input as a resource to the readers of versions and manifests, and as an image whose tree leads to both.
 #include <cstdlib>
 
+#include "budget.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
@@ -19,13 +20,14 @@ static void check(const inv_cfci_t& r, std::size_t size) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const budget spent(size);
   static const bool started = qlib_lib_init_basic() == 0;
   if (!started) std::abort();
   qlog_console_off();
   qlib_set_standalone(true);
   for (const bool as_image : {false, true}) {
     const InvCfciOwner record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
-    MemoryFile file(std::as_bytes(std::span(data, size)));
+    memory_file file(std::as_bytes(std::span(data, size)));
     blib_bin* image = nullptr;
     if (as_image && blib_bin_open_by_handle(&file, u"fuzz.exe", &image, BLIB_READ, 0) == QERR_OK) {
       const BlibBinByHandleOwner owner(image);

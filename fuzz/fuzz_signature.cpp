@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "budget.h"
 #include "sgn/sgn_cache.h"
 #include "sgn/sgn_pkcs7.h"
 #include "sgn/sgn_x509.h"
@@ -22,6 +23,7 @@ std::multiset<std::u16string> stems_of(sgn_p7* p7, std::uint32_t all) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const budget spent(size);
   static const SgnStoreCachePtr cache(sgn_store_cache_create());
   sgn_p7* p7s[2] = {};
   const auto* const bytes = reinterpret_cast<const std::byte*>(data);

@@ -4,7 +4,7 @@
 #include <array>
 #include <string>
 
-#include "blib/runtime.h"
+#include "blib/images.h"
 #include "cfg/cfg.h"
 
 namespace {
@@ -48,7 +48,7 @@ TEST_F(Images, OpenAsTheirHeadersDeserve) {
 }
 
 TEST_F(Images, ArgumentsAreCheckedByPosition) {
-  crafted_file file(image_layout{}.build().bytes());
+  memory_file file(image_layout{}.build().bytes());
   blib_bin* image = nullptr;
   EXPECT_EQ(blib_bin_open_by_handle(nullptr, u"", &image, BLIB_READ, 0), QERR_ARG1);
   EXPECT_EQ(blib_bin_open_by_handle(&file, u"", nullptr, BLIB_READ, 0), QERR_ARG3);
@@ -69,26 +69,26 @@ TEST_F(Images, FailuresOfTheFileComeBackAndLeaveNothing) {
   const std::vector<std::byte> bytes = image_layout{}.build().bytes();
   struct {
     const char* what;
-    qerr_t crafted_file::*fault;
+    qerr_t memory_file::*fault;
     qerr_t injected;
     std::uint32_t flags;
     qerr_t expected;
   } const cases[] = {
-      {"size", &crafted_file::size_fault, QERR_IO, 0, QERR_IO},
-      {"view", &crafted_file::view_fault, QERR_PERMISSION, 0, QERR_PERMISSION},
-      {"a page that cannot be read", &crafted_file::view_fault, QERR_BAD_ADDRESS, 0, QERR_BAD_IMAGE},
-      {"read", &crafted_file::read_fault, QERR_IO, BLIB_READ_NOT_MAP, QERR_IO},
-      {"seek", &crafted_file::seek_fault, QERR_INVALID, BLIB_READ_NOT_MAP, QERR_INVALID},
+      {"size", &memory_file::size_fault, QERR_IO, 0, QERR_IO},
+      {"view", &memory_file::view_fault, QERR_PERMISSION, 0, QERR_PERMISSION},
+      {"a page that cannot be read", &memory_file::view_fault, QERR_BAD_ADDRESS, 0, QERR_BAD_IMAGE},
+      {"read", &memory_file::read_fault, QERR_IO, BLIB_READ_NOT_MAP, QERR_IO},
+      {"seek", &memory_file::seek_fault, QERR_INVALID, BLIB_READ_NOT_MAP, QERR_INVALID},
   };
   for (const auto& one : cases) {
-    crafted_file file(bytes);
+    memory_file file(bytes);
     file.*one.fault = one.injected;
     BlibBinByHandleOwner image;
     EXPECT_EQ(open(file, image, BLIB_READ | one.flags), one.expected) << one.what;
   }
   // Headers behind the view come from range reads, whose failure is the result.
   for (const std::uint32_t reads_before : {0U, 1U}) {
-    crafted_file file(fixture_bytes("images/headers/headers_past_view_32.exe"));
+    memory_file file(fixture_bytes("images/headers/headers_past_view_32.exe"));
     file.read_fault = QERR_IO;
     file.reads_before_fault = reads_before;
     EXPECT_EQ(open(file), QERR_IO) << reads_before;
@@ -97,7 +97,7 @@ TEST_F(Images, FailuresOfTheFileComeBackAndLeaveNothing) {
 
 TEST_F(Images, FileThatShrinksWhileItIsOpened) {
   for (const std::uint32_t flags : {0U, BLIB_READ_NOT_MAP, BLIB_WHOLE_FILE}) {
-    crafted_file file(image_layout{}.build().bytes());
+    memory_file file(image_layout{}.build().bytes());
     file.shrinks_after_size = true;
     BlibBinByHandleOwner image;
     EXPECT_EQ(open(file, image, BLIB_READ | flags), QERR_BAD_IMAGE) << flags;
@@ -106,7 +106,7 @@ TEST_F(Images, FileThatShrinksWhileItIsOpened) {
 
 TEST_F(Images, LargerThan4GiBAreBoundedByTheirRealSize) {
   for (const std::uint64_t size : {kFourGiB, kFourGiB + 10, kFourGiB * 3 + 100}) {
-    crafted_file file(image_layout{}.build().bytes());
+    memory_file file(image_layout{}.build().bytes());
     file.size_bytes = size;
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK) << size;
@@ -123,7 +123,7 @@ TEST_F(Images, LargerThan4GiBAreBoundedByTheirRealSize) {
 }
 
 TEST_F(Images, RangeReadsGiveWhatExists) {
-  crafted_file file(image_layout{}.build().bytes());
+  memory_file file(image_layout{}.build().bytes());
   file.most_read = 3;  // storage that answers in parts
   BlibBinByHandleOwner image;
   ASSERT_EQ(open(file, image), QERR_OK);
@@ -143,7 +143,7 @@ TEST_F(Images, RangeReadsGiveWhatExists) {
 }
 
 TEST_F(Images, WholeFileIsViewedWhenAsked) {
-  crafted_file file(image_layout{}.build().size(20000).bytes());
+  memory_file file(image_layout{}.build().size(20000).bytes());
   for (const std::uint32_t flags : {0U, BLIB_READ_NOT_MAP}) {
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image, BLIB_READ | BLIB_WHOLE_FILE | flags), QERR_OK);
@@ -158,7 +158,7 @@ TEST_F(Images, DirectoriesFollowTheHeadersWidth) {
     const image_layout layout{wide};
     byte_builder bytes = layout.build();
     bytes.u32(layout.directory(4), 0x11223344).u32(layout.directory(4) + 4, 0x55667788);
-    crafted_file file(bytes.bytes());
+    memory_file file(bytes.bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     EXPECT_EQ(image->is_64bit, wide);
@@ -175,7 +175,7 @@ TEST_F(Images, DirectoriesFollowTheHeadersWidth) {
     EXPECT_FALSE(blib_bin_get_section(image.get(), 1, &section));
   }
   // A copy of 248 bytes ends before the last two directories of PE32+.
-  crafted_file file(fixture_bytes("images/headers/headers_past_view_64.exe"));
+  memory_file file(fixture_bytes("images/headers/headers_past_view_64.exe"));
   BlibBinByHandleOwner image;
   ASSERT_EQ(open(file, image), QERR_OK);
   std::uint32_t address = 0;
@@ -192,12 +192,12 @@ TEST_F(Images, StrictModeSeesSectionsBehindTheView) {
   bytes.u16(image_layout::section_count, 2).u16(image_layout::optional_size, 8192 - 40 - 8 - (image_layout::nt + 24));
   const std::size_t second = 8192 - 8;
   bytes.size(20000).u32(second + 16, 0x1000).u32(second + 20, 20000 - 0xFFF);
-  crafted_file file(bytes.bytes());
+  memory_file file(bytes.bytes());
   EXPECT_EQ(open(file), QERR_OK);
   const StrictMode strict(true);
   EXPECT_EQ(open(file), QERR_BAD_IMAGE);
   bytes.u32(second + 20, 20000 - 0x1000);
-  crafted_file fitting(bytes.bytes());
+  memory_file fitting(bytes.bytes());
   EXPECT_EQ(open(fitting), QERR_OK);
 }
 
@@ -207,15 +207,15 @@ TEST_F(Images, AnyExecutableIsOneForTheCoarseTest) {
     std::uint32_t expected;
   } const cases[] = {{"MZ", 1}, {"MZ\x90 and more", 1}, {"ZM", 0}, {"M", 0}, {"", 0}, {"#!/bin/sh", 0}};
   for (const auto& one : cases) {
-    crafted_file file(byte_builder().text(0, one.bytes).bytes());
+    memory_file file(byte_builder().text(0, one.bytes).bytes());
     EXPECT_EQ(blib_bin_is_16bit_by_handle(&file), one.expected) << one.bytes;
   }
-  for (const auto fault : {&crafted_file::size_fault, &crafted_file::view_fault}) {
-    crafted_file file(byte_builder().text(0, "MZ").bytes());
+  for (const auto fault : {&memory_file::size_fault, &memory_file::view_fault}) {
+    memory_file file(byte_builder().text(0, "MZ").bytes());
     file.*fault = QERR_BAD_ADDRESS;
     EXPECT_EQ(blib_bin_is_16bit_by_handle(&file), 0U);
   }
-  crafted_file shrinking(byte_builder().text(0, "MZ").size(5000).bytes());
+  memory_file shrinking(byte_builder().text(0, "MZ").size(5000).bytes());
   shrinking.shrinks_after_size = true;
   EXPECT_EQ(blib_bin_is_16bit_by_handle(&shrinking), 1U);
 }

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "blib/blib_cert.h"
-#include "blib/runtime.h"
+#include "blib/images.h"
 
 namespace {
 
@@ -30,9 +30,9 @@ std::string text_of(const blib_authenticode_list& list) {
 }
 
 // An image whose certificate table lies at `address`.
-crafted_file with_table(std::uint32_t address, std::uint32_t size, const std::vector<std::byte>& table) {
+memory_file with_table(std::uint32_t address, std::uint32_t size, const std::vector<std::byte>& table) {
   const image_layout layout;
-  crafted_file file(layout.build().u32(layout.directory(4), address).u32(layout.directory(4) + 4, size).bytes());
+  memory_file file(layout.build().u32(layout.directory(4), address).u32(layout.directory(4) + 4, size).bytes());
   file.put(address, table);
   return file;
 }
@@ -68,7 +68,7 @@ TEST_F(Images, CertificateIteratorTellsHowItEnds) {
   };
   for (const auto& one : cases) {
     table.u32(0, one.first_length);
-    crafted_file file = with_table(kTable, one.size, table.bytes());
+    memory_file file = with_table(kTable, one.size, table.bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     blib_cert_itr iterator;
@@ -105,7 +105,7 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
       {6, QERR_OK, "8:0200:0002,8:0200:0002"},
   };
   for (const auto& one : cases) {
-    crafted_file file = with_table(kTable, 32, table.bytes());
+    memory_file file = with_table(kTable, 32, table.bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     file.read_fault = QERR_IO;
@@ -114,7 +114,7 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
     EXPECT_EQ(read_table(image.get(), list), one.code) << one.reads_before;
     EXPECT_EQ(list ? text_of(*list) : "-", one.entries) << one.reads_before;
   }
-  crafted_file file = with_table(kTable, 32, table.bytes());
+  memory_file file = with_table(kTable, 32, table.bytes());
   BlibBinByHandleOwner image;
   ASSERT_EQ(open(file, image), QERR_OK);
   ListOwner list;
@@ -126,7 +126,7 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
 TEST_F(Images, TableAtTheEndOf32BitOffsets) {
   constexpr std::uint32_t last = 0xFFFFFFF8;
   for (const std::uint64_t more : {std::uint64_t{0}, std::uint64_t{1} << 33}) {
-    crafted_file file = with_table(last, 0xFFFFFFFF, byte_builder().u32(0, 24).u16(4, 0x200).u16(6, 2).bytes());
+    memory_file file = with_table(last, 0xFFFFFFFF, byte_builder().u32(0, 24).u16(4, 0x200).u16(6, 2).bytes());
     file.size_bytes += more;
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
@@ -137,7 +137,7 @@ TEST_F(Images, TableAtTheEndOf32BitOffsets) {
 }
 
 TEST_F(Images, HugeClaimsTakeNoMemoryAndTinyEntriesNoTime) {
-  crafted_file claim = with_table(kTable, 0xFFFFFFFF, byte_builder().u32(0, 0xFFFFFFF0).u16(6, 2).size(100).bytes());
+  memory_file claim = with_table(kTable, 0xFFFFFFFF, byte_builder().u32(0, 0xFFFFFFF0).u16(6, 2).size(100).bytes());
   BlibBinByHandleOwner image;
   ASSERT_EQ(open(claim, image), QERR_OK);
   ListOwner list;
@@ -146,7 +146,7 @@ TEST_F(Images, HugeClaimsTakeNoMemoryAndTinyEntriesNoTime) {
 
   byte_builder tiny;
   for (std::size_t i = 0; i < 100000; ++i) tiny.u32(8 * i, 1);
-  crafted_file many = with_table(kTable, 800000, tiny.bytes());
+  memory_file many = with_table(kTable, 800000, tiny.bytes());
   ASSERT_EQ(open(many, image), QERR_OK);
   ASSERT_EQ(read_table(image.get(), list), QERR_OK);
   EXPECT_EQ(list->count, BLIB_CERT_MOST_ENTRIES);

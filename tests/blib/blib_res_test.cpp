@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "blib/blib_res.h"
-#include "blib/runtime.h"
+#include "blib/images.h"
 #include "fixtures/resource_bomb.h"
 
 namespace {
@@ -78,7 +78,7 @@ TEST_F(Images, ResourceTreesOfEveryShapeEnd) {
 }
 
 TEST_F(Images, BothLanguagesAreVisitedUnlessTheVisitorEndsIt) {
-  crafted_file file(two_languages().bytes());
+  memory_file file(two_languages().bytes());
   BlibBinByHandleOwner image;
   ASSERT_EQ(open(file, image), QERR_OK);
   Visits all;
@@ -117,7 +117,7 @@ TEST_F(Images, ResourcesAreCutAndNeverLeaveTheFile) {
     SCOPED_TRACE(one.what);
     byte_builder bytes = two_languages();
     bytes.u32(image_layout::section_offset + 0x300, one.rva).u32(image_layout::section_offset + 0x304, one.size);
-    crafted_file file(bytes.bytes());
+    memory_file file(bytes.bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     Visits visits;
@@ -133,7 +133,7 @@ TEST_F(Images, ReadThatFailsEndsTheWalk) {
   for (const std::uint32_t reads_before : {0U, 1U}) {
     byte_builder bytes = two_languages(kBehindView).size(40000);
     bytes.u32(kBehindView + 0x300, image_layout::section_rva + 9000);  // outside the first read
-    crafted_file file(bytes.bytes());
+    memory_file file(bytes.bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     file.read_fault = QERR_IO;
@@ -146,7 +146,7 @@ TEST_F(Images, ReadThatFailsEndsTheWalk) {
 
 TEST_F(Images, WalkCostsAFewTimesTheFileAtMost) {
   for (const std::uint16_t count : {std::uint16_t{200}, std::uint16_t{65535}}) {
-    crafted_file file(fixtures::resource_bomb(count));
+    memory_file file(fixtures::resource_bomb(count));
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     Visits visits;
@@ -158,7 +158,7 @@ TEST_F(Images, WalkCostsAFewTimesTheFileAtMost) {
 
 TEST_F(Images, SmallTreeIsReadAtOnce) {
   for (const std::size_t root : {std::size_t{image_layout::section_offset}, kBehindView}) {
-    crafted_file file(two_languages(root).bytes());
+    memory_file file(two_languages(root).bytes());
     BlibBinByHandleOwner image;
     ASSERT_EQ(open(file, image), QERR_OK);
     Visits visits;
@@ -172,7 +172,7 @@ TEST_F(Images, DirectoryHoldsOnlyWhatTheFileHas) {
   byte_builder bytes = two_languages();
   constexpr std::uint32_t last = image_layout::section_offset + image_layout::section_size - 28;
   bytes.u16(last + 12, 65535).u16(last + 14, 65535).u32(last + 16, 16).u32(last + 20, kDir).u32(last + 24, 9);
-  crafted_file file(bytes.bytes());
+  memory_file file(bytes.bytes());
   BlibBinByHandleOwner image;
   ASSERT_EQ(open(file, image), QERR_OK);
   blib_res_directory directory;

@@ -62,17 +62,17 @@ class GivenSigners final : public cert_sign_module {
   std::deque<cert_sign_node> nodes_;
 };
 
-class Certificates : public RuntimeTest {
+class Certificates : public Runtime {
  protected:
   void SetUp() override {
-    RuntimeTest::SetUp();
+    Runtime::SetUp();
     qlog_set_format(QLOG_COLUMN_LEVEL | QLOG_COLUMN_FUNCTION);
     ASSERT_EQ(qlog_set_logtype(u"INV=127"), QERR_OK);
     cert_sign_init(&module);
   }
   void TearDown() override {
     cert_sign_init(nullptr);
-    RuntimeTest::TearDown();
+    Runtime::TearDown();
   }
   // Gathers with the given signers; what was logged is in `log`.
   qerr_t gather() {

@@ -1,49 +1,19 @@
 #include "inv/inv_cfci.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "cfg/cfg.h"
-#include "common/qlib/qerr.h"
 #include "inv/record_text.h"
 #include "support/faulty_provider.h"
+#include "support/fixture_table.h"
 #include "support/scratch.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Record = InvCfciOwner;
-
-fs::path fixtures() { return fs::path(std::getenv("TESSIVATOR_FIXTURES")); }
-
-// "\uXXXX" stands for one unit.
-std::u16string unescaped(const std::string& text) {
-  std::u16string out = qstr_to_wide(text);
-  for (std::size_t at = 0; (at = out.find(u"\\u", at)) != std::u16string::npos; ++at) {
-    const std::u16string digits = out.substr(at + 2, 4);
-    const auto unit = static_cast<char16_t>(std::stoul(std::string(digits.begin(), digits.end()), nullptr, 16));
-    out.replace(at, 6, 1, unit);
-  }
-  return out;
-}
-
-std::vector<std::vector<std::u16string>> table(const char* name) {
-  std::ifstream file(fixtures() / "expected" / name, std::ios::binary);
-  std::vector<std::vector<std::u16string>> rows;
-  std::string line;
-  std::getline(file, line);
-  while (std::getline(file, line)) {
-    std::vector<std::u16string> row;
-    std::istringstream columns(line + "\t");
-    for (std::string column; std::getline(columns, column, '\t');) row.push_back(unescaped(column));
-    rows.push_back(std::move(row));
-  }
-  return rows;
-}
 
 std::string hex(const qcksum& digest) {
   qchar text[QCKSUM_SHA256_TEXT] = {};
@@ -82,22 +52,22 @@ std::u16string folded(const fs::path& file, std::u16string value) {
 }
 
 TEST_F(InformationRecord, HoldsWhatEachResourceSays) {
-  const auto rows = table("resources.tsv");
+  const auto rows = fixture_table("resources");
   ASSERT_GT(rows.size(), 60U);
   for (const auto& row : rows) {
-    ASSERT_EQ(row.size(), 9U);
-    const fs::path file = fixtures() / row[0];
+    const fs::path file = fixture_path(row.at("file"));
+    const auto told = [&](const char* column) { return fixture_text(row.at(column)); };
     SCOPED_TRACE(file.string());
     const Record record = gather(file);
     ASSERT_EQ(code, QERR_OK);
-    EXPECT_EQ(record->classification_flags, row[1] == u"yes" ? INV_CLASS_INSTALLER : 0);
-    EXPECT_EQ(text(record->CompanyName), row[2]);
-    EXPECT_EQ(text(record->FileVersion), row[3]);
-    EXPECT_EQ(text(record->ProductName), row[4]);
-    EXPECT_EQ(text(record->ProductVersion), row[5]);
-    EXPECT_EQ(text(record->OriginalFilename), folded(file, row[6]));
-    EXPECT_EQ(text(record->FileDescription), folded(file, row[7]));
-    EXPECT_EQ(text(record->InternalName), folded(file, row[8]));
+    EXPECT_EQ(record->classification_flags, row.at("isInstaller") == "yes" ? INV_CLASS_INSTALLER : 0);
+    EXPECT_EQ(text(record->CompanyName), told("CompanyName"));
+    EXPECT_EQ(text(record->FileVersion), told("FileVersion"));
+    EXPECT_EQ(text(record->ProductName), told("ProductName"));
+    EXPECT_EQ(text(record->ProductVersion), told("ProductVersion"));
+    EXPECT_EQ(text(record->OriginalFilename), folded(file, told("OriginalFilename")));
+    EXPECT_EQ(text(record->FileDescription), folded(file, told("FileDescription")));
+    EXPECT_EQ(text(record->InternalName), folded(file, told("InternalName")));
     EXPECT_EQ(record->is_signed, 0U);
     EXPECT_EQ(record->file_size, fs::file_size(file));
   }
@@ -119,7 +89,7 @@ TEST_F(InformationRecord, HasTypeKindAndSigned) {
               {"images/bare64.exe", INV_TYPE_IMAGE64, 2, 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.file);
-    const Record record = gather(fixtures() / row.file);
+    const Record record = gather(fs::path(fixture_path(row.file)));
     ASSERT_EQ(code, QERR_OK);
     EXPECT_EQ(record->type_flags, row.type);
     EXPECT_EQ(record->image_kind, row.kind);
@@ -130,9 +100,8 @@ TEST_F(InformationRecord, HasTypeKindAndSigned) {
 }
 
 TEST_F(InformationRecord, HasTheDigestsThatAreAskedFor) {
-  const fs::path file = fixtures() / "images/bare32.exe";
-  std::ifstream in(file, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  const fs::path file = fs::path(fixture_path("images/bare32.exe"));
+  const std::string bytes = file_text(file);
   qcksum sha1{QCKSUM_SHA1, QCKSUM_SHA1_BIN_LEN, {}};
   qcksum sha256{QCKSUM_SHA256, QCKSUM_SHA256_BIN_LEN, {}};
   qcksum md5{QCKSUM_MD5, QCKSUM_MD5_BIN_LEN, {}};
@@ -155,7 +124,7 @@ TEST_F(InformationRecord, HasTheDigestsThatAreAskedFor) {
 
 TEST_F(InformationRecord, OutsideStandaloneModeStepsNeedTheirFeatures) {
   qlib_set_standalone(false);
-  const fs::path file = fixtures() / "images/resources/setup_description.exe";
+  const fs::path file = fs::path(fixture_path("images/resources/setup_description.exe"));
   constexpr std::uint64_t base = std::uint64_t{1} << 40;
   constexpr std::uint64_t installer = std::uint64_t{1} << 41;
   constexpr std::uint64_t details = std::uint64_t{1} << 42;
@@ -189,7 +158,7 @@ TEST_F(InformationRecord, OutsideStandaloneModeStepsNeedTheirFeatures) {
 
 TEST_F(InformationRecord, TimeIsTheLaterOfCreationAndLastWrite) {
   const fs::path file = fs::path(root()) / "a.exe";
-  fs::copy_file(fixtures() / "images/bare32.exe", file);
+  fs::copy_file(fs::path(fixture_path("images/bare32.exe")), file);
   for (const int hours : {-48, 48}) {
     fs::last_write_time(file, fs::file_time_type::clock::now() + std::chrono::hours(hours));
     (void)gather(file);
@@ -207,7 +176,7 @@ TEST_F(InformationRecord, OtherFilesHaveNone) {
   } rows[] = {{put(u"text.exe", "no image"), QERR_BAD_IMAGE},
               {put(u"empty.dll", ""), QERR_BAD_IMAGE},
               {at(u"missing.exe"), QERR_NOT_FOUND},
-              {fixtures() / "images/headers/e_magic_ZM.exe", QERR_BAD_IMAGE}};
+              {fs::path(fixture_path("images/headers/e_magic_ZM.exe")), QERR_BAD_IMAGE}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path.string());
     EXPECT_EQ(gather(row.path), nullptr);
@@ -221,7 +190,7 @@ TEST_F(InformationRecord, OtherFilesHaveNone) {
 }
 
 TEST_F(InformationRecord, FaultsOfTheDiskAreTold) {
-  const fs::path file = fixtures() / "images/resources/all_keys.exe";
+  const fs::path file = fs::path(fixture_path("images/resources/all_keys.exe"));
   const struct {
     file_op op;
     qerr_t expected;
@@ -235,8 +204,7 @@ TEST_F(InformationRecord, FaultsOfTheDiskAreTold) {
 }
 
 TEST_F(InformationRecord, ReadThatFailsHalfWayKeepsTheRecord) {
-  std::ifstream in(fixtures() / "images/resources/all_keys.exe", std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  std::string bytes = file_text(fixture_path("images/resources/all_keys.exe"));
   bytes.resize(std::size_t{300} * 1024, 'x');
   const fs::path file = put(u"half.exe", bytes);
   faulty_provider disk;
@@ -252,14 +220,14 @@ TEST_F(InformationRecord, ReadThatFailsHalfWayKeepsTheRecord) {
 
 TEST_F(InformationRecord, ResourceDataOfAPath) {
   const Record record = new_record();
-  const std::u16string path = (fixtures() / "images/resources/all_keys.exe").u16string();
+  const std::u16string path = (fs::path(fixture_path("images/resources/all_keys.exe"))).u16string();
   EXPECT_EQ(inv_get_resource_data(path.c_str(), record.get()), QERR_OK);
   EXPECT_EQ(text(record->ProductName), u"Fixture Tool");
   EXPECT_EQ(text(record->OriginalFilename), u"tool.exe");
   // The last step's code: an image without a resource section, and a file that is no image.
-  const std::u16string bare = (fixtures() / "images/bare32.exe").u16string();
+  const std::u16string bare = (fs::path(fixture_path("images/bare32.exe"))).u16string();
   EXPECT_EQ(inv_get_resource_data(bare.c_str(), new_record().get()), QERR_NOT_FOUND);
-  const std::u16string damaged = (fixtures() / "images/headers/e_magic_ZM.exe").u16string();
+  const std::u16string damaged = (fs::path(fixture_path("images/headers/e_magic_ZM.exe"))).u16string();
   EXPECT_EQ(inv_get_resource_data(damaged.c_str(), new_record().get()), QERR_BAD_IMAGE);
 }
 

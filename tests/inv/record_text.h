@@ -1,14 +1,10 @@
 // Records for tests, their strings as values that can be compared, and what the code under test logs.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 
-#include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
-#include "common/qlib/qstr.h"
 #include "inv/inv_cfci.h"
 #include "support/runtime.h"
 
@@ -21,5 +17,3 @@ inline InvCfciOwner new_record() {
 // Stands for a string that the record has not.
 inline const std::u16string absent = u"(none)";
 inline std::u16string text_or(const qchar* text) { return text == nullptr ? absent : std::u16string(text); }
-
-using RuntimeTest = Runtime;

@@ -1,51 +1,15 @@
 // Packages of the fixtures through the platform's own reader: the installer on Windows, ours elsewhere.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <sstream>
-#include <vector>
-
-#include "common/qlib/qlib.h"
-#include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
-#include "common/qlib/qstr.h"
 #include "msi/msi_signature.h"
+#include "support/fixture_table.h"
+#include "support/runtime.h"
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
 namespace {
 
 const bool on_windows = qpath_native_separator() == u'\\';
 
-std::string root() {
-  const char* folder = std::getenv("TESSIVATOR_FIXTURES");
-  return std::string(folder != nullptr ? folder : "fixtures") + "/";
-}
-
-std::u16string path_of(const std::string& file) { return qstr_to_wide(root() + file); }
-
-// A table of `expected`: one map by heading a row.
-std::vector<std::map<std::string, std::string>> rows(const std::string& table) {
-  std::ifstream in(root() + "expected/" + table);
-  std::vector<std::map<std::string, std::string>> all;
-  std::vector<std::string> heading;
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    std::istringstream stream(line + "\t");
-    std::vector<std::string> fields;
-    for (std::string field; std::getline(stream, field, '\t');) fields.push_back(field);
-    if (heading.empty()) {
-      heading = fields;
-      continue;
-    }
-    std::map<std::string, std::string> row;
-    for (std::size_t i = 0; i < heading.size() && i < fields.size(); ++i) row[heading[i]] = fields[i];
-    all.push_back(row);
-  }
-  return all;
-}
+std::u16string path_of(const std::string& file) { return qstr_to_wide(fixture_path(file)); }
 
 // The value behind one field of the table: \uXXXX escapes, or long:N.
 std::u16string unescaped(const std::string& field) {
@@ -55,27 +19,10 @@ std::u16string unescaped(const std::string& field) {
     while (text.size() + 1 < length) text += u"long text "[text.size() % 10];
     return text + u'.';
   }
-  std::u16string text;
-  const std::u16string wide = qstr_to_wide(field);
-  for (std::size_t i = 0; i < wide.size(); ++i) {
-    if (wide[i] == u'\\' && i + 5 < wide.size() && wide[i + 1] == u'u') {
-      text.push_back(static_cast<char16_t>(std::stoul(qstr_to_utf8(wide.substr(i + 2, 4)), nullptr, 16)));
-      i += 5;
-    } else {
-      text.push_back(wide[i]);
-    }
-  }
-  return text;
+  return fixture_text(field);
 }
 
-class Package : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
-    qlog_console_off();
-  }
-  void TearDown() override { qlib_lib_fini_basic(); }
-};
+using Package = Runtime;
 
 void check_property(MsiProductInfoExtractor& extractor, const std::string& file, const char* name,
                     const std::string& expected) {
@@ -92,7 +39,7 @@ void check_property(MsiProductInfoExtractor& extractor, const std::string& file,
 
 TEST_F(Package, HasTheExpectedProperties) {
   int opened = 0;
-  for (auto& row : rows("packages.tsv")) {
+  for (auto& row : fixture_table("packages")) {
     if (on_windows && row["wine"] == "skip") continue;  // beyond what Wine survives
     const std::string& file = row["file"];
     try {
@@ -110,18 +57,13 @@ TEST_F(Package, HasTheExpectedProperties) {
   EXPECT_GT(opened, 30);
 }
 
-std::string contents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // signatures/ holds what osslsigncode extracts (make_signatures.sh); a package without a file there has no signature.
 TEST_F(Package, HasTheExpectedSignature) {
   int signed_packages = 0;
   for (const char* name :
        {"product", "plain", "product_rsa", "product_ec", "product_rsa_extended", "sectors_4096",
         "signature_mini_stream", "signature_ordinary_stream", "signature_empty", "signature_garbage"}) {
-    const std::string expected = contents(std::string("msi/signatures/") + name + ".p7");
+    const std::string expected = file_text(std::string("msi/signatures/") + name + ".p7");
     std::byte* bytes = nullptr;
     std::uint32_t length = 0;
     const qerr_t code =

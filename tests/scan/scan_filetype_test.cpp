@@ -1,15 +1,12 @@
 // What kind of file an open file is.
 #include "scan/scan_filetype.h"
 
-#include <gtest/gtest.h>
-
 #include <set>
 #include <string>
 
-#include "common/qlib/qlib.h"
-#include "common/qlib/qlog.h"
-#include "support/crafted_file.h"
 #include "support/image_builder.h"
+#include "support/memory_file.h"
+#include "support/runtime.h"
 
 namespace {
 
@@ -24,16 +21,15 @@ constexpr scan_sa kScripts = {[] { return true; },
                                 return text == u"bat" || text == u"16bit" ? QERR_EXISTS : QERR_OK;
                               }};
 
-class FileType : public ::testing::Test {
+class FileType : public Runtime {
  protected:
   void SetUp() override {
-    ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
-    qlog_console_off();
+    Runtime::SetUp();
     asked().clear();
   }
   void TearDown() override {
     scan_set_sa(nullptr);
-    qlib_lib_fini_basic();
+    Runtime::TearDown();
   }
   std::uint32_t type_ = 99;
   std::uint32_t kind_ = 99;
@@ -54,7 +50,7 @@ TEST_F(FileType, ImagesAreToldByWidthNameAndCharacteristics) {
   };
   for (const auto& one : cases) {
     const image_layout layout{one.is_64bit};
-    crafted_file file(layout.build().u16(image_layout::characteristics, one.characteristics).bytes());
+    memory_file file(layout.build().u16(image_layout::characteristics, one.characteristics).bytes());
     for (const std::uint32_t read : {0U, 1U}) {
       EXPECT_EQ(scan_get_file_type_by_handle(&file, one.name, read, &type_, &kind_), QERR_OK);
       EXPECT_EQ(type_, one.is_64bit ? SCAN_TYPE_IMAGE64 : SCAN_TYPE_IMAGE32);
@@ -65,7 +61,7 @@ TEST_F(FileType, ImagesAreToldByWidthNameAndCharacteristics) {
 }
 
 TEST_F(FileType, KeptImageServesTheCaller) {
-  crafted_file file(image_layout{true}.build().bytes());
+  memory_file file(image_layout{true}.build().bytes());
   blib_bin* image = nullptr;
   ASSERT_EQ(scan_get_file_type_keep_image(&file, u"a.exe", &type_, &kind_, &image), QERR_OK);
   const BlibBinByHandleOwner owner(image);
@@ -75,7 +71,7 @@ TEST_F(FileType, KeptImageServesTheCaller) {
 }
 
 TEST_F(FileType, ArgumentsAndFaults) {
-  crafted_file file(image_layout{}.build().bytes());
+  memory_file file(image_layout{}.build().bytes());
   EXPECT_EQ(scan_get_file_type_by_handle(&file, nullptr, 0, &type_, &kind_), QERR_ARG1);
   EXPECT_EQ(scan_get_file_type_by_handle(nullptr, u"a", 0, &type_, &kind_), QERR_ARG1);
   EXPECT_EQ(type_, SCAN_TYPE_NONE);
@@ -100,7 +96,7 @@ TEST_F(FileType, ScriptsAreToldByTheDatabaseOnly) {
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.bytes);
-    crafted_file file(byte_builder().text(0, one.bytes).bytes());
+    memory_file file(byte_builder().text(0, one.bytes).bytes());
     scan_set_sa(nullptr);
     EXPECT_EQ(scan_get_file_type_by_handle(&file, one.name, 0, &type_, &kind_), QERR_BAD_IMAGE) << "not initialised";
     scan_set_sa(&kScripts);
@@ -110,7 +106,7 @@ TEST_F(FileType, ScriptsAreToldByTheDatabaseOnly) {
     EXPECT_EQ(kind_, SCAN_KIND_OTHER);
     EXPECT_EQ(asked(), one.key != nullptr ? std::set<std::u16string>{one.key} : std::set<std::u16string>{});
   }
-  crafted_file image(image_layout{}.build().bytes());
+  memory_file image(image_layout{}.build().bytes());
   EXPECT_EQ(scan_is_file_script_by_handle(&image, u"a.bat", true), 0U) << "an image is no script";
 }
 

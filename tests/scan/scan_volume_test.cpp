@@ -6,17 +6,16 @@
 #include "scan/scan.h"
 #include "scan/scan_system.h"
 #include "support/faulty_provider.h"
+#include "support/replaced.h"
 #include "support/scratch.h"
 #include "utl/utl_user.h"
 
 namespace {
 
 // One volume and one device as a test wants them; notes what was asked.
-class fake_system final : public scan_system {
+class fake_system final : public scan_system, replaced<scan_set_system> {
  public:
-  fake_system() { scan_set_system(this); }
-  ~fake_system() override { scan_set_system(nullptr); }
-
+  fake_system() : replaced(this) {}
   std::uint32_t set_error_mode(std::uint32_t mode) noexcept override {
     const std::uint32_t before = error_mode;
     error_mode = mode;

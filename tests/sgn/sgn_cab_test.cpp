@@ -9,6 +9,8 @@
 
 namespace {
 
+using SgnCab = Runtime;
+
 Outcome extract_cabinet(const fs::path& path, const fs::path& folder) {
   sgn_p7* out = nullptr;
   const qerr_t code = sgn_extract_cab_cert_alloc(path.u16string().c_str(), &out);
@@ -17,9 +19,9 @@ Outcome extract_cabinet(const fs::path& path, const fs::path& folder) {
   return code != QERR_OK ? Outcome{code, {}} : process(p7.get(), folder, 0);
 }
 
-TEST(SgnCab, FollowsTheTable) {
-  const fs::path folder = scratch("cabinets");
-  const auto rows = table("expected/cabinets.tsv");
+TEST_F(SgnCab, FollowsTheTable) {
+  const fs::path folder = scratch_folder("cabinets");
+  const auto rows = fixture_table("cabinets");
   ASSERT_GT(rows.size(), 60U);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.at("file"));
@@ -30,7 +32,7 @@ TEST(SgnCab, FollowsTheTable) {
   }
 }
 
-TEST(SgnCab, GivesTheFilesCode) {
+TEST_F(SgnCab, GivesTheFilesCode) {
   EXPECT_EQ(extract_cabinet(fixture("cabinets/there is none.cab"), "").code, QERR_NOT_FOUND);
   EXPECT_NE(extract_cabinet(fixture("cabinets"), "").code, QERR_OK) << "a folder";
   sgn_p7* out = nullptr;
@@ -39,7 +41,7 @@ TEST(SgnCab, GivesTheFilesCode) {
 }
 
 // Each step's failure comes back as it is: two header reads, the size, the move, the signature.
-TEST(SgnCab, PassesOnWhatTheDiskAnswers) {
+TEST_F(SgnCab, PassesOnWhatTheDiskAnswers) {
   const struct {
     file_op op;
     std::uint32_t nth;
@@ -53,7 +55,7 @@ TEST(SgnCab, PassesOnWhatTheDiskAnswers) {
   }
   faulty_provider disk;
   disk.most_read(7);
-  EXPECT_EQ(extract_cabinet(fixture("cabinets/signed_rsa.cab"), scratch("short_reads")).names.size(), 1U);
+  EXPECT_EQ(extract_cabinet(fixture("cabinets/signed_rsa.cab"), scratch_folder("short_reads")).names.size(), 1U);
 }
 
 }  // namespace

@@ -9,32 +9,15 @@
 
 namespace {
 
-// All lines that `body` logs with every level of this component on, as UTF-8.
-template <class Body>
-std::string logged(Body body) {
-  const fs::path file = scratch("log") / "lines.log";
-  EXPECT_EQ(qlog_set_log_file(file.u16string().c_str()), 0U);
-  EXPECT_EQ(qlog_set_logtype(u"SGN=127"), 0U);
-  (void)qlog_recompute_union();
-  body();
-  EXPECT_EQ(qlog_set_logtype(nullptr), 0U);
-  (void)qlog_recompute_union();
-  EXPECT_EQ(qlog_set_log_file(u""), 0U);
-  const std::string bytes = read_bytes(file);
-  std::u16string text;
-  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {  // behind the byte-order mark
-    text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
-  }
-  return qstr_to_utf8(text);
-}
+using SgnLog = Runtime;
 
 void expect_lines(const std::string& log, std::initializer_list<std::string> lines) {
   for (const std::string& line : lines) EXPECT_NE(log.find(line), std::string::npos) << line << " in\n" << log;
 }
 
-TEST(SgnLog, TellsAFilesExtraction) {
-  const fs::path folder = scratch("log_files");
-  const std::string log = logged([&] {
+TEST_F(SgnLog, TellsAFilesExtraction) {
+  const fs::path folder = scratch_folder("log_files");
+  const std::string log = logged(QLOG_SGN, [&] {
     extract_file(fixture("images/exe64_rsa.exe"), folder, 0);
     extract_file(fixture("images/exe64.exe"), folder, 0);
     extract_file(fixture("README.md"), folder, 0);
@@ -49,9 +32,9 @@ TEST(SgnLog, TellsAFilesExtraction) {
             "] completed with size [0]. err = 2", "Failed to open file '" + folder.string()});
 }
 
-TEST(SgnLog, TellsWhatIsWrongWithASignatureOrCabinet) {
+TEST_F(SgnLog, TellsWhatIsWrongWithASignatureOrCabinet) {
   const auto cabinet = [](const std::string& name) { return fixture("cabinets/" + name); };
-  const std::string log = logged([&] {
+  const std::string log = logged(QLOG_SGN, [&] {
     P7Ptr p7;
     EXPECT_EQ(decode("", p7), QERR_ALL_BITS);
     for (const char* const name : {"none.cab", "size_3.cab", "plain.cab", "signature_garbage.cab"}) {
@@ -66,11 +49,11 @@ TEST(SgnLog, TellsWhatIsWrongWithASignatureOrCabinet) {
        "Cab file " + cabinet("plain.cab").string() + " is not signed.", "Failed to decrypt certificate. Error = -1"});
 }
 
-TEST(SgnLog, DumpsAndEmptiesTheErrorQueue) {
+TEST_F(SgnLog, DumpsAndEmptiesTheErrorQueue) {
   ERR_clear_error();
   ERR_raise(ERR_LIB_PEM, ERR_R_MALLOC_FAILURE);
   ERR_raise(ERR_LIB_ASN1, ERR_R_NESTED_ASN1_ERROR);
-  const std::string log = logged([] { sgn_dump_err(); });
+  const std::string log = logged(QLOG_SGN, [] { sgn_dump_err(); });
   expect_lines(log,
                {"    SSL Error Stack Entry:[", "        LIB:    PEM routines", "        LIB:    asn1 encoding routines",
                 "        FUNC:   ", "        REASON: malloc failure", "        REASON: nested asn1 error"});

@@ -11,6 +11,8 @@
 
 namespace {
 
+using SgnNames = Runtime;
+
 using Text = QmemPtr<qchar>;
 using IntegerPtr = std::unique_ptr<ASN1_INTEGER, FreeWith<ASN1_INTEGER_free>>;
 
@@ -37,7 +39,7 @@ const DigestCase digest_cases[] = {
      "c5ee838d2bc73345a65c0337f339f5345e801d31168d834d36933721259f15a4"},  // no leading zero octet
 };
 
-TEST(SgnNames, DigestsIssuerAndSerial) {
+TEST_F(SgnNames, DigestsIssuerAndSerial) {
   for (const DigestCase& one : digest_cases) {
     for (const std::uint32_t which : {0U, 2U, 4U, 6U}) {
       qchar* sha1 = nullptr;
@@ -49,7 +51,7 @@ TEST(SgnNames, DigestsIssuerAndSerial) {
   }
 }
 
-TEST(SgnNames, RefusesWhatCannotBeDigested) {
+TEST_F(SgnNames, RefusesWhatCannotBeDigested) {
   qchar* text = nullptr;
   const IntegerPtr serial = integer(1);
   EXPECT_EQ(sgn_get_qsha_issuer_serial(nullptr, serial.get(), &text, &text, 6), QERR_ARG1);
@@ -62,7 +64,7 @@ TEST(SgnNames, RefusesWhatCannotBeDigested) {
   EXPECT_EQ(text, nullptr);
 }
 
-TEST(SgnNames, PutsTogetherThePlaceOfAFile) {
+TEST_F(SgnNames, PutsTogetherThePlaceOfAFile) {
   const std::u16string separator(1, qpath_native_separator());
   const struct {
     const qchar* directory;
@@ -83,7 +85,7 @@ TEST(SgnNames, PutsTogetherThePlaceOfAFile) {
 }
 
 // Without a directory everything depends on the service, which no test machine has.
-TEST(SgnNames, WithoutAServiceThereIsNoInternalDirectory) {
+TEST_F(SgnNames, WithoutAServiceThereIsNoInternalDirectory) {
   qchar* path = nullptr;
   for (const qchar* const stem : {static_cast<const qchar*>(nullptr), u"abc"}) {
     EXPECT_EQ(sgn_get_internal_dir_alloc(&path, nullptr, stem), QERR_NOT_FOUND);
@@ -92,7 +94,7 @@ TEST(SgnNames, WithoutAServiceThereIsNoInternalDirectory) {
   EXPECT_EQ(sgn_store_x509(certificate("pki/rsa/leaf.pem").get(), nullptr, nullptr, 5), QERR_NOT_FOUND);
 }
 
-TEST(SgnNames, WritesNamesInOneLine) {
+TEST_F(SgnNames, WritesNamesInOneLine) {
   const X509Ptr leaf = certificate("pki/rsa/leaf.pem");
   ASSERT_TRUE(leaf);
   EXPECT_EQ(narrow(Text(sgn_get_subject_alloc(leaf.get()))), "/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf");
@@ -103,8 +105,8 @@ TEST(SgnNames, WritesNamesInOneLine) {
   EXPECT_EQ(sgn_get_issuer_alloc(nullptr), nullptr);
 }
 
-TEST(SgnNames, StoresOneCertificate) {
-  const fs::path folder = scratch("one");
+TEST_F(SgnNames, StoresOneCertificate) {
+  const fs::path folder = scratch_folder("one");
   const X509Ptr leaf = certificate("pki/rsa/leaf.pem");
   EXPECT_EQ(sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5), QERR_OK);
   expect_certificate_files(folder, {"6094c63c905babeb29376d7219b1387b45f401bb9a2adec98dac47c74f7e91da"});
@@ -114,8 +116,8 @@ TEST(SgnNames, StoresOneCertificate) {
 
 // A file that cannot be opened is the caller's business; one that cannot be filled is only logged. Neither leaves
 // anything behind.
-TEST(SgnNames, LeavesNothingOfAFileThatCannotBeWritten) {
-  const fs::path folder = scratch("faults");
+TEST_F(SgnNames, LeavesNothingOfAFileThatCannotBeWritten) {
+  const fs::path folder = scratch_folder("faults");
   const X509Ptr leaf = certificate("pki/rsa/leaf.pem");
   const auto store = [&] { return sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5); };
   {

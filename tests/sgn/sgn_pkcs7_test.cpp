@@ -16,17 +16,19 @@
 
 namespace {
 
+using SgnPkcs7 = Runtime;
+
 constexpr qerr_t undecodable = QERR_ALL_BITS;
 
 // Every bare signature of the fixtures, against what openssl finds in it.
-TEST(SgnPkcs7, YieldsTheNamesAndFilesOfTheTable) {
-  const fs::path folder = scratch("table");
+TEST_F(SgnPkcs7, YieldsTheNamesAndFilesOfTheTable) {
+  const fs::path folder = scratch_folder("table");
   const SgnStoreCachePtr cache(sgn_store_cache_create());
-  const auto rows = table("expected/pkcs7.tsv");
+  const auto rows = fixture_table("pkcs7");
   ASSERT_GT(rows.size(), 90U);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.at("file"));
-    const std::string bytes = read_bytes(fixture(row.at("file")));
+    const std::string bytes = file_text(fixture(row.at("file")));
     const qerr_t code = row.at("decode") == "0" ? QERR_OK : undecodable;
     for (sgn_store_cache* const used : {static_cast<sgn_store_cache*>(nullptr), cache.get()}) {
       const Outcome signers = extract_bytes(bytes, folder, 0, used);
@@ -41,17 +43,17 @@ TEST(SgnPkcs7, YieldsTheNamesAndFilesOfTheTable) {
   }
 }
 
-TEST(SgnPkcs7, DecodesNoPublicKey) {
+TEST_F(SgnPkcs7, DecodesNoPublicKey) {
   for (const char* const file : {"pkcs7/signed_rsa.der", "pkcs7/odd_key_explicit_composite_modulus.der"}) {
     P7Ptr p7;
-    ASSERT_EQ(decode(read_bytes(fixture(file)), p7), QERR_OK);
+    ASSERT_EQ(decode(file_text(fixture(file)), p7), QERR_OK);
     ASSERT_FALSE(p7->certificates.empty());
     EXPECT_EQ(X509_get0_pubkey(p7->certificates.front()->x509.get()), nullptr) << file;
     ERR_clear_error();
   }
 }
 
-TEST(SgnPkcs7, LeavesTheCallersErrorsInTheQueue) {
+TEST_F(SgnPkcs7, LeavesTheCallersErrorsInTheQueue) {
   ERR_clear_error();
   ERR_raise(ERR_LIB_USER, 77);
   P7Ptr p7;
@@ -62,21 +64,21 @@ TEST(SgnPkcs7, LeavesTheCallersErrorsInTheQueue) {
 
 // Names that differ in letter case and white space are one issuer, as RFC 5280, 7.1 compares them; the first
 // certificate of several is the signer's.
-TEST(SgnPkcs7, FindsTheSignerAsNamesCompare) {
+TEST_F(SgnPkcs7, FindsTheSignerAsNamesCompare) {
   const std::string first = der::certificate(5, der::common_name("An  Issuer"));
   const std::string second = der::certificate(5, der::common_name("an issuer"));
   const std::string other = der::certificate(6, der::common_name("an issuer"));
   const std::string signers = der::signer(der::common_name(" AN ISSUER "), der::number(5));
-  const fs::path folder = scratch("compare");
+  const fs::path folder = scratch_folder("compare");
   const Outcome found = extract_bytes(der::signed_data(other + first + second, signers), folder, 0);
   const Outcome alone = extract_bytes(der::signed_data(first, signers), folder, 1);
   EXPECT_EQ(found.names.size(), 1U);
   EXPECT_EQ(found.names, alone.names);
 }
 
-TEST(SgnPkcs7, RefusesMissingArguments) {
+TEST_F(SgnPkcs7, RefusesMissingArguments) {
   P7Ptr p7;
-  ASSERT_EQ(decode(read_bytes(fixture("pkcs7/signed_rsa.der")), p7), QERR_OK);
+  ASSERT_EQ(decode(file_text(fixture("pkcs7/signed_rsa.der")), p7), QERR_OK);
   sgn_cert_name* list = nullptr;
   EXPECT_EQ(sgn_process_p7_and_store_cert(nullptr, u"x", &list, 0, 0), QERR_ARG1);
   EXPECT_EQ(sgn_process_p7_and_store_cert(p7.get(), u"x", nullptr, 0, 0), QERR_ARG3);
@@ -89,18 +91,18 @@ TEST(SgnPkcs7, RefusesMissingArguments) {
 }
 
 // An issuer whose one-line text is longer than OpenSSL writes ends the work with a code, and nothing is handed out.
-TEST(SgnPkcs7, AnIssuerTooLongToNameIsAnError) {
+TEST_F(SgnPkcs7, AnIssuerTooLongToNameIsAnError) {
   const std::string text(std::size_t{300} * 1024, '\x01');  // each byte becomes four characters
   const std::string good = der::certificate(1, der::common_name("good"));
   const std::string bad = der::certificate(2, der::common_name(text));
-  const Outcome outcome = extract_bytes(der::signed_data(good + bad, ""), scratch("long"), 1);
+  const Outcome outcome = extract_bytes(der::signed_data(good + bad, ""), scratch_folder("long"), 1);
   EXPECT_EQ(outcome.code, QERR_LOW_MEMORY);
   EXPECT_TRUE(outcome.names.empty());
 }
 
 // Work grows with the size of the structure, not with signers times certificates; comparing each with each would take
 // minutes here.
-TEST(SgnPkcs7, ManySignersAndCertificatesTakeProportionalTime) {
+TEST_F(SgnPkcs7, ManySignersAndCertificatesTakeProportionalTime) {
   constexpr std::uint32_t count = 30000;
   std::string certificates;
   std::string signers;
@@ -112,21 +114,21 @@ TEST(SgnPkcs7, ManySignersAndCertificatesTakeProportionalTime) {
   P7Ptr p7;
   const auto start = std::chrono::steady_clock::now();
   ASSERT_EQ(decode(der::signed_data(certificates, signers), p7), QERR_OK);
-  const Outcome outcome = process(p7.get(), scratch("many") / "missing", 0);
+  const Outcome outcome = process(p7.get(), scratch_folder("many") / "missing", 0);
   EXPECT_EQ(outcome.names.size(), count);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
 }
 
 // --- files ---
 
-class SgnStore : public testing::Test {
+class SgnStore : public Runtime {
  protected:
   // Extracts the signer of one fixture into `folder_`.
   Outcome extract(sgn_store_cache* cache = nullptr) { return extract_bytes(bytes_, folder_, 0, cache); }
   fs::path file(const Outcome& outcome) const { return folder_ / (outcome.names.at(0) + ".cer"); }
 
-  const fs::path folder_ = scratch("store");
-  const std::string bytes_ = read_bytes(fixture("pkcs7/signed_rsa.der"));
+  const fs::path folder_ = scratch_folder("store");
+  const std::string bytes_ = file_text(fixture("pkcs7/signed_rsa.der"));
 };
 
 TEST_F(SgnStore, AMissingFolderIsNotMadeAndTheNameStays) {
@@ -160,7 +162,7 @@ TEST_F(SgnStore, TheCacheSkipsOnlyTheSameBytesUnderTheSameName) {
   EXPECT_EQ(extract(cache.get()).names, first.names);
   EXPECT_FALSE(fs::exists(file(first))) << "written twice in one request";
 
-  const fs::path elsewhere = scratch("store_elsewhere");
+  const fs::path elsewhere = scratch_folder("store_elsewhere");
   EXPECT_EQ(extract_bytes(bytes_, elsewhere, 0, cache.get()).names, first.names);
   expect_certificate_files(elsewhere, first.names);
 
@@ -179,7 +181,7 @@ TEST_F(SgnStore, TheCacheTellsCertificatesOfOneNameApart) {
   for (std::size_t i = 0; i < turns.size(); ++i) {
     const Outcome outcome = extract_bytes(der::signed_data(turns.at(i), ""), folder_, 1, cache.get());
     ASSERT_EQ(outcome.names.size(), 1U);
-    written.at(i) = read_bytes(file(outcome));
+    written.at(i) = file_text(file(outcome));
   }
   EXPECT_NE(written[0], written[1]);
   EXPECT_EQ(written[0], written[2]);

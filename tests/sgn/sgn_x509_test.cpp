@@ -10,15 +10,17 @@
 
 namespace {
 
+using SgnX509 = Runtime;
+
 // Rows of images and packages. Cabinets have a routine of their own and are nothing here.
 std::vector<Row> ordinary_rows() {
-  std::vector<Row> rows = table("expected/certificates.tsv");
+  std::vector<Row> rows = fixture_table("certificates");
   std::erase_if(rows, [](const Row& row) { return row.at("file").starts_with("cabinets/"); });
   return rows;
 }
 
-TEST(SgnX509, YieldsTheNamesAndFilesOfTheTable) {
-  const fs::path folder = scratch("files");
+TEST_F(SgnX509, YieldsTheNamesAndFilesOfTheTable) {
+  const fs::path folder = scratch_folder("files");
   const SgnStoreCachePtr cache(sgn_store_cache_create());
   const auto rows = ordinary_rows();
   ASSERT_GT(rows.size(), 40U);
@@ -36,12 +38,12 @@ TEST(SgnX509, YieldsTheNamesAndFilesOfTheTable) {
 
 // Tables damaged one field at a time. A file whose last entry does not decode yields an error and no names, though the
 // certificates of the entries before it are written.
-TEST(SgnX509, FollowsDamagedTables) {
-  const auto rows = table("expected/cert_table.tsv");
+TEST_F(SgnX509, FollowsDamagedTables) {
+  const auto rows = fixture_table("cert_table");
   ASSERT_GT(rows.size(), 50U);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.at("file"));
-    const fs::path folder = scratch("damaged");
+    const fs::path folder = scratch_folder("damaged");
     const std::size_t found = std::stoul(row.at("named"));
     const Outcome outcome = extract_file(fixture(row.at("file")), folder, 0);
     EXPECT_EQ(static_cast<std::int32_t>(outcome.code), std::stoi(row.at("extraction")));
@@ -54,8 +56,8 @@ TEST(SgnX509, FollowsDamagedTables) {
   }
 }
 
-TEST(SgnX509, WhatIsNotASignedImageOrPackageIsNotFound) {
-  const fs::path folder = scratch("others");
+TEST_F(SgnX509, WhatIsNotASignedImageOrPackageIsNotFound) {
+  const fs::path folder = scratch_folder("others");
   for (const char* const file :
        {"images/exe64.exe", "packages/plain.msi", "pkcs7/signed_rsa.der", "cabinets/signed_rsa.cab", "README.md",
         "pkcs7/empty.der", "there is no such file", "pkcs7"}) {
@@ -66,17 +68,17 @@ TEST(SgnX509, WhatIsNotASignedImageOrPackageIsNotFound) {
   EXPECT_TRUE(fs::is_empty(folder));
 }
 
-TEST(SgnX509, RefusesMissingArguments) {
+TEST_F(SgnX509, RefusesMissingArguments) {
   sgn_cert_name* list = nullptr;
   EXPECT_EQ(sgn_x509_get_certnames_and_store_certs(nullptr, u"x", &list, 0, 0), QERR_ARG1);
   EXPECT_EQ(sgn_x509_get_certnames_and_store_certs(u"x", u"x", nullptr, 0, 0), QERR_ARG3);
 }
 
 // Requests of separate threads share nothing but the process; half of them also share the folder that they write to.
-TEST(SgnX509, EightThreadsAtOnce) {
+TEST_F(SgnX509, EightThreadsAtOnce) {
   const auto rows = ordinary_rows();
-  const fs::path shared = scratch("threads_shared");
-  const fs::path own = scratch("threads");
+  const fs::path shared = scratch_folder("threads_shared");
+  const fs::path own = scratch_folder("threads");
   std::array<std::thread, 8> threads;
   for (std::size_t i = 0; i < threads.size(); ++i) {
     threads.at(i) = std::thread([&, i] {

@@ -3,10 +3,8 @@
 
 #include <openssl/pem.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,25 +12,14 @@
 #include "sgn/sgn_ossl.h"
 #include "sgn/sgn_pkcs7.h"
 #include "sgn/sgn_x509.h"
+#include "support/fixture_table.h"
+#include "support/scratch.h"
 
 namespace fs = std::filesystem;
 
 using Names = std::vector<std::string>;
 
-inline fs::path fixture(std::string_view name) { return fs::path(std::getenv("TESSIVATOR_FIXTURES")) / fs::path(name); }
-
-// An empty folder of the running test program.
-inline fs::path scratch(std::string_view name) {
-  fs::path folder = fs::path(std::getenv("TESSIVATOR_SCRATCH")) / fs::path(name);
-  fs::remove_all(folder);
-  fs::create_directories(folder);
-  return folder;
-}
-
-inline std::string read_bytes(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+inline fs::path fixture(const std::string& name) { return fixture_path(name); }
 
 inline void write_bytes(const fs::path& path, std::string_view bytes) {
   std::ofstream out(path, std::ios::binary);
@@ -89,8 +76,8 @@ inline Outcome extract_bytes(std::string_view bytes, const fs::path& folder, std
 }
 
 // The certificate of a PEM file below the fixtures, decoded by OpenSSL's own reader.
-inline X509Ptr certificate(std::string_view name) {
-  const std::string pem = read_bytes(fixture(name));
+inline X509Ptr certificate(const std::string& name) {
+  const std::string pem = file_text(fixture(name));
   const BioPtr in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   return X509Ptr(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/qlib/qfile_provider.h"
+#include "support/replaced.h"
 
 enum class file_op : std::uint8_t {
   open,
@@ -44,17 +45,12 @@ enum class file_op : std::uint8_t {
 //   disk.only(u".dll");                         // faults meet only paths with this end
 //   disk.most_read(7);                          // every read gives at most 7 bytes
 //   disk.room(1000);                            // after 1,000 written bytes the disk is full
-class faulty_provider final : public qfile_provider {
+class faulty_provider final : public qfile_provider, replaced<qfile_set_provider> {
  public:
   static constexpr std::uint32_t ALWAYS = std::numeric_limits<std::uint32_t>::max();
 
   explicit faulty_provider(qfile_provider& below = qfile_local_provider())
-      : state_(std::make_shared<state>()), below_(below) {
-    qfile_set_provider(this);
-  }
-  faulty_provider(const faulty_provider&) = delete;
-  faulty_provider& operator=(const faulty_provider&) = delete;
-  ~faulty_provider() override { qfile_set_provider(nullptr); }
+      : replaced(this), state_(std::make_shared<state>()), below_(below) {}
 
   // The `nth` operation of this kind from now (1: the next one) fails with `code`, and `times` - 1 more after it.
   void fail(file_op op, std::uint32_t nth, qerr_t code, std::uint32_t times = 1,

@@ -1,9 +1,13 @@
-// The tables of what the fixtures must yield: tab-separated, with a heading line.
+// The fixtures, and the one reader of the tables of what they must yield: tab-separated, with a heading line.
 #pragma once
 
+#include <cstddef>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -23,36 +27,52 @@ inline std::u16string fixture_wide(const std::string& relative) {
   return path;
 }
 
+inline std::vector<std::string> fixture_cells(const std::string& line, char separator) {
+  std::vector<std::string> cells(1);
+  for (const char c : line) {
+    if (c == separator)
+      cells.emplace_back();
+    else if (c != '\r')
+      cells.back().push_back(c);
+  }
+  return cells;
+}
+
+using fixture_row = std::map<std::string, std::string>;
+
 // Rows by column name; empty when the table is missing, which the caller checks.
-inline std::vector<std::map<std::string, std::string>> fixture_table(const std::string& name) {
-  const auto cells = [](std::string line) {
-    if (line.ends_with('\r')) line.pop_back();
-    std::vector<std::string> out(1);
-    for (const char c : line) {
-      if (c == '\t')
-        out.emplace_back();
-      else
-        out.back().push_back(c);
-    }
-    return out;
-  };
+inline std::vector<fixture_row> fixture_table(const std::string& name) {
   std::ifstream in(fixture_path("expected/" + name + ".tsv"), std::ios::binary);
   std::string line;
   std::getline(in, line);
-  const std::vector<std::string> heading = cells(line);
-  std::vector<std::map<std::string, std::string>> rows;
+  const std::vector<std::string> heading = fixture_cells(line, '\t');
+  std::vector<fixture_row> rows;
   while (std::getline(in, line)) {
-    const std::vector<std::string> values = cells(line);
+    const std::vector<std::string> values = fixture_cells(line, '\t');
     auto& row = rows.emplace_back();
     for (std::size_t i = 0; i < heading.size() && i < values.size(); ++i) row[heading[i]] = values[i];
   }
   return rows;
 }
 
+// A cell's text: \uXXXX stands for one unit.
+inline std::u16string fixture_text(const std::string& cell) {
+  std::u16string text = qstr_to_wide(cell);
+  for (std::size_t at = 0; (at = text.find(u"\\u", at)) != std::u16string::npos; ++at) {
+    const std::string digits = qstr_to_utf8(text.substr(at + 2, 4));
+    text.replace(at, 6, 1, static_cast<char16_t>(std::stoul(digits, nullptr, 16)));
+  }
+  return text;
+}
+
+// The bytes of any file; empty when there is none.
+inline std::string file_text(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
 inline std::vector<std::byte> fixture_bytes(const std::string& relative) {
-  std::ifstream in(fixture_path(relative), std::ios::binary);
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::vector<std::byte> bytes(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) bytes[i] = static_cast<std::byte>(text[i]);
-  return bytes;
+  const std::string text = file_text(fixture_path(relative));
+  const auto bytes = std::as_bytes(std::span(text));
+  return {bytes.begin(), bytes.end()};
 }

@@ -1,26 +1,29 @@
 // A folder of its own for each test, made empty before and removed after it. Paths are wide and of the platform's form.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_itr.h"
-#include "common/qlib/qlib.h"
-#include "common/qlib/qlog.h"
-#include "common/qlib/qstr.h"
+#include "support/runtime.h"
 
-class ScratchTest : public ::testing::Test {
+// An empty folder of the running test program, where a test needs more than its own.
+inline std::filesystem::path scratch_folder(std::string_view name) {
+  const char* const place = std::getenv("TESSIVATOR_SCRATCH");
+  std::filesystem::path folder = std::filesystem::path(place != nullptr ? place : "build/scratch") / name;
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder);
+  return std::filesystem::absolute(folder).make_preferred();
+}
+
+class ScratchTest : public Runtime {
  protected:
   void SetUp() override {
-    ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
-    qlog_console_off();
+    Runtime::SetUp();
     const char* const place = std::getenv("TESSIVATOR_SCRATCH");
     const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
     const std::string name = std::string(test->test_suite_name()) + "." + test->name();
@@ -30,7 +33,7 @@ class ScratchTest : public ::testing::Test {
   }
   void TearDown() override {
     remove_tree(root_);
-    qlib_lib_fini_basic();
+    Runtime::TearDown();
   }
 
   static qchar sep() { return qpath_native_separator(); }
@@ -77,21 +80,6 @@ class ScratchTest : public ::testing::Test {
       bytes.append(buffer, done);
     }
     return "<" + std::to_string(code) + ">";
-  }
-
-  // The log lines of `module` while `body` runs, each cut to its message.
-  template <class Body>
-  static std::string logged(std::uint32_t module, Body&& body) {
-    EXPECT_EQ(qlog_set_module_bits(module, QLOG_INFO), QERR_OK);
-    (void)qlog_recompute_union();
-    (void)qlog_set_format(0);
-    qlog_console_on();
-    testing::internal::CaptureStdout();
-    body();
-    std::string text = testing::internal::GetCapturedStdout();
-    qlog_console_off();
-    std::erase(text, '\r');
-    return text;
   }
 
   // Removes what is below `path` and itself; links are removed, not followed. Our own walk reaches long paths on

@@ -7,19 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "common/qlib/qerr.h"
-#include "common/qlib/qfile_provider.h"
+#include "support/refusing_provider.h"
+#include "support/replaced.h"
 
 // Puts itself before all providers while it lives. Nodes are numbered; a directory maps names to nodes, and a link is
 // an entry that names a node which stands elsewhere, too.
-class tree_provider final : public qfile_provider {
+class tree_provider final : public refusing_provider, replaced<qfile_set_provider> {
  public:
   enum class kind : std::uint8_t { plain, symlink, junction, placeholder };
 
-  tree_provider() { qfile_set_provider(this); }
-  tree_provider(const tree_provider&) = delete;
-  tree_provider& operator=(const tree_provider&) = delete;
-  ~tree_provider() override { qfile_set_provider(nullptr); }
+  tree_provider() : replaced(this) {}
 
   int directory() {
     nodes_.emplace_back();
@@ -52,20 +49,6 @@ class tree_provider final : public qfile_provider {
     out = {1, static_cast<std::uint64_t>(node), 0};
     return {};
   }
-  qsys_status full_path(const qchar* path, std::u16string& out) override {
-    out = path;
-    return {};
-  }
-  qsys_status open(const qchar*, std::uint32_t, std::unique_ptr<qfile_object>&) override { return missing(); }
-  qsys_status create_exclusive(const qchar*, std::unique_ptr<qfile_object>&) override { return missing(); }
-  qsys_status exists(const qchar*) override { return missing(); }
-  qsys_status info(const qchar*, qfile_info&) override { return missing(); }
-  qsys_status rename(const qchar*, const qchar*) override { return missing(); }
-  qsys_status remove(const qchar*) override { return missing(); }
-  qsys_status make_directory(const qchar*) override { return missing(); }
-  qsys_status remove_directory(const qchar*) override { return missing(); }
-  qsys_status copy(const qchar*, const qchar*, bool) override { return missing(); }
-  qsys_status compress(const qchar*) override { return missing(); }
 
  private:
   struct item {
@@ -93,7 +76,6 @@ class tree_provider final : public qfile_provider {
     std::size_t taken_ = 0;
   };
 
-  static qsys_status missing() { return {QERR_NOT_FOUND, qsys_condition::not_found}; }
   std::vector<item>& node_at(int number) { return nodes_[static_cast<std::size_t>(number)]; }
 
   int find(std::u16string_view path) {

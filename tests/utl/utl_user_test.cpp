@@ -4,6 +4,7 @@
 
 #include "common/qlib/qmem.h"
 #include "support/faulty_provider.h"
+#include "support/replaced.h"
 #include "support/scratch.h"
 #include "utl/utl_system.h"
 
@@ -17,10 +18,9 @@ Result taken(qchar* text) {
 }
 
 // Answers as told; what it is not told about goes to the platform.
-class fake_system final : public utl_system {
+class fake_system final : public utl_system, replaced<utl_set_system> {
  public:
-  fake_system() { utl_set_system(this); }
-  ~fake_system() override { utl_set_system(nullptr); }
+  fake_system() : replaced(this) {}
   std::uint32_t long_name(const qchar* path, qchar* buffer, std::uint32_t& units) override {
     const std::uint32_t error = buffer == nullptr ? size_error : form_error;
     return error != 0 ? error : utl_platform_system().long_name(path, buffer, units);

@@ -2,9 +2,8 @@
 
 #include <fstream>
 
-#include "common/qlib/memory_file.h"
-#include "common/qlib/qerr.h"
-#include "support/runtime.h"
+#include "support/memory_file.h"
+#include "support/scratch.h"
 
 namespace {
 
@@ -48,7 +47,7 @@ TEST_F(Checksums, ArgumentsAreChecked) {
 }
 
 TEST_F(Checksums, EmptyFile) {
-  memory_file file("");
+  memory_file file(std::string_view(""));
   qcksum sha1{};
   qcksum md5{};
   qcksum sha256{};
@@ -67,32 +66,34 @@ TEST_F(Checksums, OffsetsLengthsAndShortReads) {
     int sizes;  // calls for the file's size: only a whole pass with SHA-1 does without
     std::uint64_t offset;
     std::uint64_t length;
-    std::size_t longest_read;
+    std::uint32_t most_read;
     const char* digest;
-  } rows[] = {{2, 0, 0, 0, SIZE_MAX, "f3309429e310b64aac5531e848cf718f3ec63313"},
+  } rows[] = {{2, 0, 0, 0, ~0U, "f3309429e310b64aac5531e848cf718f3ec63313"},
               {2, 0, 0, 0, 777, "f3309429e310b64aac5531e848cf718f3ec63313"},
-              {2, 1, 0, 270000, SIZE_MAX, "8bfd78bd617328c4aaf0464eab2afd79efba49fb"},
+              {2, 1, 0, 270000, ~0U, "8bfd78bd617328c4aaf0464eab2afd79efba49fb"},
               {1, 1, 0, 300000, 65536, "07ce78c6751154bf7d8b781cad7a1c83"},
-              {1, 1, 100, 0, SIZE_MAX, "8fd97be6548fe86746b6504ff4f251b4"},
-              {4, 1, 1000, 2000, SIZE_MAX, "e0109348c3c352714b8635f1fd0786ad7253ce1c24018878fa670b4247ecc92e"},
-              {4, 1, 600000, 0, SIZE_MAX, SHA256_EMPTY},
-              {4, 1, 700000, 0, SIZE_MAX, SHA256_EMPTY},
-              {4, 1, 700000, 5, SIZE_MAX, SHA256_EMPTY}};
+              {1, 1, 100, 0, ~0U, "8fd97be6548fe86746b6504ff4f251b4"},
+              {4, 1, 1000, 2000, ~0U, "e0109348c3c352714b8635f1fd0786ad7253ce1c24018878fa670b4247ecc92e"},
+              {4, 1, 600000, 0, ~0U, SHA256_EMPTY},
+              {4, 1, 700000, 0, ~0U, SHA256_EMPTY},
+              {4, 1, 700000, 5, ~0U, SHA256_EMPTY}};
   for (const auto& row : rows) {
     memory_file file(pattern());
     file.position = 100;
-    file.longest_read = row.longest_read;
+    file.most_read = row.most_read;
     qcksum record{};
     ASSERT_EQ(qcksum_compute(row.flags, &file, &record, &record, &record, row.offset, row.length), 0U);
     EXPECT_EQ(hex(record), row.digest) << row.flags << ' ' << row.offset << ' ' << row.length;
     EXPECT_EQ(file.position, 100U);
-    EXPECT_EQ(file.sizes, row.sizes);
+    EXPECT_EQ(file.sizes, static_cast<std::uint32_t>(row.sizes));
   }
 }
 
 TEST_F(Checksums, AReadThatFailsEndsThePass) {
   memory_file file(pattern());
-  file.read_fails_at = 270000;
+  file.most_read = 135000;
+  file.read_fault = QERR_IO;
+  file.reads_before_fault = 2;
   qcksum record{};
   EXPECT_EQ(qcksum_compute(2, &file, &record, nullptr, nullptr, 0, 0), 0U);
   EXPECT_EQ(hex(record), "8bfd78bd617328c4aaf0464eab2afd79efba49fb");
@@ -101,17 +102,18 @@ TEST_F(Checksums, AReadThatFailsEndsThePass) {
 
 TEST_F(Checksums, OtherFailuresAreReturned) {
   memory_file no_size(pattern());
-  no_size.size_fails = true;
+  no_size.size_fault = QERR_IO;
   no_size.position = 100;
   qcksum record{};
   EXPECT_EQ(qcksum_compute(4, &no_size, nullptr, nullptr, &record, 0, 0), QERR_IO);
   EXPECT_EQ(no_size.position, 100U);
   EXPECT_EQ(record.type, 4);
   EXPECT_EQ(record.length, 32);
-  for (int seeks = 0; seeks < 3; ++seeks) {
+  for (std::uint32_t seeks = 0; seeks < 3; ++seeks) {
     memory_file file(pattern());
     file.position = 100;
-    file.seeks_left = seeks;
+    file.seek_fault = QERR_IO;
+    file.seeks_before_fault = seeks;
     EXPECT_EQ(qcksum_compute(2, &file, &record, nullptr, nullptr, 0, 0), QERR_IO) << seeks;
     EXPECT_EQ(file.reads == 0, seeks < 2) << seeks;
   }

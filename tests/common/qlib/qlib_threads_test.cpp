@@ -1,12 +1,10 @@
 // What host threads share: log masks, sinks, error texts, digests. Run under ThreadSanitizer.
-#include <fstream>
-#include <iterator>
 #include <thread>
 #include <vector>
 
 #include "common/qlib/qcksum.h"
-#include "common/qlib/qerr.h"
-#include "support/runtime.h"
+#include "support/fixture_table.h"
+#include "support/scratch.h"
 
 namespace {
 
@@ -46,8 +44,7 @@ TEST_F(Threads, WriteWholeLines) {
     });
   });
   ASSERT_EQ(qlog_set_log_file(u""), 0U);
-  std::ifstream in(path, std::ios::binary);
-  const std::string bytes(std::istreambuf_iterator<char>(in), {});
+  const std::string bytes = file_text(path);
   std::string file;
   for (std::size_t i = 2; i < bytes.size(); i += 2) file.push_back(bytes[i]);
   for (const std::string& text : {console, file}) {
@@ -60,7 +57,6 @@ TEST_F(Threads, WriteWholeLines) {
 
 TEST_F(Threads, ChangeMasksWhileOthersLog) {
   static constexpr std::uint32_t module_id = QLOG_PROG;
-  qlog_console_off();
   const auto first = scratch_folder("masks") / "first.log";
   run_threads([&first](int thread) {
     for (int i = 0; i < 100; ++i) {

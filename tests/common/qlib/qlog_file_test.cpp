@@ -1,26 +1,20 @@
 // The log file and its rotation, with real files.
 #include <chrono>
 #include <fstream>
-#include <iterator>
 #include <thread>
 
-#include "common/qlib/qerr.h"
-#include "support/runtime.h"
+#include "support/fixture_table.h"
+#include "support/scratch.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string bytes_of(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 void write_bytes(const fs::path& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
 
 // The file's text without its byte-order mark; "?" when the mark is missing.
 std::string log_text(const fs::path& path) {
-  const std::string bytes = bytes_of(path);
+  const std::string bytes = file_text(path);
   if (!bytes.starts_with("\xFF\xFE") || bytes.size() % 2 != 0) return "?";
   std::u16string text;
   for (std::size_t i = 2; i < bytes.size(); i += 2) {
@@ -35,7 +29,6 @@ class LogFile : public Runtime {
   void SetUp() override {
     Runtime::SetUp();
     qlog_set_format(0);
-    qlog_console_off();
   }
   void TearDown() override {
     EXPECT_EQ(qlog_set_log_file(u""), 0U);
@@ -50,7 +43,7 @@ class LogFile : public Runtime {
 TEST_F(LogFile, HoldsTheLinesAfterItsByteOrderMark) {
   const fs::path path = scratch_folder("lines") / "missing" / "log \u00FC.txt";
   ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
-  EXPECT_EQ(bytes_of(path), "\xFF\xFE");
+  EXPECT_EQ(file_text(path), "\xFF\xFE");
   EXPECT_EQ(log(u"one \u20AC"), 0U);
   ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);  // a file with content gets no second mark
   EXPECT_EQ(log(u"two"), 0U);
@@ -74,15 +67,15 @@ TEST_F(LogFile, RotationMovesTheBackupsUp) {
   for (const char* content : {"first", "second", "third", "fourth"}) {
     write_bytes(path, std::string(1024, content[0]));
     EXPECT_EQ(qlog_rotate_file(name.c_str(), 2, 3), 0U);  // one KiB short of the threshold
-    EXPECT_EQ(bytes_of(path).size(), 1024U);
+    EXPECT_EQ(file_text(path).size(), 1024U);
     EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 0), 0U);  // without backups nothing moves
-    EXPECT_EQ(bytes_of(path).size(), 1024U);
+    EXPECT_EQ(file_text(path).size(), 1024U);
     EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 3), 0U) << content;
-    EXPECT_EQ(bytes_of(path), "\xFF\xFE");
+    EXPECT_EQ(file_text(path), "\xFF\xFE");
   }
-  EXPECT_EQ(bytes_of(folder / "app_1.log"), std::string(1024, 'f'));
-  EXPECT_EQ(bytes_of(folder / "app_2.log"), std::string(1024, 't'));
-  EXPECT_EQ(bytes_of(folder / "app_3.log"), std::string(1024, 's'));
+  EXPECT_EQ(file_text(folder / "app_1.log"), std::string(1024, 'f'));
+  EXPECT_EQ(file_text(folder / "app_2.log"), std::string(1024, 't'));
+  EXPECT_EQ(file_text(folder / "app_3.log"), std::string(1024, 's'));
   EXPECT_FALSE(fs::exists(folder / "app_4.log"));
 }
 
@@ -91,7 +84,7 @@ TEST_F(LogFile, NameWithoutExtensionKeepsItsFolder) {
   write_bytes(folder / "plain", std::string(1024, 'x'));
   EXPECT_EQ(qlog_rotate_file((folder / "plain").u16string().c_str(), 1, 1), 0U);
   EXPECT_TRUE(fs::exists(folder / "plain_1.log"));
-  EXPECT_EQ(bytes_of(folder / "plain"), "\xFF\xFE");
+  EXPECT_EQ(file_text(folder / "plain"), "\xFF\xFE");
 }
 
 TEST_F(LogFile, MissingFileIsReported) {
@@ -107,7 +100,7 @@ TEST_F(LogFile, NamesThatDoNotFitAreNotCut) {
       folder.u16string() + std::u16string(510 - folder.u16string().size(), qpath_native_separator()) + u"x";
   write_bytes(folder / "x", std::string(1024, 'x'));
   EXPECT_EQ(qlog_rotate_file(name.c_str(), 1, 1), 36U);
-  EXPECT_EQ(bytes_of(folder / "x"), std::string(1024, 'x'));
+  EXPECT_EQ(file_text(folder / "x"), std::string(1024, 'x'));
 }
 
 TEST_F(LogFile, ThreadRotatesWhileLinesAreWritten) {

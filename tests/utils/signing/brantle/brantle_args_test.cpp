@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "common/qlib/qlib.h"
+#include "support/replaced.h"
+#include "support/runtime.h"
 #include "utils/signing/brantle/brantle.h"
 #include "utils/signing/brantle/brantle_share.h"
 
@@ -40,16 +41,8 @@ std::string modesOf(const Brantle& request) {
   return modes;
 }
 
-class Args : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(qlib_lib_init_basic(), 0U);
-    brantle_share_set_operations(&kRecorder);
-  }
-  void TearDown() override {
-    brantle_share_set_operations(nullptr);
-    qlib_lib_fini_basic();
-  }
+class Args : public Runtime {
+  replaced<brantle_share_set_operations> share_{&kRecorder};
 };
 
 TEST_F(Args, SequencesSetTheirModes) {
@@ -104,10 +97,9 @@ TEST_F(Args, SequencesSetTheirModes) {
     std::string shown;
     for (const qchar* option : c.options)
       shown += std::string(option, option + std::u16string_view(option).size()) + " ";
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(request.parseArgs(argv.data(), static_cast<int>(argv.size())), c.result) << shown;
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(printed.find("beextracted from a cab file") != std::string::npos, c.result == 22) << shown;
+    const std::string usage =
+        said([&] { EXPECT_EQ(request.parseArgs(argv.data(), static_cast<int>(argv.size())), c.result) << shown; });
+    EXPECT_EQ(usage.find("beextracted from a cab file") != std::string::npos, c.result == 22) << shown;
     if (c.result == 0) {
       EXPECT_EQ(modesOf(request), c.modes) << shown;
     }
@@ -118,9 +110,7 @@ TEST_F(Args, FewerThanThreeArgumentsAreRefused) {
   const qchar* argv[] = {u"brantle", u"in"};
   for (int argc = 0; argc <= 2; ++argc) {
     Brantle request;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(request.parseArgs(argv, argc), 22);
-    (void)testing::internal::GetCapturedStdout();
+    (void)said([&] { EXPECT_EQ(request.parseArgs(argv, argc), 22); });
   }
 }
 
@@ -133,9 +123,8 @@ TEST_F(Args, CredentialsReachTheConnectionFromEveryPosition) {
     Brantle request;
     ASSERT_EQ(request.parseArgs(argv.data(), static_cast<int>(argv.size())), 0);
     last_use.reset();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(request.invoke(), BRANTLE_CONNECT_FAILED);
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::StartsWith("Netuseadd() returned 1326 (arge# = 0)"));
+    EXPECT_THAT(said([&] { EXPECT_EQ(request.invoke(), BRANTLE_CONNECT_FAILED); }),
+                testing::StartsWith("Netuseadd() returned 1326 (arge# = 0)"));
     ASSERT_TRUE(last_use.has_value());
     EXPECT_EQ(last_use->remote, u"\\\\srv\\share\\dir");
     EXPECT_EQ(last_use->domain, u"DOM");

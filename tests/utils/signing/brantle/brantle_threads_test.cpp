@@ -1,15 +1,11 @@
 // Eight requests on eight threads at once find what one alone finds. Runs under ThreadSanitizer too.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "common/qlib/qlib.h"
-#include "common/qlib/qlog.h"
+#include "support/fixture_table.h"
+#include "support/scratch.h"
 #include "utils/signing/brantle/brantle.h"
 
 namespace {
@@ -28,27 +24,19 @@ std::int32_t scan(const fs::path& repository, const fs::path& output, bool all) 
 Output contents(const fs::path& folder) {
   Output found;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    std::ifstream in(entry.path(), std::ios::binary);
-    found[entry.path().filename().string()] = {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    found[entry.path().filename().string()] = file_text(entry.path());
   }
   return found;
 }
 
-fs::path fresh(const fs::path& path) {
-  fs::remove_all(path);
-  fs::create_directories(path);
-  return path;
-}
+using Threads = Runtime;
 
-TEST(Threads, EightScansAtOnceFindWhatOneFinds) {
-  ASSERT_EQ(qlib_lib_init_basic(), 0U);
+TEST_F(Threads, EightScansAtOnceFindWhatOneFinds) {
   qlib_set_standalone(true);
-  qlog_console_off();
-  const fs::path tree = fs::path(std::getenv("TESSIVATOR_FIXTURES")) / "tree";
-  const fs::path scratch = fresh(fs::path(std::getenv("TESSIVATOR_SCRATCH")));
+  const fs::path tree = fixture_path("tree");
   Output expected[2];
   for (const bool all : {false, true}) {
-    const fs::path out = fresh(scratch / (all ? "all" : "signers"));
+    const fs::path out = scratch_folder(all ? "all" : "signers");
     ASSERT_EQ(scan(tree, out, all), 0);
     expected[all ? 1 : 0] = contents(out);
     ASSERT_GT(expected[all ? 1 : 0].size(), 2U);
@@ -59,14 +47,13 @@ TEST(Threads, EightScansAtOnceFindWhatOneFinds) {
     threads.emplace_back([&, i] {
       const bool all = i % 2 == 1;
       for (int round = 0; round < 4; ++round) {
-        const fs::path out = fresh(scratch / std::to_string(i));
+        const fs::path out = scratch_folder(std::to_string(i));
         if (scan(tree, out, all) == 0 && contents(out) == expected[all ? 1 : 0]) ++equal[i];
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(equal, std::vector<int>(8, 4));
-  qlib_lib_fini_basic();
 }
 
 }  // namespace

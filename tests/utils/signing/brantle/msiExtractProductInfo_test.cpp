@@ -1,11 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <map>
 #include <sstream>
 #include <vector>
 
-#include "common/qlib/qerr.h"
-#include "common/qlib/qlib.h"
+#include "support/replaced.h"
+#include "support/runtime.h"
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
 namespace {
@@ -57,23 +55,16 @@ constexpr msi_interface fake_interface{
       return MSI_OK;
     }};
 
-class Extractor : public testing::Test {
+class Extractor : public Runtime {
  protected:
   void SetUp() override {
+    Runtime::SetUp();
     fake = {};
-    msi_set_interface(&fake_interface);
-    ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
-    testing::internal::CaptureStdout();
   }
-  void TearDown() override {
-    qlib_lib_fini_basic();
-    (void)testing::internal::GetCapturedStdout();
-    msi_set_interface(nullptr);
-  }
-  // The texts of the lines on the console so far, from "Failed" to the code.
-  static std::vector<std::string> log_lines() {
-    std::istringstream stream(testing::internal::GetCapturedStdout());
-    testing::internal::CaptureStdout();
+  // The texts of the lines that `body` logs, from "Failed" to the code.
+  template <class Body>
+  static std::vector<std::string> failures(Body&& body) {
+    std::istringstream stream(printed(body));
     std::vector<std::string> lines;
     for (std::string line; std::getline(stream, line);) {
       const std::size_t at = line.find("Failed");
@@ -81,6 +72,9 @@ class Extractor : public testing::Test {
     }
     return lines;
   }
+
+ private:
+  replaced<msi_set_interface> interface_{&fake_interface};
 };
 
 TEST_F(Extractor, ThrowsTheInstallersCode) {
@@ -106,44 +100,41 @@ TEST_F(Extractor, ReturnsEachStepsCodeAndClosesWhatItOpened) {
       {"size", 6, {"Failed Record get String rc =6", "Failed getBufSizeInFetchedRecord rc =6,error = "}},
       {"read", 1627, {"Failed get STring rc =1627"}},
   };
-  std::vector<std::string> expected;
   for (const auto& c : cases) {
     fake.answers = {{c.step, c.code}};
     fake.value = u"text";
     std::u16string value = u"untouched";
-    {
+    std::vector<std::string> lines = failures([&] {
       MsiProductInfoExtractor extractor(u"package.msi");
       EXPECT_EQ(extractor.getPropertyValueFromMsi(u"ProductName", value), c.code) << c.step;
       EXPECT_EQ(fake.open, 1) << c.step;  // the database
-    }
+    });
     EXPECT_EQ(fake.open, 0) << c.step;
     EXPECT_EQ(value, u"untouched") << c.step;
-    expected.insert(expected.end(), c.lines.begin(), c.lines.end());
+    for (std::string& line : lines) {
+      const std::size_t at = line.find(",error = ");
+      if (at != std::string::npos) line.resize(at + 9);  // the system error itself is the thread's
+    }
+    EXPECT_EQ(lines, c.lines);
   }
-  std::vector<std::string> lines = log_lines();
-  for (std::string& line : lines) {
-    const std::size_t at = line.find(",error = ");
-    if (at != std::string::npos) line.resize(at + 9);  // the system error itself is the thread's
-  }
-  EXPECT_EQ(lines, expected);
 }
 
 TEST_F(Extractor, LogsTheEmptyValueAndReturnsIt) {
   MsiProductInfoExtractor extractor(u"package.msi");
   std::u16string value = u"old";
-  EXPECT_EQ(extractor.getPropertyValueFromMsi(u"Manufacturer", value), MSI_OK);
+  const auto ask = [&] { EXPECT_EQ(extractor.getPropertyValueFromMsi(u"Manufacturer", value), MSI_OK); };
+  EXPECT_EQ(failures(ask), std::vector<std::string>{"Failed Record get String rc =0"});
   EXPECT_EQ(value, u"");
-  EXPECT_EQ(log_lines(), std::vector<std::string>{"Failed Record get String rc =0"});
 }
 
 TEST_F(Extractor, CutsTheValueAtItsFirstZero) {
   MsiProductInfoExtractor extractor(u"package.msi");
   fake.value = std::u16string(u"Pro\0duct", 8);
   std::u16string value;
-  EXPECT_EQ(extractor.getPropertyValueFromMsi(u"ProductName", value), MSI_OK);
+  const auto ask = [&] { EXPECT_EQ(extractor.getPropertyValueFromMsi(u"ProductName", value), MSI_OK); };
+  EXPECT_TRUE(failures(ask).empty());
   EXPECT_EQ(value, u"Pro");
   EXPECT_EQ(fake.query, u"SELECT `Value` FROM `Property` WHERE `Property`='ProductName'");
-  EXPECT_TRUE(log_lines().empty());
 }
 
 }  // namespace
