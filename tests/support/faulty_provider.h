@@ -26,7 +26,6 @@ enum class file_op : std::uint8_t {
   next,
   exists,
   info_by_name,
-  identity,
   rename,
   remove,
   make_directory,
@@ -77,17 +76,16 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
     return searched(file_op::search, pattern, out, [&](auto& found) { return below_.search(pattern, found); });
   }
-  qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) override {
-    return searched(file_op::list, directory, out, [&](auto& found) { return below_.list(directory, found); });
+  qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
+    qfile_listing inner(wanted);
+    if (wanted.above != nullptr) inner.above = static_cast<faulty_search*>(wanted.above)->below();
+    return searched(file_op::list, wanted.path.data(), out, [&](auto& found) { return below_.list(inner, found); });
   }
   qsys_status exists(const qchar* path) override {
     return on(file_op::exists, path, [&] { return below_.exists(path); });
   }
   qsys_status info(const qchar* path, qfile_info& out) override {
     return on(file_op::info_by_name, path, [&] { return below_.info(path, out); });
-  }
-  qsys_status identity(const qchar* directory, qfile_identity& out) override {
-    return on(file_op::identity, directory, [&] { return below_.identity(directory, out); });
   }
   qsys_status rename(const qchar* source, const qchar* target) override {
     return on(file_op::rename, target, [&] { return below_.rename(source, target); });
@@ -212,6 +210,12 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
       ++state_->parked;
       below_->park();
     }
+    bool identity(qfile_identity& out) const noexcept override { return below_->identity(out); }
+    void resume(const qfile_search& below) noexcept override {
+      below_->resume(*static_cast<const faulty_search&>(below).below_);
+    }
+    void offer(std::u16string_view directory) override { below_->offer(directory); }
+    [[nodiscard]] qfile_search* below() const noexcept { return below_.get(); }
 
    private:
     std::shared_ptr<state> state_;

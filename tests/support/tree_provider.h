@@ -37,16 +37,10 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
         std::vector<item>{{root_path.substr(root_path.find_last_of(u"/\\") + 1), 0, kind::plain}});
     return {};
   }
-  qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) override {
-    const int node = find(directory);
+  qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
+    const int node = find(wanted.path);
     if (node < 0) return missing();
-    out = std::make_unique<listing>(node_at(node));
-    return {};
-  }
-  qsys_status identity(const qchar* directory, qfile_identity& out) override {
-    const int node = find(directory);
-    if (node < 0 || !identities) return missing();
-    out = {1, static_cast<std::uint64_t>(node), 0};
+    out = std::make_unique<listing>(node_at(node), identities ? node : -1);
     return {};
   }
 
@@ -59,7 +53,11 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
 
   class listing final : public qfile_search {
    public:
-    explicit listing(std::vector<item> items) : items_(std::move(items)) {}
+    explicit listing(std::vector<item> items, int node = -1) : items_(std::move(items)), node_(node) {}
+    bool identity(qfile_identity& out) const noexcept override {
+      out = {1, static_cast<std::uint64_t>(node_), 0};
+      return node_ >= 0;
+    }
     qsys_status next(qfile_entry& entry) override {
       if (taken_ == items_.size()) return {QERR_END, qsys_condition::end_of_directory};
       const item& one = items_[taken_++];
@@ -73,6 +71,7 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
 
    private:
     std::vector<item> items_;
+    int node_;
     std::size_t taken_ = 0;
   };
 

@@ -1,12 +1,15 @@
 #include "common/qlib/qfile_itr.h"
 
-#include <algorithm>
 #include <new>
+#include <string_view>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
 
 namespace {
+
+constexpr std::uint32_t module_id = QLOG_PROG;
 
 // No path goes through more directory links than this, so that lattices of links end as well as cycles.
 constexpr std::uint32_t MOST_LINKS = 16;
@@ -44,56 +47,90 @@ void set_start(qfile_itr& iterator) {
     path += u'*';
   }
   const std::size_t cut = path.rfind(iterator.separator);
+  const std::size_t last = cut == std::u16string::npos ? 0 : cut + 1;
+  iterator.selects = path.find_first_of(u"*?", last) != std::u16string::npos;
   qfile_itr_level level;
   level.directory_length = cut == std::u16string::npos ? 0 : cut;
   iterator.levels.push_back(std::move(level));
 }
 
-bool open_level(qfile_itr& iterator) {
-  const std::size_t depth = iterator.levels.size() - 1;
-  if (depth >= MOST_OPEN_SEARCHES) {
-    qfile_search* const outermost = iterator.levels[depth - MOST_OPEN_SEARCHES].search.get();
-    if (outermost != nullptr) outermost->park();
-  }
-  qfile_itr_level& level = iterator.levels.back();
-  qfile_provider& provider = qfile_provider_for(iterator.path.c_str());
-  if (depth > 0) {
-    iterator.path.resize(level.directory_length);
-    return provider.list(iterator.path.c_str(), level.search).ok();
-  }
-  if (!iterator.lists_start) return provider.search(iterator.path.c_str(), level.search).ok();
-  std::u16string root(iterator.path, 0, level.directory_length);
-  root += iterator.separator;
-  return provider.list(root.c_str(), level.search).ok();
-}
-
-// Level 0 is a directory of this walk only when its contents are listed; otherwise it merely holds the start.
-bool is_walked_directory(const qfile_itr& iterator, std::size_t depth) noexcept {
-  return depth > 0 || iterator.lists_start;
-}
-
-void identify(const qfile_itr& iterator, std::size_t length, qfile_itr_level& level) {
-  if (level.has_identity) return;
-  std::u16string directory(iterator.path, 0, length);
+std::u16string directory_of(const qfile_itr& iterator, const qfile_itr_level& level) {
+  std::u16string directory(iterator.path, 0, level.directory_length);
   if (directory.find(iterator.separator) == std::u16string::npos) directory += iterator.separator;  // a drive's root
-  level.has_identity = qfile_provider_for(directory.c_str()).identity(directory.c_str(), level.identity).ok();
+  return directory;
+}
+
+void leave_out(qfile_itr& iterator, const std::u16string& directory, qerr_t code) noexcept {
+  ++iterator.left_out.directories;
+  QLOG(QLOG_WARNING, u"Failed to list directory %s. ecode %d: %s.\n", directory, code, qerr_get_string(code));
+}
+
+void park_outermost(qfile_itr& iterator) {
+  qfile_search* const outermost = iterator.levels[iterator.parked].search.get();
+  ++iterator.parked;
+  if (outermost != nullptr) outermost->park();
+}
+
+// The directory above the one that is to be listed keeps its handle: the way there starts from it.
+bool can_park(const qfile_itr& iterator) noexcept { return iterator.parked + 2 < iterator.levels.size(); }
+
+// Where handles are scarce, outer levels give theirs, and files find a few left to be opened with.
+qsys_status list_level(qfile_itr& iterator, qfile_itr_level& level) {
+  const std::size_t depth = iterator.levels.size() - 1;
+  // Cut in place: paths can be long, and there are as many as directories.
+  iterator.path.resize(level.directory_length);
+  if (depth == 0) iterator.path = directory_of(iterator, level);
+  qfile_provider& provider = qfile_provider_for(iterator.path.c_str());
+  qfile_listing wanted{iterator.path, depth == 0 ? nullptr : iterator.levels[depth - 1].search.get(), level.is_link,
+                       can_park(iterator)};
+  qsys_status status = provider.list(wanted, level.search);
+  while (status.condition == qsys_condition::no_handles && wanted.leave_room) {
+    park_outermost(iterator);
+    wanted.leave_room = can_park(iterator);
+    status = provider.list(wanted, level.search);
+  }
+  return status;
+}
+
+qsys_status open_level(qfile_itr& iterator) {
+  qfile_itr_level& level = iterator.levels.back();
+  if (iterator.levels.size() > iterator.parked + MOST_OPEN_SEARCHES) park_outermost(iterator);
+  if (iterator.levels.size() > 1 || iterator.lists_start) return list_level(iterator, level);
+  return qfile_provider_for(iterator.path.c_str()).search(iterator.path.c_str(), level.search);
 }
 
 // Below a link any directory can be one that is open above, not only the link's own target. Above the first link none
-// can, and nothing is asked.
-bool is_open_above(qfile_itr& iterator, qfile_itr_level& entered) {
-  identify(iterator, entered.directory_length, entered);
-  if (!entered.has_identity) return false;  // then the number of links bounds the walk
-  for (std::size_t depth = 0; depth < iterator.levels.size(); ++depth) {
-    if (!is_walked_directory(iterator, depth)) continue;
-    qfile_itr_level& above = iterator.levels[depth];
-    identify(iterator, above.directory_length, above);
-    if (above.has_identity && above.identity == entered.identity) return true;
+// can.
+bool is_open_above(const qfile_itr& iterator) noexcept {
+  const qfile_itr_level& entered = iterator.levels.back();
+  for (const qfile_itr_level& above : iterator.levels) {
+    if (&above != &entered && above.has_identity && above.identity == entered.identity) return true;
   }
   return false;
 }
 
-// Makes the directory that was just reported the next one to be read, unless the options or the bounds forbid it.
+// Whether the innermost level, now open, is to be read. Without an identity the number of links bounds the walk.
+bool may_enter(qfile_itr& iterator) {
+  qfile_itr_level& level = iterator.levels.back();
+  if (iterator.levels.size() == 1 && !iterator.lists_start) return true;  // merely holds the start
+  level.has_identity = level.search->identity(level.identity);
+  if (!level.has_identity) return true;
+  if ((level.links > 0 || level.may_repeat) && is_open_above(iterator)) return false;
+  return iterator.entered.enter(level.identity);
+}
+
+void leave_level(qfile_itr& iterator) noexcept {
+  const std::size_t depth = iterator.levels.size() - 1;
+  if (depth > 0 && iterator.parked == depth) {
+    --iterator.parked;
+    const qfile_search* const below = iterator.levels[depth].search.get();
+    qfile_search* const above = iterator.levels[depth - 1].search.get();
+    if (below != nullptr && above != nullptr) above->resume(*below);
+  }
+  iterator.levels.pop_back();
+}
+
+// Makes the directory that was just reported the next one to be read, unless the options or the links forbid it.
 void enter_directory(qfile_itr& iterator) {
   const qfile_entry& entry = iterator.entry;
   if ((iterator.flags & QFILE_ITR_NO_REPARSE) != 0 && entry.is_reparse) return;
@@ -101,25 +138,45 @@ void enter_directory(qfile_itr& iterator) {
   qfile_itr_level level;
   level.directory_length = iterator.path.size();
   level.links = iterator.levels.back().links + (entry.is_link ? 1 : 0);
-  if (level.links > MOST_LINKS) return;
-  if ((level.links > 0 || entry.may_repeat) && is_open_above(iterator, level)) return;
-  iterator.levels.push_back(std::move(level));
+  level.is_link = entry.is_link;
+  level.may_repeat = entry.may_repeat;
+  if (level.links <= MOST_LINKS) iterator.levels.push_back(std::move(level));
+}
+
+// False when the innermost level is not to be read; `code` then tells of a start that ends the walk.
+bool start_level(qfile_itr& iterator, qerr_t& code) {
+  const qsys_status status = open_level(iterator);
+  if (status.ok()) return may_enter(iterator);
+  const bool is_start = iterator.levels.size() == 1;
+  if (is_start && status.condition == qsys_condition::not_found) return false;
+  if (is_start && iterator.lists_start) {
+    code = status.code;
+  } else {
+    leave_out(iterator, is_start ? iterator.path : directory_of(iterator, iterator.levels.back()), status.code);
+  }
+  return false;
 }
 
 // The next entry of the innermost level that has one.
 qerr_t read_entry(qfile_itr& iterator) {
+  qerr_t code = QERR_OK;
   while (!iterator.levels.empty()) {
-    qfile_itr_level& level = iterator.levels.back();
-    if (!level.search && !open_level(iterator)) {
-      iterator.levels.pop_back();
+    if (!iterator.levels.back().search && !start_level(iterator, code)) {
+      if (code != QERR_OK) return code;
+      leave_level(iterator);
       continue;
     }
+    const qfile_itr_level& level = iterator.levels.back();
     const qsys_status status = level.search->next(iterator.entry);
     if (status.condition == qsys_condition::end_of_directory) {
-      iterator.levels.pop_back();
+      leave_level(iterator);
       continue;
     }
-    if (!status.ok()) return status.code;
+    if (!status.ok()) {
+      ++iterator.left_out.directories;
+      iterator.path = directory_of(iterator, level);
+      return status.code;
+    }
     if (iterator.entry.name == u"." || iterator.entry.name == u"..") continue;
     iterator.path.resize(level.directory_length);
     iterator.path += iterator.separator;
@@ -127,6 +184,33 @@ qerr_t read_entry(qfile_itr& iterator) {
     return QERR_OK;
   }
   return QERR_END;
+}
+
+// Lists the start at once, so that one that cannot be listed is told to who gave it.
+qerr_t start_directory(qfile_itr& iterator) {
+  if (iterator.has_yielded || iterator.lists_start || iterator.selects || iterator.levels.size() == 1) return QERR_OK;
+  const qsys_status status = open_level(iterator);
+  if (status.ok() && !may_enter(iterator)) leave_level(iterator);
+  return status.code;
+}
+
+qerr_t next_entry(qfile_itr& iterator) {
+  const qerr_t code = read_entry(iterator);
+  if (code != QERR_OK) return code;
+  if (iterator.entry.is_directory) {
+    enter_directory(iterator);
+    return start_directory(iterator);
+  }
+  const qfile_itr_level& level = iterator.levels.back();
+  level.search->offer(std::u16string_view(iterator.path).substr(0, level.directory_length));
+  return QERR_OK;
+}
+
+void end_walk(qfile_itr& iterator, qerr_t code) noexcept {
+  iterator.levels.clear();
+  if (code == QERR_END || !iterator.has_yielded) return;
+  iterator.left_out.ended_early = true;
+  QLOG(QLOG_WARNING, u"The walk ended early at %s. ecode %d: %s.\n", iterator.path, code, qerr_get_string(code));
 }
 
 }  // namespace
@@ -156,15 +240,15 @@ qerr_t qfile_itr_next(qfile_itr* iterator, const qchar** path_out, std::uint32_t
   if (is_symlink != nullptr) *is_symlink = 0;
   qerr_t code = QERR_LOW_MEMORY;
   try {
-    code = read_entry(*iterator);
-    if (code == QERR_OK && iterator->entry.is_directory) enter_directory(*iterator);
+    code = next_entry(*iterator);
   } catch (...) {
     code = QERR_LOW_MEMORY;
   }
   if (code != QERR_OK) {
-    iterator->levels.clear();
+    end_walk(*iterator, code);
     return code;
   }
+  iterator->has_yielded = true;
   *path_out = iterator->path.c_str();
   if (is_directory != nullptr && iterator->entry.is_directory) *is_directory = 1;
   if (is_symlink != nullptr && iterator->entry.is_symlink) *is_symlink = 1;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qfile_place_posix_user.h"
 #include "common/qlib/qfile_posix_user.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
@@ -19,9 +20,11 @@ namespace {
 
 template <class Call>
 qsys_status on_name(const qchar* path, Call call) {
-  std::string name;
-  if (!qfile_native_path(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
-  return qfile_retry([&] { return call(name.c_str()); }) == 0 ? qsys_status{} : qfile_status_of(errno);
+  qfile_place place;
+  const int error = place.reach(path);
+  if (error != 0) return qfile_status_of(error);
+  return qfile_retry([&] { return call(place.directory(), place.name()); }) == 0 ? qsys_status{}
+                                                                                 : qfile_status_of(errno);
 }
 
 // Resolves "." and ".." of what follows `root` by name alone; nothing climbs above the root.
@@ -62,13 +65,14 @@ qsys_status current_directory(std::u16string& out) {
   return {};
 }
 
+bool stat_of(const qchar* path, struct stat& about) {
+  return on_name(path, [&](int at, const char* name) { return ::fstatat(at, name, &about, 0); }).ok();
+}
+
 bool same_file(const qchar* source_path, const qchar* target_path) {
-  std::string from;
-  std::string to;
   struct stat a {};
   struct stat b {};
-  return qfile_native_path(source_path, from) && qfile_native_path(target_path, to) && ::stat(from.c_str(), &a) == 0 &&
-         ::stat(to.c_str(), &b) == 0 && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+  return stat_of(source_path, a) && stat_of(target_path, b) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 qsys_status copy_bytes(qfile_object& from, qfile_object& to) noexcept {
@@ -98,37 +102,35 @@ class local_provider final : public qfile_provider {
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
     return qfile_posix_search(pattern, out);
   }
-  qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) override {
-    return qfile_posix_list(directory, out);
+  qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
+    return qfile_posix_list(wanted, out);
   }
   qsys_status exists(const qchar* path) override {
     struct stat about {};
-    return on_name(path, [&](const char* name) { return ::lstat(name, &about); });
+    return on_name(path, [&](int at, const char* name) { return ::fstatat(at, name, &about, AT_SYMLINK_NOFOLLOW); });
   }
   qsys_status info(const qchar* path, qfile_info& out) override {
-    std::string name;
-    if (!qfile_native_path(path, name) || name.empty()) return qfile_status_of(QFILE_NO_SUCH_NAME);
-    return qfile_posix_info(AT_FDCWD, name.c_str(), out);
-  }
-  qsys_status identity(const qchar* directory, qfile_identity& out) override {
-    struct stat about {};
-    const qsys_status status = on_name(directory, [&](const char* name) { return ::stat(name, &about); });
-    if (status.ok()) out = {about.st_dev, about.st_ino, 0};
-    return status;
+    qsys_status status;
+    const qsys_status reached = on_name(path, [&](int at, const char* name) {
+      status = *name != '\0' ? qfile_posix_info(at, name, out) : qfile_status_of(QFILE_NO_SUCH_NAME);
+      return 0;
+    });
+    return reached.ok() ? status : reached;
   }
   qsys_status rename(const qchar* source, const qchar* target) override {
-    std::string to;
-    if (!qfile_native_path(target, to)) return qfile_status_of(QFILE_NO_SUCH_NAME);
-    return on_name(source, [&](const char* from) { return ::rename(from, to.c_str()); });
+    qfile_place to;
+    const int error = to.reach(target);
+    if (error != 0) return qfile_status_of(error);
+    return on_name(source, [&](int at, const char* name) { return ::renameat(at, name, to.directory(), to.name()); });
   }
   qsys_status remove(const qchar* path) override {
-    return on_name(path, [](const char* name) { return ::unlink(name); });
+    return on_name(path, [](int at, const char* name) { return ::unlinkat(at, name, 0); });
   }
   qsys_status make_directory(const qchar* path) override {
-    return on_name(path, [](const char* name) { return ::mkdir(name, 0777); });
+    return on_name(path, [](int at, const char* name) { return ::mkdirat(at, name, 0777); });
   }
   qsys_status remove_directory(const qchar* path) override {
-    return on_name(path, [](const char* name) { return ::rmdir(name); });
+    return on_name(path, [](int at, const char* name) { return ::unlinkat(at, name, AT_REMOVEDIR); });
   }
   qsys_status copy(const qchar* source, const qchar* target, bool fail_if_exists) override;
   // Linux file systems compress by their own settings, not by file.
@@ -181,6 +183,7 @@ qsys_status qfile_status_of(int error) noexcept {
   qsys_status status{error <= HIGHEST_PORTABLE_ERROR ? value : value + QERR_SYSTEM_BASE, qsys_condition::none};
   if (error == ENOENT) status.condition = qsys_condition::not_found;
   if (error == EEXIST) status.condition = qsys_condition::already_exists;
+  if (error == EMFILE || error == ENFILE) status.condition = qsys_condition::no_handles;
   return status;
 }
 

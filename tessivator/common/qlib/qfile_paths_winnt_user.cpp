@@ -66,9 +66,8 @@ std::wstring prefixed(std::wstring_view absolute) {
 }
 
 // Opened for its attributes only: that needs no right to read, and a link is followed.
-qsys_status open_for_attributes(const qchar* path, qfile_win_handle& out) {
+qsys_status open_for_attributes(const std::wstring& name, qfile_win_handle& out) noexcept {
   constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  const std::wstring name = qfile_native_path(path);
   qfile_win_handle opened(CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
                                       FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!opened.valid()) return qfile_status_of(GetLastError());
@@ -105,21 +104,16 @@ class local_provider final : public qfile_provider {
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
     return qfile_winnt_search(pattern, out);
   }
-  qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) override {
-    return qfile_winnt_list(directory, out);
+  qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
+    return qfile_winnt_list(wanted.path.data(), out);
   }
   qsys_status exists(const qchar* path) override {
     return status_of(GetFileAttributesW(qfile_native_path(path).c_str()) != INVALID_FILE_ATTRIBUTES);
   }
   qsys_status info(const qchar* path, qfile_info& out) override {
     qfile_win_handle file;
-    const qsys_status status = open_for_attributes(path, file);
+    const qsys_status status = open_for_attributes(qfile_native_path(path), file);
     return status.ok() ? qfile_winnt_info(file.get(), out) : status;
-  }
-  qsys_status identity(const qchar* directory, qfile_identity& out) override {
-    qfile_win_handle opened;
-    const qsys_status status = open_for_attributes(directory, opened);
-    return status.ok() ? identity_of(opened.get(), out) : status;
   }
   qsys_status rename(const qchar* source, const qchar* target) override {
     const std::wstring to = qfile_native_path(target);
@@ -182,6 +176,12 @@ qsys_status qfile_status_of(DWORD error) noexcept {
       break;
   }
   return status;
+}
+
+qsys_status qfile_winnt_identity(const std::wstring& directory, qfile_identity& out) noexcept {
+  qfile_win_handle opened;
+  const qsys_status status = open_for_attributes(directory, opened);
+  return status.ok() ? identity_of(opened.get(), out) : status;
 }
 
 std::wstring qfile_native_path(const qchar* path) {

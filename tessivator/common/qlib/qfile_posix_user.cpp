@@ -9,6 +9,7 @@
 #include <new>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qfile_place_posix_user.h"
 
 namespace {
 
@@ -157,11 +158,11 @@ qsys_status prepare(int fd, std::uint32_t flags, struct stat& about) noexcept {
 // directories pay no heed to it and clearing it would cost each file a call. The one regular file that it refuses is
 // one on which another process (a file server) holds a lease; the kernel then asks for it back, within seconds as a
 // rule.
-qfile_descriptor open_unblocked(const char* name, int how) noexcept {
+qfile_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
   constexpr int LEASE_ATTEMPTS = 500;
   constexpr timespec PAUSE{0, 10000000};
   for (int attempt = 1;; ++attempt) {
-    const int fd = qfile_retry([&] { return ::open(name, how | O_NONBLOCK, 0666); });
+    const int fd = qfile_retry([&] { return ::openat(place.directory(), place.name(), how | O_NONBLOCK, 0666); });
     if (fd >= 0 || errno != EWOULDBLOCK || attempt == LEASE_ATTEMPTS) return qfile_descriptor(fd);
     (void)::nanosleep(&PAUSE, nullptr);
     errno = EWOULDBLOCK;
@@ -183,12 +184,13 @@ std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) n
 }
 
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
-  std::string name;
-  if (!qfile_native_path(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
+  qfile_place place;
+  const int error = place.reach(path);
+  if (error != 0) return qfile_status_of(error);
   int how = access_mode(flags) | O_CLOEXEC | O_NOCTTY;
   if ((flags & QFILE_APPEND) != 0) how |= O_APPEND;
   if ((flags & QFILE_CREATE) != 0) how |= O_CREAT;
-  qfile_descriptor fd = open_unblocked(name.c_str(), how);
+  qfile_descriptor fd = open_unblocked(place, how);
   if (!fd.valid()) return qfile_status_of(errno);
   struct stat about {};
   const qsys_status status = prepare(fd.get(), flags, about);
@@ -198,10 +200,11 @@ qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique
 }
 
 qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) {
-  std::string name;
-  if (!qfile_native_path(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
+  qfile_place place;
+  const int error = place.reach(path);
+  if (error != 0) return qfile_status_of(error);
   const int how = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  qfile_descriptor fd(qfile_retry([&] { return ::open(name.c_str(), how, 0666); }));
+  qfile_descriptor fd(qfile_retry([&] { return ::openat(place.directory(), place.name(), how, 0666); }));
   if (!fd.valid()) return qfile_status_of(errno);
   out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
   return {};

@@ -17,9 +17,6 @@
 [[nodiscard]] bool qfile_native_path(const qchar* path, std::string& out);
 inline constexpr int QFILE_NO_SUCH_NAME = ENOENT;
 
-// Whether `name` fits `pattern`: * stands for any units, ? for one. Takes at most pattern x name steps.
-[[nodiscard]] bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name) noexcept;
-
 // Local time in 100 ns since 1601 of a time in seconds since 1970; 0 beyond what that can hold.
 [[nodiscard]] std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) noexcept;
 
@@ -56,7 +53,7 @@ class qfile_descriptor {
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out);
 qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out);
 qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_search>& out);
-qsys_status qfile_posix_list(const qchar* directory, std::unique_ptr<qfile_search>& out);
+qsys_status qfile_posix_list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out);
 // Of an open file, or with a descriptor of AT_FDCWD of a path.
 qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept;
 

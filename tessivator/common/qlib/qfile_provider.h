@@ -8,11 +8,12 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 
-enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory };
+enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory, no_handles };
 
 // The code that comes with end_of_directory is 1008.
 
@@ -32,7 +33,7 @@ struct qfile_entry {
   bool may_repeat = false;    // could be a directory that is open above although it looks like no link
 };
 
-// What tells whether two paths are the same directory.
+// What tells whether two listings are of the same directory.
 struct qfile_identity {
   std::uint64_t volume = 0;
   std::uint64_t index_low = 0;
@@ -74,9 +75,28 @@ class qfile_search {
   virtual ~qfile_search() = default;
   // The next entry, "." and ".." included or not; end_of_directory when there is none. May throw std::bad_alloc.
   virtual qsys_status next(qfile_entry& entry) = 0;
+  // What tells the directory from others; false where the storage has no number for it.
+  virtual bool identity(qfile_identity& out) const noexcept {
+    (void)out;
+    return false;
+  }
   // Called when many searches are open: keeps what is left in memory and gives scarce system handles back. Searching
   // goes on as before. May throw std::bad_alloc.
   virtual void park() {}
+  // Called on a parked search when `below`, the search of a directory that it yielded, is about to end: a handle is to
+  // be had from there. Never needed, but cheaper than finding the directory again by its path.
+  virtual void resume(const qfile_search& below) noexcept { (void)below; }
+  // Called before a file of this search, which searches `directory`, goes to the caller: opening it may start here.
+  // May throw std::bad_alloc.
+  virtual void offer(std::u16string_view directory) { (void)directory; }
+};
+
+// A directory whose entries are wanted.
+struct qfile_listing {
+  std::u16string_view path;       // null-terminated; may end in a separator; its characters are taken literally
+  qfile_search* above = nullptr;  // the same provider's search that yielded the directory, if it is still there
+  bool is_link = true;            // it may be a link; otherwise a link that stands there by now is not followed
+  bool leave_room = false;        // no_handles also when only a few handles would be left
 };
 
 // Operations may throw std::bad_alloc and nothing else.
@@ -91,11 +111,10 @@ class qfile_provider {
   // Searches for `pattern`: a path whose last component may hold * and ?. `out` yields the matches one by one. Sockets,
   // FIFOs and devices are never among them.
   virtual qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) = 0;
-  // Searches for all entries of `directory`, which may end in a separator and whose characters are taken literally.
-  virtual qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) = 0;
+  // Searches for all entries of a directory.
+  virtual qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) = 0;
   virtual qsys_status exists(const qchar* path) = 0;
   virtual qsys_status info(const qchar* path, qfile_info& out) = 0;
-  virtual qsys_status identity(const qchar* directory, qfile_identity& out) = 0;
   virtual qsys_status rename(const qchar* source, const qchar* target) = 0;
   virtual qsys_status remove(const qchar* path) = 0;
   virtual qsys_status make_directory(const qchar* path) = 0;

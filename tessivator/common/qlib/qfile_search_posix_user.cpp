@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -7,6 +8,8 @@
 #include <string_view>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qfile_pattern_posix_user.h"
+#include "common/qlib/qfile_place_posix_user.h"
 #include "common/qlib/qfile_posix_user.h"
 #include "common/qlib/qstr_name.h"
 
@@ -41,12 +44,12 @@ entry_kind kind_of_link(int directory, const char* name) noexcept {
   }
 }
 
-// False when the name has gone or cannot be asked about.
-bool kind_of_name(int directory, const char* name, entry_kind& kind) noexcept {
+// 0, or errno when the name has gone or cannot be asked about.
+int kind_of_name(int directory, const char* name, entry_kind& kind) noexcept {
   struct stat about {};
-  if (::fstatat(directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (::fstatat(directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0) return errno;
   kind = S_ISLNK(about.st_mode) ? kind_of_link(directory, name) : kind_of_mode(about.st_mode);
-  return true;
+  return 0;
 }
 
 // The listing itself tells the kind on all common file systems; only links and silent file systems cost a call.
@@ -80,16 +83,62 @@ struct close_directory {
   void operator()(DIR* directory) const noexcept { ::closedir(directory); }
 };
 
-class directory_search final : public qfile_search {
+std::u16string_view parent_of(std::u16string_view path) noexcept {
+  const std::size_t cut = path.rfind(u'/');
+  if (cut == std::u16string_view::npos) return u".";
+  return path.substr(0, cut == 0 ? 1 : cut);
+}
+
+constexpr int AS_DIRECTORY = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+
+// These open directories and answer 0 or an errno value.
+int open_at(int from, const char* name, int how, qfile_descriptor& out) noexcept {
+  out = qfile_descriptor(qfile_retry([&] { return ::openat(from, name, AS_DIRECTORY | how); }));
+  return out.valid() ? 0 : errno;
+}
+
+int open_by_path(std::u16string_view path, int how, qfile_descriptor& out) {
+  qfile_place place;
+  const int error = place.reach(std::u16string(path).c_str());
+  return error != 0 ? error : open_at(place.directory(), place.name(), how, out);
+}
+
+int identity_of(int fd, qfile_identity& out) noexcept {
+  struct stat about {};
+  if (::fstat(fd, &about) != 0) return errno;
+  out = {about.st_dev, about.st_ino, 0};
+  return 0;
+}
+
+int open_stream(qfile_descriptor&& fd, std::shared_ptr<DIR>& out) {
+  std::unique_ptr<DIR, close_directory> stream(::fdopendir(fd.get()));
+  if (!stream) return errno;
+  (void)fd.release();
+  out = std::move(stream);
+  return 0;
+}
+
+// Searches of this provider.
+class local_search : public qfile_search {
  public:
-  directory_search(DIR* directory, std::u16string pattern) noexcept
-      : directory_(directory), pattern_(std::move(pattern)) {}
+  // `path` names an entry of this search.
+  virtual int open_entry(std::u16string_view path, int how, qfile_descriptor& out) {
+    return open_by_path(path, how, out);
+  }
+  // Of the directory that is searched; negative when there is none.
+  [[nodiscard]] virtual int descriptor() const noexcept { return -1; }
+};
+
+class directory_search final : public local_search {
+ public:
+  directory_search(std::shared_ptr<DIR> directory, const qfile_identity& identity, std::u16string pattern) noexcept
+      : directory_(std::move(directory)), identity_(identity), pattern_(std::move(pattern)) {}
 
   qsys_status next(qfile_entry& entry) override {
     std::string_view name;
     entry_kind kind = entry_kind::special;
     for (;;) {
-      const qsys_status status = directory_ ? read(kind, name) : take_parked(kind, name);
+      const qsys_status status = is_parked_ ? take_parked(kind, name) : read(kind, name);
       if (!status.ok()) return status;
       if (kind == entry_kind::special) continue;
       std::u16string wide = qstr_name_from_bytes(name);
@@ -99,22 +148,53 @@ class directory_search final : public qfile_search {
     }
   }
 
+  bool identity(qfile_identity& out) const noexcept override {
+    out = identity_;
+    return true;
+  }
+
   // Each entry as its kind, its name and a zero, one after the other.
   void park() override {
     std::string_view name;
     entry_kind kind = entry_kind::special;
-    while (directory_) {
+    while (!is_parked_) {
       after_parked_ = read(kind, name);
       if (!after_parked_.ok()) {
-        directory_.reset();
+        is_parked_ = true;
       } else if (kind != entry_kind::special) {
         parked_ += static_cast<char>(kind);
         parked_ += name;
         parked_ += '\0';
       }
     }
+    directory_.reset();
     parked_.shrink_to_fit();
   }
+
+  // From a directory that is no link one step leads up again.
+  void resume(const qfile_search& below) noexcept override {
+    const int from = static_cast<const local_search&>(below).descriptor();
+    qfile_descriptor up;
+    if (taken_ < parked_.size() && from >= 0 && open_at(from, "..", 0, up) == 0) (void)take_back(std::move(up));
+  }
+
+  void offer(std::u16string_view directory) override {
+    if (directory_) qfile_offer_folder(directory, directory_);
+  }
+
+  int open_entry(std::u16string_view path, int how, qfile_descriptor& out) override {
+    if (!directory_) {
+      qfile_descriptor again;
+      int error = open_by_path(parent_of(path), 0, again);
+      if (error == 0) error = take_back(std::move(again));
+      if (error != 0) return error;
+    }
+    std::string name;
+    if (!qstr_name_to_bytes(path.substr(path.rfind(u'/') + 1), name)) return QFILE_NO_SUCH_NAME;
+    return open_at(descriptor(), name.c_str(), how, out);
+  }
+
+  [[nodiscard]] int descriptor() const noexcept override { return directory_ ? ::dirfd(directory_.get()) : -1; }
 
  private:
   qsys_status read(entry_kind& kind, std::string_view& name) noexcept {
@@ -134,15 +214,28 @@ class directory_search final : public qfile_search {
     return {};
   }
 
-  std::unique_ptr<DIR, close_directory> directory_;
+  // Another directory may stand in the place of ours by now.
+  int take_back(qfile_descriptor&& fd) noexcept try {
+    qfile_identity found;
+    const int error = identity_of(fd.get(), found);
+    if (error != 0) return error;
+    if (found != identity_) return QFILE_NO_SUCH_NAME;
+    return open_stream(std::move(fd), directory_);
+  } catch (...) {
+    return ENOMEM;
+  }
+
+  std::shared_ptr<DIR> directory_;  // null when its handle was given back
+  qfile_identity identity_;
   std::u16string pattern_;  // empty: every name
+  bool is_parked_ = false;
   std::string parked_;
   std::size_t taken_ = 0;
   qsys_status after_parked_ = END_OF_DIRECTORY;
 };
 
 // Yields the one entry that was asked for by its own name; none when that is a special file.
-class single_search final : public qfile_search {
+class single_search final : public local_search {
  public:
   single_search(entry_kind kind, std::u16string name) noexcept
       : kind_(kind), name_(std::move(name)), done_(kind == entry_kind::special) {}
@@ -159,59 +252,53 @@ class single_search final : public qfile_search {
   bool done_;
 };
 
-qsys_status open_directory(std::u16string_view directory, std::u16string pattern, std::unique_ptr<qfile_search>& out) {
-  std::string name;
-  if (!qfile_native_path(std::u16string(directory).c_str(), name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
-  std::unique_ptr<DIR, close_directory> opened(::opendir(name.c_str()));
-  if (!opened) return qfile_status_of(errno);
-  auto search = std::make_unique<directory_search>(opened.get(), std::move(pattern));
-  (void)opened.release();
-  out = std::move(search);
+// What a file and what its reader opens need besides the walk.
+constexpr rlim_t ROOM_FOR_FILES = 8;
+
+// The system gives out the lowest free number: all below it are taken.
+bool leaves_room(int fd) noexcept {
+  rlimit most{};
+  if (::getrlimit(RLIMIT_NOFILE, &most) != 0 || most.rlim_cur == RLIM_INFINITY) return true;
+  return static_cast<rlim_t>(fd) + ROOM_FOR_FILES < most.rlim_cur;
+}
+
+qsys_status search_opened(qfile_descriptor&& fd, std::u16string pattern, std::unique_ptr<qfile_search>& out) {
+  qfile_identity identity;
+  int error = identity_of(fd.get(), identity);
+  std::shared_ptr<DIR> stream;
+  if (error == 0) error = open_stream(std::move(fd), stream);
+  if (error != 0) return qfile_status_of(error);
+  out = std::make_unique<directory_search>(std::move(stream), identity, std::move(pattern));
   return {};
 }
 
 }  // namespace
 
-bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name) noexcept {
-  std::size_t p = 0;
-  std::size_t n = 0;
-  std::size_t star = std::u16string_view::npos;
-  std::size_t resume = 0;
-  while (n < name.size()) {
-    if (p < pattern.size() && pattern[p] == u'*') {
-      star = p++;
-      resume = n;
-    } else if (p < pattern.size() && (pattern[p] == u'?' || pattern[p] == name[n])) {
-      ++p;
-      ++n;
-    } else if (star != std::u16string_view::npos) {
-      p = star + 1;
-      n = ++resume;
-    } else {
-      return false;
-    }
-  }
-  while (p < pattern.size() && pattern[p] == u'*') ++p;
-  return p == pattern.size();
-}
-
-qsys_status qfile_posix_list(const qchar* directory, std::unique_ptr<qfile_search>& out) {
-  return open_directory(directory, {}, out);
+qsys_status qfile_posix_list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) {
+  const int how = wanted.is_link ? 0 : O_NOFOLLOW;
+  auto* const above = static_cast<local_search*>(wanted.above);
+  qfile_descriptor fd;
+  const int error = above != nullptr ? above->open_entry(wanted.path, how, fd) : open_by_path(wanted.path, how, fd);
+  if (error != 0) return qfile_status_of(error);
+  if (wanted.leave_room && !leaves_room(fd.get())) return qfile_status_of(EMFILE);
+  return search_opened(std::move(fd), {}, out);
 }
 
 qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_search>& out) {
   const std::u16string_view whole(pattern);
-  const std::size_t cut = whole.rfind(u'/');
-  const std::u16string_view last = cut == std::u16string_view::npos ? whole : whole.substr(cut + 1);
-  std::string name;
-  if (!qfile_native_path(pattern, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
+  const std::u16string_view last = whole.substr(whole.rfind(u'/') + 1);
+  qfile_place place;
+  int error = place.reach(pattern);
   entry_kind kind = entry_kind::special;
-  if (kind_of_name(AT_FDCWD, name.c_str(), kind)) {
+  if (error == 0) error = kind_of_name(place.directory(), place.name(), kind);
+  if (error == 0) {
     out = std::make_unique<single_search>(kind, std::u16string(last));
     return {};
   }
-  const int error = errno;
-  if (last.find_first_of(u"*?") == std::u16string_view::npos) return qfile_status_of(error);
-  if (cut == std::u16string_view::npos) return open_directory(u".", std::u16string(last), out);
-  return open_directory(whole.substr(0, cut == 0 ? 1 : cut), std::u16string(last), out);
+  if (last.find_first_of(u"*?") != std::u16string_view::npos) {
+    qfile_descriptor fd;
+    error = open_by_path(parent_of(whole), 0, fd);
+    if (error == 0) return search_opened(std::move(fd), std::u16string(last), out);
+  }
+  return qfile_status_of(error == ENOTDIR ? ENOENT : error);
 }

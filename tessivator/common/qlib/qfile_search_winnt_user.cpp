@@ -17,6 +17,11 @@ class find_search final : public qfile_search {
  public:
   find_search(HANDLE handle, const WIN32_FIND_DATAW& first) noexcept : found_(first), handle_(handle) {}
 
+  void set_identity(const qfile_identity& identity) noexcept {
+    identity_ = identity;
+    has_identity_ = true;
+  }
+
   qsys_status next(qfile_entry& entry) override {
     if (!has_first_ && FindNextFileW(handle_.get(), &found_) == FALSE) return qfile_status_of(GetLastError());
     has_first_ = false;
@@ -30,34 +35,49 @@ class find_search final : public qfile_search {
     return {};
   }
 
+  bool identity(qfile_identity& out) const noexcept override {
+    if (has_identity_) out = identity_;
+    return has_identity_;
+  }
+
  private:
   WIN32_FIND_DATAW found_;
   std::unique_ptr<void, close_find> handle_;
   bool has_first_ = true;
+  bool has_identity_ = false;
+  qfile_identity identity_;
 };
 
-qsys_status find(const std::wstring& pattern, std::unique_ptr<qfile_search>& out) {
+qsys_status find(const std::wstring& pattern, std::unique_ptr<find_search>& out) {
   WIN32_FIND_DATAW first{};
   // Without short names and in large portions: half the work for wide directories.
   HANDLE const handle = FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &first, FindExSearchNameMatch, nullptr,
                                          FIND_FIRST_EX_LARGE_FETCH);
   if (handle == INVALID_HANDLE_VALUE) return qfile_status_of(GetLastError());
   std::unique_ptr<void, close_find> owner(handle);
-  auto search = std::make_unique<find_search>(handle, first);
+  out = std::make_unique<find_search>(handle, first);
   (void)owner.release();
-  out = std::move(search);
   return {};
 }
 
 }  // namespace
 
 qsys_status qfile_winnt_search(const qchar* pattern, std::unique_ptr<qfile_search>& out) {
-  return find(qfile_native_path(pattern), out);
+  std::unique_ptr<find_search> search;
+  const qsys_status status = find(qfile_native_path(pattern), search);
+  out = std::move(search);
+  return status;
 }
 
 qsys_status qfile_winnt_list(const qchar* directory, std::unique_ptr<qfile_search>& out) {
   std::wstring pattern = qfile_native_path(directory);
+  qfile_identity identity;
+  const bool identified = qfile_winnt_identity(pattern, identity).ok();
   if (pattern.empty() || pattern.back() != L'\\') pattern += L'\\';
   pattern += L'*';
-  return find(pattern, out);
+  std::unique_ptr<find_search> search;
+  const qsys_status status = find(pattern, search);
+  if (status.ok() && identified) search->set_identity(identity);
+  out = std::move(search);
+  return status;
 }

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qfile_pattern_posix_user.h"
 #include "common/qlib/qfile_posix_user.h"
 #include "common/qlib/qshare_posix_user.h"
 #include "common/qlib/qstr.h"
@@ -177,17 +178,10 @@ void fill_entry(qfile_entry& entry, std::u16string&& name, bool is_directory, bo
   entry.may_repeat = is_directory;
 }
 
-// Patterns on a share fit in either case, as its names do.
-std::u16string folded(std::u16string_view text) {
-  std::u16string lower(text);
-  qstr_lower_ascii(lower.data());
-  return lower;
-}
-
 class share_search final : public qfile_search {
  public:
-  share_search(session_ptr session, smb_directory* directory, std::u16string pattern) noexcept
-      : session_(std::move(session)), directory_(directory), pattern_(std::move(pattern)) {}
+  share_search(session_ptr session, smb_directory* directory, std::uint64_t index, std::u16string pattern) noexcept
+      : session_(std::move(session)), directory_(directory), index_(index), pattern_(std::move(pattern)) {}
   ~share_search() override { session_->module().close_directory(directory_); }
   share_search(const share_search&) = delete;
   share_search& operator=(const share_search&) = delete;
@@ -202,16 +196,23 @@ class share_search final : public qfile_search {
       // A name that leads elsewhere is no name.
       if (bytes.empty() || bytes == "." || bytes == ".." || bytes.find_first_of("/\\") != bytes.npos) continue;
       std::u16string name = qstr_name_from_bytes(bytes);
-      if (!pattern_.empty() && !qfile_name_matches(pattern_, folded(name))) continue;
+      if (!pattern_.empty() && !qfile_name_matches(pattern_, name)) continue;
       fill_entry(entry, std::move(name), (listed.attributes & SMB_ATTRIBUTE_DIRECTORY) != 0,
                  (listed.attributes & SMB_ATTRIBUTE_REPARSE_POINT) != 0);
       return {};
     }
   }
 
+  // A walk never leaves its share.
+  bool identity(qfile_identity& out) const noexcept override {
+    out = {0, index_, 0};
+    return index_ != 0;
+  }
+
  private:
   session_ptr session_;
   smb_directory* directory_;
+  std::uint64_t index_;     // the server's number for the directory; 0: it has none
   std::u16string pattern_;  // empty: every name
 };
 
@@ -240,11 +241,13 @@ qsys_status list_directory(const qchar* directory, std::u16string pattern, std::
   const qsys_status status = locate(directory, session, inside);
   if (!status.ok()) return status;
   const smb_functions& module = session->module();
+  smb_info about{};
+  (void)module.stat(session->handle(), inside.c_str(), &about);
   smb_directory* opened = nullptr;
   const int error = module.open_directory(session->handle(), inside.c_str(), &opened);
   if (error != 0) return qfile_status_of(error);
   try {
-    out = std::make_unique<share_search>(session, opened, std::move(pattern));
+    out = std::make_unique<share_search>(session, opened, about.index, std::move(pattern));
   } catch (...) {
     module.close_directory(opened);
     throw;
@@ -257,8 +260,8 @@ class share_provider final : public qfile_provider {
   qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) override;
   qsys_status create_exclusive(const qchar*, std::unique_ptr<qfile_object>&) override { return read_only(); }
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override;
-  qsys_status list(const qchar* directory, std::unique_ptr<qfile_search>& out) override {
-    return list_directory(directory, {}, out);
+  qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
+    return list_directory(wanted.path.data(), {}, out);
   }
   qsys_status exists(const qchar* path) override {
     smb_info about{};
@@ -270,7 +273,6 @@ class share_provider final : public qfile_provider {
     if (status.ok()) take_info(about, out);
     return status;
   }
-  qsys_status identity(const qchar* directory, qfile_identity& out) override;
   qsys_status rename(const qchar*, const qchar*) override { return read_only(); }
   qsys_status remove(const qchar*) override { return read_only(); }
   qsys_status make_directory(const qchar*) override { return read_only(); }
@@ -317,7 +319,7 @@ qsys_status share_provider::search(const qchar* pattern, std::unique_ptr<qfile_s
   const std::u16string_view last = whole.substr(cut + 1);
   // No name on a share holds a wildcard.
   if (last.find_first_of(u"*?") != last.npos) {
-    return list_directory(std::u16string(whole.substr(0, cut)).c_str(), folded(last), out);
+    return list_directory(std::u16string(whole.substr(0, cut)).c_str(), std::u16string(last), out);
   }
   session_ptr session;
   std::string inside;
@@ -327,15 +329,6 @@ qsys_status share_provider::search(const qchar* pattern, std::unique_ptr<qfile_s
   const int error = session->module().stat(session->handle(), inside.c_str(), &about);
   if (error != 0) return qfile_status_of(error);
   out = std::make_unique<share_single>(std::move(session), std::u16string(last), about.is_directory != 0);
-  return {};
-}
-
-qsys_status share_provider::identity(const qchar* directory, qfile_identity& out) {
-  smb_info about{};
-  const qsys_status status = ask(directory, about);
-  if (!status.ok()) return status;
-  if (about.index == 0) return qfile_status_of(ENOTSUP);
-  out = {0, about.index, 0};  // a walk never leaves its share
   return {};
 }
 
