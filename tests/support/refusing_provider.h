@@ -10,10 +10,9 @@ class refusing_provider : public qfile_provider {
   qsys_status open(const qchar*, std::uint32_t, Object&) override { return missing(); }
   qsys_status create_exclusive(const qchar*, Object&) override { return missing(); }
   qsys_status search(const qchar*, Search&) override { return missing(); }
-  qsys_status list(const qchar*, Search&) override { return missing(); }
+  qsys_status list(const qfile_listing&, Search&) override { return missing(); }
   qsys_status exists(const qchar*) override { return missing(); }
   qsys_status info(const qchar*, qfile_info&) override { return missing(); }
-  qsys_status identity(const qchar*, qfile_identity&) override { return missing(); }
   qsys_status rename(const qchar*, const qchar*) override { return missing(); }
   qsys_status remove(const qchar*) override { return missing(); }
   qsys_status make_directory(const qchar*) override { return missing(); }
