@@ -14,6 +14,7 @@ struct Walked {
   std::vector<std::string> entries;
   qerr_t opened = 0;
   qerr_t ended = 0;
+  qfile_left_out left_out;
 };
 
 std::string shown(std::u16string_view path, const std::u16string& base, bool directory, bool symlink) {
@@ -37,6 +38,7 @@ Walked walk(const std::u16string& path, const std::u16string& base = {}, std::ui
     result.entries.push_back(shown(entry, base, directory == 1, symlink == 1));
     if (result.entries.size() > 500000) break;
   }
+  result.left_out = iterator.left_out;
   EXPECT_EQ(entry, nullptr);
   EXPECT_EQ(qfile_itr_next(&iterator, &entry, &directory, &symlink), QERR_END) << "a walk that has ended stays so";
   EXPECT_EQ(qfile_itr_close(&iterator), QERR_OK);
@@ -70,6 +72,9 @@ TEST_F(Walk, StartDecidesWhatIsYielded) {
       {at(u"top/one.exe"), 0, {"top/one.exe"}},
       {at(u"empty"), 0, {"empty/"}},
       {at(u"top/*.exe"), 0, {"top/one.exe"}},
+      {at(u"top/O*.EXE"), 0, {"top/one.exe"}},
+      {at(u"top/*.*"), 0, {"top/a/", "top/a/b/", "top/a/b/three.exe", "top/one.exe", "top/two.dll"}},
+      {at(u"empty/../top/a/b.*"), 0, {"top/a/b/", "top/a/b/three.exe"}},
       {at(u"top/?"), 0, {"top/a/", "top/a/b/", "top/a/b/three.exe"}},
       {at(u"top/t?o.*"), 0, {"top/two.dll"}},
       {at(u"top/*.sys"), 0, {}},
@@ -136,12 +141,23 @@ TEST_F(Walk, SearchFaults) {
   faulty_provider disk;
   disk.only(u"a");
   disk.fail(file_op::list, 1, QERR_PERMISSION);
-  EXPECT_EQ(sorted(walk(at(u"t"), root() + sep()).entries), (Entries{"t/", "t/a/", "t/b/", "t/b/y"}))
-      << "a directory that cannot be listed is dropped";
+  Walked got;
+  const std::string refused = logged(QLOG_PROG, [&] { got = walk(at(u"t"), root() + sep()); });
+  EXPECT_EQ(sorted(got.entries), (Entries{"t/", "t/a/", "t/b/", "t/b/y"})) << "it is passed over";
+  EXPECT_EQ(got.left_out.directories, 1U);
+  EXPECT_FALSE(got.left_out.ended_early);
+  EXPECT_EQ(refused, "Failed to list directory " + qstr_to_utf8(at(u"t/a")) + ". ecode 13: Permission denied.\n");
   disk.only(u"t");
   disk.fail(file_op::next, 3, QERR_IO);
-  EXPECT_EQ(walk(at(u"t"), root() + sep()).ended, QERR_IO) << "any other search error ends the walk";
+  const std::string ended = logged(QLOG_PROG, [&] { got = walk(at(u"t"), root() + sep()); });
+  EXPECT_EQ(got.ended, QERR_IO) << "any other search error ends the walk";
+  EXPECT_TRUE(got.left_out.ended_early);
+  EXPECT_EQ(ended, "The walk ended early at " + qstr_to_utf8(at(u"t")) + ". ecode 5: I/O error.\n");
   EXPECT_EQ(disk.open_searches(), 0U);
+  disk.fail(file_op::list, 1, QERR_PERMISSION);
+  got = walk(at(u"t"));
+  EXPECT_EQ(got.ended, QERR_PERMISSION) << "a start that cannot be listed";
+  EXPECT_TRUE(got.entries.empty());
   disk.fail(file_op::full_path, 1, QERR_PERMISSION);
   EXPECT_EQ(walk(at(u"t")).opened, QERR_PERMISSION);
 }
@@ -223,6 +239,28 @@ TEST_F(WalkLinks, NoPathGoesThroughMoreThanSixteenLinks) {
     from = to;
   }
   EXPECT_EQ(entries().size(), 1U + 17U);  // the seventeenth link is reported, not entered
+}
+
+TEST_F(WalkLinks, EachDirectoryIsEnteredSixteenTimes) {
+  const int a = tree.directory();
+  tree.add_file(a, u"f");
+  for (int link = 0; link < 20; ++link) {
+    tree.add_directory(top, u"to-a" + std::u16string(1, static_cast<char16_t>(u'a' + link)), a,
+                       link == 0 ? tree_provider::kind::plain : tree_provider::kind::junction);
+  }
+  EXPECT_EQ(entries().size(), 1U + 20U + 16U);
+}
+
+// Ten links to the next one in each of seventeen folders make 10^16 paths.
+TEST_F(WalkLinks, LatticesEnd) {
+  int from = top;
+  for (int level = 0; level < 17; ++level) {
+    const int to = tree.directory();
+    for (char16_t link = u'0'; link <= u'9'; ++link)
+      tree.add_directory(from, std::u16string(1, link), to, tree_provider::kind::symlink);
+    from = to;
+  }
+  EXPECT_EQ(entries().size(), 1U + 10U + 10U * 10U + 15U * 16U * 10U);
 }
 
 TEST_F(WalkLinks, WithoutIdentitiesTheNumberOfLinksEndsACycle) {

@@ -120,21 +120,43 @@ TEST_F(PosixFiles, AnyBytesMakeAName) {
   for (const std::string& name : odd) EXPECT_EQ(get(at(u"t/") + qstr_name_from_bytes(name)), name);
   EXPECT_EQ(walk(u"t/*"), (Names{"t/*"})) << "a file of that very name comes before the wildcard";
   EXPECT_EQ(walk(u"t/*.sys"), (Names{"t/\xF0\x9F\x94\x92.sys"}));
+  put(u"t/\u00C4\u0416.txt");
+  EXPECT_EQ(walk(u"t/\u00E4\u0436.*"), (Names{"t/\u00C4\u0416.txt"}));
   EXPECT_EQ(open_code(at(u"t/\xD800"), QFILE_READ | QFILE_WRITE | QFILE_CREATE), QERR_NOT_FOUND);
 }
 
-TEST_F(PosixFiles, DeepTreesNeedFewDescriptors) {
+TEST_F(PosixFiles, ScarceDescriptorsCostNothingOfATree) {
   std::u16string path = u"t";
-  for (int level = 0; level < 200; ++level) path += u"/d";
-  put(path + u"/f");
+  std::size_t expected = 1;
+  for (int level = 0; level < 50; ++level, path += u"/d", expected += 5) {
+    for (const char16_t* name : {u"/a/f", u"/z/f", u"/d/"}) put(path + name);
+  }
+  const int next = ::dup(0);
+  ::close(next);
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit low = before;
-  low.rlim_cur = 40;
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
-  const Names found = walk(u"t");
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-  EXPECT_EQ(found.size(), 202U);
+  for (const rlim_t free : {2U, 3U, 12U}) {
+    rlimit low = before;
+    low.rlim_cur = static_cast<rlim_t>(next) + free;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+    const Names found = walk(u"t");
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(found.size(), expected) << free;
+  }
+}
+
+TEST_F(PosixFiles, WhatWasADirectoryAndIsALinkIsNotFollowed) {
+  put(u"t/d/f");
+  put(u"outside/secret");
+  qfile_itr walk;
+  const qchar* path = nullptr;
+  ASSERT_EQ(qfile_itr_open(&walk, at(u"t").c_str()), QERR_OK);
+  ASSERT_EQ(qfile_itr_next(&walk, &path, nullptr, nullptr), QERR_OK);
+  ASSERT_EQ(qfile_itr_next(&walk, &path, nullptr, nullptr), QERR_OK);
+  ASSERT_EQ(qfile_rename(at(u"t/d").c_str(), at(u"was").c_str()), QERR_OK);
+  link("../outside", u"t/d");
+  EXPECT_EQ(qfile_itr_next(&walk, &path, nullptr, nullptr), QERR_END);
+  EXPECT_EQ(walk.left_out.directories, 1U);
 }
 
 // The kernel takes 4,095 bytes of path at once.
