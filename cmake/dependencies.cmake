@@ -1,6 +1,7 @@
 # What this tree builds with: the components' libraries, and what only the share module and the tests use.
 include("${CMAKE_CURRENT_LIST_DIR}/libraries.cmake")
 if(NOT WIN32)
+  find_package(PkgConfig REQUIRED)
   pkg_check_modules(SMBCLIENT IMPORTED_TARGET smbclient)
 endif()
 

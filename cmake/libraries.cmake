@@ -12,8 +12,3 @@ find_library(TINYXML2_LIBRARY tinyxml2 REQUIRED)
 add_library(tinyxml2_dependency INTERFACE IMPORTED GLOBAL)
 target_include_directories(tinyxml2_dependency SYSTEM INTERFACE "${TINYXML2_INCLUDE_DIR}")
 target_link_libraries(tinyxml2_dependency INTERFACE "${TINYXML2_LIBRARY}")
-
-if(NOT WIN32)
-  find_package(PkgConfig REQUIRED)
-  pkg_check_modules(LIBGSF REQUIRED IMPORTED_TARGET GLOBAL libgsf-1)
-endif()

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "budget.h"
+#include "common/qlib/qerr.h"
+#include "msi/package_object.h"
 #include "msi/property_table.h"
 #include "msi/signature_stream.h"
 
@@ -28,7 +30,10 @@ class memory final : public msi_source {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const budget spent(size);
   const auto file = std::make_shared<memory>(std::as_bytes(std::span(data, size)));
-  if (const auto table = property_table::open(file)) {
+  const auto package = compound_file::open(file);
+  if (!package) return 0;
+  (void)package->has_whole_streams(MSI_TABLE_MARK);
+  if (const auto table = property_table::open(*package)) {
     std::u16string value;
     for (const char* name : {"ProductName", "Manufacturer", "ProductVersion"}) {
       // A text is never longer than the bytes that it was made from.
@@ -37,6 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   QmemPtr<std::byte> signature;
   std::uint32_t length = 0;
-  if (signature_stream_read(file, signature, length) == QERR_OK && (length == 0 || length > size + 4096)) std::abort();
+  if (signature_stream_read(*package, signature, length) == QERR_OK && (length == 0 || length > size + 4096))
+    std::abort();
   return 0;
 }

@@ -13,7 +13,7 @@ EXPORT_HEADER = re.compile(r"_export\.h$")
 PLATFORM_MACRO = re.compile(r"\b(_WIN32|_WIN64|__linux__|__unix__|__MINGW32__|__MINGW64__)\b")
 SYSTEM_HEADER = re.compile(
     r"#\s*include\s*<(windows|winnt|winbase|winioctl|winsock2?|lm|lmcons|lmuse|lmerr|msi|msiquery|io|conio|"
-    r"unistd|fcntl|dirent|dlfcn|pthread|poll|termios|iconv|mntent|pwd|sys/[^>]*|linux/[^>]*|gsf/[^>]*|glib[^>]*|"
+    r"unistd|fcntl|dirent|dlfcn|pthread|poll|termios|iconv|mntent|pwd|sys/[^>]*|linux/[^>]*|"
     r"libsmbclient)\.?h?>")
 INCLUDE = re.compile(r'#\s*include\s*"([^"]+)"')
 UNFINISHED = re.compile(r"\b(TODO|FIXME|XXX)\b")

@@ -7,7 +7,7 @@ set -euo pipefail
 
 run_packages=(
   g++ cmake ninja-build pkg-config ccache
-  libssl-dev libtinyxml2-dev libexpat1-dev libgsf-1-dev libsmbclient-dev
+  libssl-dev libtinyxml2-dev libexpat1-dev libsmbclient-dev
 )
 check_packages=(
   "${run_packages[@]}"

@@ -1,3 +1,4 @@
+// Code pages through iconv, under the names that glibc has for them.
 #include "msi/code_page.h"
 
 #include <iconv.h>

@@ -1,3 +1,5 @@
+// There is no installer here: packages are read by property_table, and the handles and numbers of the installer's
+// database interface are kept up so that the callers' steps are the same everywhere.
 #include <algorithm>
 #include <memory>
 #include <mutex>
@@ -8,15 +10,16 @@
 #include <utility>
 
 #include "msi/msi_database.h"
+#include "msi/msi_signature.h"
+#include "msi/package_object.h"
 #include "msi/property_table.h"
+#include "msi/signature_stream.h"
 
-// There is no installer here: packages are read by property_table, and the handles and numbers of the installer's
-// database interface are kept up so that the callers' steps are the same everywhere.
 namespace {
 
 struct object {
-  std::shared_ptr<property_table> package;  // a database and its views
-  std::string name;                         // a view: the property that it asks for
+  std::shared_ptr<property_table> properties;  // a database and its views
+  std::string name;                            // a view: the property that it asks for
   bool executed = false;
   bool fetched = false;
   std::u16string text;  // a record: its only field
@@ -73,14 +76,10 @@ std::string queried_property(std::u16string_view query) {
   return ascii;
 }
 
-msi_result posix_open_database(const qchar* path, msi_handle* database) noexcept try {
-  auto item = std::make_shared<object>();
-  item->package = property_table::open(msi_open_file(path));
-  if (!item->package) return MSI_OPEN_FAILED;
-  *database = handles().add(std::move(item));
-  return MSI_OK;
-} catch (const std::bad_alloc&) {
-  return MSI_OUT_OF_MEMORY;
+msi_result posix_open_database(const qchar* path, msi_handle* database) noexcept {
+  std::shared_ptr<msi_package> package;
+  if (msi_package_open(path, &package) == QERR_LOW_MEMORY) return MSI_OUT_OF_MEMORY;
+  return msi_open_package_database(package, database);
 }
 
 msi_result posix_open_view(msi_handle database, const qchar* query, msi_handle* view) noexcept try {
@@ -88,7 +87,7 @@ msi_result posix_open_view(msi_handle database, const qchar* query, msi_handle* 
   if (!owner) return MSI_INVALID_HANDLE;
   auto item = std::make_shared<object>();
   item->what = object::kind::view;
-  item->package = owner->package;
+  item->properties = owner->properties;
   item->name = queried_property(query);
   if (item->name.empty()) return MSI_BAD_QUERY;
   *view = handles().add(std::move(item));
@@ -113,7 +112,7 @@ msi_result posix_fetch(msi_handle view, msi_handle* record) noexcept try {
   if (item->fetched) return MSI_NO_MORE_ITEMS;
   auto row = std::make_shared<object>();
   row->what = object::kind::record;
-  const property_result result = item->package->value(item->name, row->text);
+  const property_result result = item->properties->value(item->name, row->text);
   if (result == property_result::unreadable) return MSI_FUNCTION_FAILED;
   item->fetched = true;
   if (result == property_result::absent) return MSI_NO_MORE_ITEMS;
@@ -142,6 +141,33 @@ msi_result posix_get_string(msi_handle record, std::uint32_t field, qchar* buffe
 msi_result posix_close(msi_handle handle) noexcept { return handles().remove(handle) ? MSI_OK : MSI_INVALID_HANDLE; }
 
 }  // namespace
+
+msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package, msi_handle* database) noexcept try {
+  if (database == nullptr) return MSI_INVALID_PARAMETER;
+  if (package == nullptr || !package->is_database()) return MSI_OPEN_FAILED;
+  auto item = std::make_shared<object>();
+  item->properties = property_table::open(package->compound());
+  if (!item->properties) return MSI_OPEN_FAILED;
+  *database = handles().add(std::move(item));
+  return MSI_OK;
+} catch (const std::bad_alloc&) {
+  return MSI_OUT_OF_MEMORY;
+}
+
+qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, std::uint32_t* length) noexcept try {
+  if (out == nullptr) return QERR_ARG2;
+  if (length == nullptr) return QERR_ARG3;
+  if (package == nullptr) return QERR_NOT_FOUND;
+  QmemPtr<std::byte> bytes;
+  std::uint32_t size = 0;
+  const qerr_t code = signature_stream_read(package->compound(), bytes, size);
+  if (code != QERR_OK) return code;
+  *out = bytes.release();
+  *length = size;
+  return QERR_OK;
+} catch (const std::bad_alloc&) {
+  return QERR_LOW_MEMORY;
+}
 
 const msi_interface& msi_platform_interface() noexcept {
   static constexpr msi_interface table{posix_open_database, posix_open_view,  posix_execute,

@@ -1,12 +1,17 @@
+// The installer's database interface, found at run time: hosts without it must still load this library. The search is
+// kept to the system's own folder, so that no msi.dll beside the host or in its working folder is taken for it.
 #include <windows.h>
 
+#include <algorithm>
+#include <memory>
+#include <mutex>
 #include <new>
+#include <unordered_map>
+#include <utility>
 
 #include "msi/msi_database.h"
 #include "msi/msi_path_winnt.h"
-
-// The installer's database interface, found at run time: hosts without it must still load this library. The search is
-// kept to the system's own folder, so that no msi.dll beside the host or in its working folder is taken for it.
+#include "msi/package_object.h"
 namespace {
 
 struct installer {
@@ -55,12 +60,44 @@ const installer& api() noexcept {
 wchar_t* wide(qchar* text) noexcept { return reinterpret_cast<wchar_t*>(text); }
 const wchar_t* wide(const qchar* text) noexcept { return reinterpret_cast<const wchar_t*>(text); }
 
-msi_result system_open_database(const qchar* path, msi_handle* database) noexcept try {
-  if (api().missing != MSI_OK) return api().missing;
-  constexpr const wchar_t* read_only = nullptr;  // MSIDBOPEN_READONLY
-  return api().open_database(wide(msi_system_path(path).c_str()), read_only, database);
-} catch (const std::bad_alloc&) {
-  return MSI_OUT_OF_MEMORY;
+// Copies that databases were opened from, until those are closed.
+class copies {
+ public:
+  void keep(msi_handle database, std::unique_ptr<msi_system_path> path) {
+    const std::lock_guard lock(mutex_);
+    paths_.insert_or_assign(database, std::move(path));
+  }
+  void drop(msi_handle handle) {
+    std::unique_ptr<msi_system_path> last;  // removed outside the lock
+    const std::lock_guard lock(mutex_);
+    if (const auto at = paths_.find(handle); at != paths_.end()) {
+      last = std::move(at->second);
+      paths_.erase(at);
+    }
+  }
+
+ private:
+  std::mutex mutex_;
+  std::unordered_map<msi_handle, std::unique_ptr<msi_system_path>> paths_;
+};
+
+copies& kept() {
+  static copies table;
+  return table;
+}
+
+// The installer trusts what it opens further than these bytes deserve: a table whose chain does not end, or a code page
+// that is none, ends or holds the process in some releases.
+bool is_fit(msi_package& package) {
+  const std::uint32_t code_page = package.code_page();
+  return package.is_database() && package.compound().has_whole_streams(MSI_TABLE_MARK) &&
+         (code_page == 0 || IsValidCodePage(code_page) != FALSE);
+}
+
+msi_result system_open_database(const qchar* path, msi_handle* database) noexcept {
+  std::shared_ptr<msi_package> package;
+  if (msi_package_open(path, &package) == QERR_LOW_MEMORY) return MSI_OUT_OF_MEMORY;
+  return msi_open_package_database(package, database);
 }
 
 msi_result system_open_view(msi_handle database, const qchar* query, msi_handle* view) noexcept {
@@ -77,14 +114,23 @@ msi_result system_fetch(msi_handle view, msi_handle* record) noexcept {
 
 msi_result system_get_string(msi_handle record, std::uint32_t field, qchar* buffer, std::uint32_t* size) noexcept {
   if (api().missing != MSI_OK) return api().missing;
-  DWORD units = *size;
-  const msi_result result = api().get_string(record, field, wide(buffer), &units);
-  *size = units;
+  const DWORD capacity = std::min<DWORD>(*size, MSI_MAX_TEXT + 1);
+  DWORD units = capacity;
+  msi_result result = api().get_string(record, field, wide(buffer), &units);
+  *size = std::min<DWORD>(units, MSI_MAX_TEXT);
+  if (result == MSI_MORE_DATA && capacity > MSI_MAX_TEXT) {
+    *size = msi_cut_length(buffer, units);
+    buffer[*size] = u'\0';
+    result = MSI_OK;
+  }
   return result;
 }
 
 msi_result system_close(msi_handle handle) noexcept {
-  return api().missing != MSI_OK ? api().missing : api().close(handle);
+  if (api().missing != MSI_OK) return api().missing;
+  const msi_result result = api().close(handle);
+  kept().drop(handle);
+  return result;
 }
 
 }  // namespace
@@ -93,4 +139,20 @@ const msi_interface& msi_platform_interface() noexcept {
   static constexpr msi_interface table{system_open_database, system_open_view,  system_execute,
                                        system_fetch,         system_get_string, system_close};
   return table;
+}
+
+msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package, msi_handle* database) noexcept try {
+  if (database == nullptr) return MSI_INVALID_PARAMETER;
+  if (api().missing != MSI_OK) return api().missing;
+  auto path = std::make_unique<msi_system_path>();
+  if (package == nullptr || !is_fit(*package) || !path->find(package->path().c_str())) return MSI_OPEN_FAILED;
+  constexpr const wchar_t* read_only = nullptr;  // MSIDBOPEN_READONLY
+  msi_handle opened = 0;
+  const msi_result result = api().open_database(wide(path->text().c_str()), read_only, &opened);
+  if (result != MSI_OK) return result;
+  if (path->is_copy()) kept().keep(opened, std::move(path));
+  *database = opened;
+  return MSI_OK;
+} catch (const std::bad_alloc&) {
+  return MSI_OUT_OF_MEMORY;
 }

@@ -1,4 +1,4 @@
-// The digital signature of a Windows Installer package (a compound file), as its platform hands it out.
+// The digital signature of a Windows Installer package, as its platform hands it out.
 //
 // On Windows the installer's own subject interface package (msisip.dll) is asked. Elsewhere the stream
 // "\005DigitalSignature" of the compound file holds the same bytes and is read directly.
@@ -6,8 +6,16 @@
 
 #include "common/qlib/qerr.h"
 
+class msi_package;
+
+// No more bytes of a signature than this are read here: one that is longer than 16 MiB is never decoded.
+inline constexpr std::uint32_t MSI_MAX_SIGNATURE = (16U << 20) + 1;
+
 // Hands out the DER PKCS#7 signed data of the package at `path` as `*out` (freed with qmem_free), its size in bytes as
-// `*length`. Codes: 0; 2 when the package has no signature, when its signature cannot be read, or when the file is not
-// a package or cannot be opened; 12; 1002 to 1004 for a missing argument; the translated system error when the
-// platform's reader is missing. A file that is no compound file is told by its first eight bytes.
+// `*length`. QERR_NOT_FOUND when the package has no signature, when its signature cannot be read, or when the file is
+// no sound package or cannot be opened; QERR_LOW_MEMORY; QERR_ARG1 to QERR_ARG3; the translated system error when the
+// platform's reader is missing.
 [[nodiscard]] qerr_t msi_get_signature_alloc(const qchar* path, std::byte** out, std::uint32_t* length) noexcept;
+// The same for a package that is open already (null: the file is none); codes by the same positions.
+[[nodiscard]] qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out,
+                                                     std::uint32_t* length) noexcept;

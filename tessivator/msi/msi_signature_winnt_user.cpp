@@ -1,3 +1,4 @@
+// Signatures through the installer's subject interface package.
 #include <windows.h>
 
 #include <wincrypt.h>
@@ -9,6 +10,7 @@
 #include "common/qlib/qmem.h"
 #include "msi/msi_path_winnt.h"
 #include "msi/msi_signature.h"
+#include "msi/package_object.h"
 
 namespace {
 
@@ -48,20 +50,21 @@ class message_reader {
 
 }  // namespace
 
-// There is no look at the file before the call: which files have a signature is the reader's decision, and a missing
-// reader is told for every file.
-qerr_t msi_get_signature_alloc(const qchar* path, std::byte** out, std::uint32_t* length) noexcept try {
-  if (path == nullptr) return QERR_ARG1;
+// A missing reader is told for every file, be it a package or not.
+qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, std::uint32_t* length) noexcept try {
   if (out == nullptr) return QERR_ARG2;
   if (length == nullptr) return QERR_ARG3;
   const message_reader reader;
   if (reader.code() != QERR_OK) return reader.code();
-  const std::u16string name = msi_system_path(path);
+  msi_system_path path;
+  if (package == nullptr || !package->compound().has_whole_streams(u'\5') || !path.find(package->path().c_str())) {
+    return QERR_NOT_FOUND;
+  }
   GUID type = package_subject;
   SIP_SUBJECTINFO subject{};
   subject.cbSize = sizeof(subject);
   subject.pgSubjectType = &type;
-  subject.pwsFileName = reinterpret_cast<const wchar_t*>(name.c_str());
+  subject.pwsFileName = reinterpret_cast<const wchar_t*>(path.text().c_str());
   subject.dwEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
   DWORD size = 0;
   if (!reader.call(subject, size, nullptr)) return QERR_NOT_FOUND;

@@ -2,9 +2,10 @@
 // reading more than they need of packages that may be a gibibyte long.
 #pragma once
 
+#include <array>
 #include <memory>
 
-#include "common/qlib/qtypes.h"
+#include "common/qlib/qfile.h"
 
 class msi_source {
  public:
@@ -20,20 +21,25 @@ class msi_source {
 
 // The file at `path`, opened for reading; null when that fails. May throw std::bad_alloc.
 [[nodiscard]] std::shared_ptr<msi_source> msi_open_file(const qchar* path);
+// The same over an open file, which stays the caller's and open as long as the source lives. The source moves the
+// file's position.
+[[nodiscard]] std::shared_ptr<msi_source> msi_borrow_file(qfile_t file);
 
-// Reads forward through a source in pieces of 16 KiB.
+// Reads forward through a source in pieces.
 class msi_window {
  public:
-  explicit msi_window(msi_source& source) noexcept : source_(source) {}
+  static constexpr std::size_t largest = 16384;
+
+  // `piece`: bytes of one read, at most `largest`.
+  explicit msi_window(msi_source& source, std::size_t piece = largest) noexcept : source_(source), piece_(piece) {}
   // The `length` bytes at `offset`, valid until the next call; empty when they cannot be read or are more than a piece.
   // Offsets may go in any order; rising ones are cheap.
   [[nodiscard]] Bytes at(std::uint64_t offset, std::size_t length) noexcept;
 
-  static constexpr std::size_t piece = 16384;
-
  private:
   msi_source& source_;
+  std::size_t piece_;
   std::uint64_t start_ = 0;
   std::size_t filled_ = 0;
-  std::byte buffer_[piece];
+  std::array<std::byte, largest> buffer_;
 };

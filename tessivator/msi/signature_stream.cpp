@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 
-#include "msi/compound_file.h"
+#include "msi/msi_signature.h"
 
 namespace {
 
@@ -27,18 +26,17 @@ std::uint64_t message_length(msi_source& stream) noexcept {
 
 }  // namespace
 
-qerr_t signature_stream_read(const std::shared_ptr<msi_source>& file, QmemPtr<std::byte>& bytes,
-                             std::uint32_t& length) {
-  const auto package = compound_open(file);
-  if (!package) return QERR_NOT_FOUND;
-  const auto stream = package->stream("\005DigitalSignature");
+qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length) {
+  const auto stream = package.stream(
+      u"\x0005"
+      u"DigitalSignature");
   if (!stream) return QERR_NOT_FOUND;
-  // The stream's size was checked against the file's when the directory was read.
-  const std::uint64_t size = message_length(*stream);
-  if (size == 0 || size > std::numeric_limits<std::uint32_t>::max()) return QERR_NOT_FOUND;
-  bytes.reset(static_cast<std::byte*>(qmem_calloc(static_cast<std::size_t>(size), 1)));
+  const std::uint64_t whole = message_length(*stream);
+  if (whole == 0) return QERR_NOT_FOUND;
+  const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(whole, MSI_MAX_SIGNATURE));
+  bytes.reset(static_cast<std::byte*>(qmem_calloc(size, 1)));
   if (!bytes) return QERR_LOW_MEMORY;
-  if (!stream->read(0, std::span(bytes.get(), static_cast<std::size_t>(size)))) return QERR_NOT_FOUND;
+  if (!stream->read(0, std::span(bytes.get(), size))) return QERR_NOT_FOUND;
   length = static_cast<std::uint32_t>(size);
   return QERR_OK;
 }

@@ -1,8 +1,10 @@
 #include "msi/string_pool.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
-#include <vector>
+#include <optional>
+#include <utility>
 
 #include "common/qlib/qbytes.h"
 #include "msi/code_page.h"
@@ -12,7 +14,7 @@ constexpr std::size_t entry_size = 4;
 }
 
 template <class Visit>
-std::uint64_t string_pool::walk(long_form form, Visit visit) noexcept {
+std::uint64_t string_pool::walk(long_form form, Visit visit) {
   msi_window window(pool_);
   std::uint64_t total = 0;
   std::uint64_t place = entry_size;
@@ -50,15 +52,16 @@ bool string_pool::open() noexcept {
   return true;
 }
 
-std::optional<std::uint32_t> string_pool::find(std::string_view text) noexcept {
-  std::optional<std::uint32_t> found;
+std::vector<std::uint32_t> string_pool::find(std::string_view text) {
+  std::vector<std::uint32_t> found;
   msi_window data(data_);
-  walk(form_, [&](const item& at) noexcept {
+  walk(form_, [&](const item& at) {
     if (at.length != text.size()) return false;
     const Bytes bytes = data.at(at.offset, text.size());
-    if (bytes.size() != text.size() || std::memcmp(bytes.data(), text.data(), text.size()) != 0) return false;
-    found = at.number;
-    return true;
+    if (bytes.size() == text.size() && std::memcmp(bytes.data(), text.data(), text.size()) == 0) {
+      found.push_back(at.number);
+    }
+    return false;
   });
   return found;
 }
@@ -74,9 +77,13 @@ bool string_pool::text(std::uint32_t number, std::u16string& out) {
     if (at.number == number) found = at;
     return true;
   });
-  if (!found || found->length > longest) return false;
-  std::vector<std::byte> bytes(static_cast<std::size_t>(found->length));
+  if (!found) return false;
+  // No code page takes more bytes for a unit; what these make is cut below.
+  constexpr std::uint64_t bytes_a_unit = 8;
+  std::vector<std::byte> bytes(static_cast<std::size_t>(std::min(found->length, bytes_a_unit * longest)));
   if (!data_.read(found->offset, bytes)) return false;
-  out = code_page_decode(code_page(), bytes);
+  std::u16string decoded = code_page_decode(code_page(), bytes);
+  decoded.resize(msi_cut_length(decoded.data(), decoded.size()));
+  out = std::move(decoded);
   return true;
 }

@@ -7,10 +7,11 @@
 // up to the size of _StringData, which holds the bytes of all strings one after the other.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "msi/msi_database.h"
 #include "msi/msi_source.h"
 
 class string_pool {
@@ -23,13 +24,14 @@ class string_pool {
   [[nodiscard]] std::uint32_t reference_size() const noexcept { return (header_ & long_references) != 0 ? 3 : 2; }
   [[nodiscard]] std::uint32_t code_page() const noexcept { return header_ & ~long_references; }
 
-  // The first number of the string with the very bytes of `text`; nothing when there is none.
-  [[nodiscard]] std::optional<std::uint32_t> find(std::string_view text) noexcept;
+  // The numbers, rising, of the strings with the very bytes of `text`: some writers keep a string twice. May throw
+  // std::bad_alloc.
+  [[nodiscard]] std::vector<std::uint32_t> find(std::string_view text);
 
-  // Text of string `number`; number 0 is the empty text. False for a number that is not in use, for bytes that cannot
-  // be read and for a text of more than `longest` bytes. May throw std::bad_alloc.
+  // Text of string `number`; number 0 is the empty text. Cut at `longest` units, never inside a pair. False for a
+  // number that is not in use and for bytes that cannot be read. May throw std::bad_alloc.
   [[nodiscard]] bool text(std::uint32_t number, std::u16string& out);
-  static constexpr std::uint64_t longest = 4U << 20;
+  static constexpr std::size_t longest = MSI_MAX_TEXT;
 
  private:
   enum class long_form : std::uint8_t { length_follows, halves };
@@ -41,7 +43,7 @@ class string_pool {
   // Calls visit(item) for each string in use whose bytes exist, until it answers true or the pool ends; returns the
   // bytes that the visited strings take. Bound: one turn an entry.
   template <class Visit>
-  std::uint64_t walk(long_form form, Visit visit) noexcept;
+  std::uint64_t walk(long_form form, Visit visit);
 
   static constexpr std::uint32_t long_references = 0x80000000;
   msi_source& pool_;
