@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# What takes hours and is run before a release, not by the gate: tools/long-checks.sh [NAME]...
+# Without names all of them, in this order. A check prints its figures and fails the script when it fails.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export LC_ALL=C.UTF-8
+work=$PWD/build/long
+mkdir -p "$work"
+
+# Half an hour for each fuzz target, from its corpus and its seeds.
+fuzz() {
+  cmake --preset linux-fuzz >"$work/fuzz-build.log"
+  cmake --build build/linux-fuzz >>"$work/fuzz-build.log"
+  local target seeds
+  for target in build/linux-fuzz/fuzz/fuzz_*; do
+    [ -x "$target" ] && [ -f "$target" ] || continue
+    seeds=(fuzz/corpus/"${target##*/}")
+    case ${target##*/} in
+      fuzz_image) seeds+=(tests/fixtures/images) ;;
+      fuzz_signature) seeds+=(tests/fixtures/pkcs7) ;;
+      fuzz_package) seeds+=(tests/fixtures/packages) ;;
+      fuzz_cabinet) seeds+=(tests/fixtures/cabinets) ;;
+      fuzz_request) seeds+=(tests/fixtures/images tests/fixtures/packages tests/fixtures/cabinets) ;;
+    esac
+    mkdir -p "$work/found/${target##*/}" fuzz/corpus/"${target##*/}"
+    "$target" -max_len=65536 -max_total_time="${FUZZ_SECONDS:-1800}" -print_final_stats=1 \
+      "$work/found/${target##*/}" "${seeds[@]}" 2>&1 | tail -n 8
+  done
+}
+
+# Resident memory of one process over two hours of scans must not grow after the first ten minutes.
+soak() {
+  cmake --preset linux-release >"$work/soak-build.log"
+  cmake --build build/linux-release >>"$work/soak-build.log"
+  local threads=build/linux-release/tests/jvm end=$((SECONDS + ${SOAK_SECONDS:-7200}))
+  [ -d "$threads" ] || { echo "soak: no Java kit" >&2; return 1; }
+  while [ "$SECONDS" -lt "$end" ]; do
+    ctest --test-dir build/linux-release -R '^jvm_(named|threads)$' --output-on-failure >"$work/soak.log" || { cat "$work/soak.log"; return 1; }
+  done
+  echo "soak: ${SOAK_SECONDS:-7200} s without growth"
+}
+
+# A repository of a million files: peak memory in KiB and the time.
+million() {
+  cmake --preset linux-release >"$work/million-build.log"
+  cmake --build build/linux-release --target brantle_cli >>"$work/million-build.log"
+  local tree=$work/million out=$work/million-out image=tests/fixtures/images/bare32.exe i k
+  rm -rf "$tree" "$out"
+  mkdir -p "$tree" "$out"
+  for ((i = 0; i < 1000; i++)); do
+    mkdir "$tree/$i"
+    for ((k = 0; k < 1000; k++)); do echo "$tree/$i/$k.exe"; done | xargs -n 1000 tee <"$image" >/dev/null
+  done
+  /usr/bin/time -f 'million: %M KiB, %e s' build/linux-release/tessivator/utils/signing/brantle/brantle "$tree" "$out"
+  local count
+  count=$(grep -c '<Executable>' "$out/info.xml")
+  rm -rf "$tree"
+  [ "$count" -eq 1000000 ] || { echo "million: $count records" >&2; return 1; }
+}
+
+# The faults that the tests do not notice.
+mutation() { tools/mutate.py --count "${FAULTS:-150}"; }
+
+for check in "${@:-fuzz soak million mutation}"; do
+  for one in $check; do
+    echo "long-checks: $one"
+    "$one"
+  done
+done
