@@ -11,6 +11,7 @@
 #include "budget.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "support/memory_file.h"
 #include "support/refusing_provider.h"

@@ -1,23 +1,17 @@
 #include "msi/msi_database.h"
 
-#include <atomic>
-
+#include "common/qlib/qreplaceable.h"
 #include "common/qlib/qsys.h"
 
 namespace {
 
-std::atomic<const msi_interface*> replaced{nullptr};
+qreplaceable<const msi_interface> replaceable_interface;
 
-const msi_interface& current() noexcept {
-  const msi_interface* other = replaced.load(std::memory_order_acquire);
-  return other != nullptr ? *other : msi_platform_interface();
-}
+const msi_interface& current() noexcept { return replaceable_interface.get(msi_platform_interface()); }
 
 }  // namespace
 
-void msi_set_interface(const msi_interface* replacement) noexcept {
-  replaced.store(replacement, std::memory_order_release);
-}
+void msi_set_interface(const msi_interface* replacement) noexcept { replaceable_interface.replace(replacement); }
 
 msi_result msi_open_database(const qchar* path, msi_handle* database) noexcept {
   if (path == nullptr || database == nullptr) return MSI_INVALID_PARAMETER;

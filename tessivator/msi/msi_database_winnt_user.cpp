@@ -1,7 +1,5 @@
 // The installer's database interface, found at run time: hosts without it must still load this library. The search is
 // kept to the system's own folder, so that no msi.dll beside the host or in its working folder is taken for it.
-#include <windows.h>
-
 #include <algorithm>
 #include <memory>
 #include <mutex>
@@ -9,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "common/qlib/qsys_winnt_user.h"
 #include "msi/msi_database.h"
 #include "msi/msi_path_winnt.h"
 #include "msi/package_object.h"
@@ -57,9 +56,6 @@ const installer& api() noexcept {
   return functions;
 }
 
-wchar_t* wide(qchar* text) noexcept { return reinterpret_cast<wchar_t*>(text); }
-const wchar_t* wide(const qchar* text) noexcept { return reinterpret_cast<const wchar_t*>(text); }
-
 // Copies that databases were opened from, until those are closed.
 class copies {
  public:
@@ -101,7 +97,7 @@ msi_result system_open_database(const qchar* path, msi_handle* database) noexcep
 }
 
 msi_result system_open_view(msi_handle database, const qchar* query, msi_handle* view) noexcept {
-  return api().missing != MSI_OK ? api().missing : api().open_view(database, wide(query), view);
+  return api().missing != MSI_OK ? api().missing : api().open_view(database, qsys_wide(query), view);
 }
 
 msi_result system_execute(msi_handle view) noexcept {
@@ -116,7 +112,7 @@ msi_result system_get_string(msi_handle record, std::uint32_t field, qchar* buff
   if (api().missing != MSI_OK) return api().missing;
   const DWORD capacity = std::min<DWORD>(*size, MSI_MAX_TEXT + 1);
   DWORD units = capacity;
-  msi_result result = api().get_string(record, field, wide(buffer), &units);
+  msi_result result = api().get_string(record, field, qsys_wide(buffer), &units);
   *size = std::min<DWORD>(units, MSI_MAX_TEXT);
   if (result == MSI_MORE_DATA && capacity > MSI_MAX_TEXT) {
     *size = msi_cut_length(buffer, units);
@@ -148,7 +144,7 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   if (package == nullptr || !is_fit(*package) || !path->find(package->path().c_str())) return MSI_OPEN_FAILED;
   constexpr const wchar_t* read_only = nullptr;  // MSIDBOPEN_READONLY
   msi_handle opened = 0;
-  const msi_result result = api().open_database(wide(path->text().c_str()), read_only, &opened);
+  const msi_result result = api().open_database(qsys_wide(path->text().c_str()), read_only, &opened);
   if (result != MSI_OK) return result;
   if (path->is_copy()) kept().keep(opened, std::move(path));
   *database = opened;

@@ -1,6 +1,6 @@
 // Signatures through the installer's subject interface package.
-#include <windows.h>
-
+#include "common/qlib/qsys_winnt_user.h"
+// Need the types of windows.h.
 #include <wincrypt.h>
 
 #include <mssip.h>
@@ -8,7 +8,6 @@
 #include <new>
 
 #include "common/qlib/qmem.h"
-#include "msi/msi_path_winnt.h"
 #include "msi/msi_signature.h"
 #include "msi/package_object.h"
 
@@ -64,7 +63,7 @@ qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, st
   SIP_SUBJECTINFO subject{};
   subject.cbSize = sizeof(subject);
   subject.pgSubjectType = &type;
-  subject.pwsFileName = reinterpret_cast<const wchar_t*>(path.text().c_str());
+  subject.pwsFileName = qsys_wide(path.text().c_str());
   subject.dwEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
   DWORD size = 0;
   if (!reader.call(subject, size, nullptr)) return QERR_NOT_FOUND;

@@ -1,13 +1,13 @@
 #include "scan/scan.h"
 
 #include <algorithm>
-#include <atomic>
 #include <new>
 
 #include "cfg/cfg.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
+#include "common/qlib/qreplaceable.h"
 #include "common/qlib/qstr.h"
 #include "scan/scan_system.h"
 #include "utl/utl_user.h"
@@ -23,12 +23,9 @@ constexpr std::uint32_t bus_timeout_ms = 1000;
 
 constexpr const qchar* supported_file_systems[] = {u"NTFS", u"REFS"};
 
-std::atomic<scan_system*> system_override{nullptr};
+qreplaceable<scan_system> replaceable_system;
 
-scan_system& the_system() noexcept {
-  scan_system* const chosen = system_override.load(std::memory_order_acquire);
-  return chosen != nullptr ? *chosen : scan_platform_system();
-}
+scan_system& the_system() noexcept { return replaceable_system.get(scan_platform_system()); }
 
 class quiet_errors {
  public:
@@ -97,7 +94,7 @@ bool ask_bus(scan_bus_query& query, const std::u16string& device, const qchar* r
 
 }  // namespace
 
-void scan_set_system(scan_system* system) noexcept { system_override.store(system, std::memory_order_release); }
+void scan_set_system(scan_system* system) noexcept { replaceable_system.replace(system); }
 
 qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attributes) noexcept try {
   if (path == nullptr) return QERR_INVALID;

@@ -1,8 +1,7 @@
 #include "scan/scan_filetype.h"
 
-#include <atomic>
-
 #include "common/qlib/qlog.h"
+#include "common/qlib/qreplaceable.h"
 #include "common/qlib/qstr.h"
 
 static constexpr std::uint32_t module_id = QLOG_SCAN;
@@ -14,7 +13,7 @@ constexpr qerr_t known_script = QERR_EXISTS;
 bool never() { return false; }
 qerr_t unknown(const qchar*) { return QERR_NOT_FOUND; }
 constexpr scan_sa no_database = {never, unknown};
-std::atomic<const scan_sa*> database{&no_database};
+qreplaceable<const scan_sa> database;
 
 // A driver is told by its name alone, whatever its characteristics say.
 std::uint32_t kind_of(const blib_bin& image, const qchar* name) noexcept {
@@ -46,12 +45,10 @@ qerr_t classify(qfile_t file, const qchar* name, std::uint32_t flags, std::uint3
 
 }  // namespace
 
-void scan_set_sa(const scan_sa* own) noexcept {
-  database.store(own != nullptr ? own : &no_database, std::memory_order_release);
-}
+void scan_set_sa(const scan_sa* own) noexcept { database.replace(own); }
 
 std::uint32_t scan_is_file_script_by_handle(qfile_t file, const qchar* name, bool image_opened) noexcept {
-  const scan_sa& scripts = *database.load(std::memory_order_acquire);
+  const scan_sa& scripts = database.get(no_database);
   if (!scripts.is_initialised()) {
     QLOG(QLOG_INFO, u"Failed to determine if file '%s' is a script, as sa is Not inited.", name);
     return 0;

@@ -1,11 +1,9 @@
 // The volume checks' system services from the mount table, statvfs and sysfs.
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -15,6 +13,7 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr_name.h"
+#include "common/qlib/qsys_posix_user.h"
 #include "scan/scan_system.h"
 #include "utl/utl_mounts_posix_user.h"
 
@@ -64,12 +63,9 @@ std::string sysfs_folder(dev_t device) {
 // A partition's own folder lacks the file; the disk's folder is the one above.
 bool is_marked_removable(const std::string& folder) {
   for (const char* const name : {"/removable", "/../removable"}) {
-    const int fd = ::open((folder + name).c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) continue;
+    const qsys_descriptor file(::open((folder + name).c_str(), O_RDONLY | O_CLOEXEC));
     char mark = 0;
-    const ssize_t got = ::read(fd, &mark, 1);
-    ::close(fd);
-    return got == 1 && mark == '1';
+    if (file.valid()) return qsys_retry([&] { return ::read(file.get(), &mark, 1); }) == 1 && mark == '1';
   }
   return false;
 }
@@ -146,7 +142,7 @@ class posix_system final : public scan_system {
     return known != std::end(known_kinds) ? known->drive : SCAN_DRIVE_UNKNOWN;
   }
 
-  qerr_t translate(std::uint32_t error) noexcept override { return error <= 124 ? error : error + QERR_SYSTEM_BASE; }
+  qerr_t translate(std::uint32_t error) noexcept override { return qsys_code_of(static_cast<int>(error)); }
 
   std::u16string device_path(const qchar* root) override { return root; }
 

@@ -1,6 +1,6 @@
 // The volume checks' system services from the volume and storage interfaces.
-#include <windows.h>
-// Needs the types of the line above.
+#include "common/qlib/qsys_winnt_user.h"
+// Needs the types of windows.h.
 #include <winioctl.h>
 
 #include <new>
@@ -11,33 +11,13 @@
 
 namespace {
 
-const wchar_t* wide(const qchar* text) noexcept { return reinterpret_cast<const wchar_t*>(text); }
-
-class owned_handle {
- public:
-  explicit owned_handle(HANDLE handle) noexcept : handle_(handle) {}
-  owned_handle(const owned_handle&) = delete;
-  owned_handle& operator=(const owned_handle&) = delete;
-  ~owned_handle() { reset(INVALID_HANDLE_VALUE); }
-  void reset(HANDLE handle) noexcept {
-    if (valid()) CloseHandle(handle_);
-    handle_ = handle;
-  }
-  void release() noexcept { handle_ = INVALID_HANDLE_VALUE; }
-  [[nodiscard]] HANDLE get() const noexcept { return handle_; }
-  [[nodiscard]] bool valid() const noexcept { return handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE; }
-
- private:
-  HANDLE handle_;
-};
-
 class winnt_bus_query final : public scan_bus_query {
  public:
-  explicit winnt_bus_query(HANDLE event) noexcept : event_(event) { request_.hEvent = event; }
+  explicit winnt_bus_query(qsys_handle&& event) noexcept : event_(std::move(event)) { request_.hEvent = event_.get(); }
 
   std::uint32_t start(const std::u16string& device) noexcept override {
-    device_.reset(CreateFileW(wide(device.c_str()), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_OVERLAPPED, nullptr));
+    device_ = qsys_handle(CreateFileW(qsys_wide(device.c_str()), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     if (!device_.valid()) return GetLastError();
     query_.PropertyId = StorageDeviceProperty;
     query_.QueryType = PropertyStandardQuery;
@@ -59,8 +39,8 @@ class winnt_bus_query final : public scan_bus_query {
   [[nodiscard]] std::uint32_t bus_type() const noexcept override { return static_cast<std::uint32_t>(answer_.BusType); }
 
  private:
-  owned_handle event_;
-  owned_handle device_{INVALID_HANDLE_VALUE};
+  qsys_handle event_;
+  qsys_handle device_;
   OVERLAPPED request_{};
   STORAGE_PROPERTY_QUERY query_{};
   STORAGE_DEVICE_DESCRIPTOR answer_{};
@@ -74,15 +54,16 @@ class winnt_system final : public scan_system {
   std::uint32_t volume_information(const qchar* root, std::uint32_t& flags, std::u16string& file_system) override {
     wchar_t name[SCAN_FS_NAME_UNITS + 1] = {};
     DWORD found = 0;
-    if (GetVolumeInformationW(wide(root), nullptr, 0, nullptr, nullptr, &found, name, SCAN_FS_NAME_UNITS) == FALSE) {
+    if (GetVolumeInformationW(qsys_wide(root), nullptr, 0, nullptr, nullptr, &found, name, SCAN_FS_NAME_UNITS) ==
+        FALSE) {
       return GetLastError();
     }
     flags = found;
-    file_system = reinterpret_cast<const qchar*>(name);
+    file_system = qsys_units(name);
     return ERROR_SUCCESS;
   }
 
-  std::uint32_t drive_type(const qchar* root) override { return GetDriveTypeW(wide(root)); }
+  std::uint32_t drive_type(const qchar* root) override { return GetDriveTypeW(qsys_wide(root)); }
 
   qerr_t translate(std::uint32_t error) noexcept override { return qerr_from_win32(error); }
 
@@ -94,11 +75,9 @@ class winnt_system final : public scan_system {
   }
 
   std::uint32_t make_bus_query(std::unique_ptr<scan_bus_query>& out) override {
-    owned_handle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    qsys_handle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!event.valid()) return GetLastError();
-    auto query = std::make_unique<winnt_bus_query>(event.get());
-    event.release();
-    out = std::move(query);
+    out = std::make_unique<winnt_bus_query>(std::move(event));
     return ERROR_SUCCESS;
   }
 };

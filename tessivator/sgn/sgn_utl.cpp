@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_ossl.h"
 #include "utl/utl_user.h"

@@ -1,8 +1,6 @@
 // The path helpers' system services from the mount table; there are no short names and no registry.
-#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <cstdlib>
@@ -15,6 +13,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qstr_name.h"
+#include "common/qlib/qsys_posix_user.h"
 #include "utl/utl_mounts_posix_user.h"
 #include "utl/utl_system.h"
 
@@ -23,20 +22,12 @@ namespace {
 // A table of thousands of mounts has some hundred bytes for each; beyond this it is cut.
 constexpr std::size_t largest_table = std::size_t{16} << 20U;
 
-qerr_t code_of(int error) noexcept {
-  const auto value = static_cast<std::uint32_t>(error);
-  return value <= 124 ? value : value + QERR_SYSTEM_BASE;
-}
-
 std::string read_table() {
   std::string text;
-  const int fd = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return text;
-  const std::unique_ptr<const int, void (*)(const int*)> closer(&fd, [](const int* open) { ::close(*open); });
+  const qsys_descriptor table(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
   char buffer[16384];
   while (text.size() < largest_table) {
-    const ssize_t got = ::read(fd, buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = qsys_retry([&] { return ::read(table.get(), buffer, sizeof buffer); });
     if (got <= 0) break;
     text.append(buffer, static_cast<std::size_t>(got));
   }
@@ -137,12 +128,12 @@ class posix_system final : public utl_system {
     return 0;
   }
 
-  qerr_t translate(std::uint32_t error) noexcept override { return code_of(static_cast<int>(error)); }
+  qerr_t translate(std::uint32_t error) noexcept override { return qsys_code_of(static_cast<int>(error)); }
 
   qerr_t volume_path(const qchar* path, std::u16string& out) override {
     utl_mount mount;
     const int error = utl_find_mount(path, mount);
-    if (error != 0) return code_of(error);
+    if (error != 0) return qsys_code_of(error);
     out = qstr_name_from_bytes(mount.point);
     return QERR_OK;
   }

@@ -1,6 +1,5 @@
 #include "utl/utl_user.h"
 
-#include <atomic>
 #include <cstring>
 #include <new>
 #include <string>
@@ -9,6 +8,8 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
+#include "common/qlib/qreplaceable.h"
 #include "common/qlib/qstr.h"
 #include "utl/utl_system.h"
 
@@ -22,12 +23,9 @@ constexpr const qchar* service_key = u"SYSTEM\\CurrentControlSet\\Services\\kova
 constexpr const qchar* service_key_shown = u"HKLM\\SYSTEM\\CurrentControlSet\\Services\\kovane";
 constexpr const qchar* image_path = u"ImagePath";
 
-std::atomic<utl_system*> system_override{nullptr};
+qreplaceable<utl_system> replaceable_system;
 
-utl_system& the_system() noexcept {
-  utl_system* const chosen = system_override.load(std::memory_order_acquire);
-  return chosen != nullptr ? *chosen : utl_platform_system();
-}
+utl_system& the_system() noexcept { return replaceable_system.get(utl_platform_system()); }
 
 using text_owner = QmemPtr<qchar>;
 
@@ -85,18 +83,9 @@ qerr_t long_form(const qchar* path, const text_owner& existing, const text_owner
   return hand_out(form, result);
 }
 
-// "\\server\share\" of a share path; empty without a share.
-std::u16string share_root(std::u16string_view path) {
-  const std::size_t server = path.find(u'\\', 2);
-  if (server == std::u16string_view::npos || server == 2 || server + 1 == path.size()) return {};
-  std::u16string root(path.substr(0, path.find(u'\\', server + 1)));
-  root += u'\\';
-  return root;
-}
-
 }  // namespace
 
-void utl_set_system(utl_system* system) noexcept { system_override.store(system, std::memory_order_release); }
+void utl_set_system(utl_system* system) noexcept { replaceable_system.replace(system); }
 
 qerr_t utl_split_existing_path(const qchar* path, qchar** existing, qchar** remainder) noexcept try {
   if (existing == nullptr) return path == nullptr ? QERR_ARG1 : QERR_ARG2;
@@ -168,8 +157,9 @@ qerr_t utl_get_volume_path_alloc(const qchar* path, qchar** result) noexcept try
   const text_owner name_owner(name);
   if (code != QERR_OK) return code;
   if (qpath_is_unc(name)) {
-    const std::u16string root = share_root(name);
-    return root.empty() ? QERR_INVALID : hand_out(root, result);
+    qpath_share parts;
+    if (!qpath_parse_share(name, parts)) return QERR_INVALID;
+    return hand_out(std::u16string(parts.root) + u'\\', result);
   }
   std::u16string start(name);
   if (qpath_is_bare_drive(name)) complete_drive(start);

@@ -30,7 +30,7 @@ std::string shown(const qchar* text) {
 
 std::string shown(const qcksum& digest) {
   qchar text[QCKSUM_SHA256_TEXT] = {};
-  qcksum_to_qstr(text, sizeof(text), &digest);
+  (void)qcksum_to_qstr(text, sizeof(text), &digest);
   return qstr_to_utf8(text);
 }
 

@@ -66,7 +66,7 @@ class Certificates : public Runtime {
  protected:
   void SetUp() override {
     Runtime::SetUp();
-    qlog_set_format(QLOG_COLUMN_LEVEL | QLOG_COLUMN_FUNCTION);
+    (void)qlog_set_format(QLOG_COLUMN_LEVEL | QLOG_COLUMN_FUNCTION);
     ASSERT_EQ(qlog_set_logtype(u"INV=127"), QERR_OK);
     cert_sign_init(&module);
   }

@@ -17,7 +17,7 @@ using Record = InvCfciOwner;
 
 std::string hex(const qcksum& digest) {
   qchar text[QCKSUM_SHA256_TEXT] = {};
-  qcksum_to_qstr(text, sizeof(text), &digest);
+  (void)qcksum_to_qstr(text, sizeof(text), &digest);
   return qstr_to_utf8(text);
 }
 

@@ -1,5 +1,6 @@
 // Packages of the fixtures through the platform's own reader: the installer on Windows, ours elsewhere.
 #include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
 #include "msi/msi_signature.h"
 #include "support/fixture_table.h"
 #include "support/runtime.h"

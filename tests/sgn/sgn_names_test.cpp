@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "common/qlib/qcksum.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_utl.h"
 #include "sgn/support.h"

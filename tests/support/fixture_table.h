@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 
 inline std::string fixture_path(const std::string& relative) {

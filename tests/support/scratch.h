@@ -9,6 +9,7 @@
 
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_itr.h"
+#include "common/qlib/qpath.h"
 #include "support/runtime.h"
 
 // An empty folder of the running test program, where a test needs more than its own.

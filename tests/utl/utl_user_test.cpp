@@ -139,6 +139,7 @@ TEST_F(Paths, VolumeOfAPath) {
   EXPECT_EQ(volume(sep() == u'\\' ? u"C:" : u"/"), sep() == u'\\' ? u"C:\\" : u"/");
   EXPECT_EQ(volume(u"\\\\server\\share"), u"\\\\server\\share\\");
   EXPECT_EQ(volume(u"\\\\server\\share\\dir\\file"), u"\\\\server\\share\\");
+  EXPECT_EQ(volume(u"\\\\?\\UNC\\server\\share\\dir"), u"\\\\?\\UNC\\server\\share\\");
   qchar* text = nullptr;
   EXPECT_EQ(utl_get_volume_path_alloc(u"\\\\server", &text), QERR_INVALID);
   fake_system system;

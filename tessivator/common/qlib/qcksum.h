@@ -30,16 +30,17 @@ struct qcksum {
 static_assert(sizeof(qcksum) == 66);
 
 // Digests of an open file in one pass. `flags` is a mask of MD5, SHA-1 and SHA-256, each requested kind with its
-// record. `length` 0 reads from `offset` to the end. The handle's position is restored. Returns 22 for a missing
-// record, 1002 when no kind is requested or the file is missing, 12, or a file error; a read that fails ends the pass
-// with 0 and digests of what was read.
+// record. `length` 0 reads from `offset` to the end. The handle's position is restored. Returns
+// QERR_INVALID for a missing record, QERR_ARG1 when no kind is requested or the file is missing, QERR_LOW_MEMORY, or a
+// file error; a read that fails ends the pass with QERR_OK and digests of what was read.
 [[nodiscard]] qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
                                     std::uint64_t offset, std::uint64_t length) noexcept;
 // The same for a path; an open failure is returned as it is.
 [[nodiscard]] qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5,
                                          qcksum* sha256, std::uint64_t offset, std::uint64_t length) noexcept;
 
-// Digests of a buffer: the bare bytes into `out`, which holds 64 bytes. 12 when the digest cannot be made, else 0.
+// Digests of a buffer: the bare bytes into `out`, which holds 64 bytes. QERR_LOW_MEMORY when the digest cannot
+// be made, else QERR_OK.
 [[nodiscard]] qerr_t qcksum_buf_md5(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 [[nodiscard]] qerr_t qcksum_buf_sha1(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 [[nodiscard]] qerr_t qcksum_buf_sha256(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
@@ -47,23 +48,23 @@ static_assert(sizeof(qcksum) == 66);
 [[nodiscard]] qerr_t qcksum_buf_sha512(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 
 // Ones'-complement sum of little-endian 16-bit words, carries folded, not complemented; an odd last byte is ignored.
-qerr_t qcksum_buf_sum16(const void* buffer, std::size_t size, std::uint16_t* result) noexcept;
+[[nodiscard]] qerr_t qcksum_buf_sum16(const void* buffer, std::size_t size, std::uint16_t* result) noexcept;
 
 // 1 when both have the same known type and equal values over that type's binary length, else 0.
 [[nodiscard]] std::uint32_t qcksum_compare(const qcksum* a, const qcksum* b) noexcept;
 
 // Lower-case hexadecimal of a record; the whole text buffer is zeroed first and never overrun. Both behave the same.
-qerr_t qcksum_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
-qerr_t qcksum2_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
+[[nodiscard]] qerr_t qcksum_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
+[[nodiscard]] qerr_t qcksum2_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
 
 // Lower-case hexadecimal of a bare digest, without a terminator: the caller supplies a zeroed buffer of the text size.
-// 22 (logged) when binary_length is not the kind's length.
+// QERR_INVALID (logged) when binary_length is not the kind's length.
 [[nodiscard]] qerr_t qcksum_SHA1_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
 [[nodiscard]] qerr_t qcksum_MD5_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
 [[nodiscard]] qerr_t qcksum_SHA2_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
 
-// Hexadecimal text into value bytes (at most 64); characters are not validated, type and length stay. Returns 0.
-qerr_t qstr_to_qcksum(const qchar* text, qcksum* record) noexcept;
+// Hexadecimal text into value bytes (at most 64); characters are not validated, type and length stay. Returns QERR_OK.
+[[nodiscard]] qerr_t qstr_to_qcksum(const qchar* text, qcksum* record) noexcept;
 
 // Incremental digests of MD5 and SHA-1. Create answers null without memory or for an unknown kind; update and final
 // answer -1 for other kinds than these two.

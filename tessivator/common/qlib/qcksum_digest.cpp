@@ -6,14 +6,12 @@
 #include <mutex>
 #include <new>
 
-#include "common/qlib/qcksum_lib.h"
-
 namespace {
 
-constexpr std::array<const char*, QCKSUM_ALGORITHM_COUNT> ALGORITHM_NAMES{"MD5", "SHA1", "SHA2-256", "SHA2-384",
+constexpr std::array<const char*, QCKSUM_ALGORITHM_COUNT> algorithm_names{"MD5", "SHA1", "SHA2-256", "SHA2-384",
                                                                           "SHA2-512"};
 // Idle workspaces that are kept: as many as scans usually run side by side.
-constexpr std::size_t IDLE_WORKSPACES = 8;
+constexpr std::size_t idle_workspaces = 8;
 
 using LibCtxPtr = std::unique_ptr<OSSL_LIB_CTX, FreeWith<OSSL_LIB_CTX_free>>;
 using EvpMdPtr = std::unique_ptr<EVP_MD, FreeWith<EVP_MD_free>>;
@@ -28,7 +26,7 @@ std::mutex service_lock;
 struct qcksum_service {
   LibCtxPtr library;
   std::array<EvpMdPtr, QCKSUM_ALGORITHM_COUNT> algorithms;
-  std::array<std::unique_ptr<qcksum_workspace>, IDLE_WORKSPACES> idle;
+  std::array<std::unique_ptr<qcksum_workspace>, idle_workspaces> idle;
   std::size_t references = 0;  // guarded by service_lock, like `idle`
   bool retired = false;        // shut down; the last reference releases it
 };
@@ -44,7 +42,7 @@ std::unique_ptr<qcksum_service> make_service() noexcept {
   service->library.reset(OSSL_LIB_CTX_new());
   if (!service->library) return nullptr;
   for (std::size_t i = 0; i < QCKSUM_ALGORITHM_COUNT; ++i) {
-    service->algorithms[i].reset(EVP_MD_fetch(service->library.get(), ALGORITHM_NAMES[i], nullptr));
+    service->algorithms[i].reset(EVP_MD_fetch(service->library.get(), algorithm_names[i], nullptr));
     if (!service->algorithms[i]) {
       ERR_clear_error();
       return nullptr;

@@ -16,6 +16,10 @@ using EvpMdCtxPtr = std::unique_ptr<EVP_MD_CTX, FreeWith<EVP_MD_CTX_free>>;
 enum class qcksum_algorithm : std::uint8_t { md5, sha1, sha256, sha384, sha512 };
 inline constexpr std::size_t QCKSUM_ALGORITHM_COUNT = 5;
 
+// Releases the digest algorithms and idle buffers that the process keeps, when the runtime ends; the next digest
+// fetches them again.
+void qcksum_lib_fini() noexcept;
+
 struct qcksum_service;  // the fetched algorithms and the idle workspaces
 
 // Keeps the algorithms alive.

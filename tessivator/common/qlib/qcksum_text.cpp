@@ -11,12 +11,12 @@
 namespace {
 
 constexpr std::uint32_t module_id = QLOG_QCKSUM;
-constexpr const qchar* HEX_DIGITS = u"0123456789abcdef";
+constexpr const qchar* hex_digits = u"0123456789abcdef";
 
 void put_hex(qchar* text, const std::uint8_t* bytes, std::size_t count) noexcept {
   for (std::size_t i = 0; i < count; ++i) {
-    text[2 * i] = HEX_DIGITS[bytes[i] >> 4];
-    text[2 * i + 1] = HEX_DIGITS[bytes[i] & 15];
+    text[2 * i] = hex_digits[bytes[i] >> 4];
+    text[2 * i + 1] = hex_digits[bytes[i] & 15];
   }
 }
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::uint32_t HIGHEST_CRT_VALUE = 14;
+constexpr std::uint32_t highest_crt_value = 14;
 
 // Texts that the system supplied, by code. A map's nodes stay where they are, so the texts keep their addresses.
 using text_cache = std::map<qerr_t, std::u16string>;
@@ -72,7 +72,7 @@ qerr_t qerr_from_win32(std::uint32_t value) noexcept {
 
 qerr_t qerr_from_crt(std::uint32_t value) noexcept {
   if (!loaded.load(std::memory_order_acquire)) return QERR_ALL_BITS;
-  return value <= HIGHEST_CRT_VALUE ? value : value + QERR_SYSTEM_BASE;
+  return value <= highest_crt_value ? value : value + QERR_SYSTEM_BASE;
 }
 
 const qchar* qerr_get_string(qerr_t code) noexcept {

@@ -4,8 +4,8 @@
 //   1001-1109  extended codes of this library's family
 //   100000-    a system error that no table translates: 100000 + the system's value
 //
-// Every routine of the component libraries returns such a code. A missing argument gives 1002, 1003, 1004 ...
-// by its position.
+// Every routine of the component libraries returns such a code. A missing argument gives QERR_ARG1, QERR_ARG2,
+// QERR_ARG3 ... by its position.
 #pragma once
 
 #include "common/qlib/qtypes.h"
@@ -40,18 +40,19 @@ inline constexpr qerr_t QERR_CKSUM_BYPASSED = 1099;
 inline constexpr qerr_t QERR_ALL_BITS = 0xFFFFFFFFU;  // -1
 inline constexpr qerr_t QERR_SYSTEM_BASE = 100000;
 
-// Builds the lookup tables. Called once by qlib_lib_init_basic. Returns 0, or all bits set on failure.
+// Builds the lookup tables. Called once by qlib_lib_init_basic. Returns QERR_OK, or QERR_ALL_BITS on failure.
 [[nodiscard]] qerr_t qerr_lib_init() noexcept;
 
 // Releases the tables with every text that qerr_get_string cached.
 void qerr_lib_fini() noexcept;
 
-// Translates a Windows error value; unknown values give value + 100000, all bits set while the tables are not loaded.
+// Translates a Windows error value; unknown values give value + QERR_SYSTEM_BASE, QERR_ALL_BITS while the tables
+// are not loaded.
 // The table exists on every platform.
 [[nodiscard]] qerr_t qerr_from_win32(std::uint32_t value) noexcept;
 
-// Translates a C runtime errno value: 0 to 14 stay, others give value + 100000, all bits set while the tables are
-// not loaded.
+// Translates a C runtime errno value: 0 to 14 stay, others give value + QERR_SYSTEM_BASE, QERR_ALL_BITS while the
+// tables are not loaded.
 [[nodiscard]] qerr_t qerr_from_crt(std::uint32_t value) noexcept;
 
 // The text of a code: never null, never freed by the caller, valid until qerr_lib_fini. Safe from any thread.

@@ -1,7 +1,6 @@
 #include "common/qlib/qfile.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -9,31 +8,29 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile_provider.h"
 #include "common/qlib/qmem.h"
+#include "common/qlib/qreplaceable.h"
 
 // Argument rules and handles. What can throw lies below the seam, and only for want of memory: 12.
 
 namespace {
 
-std::atomic<qfile_provider*> provider_override{nullptr};
+qreplaceable<qfile_provider> replaceable_provider;
 
-constexpr std::uint32_t NEEDS_WRITE = QFILE_APPEND | QFILE_CREATE | QFILE_TRUNCATE;
+constexpr std::uint32_t needs_write = QFILE_APPEND | QFILE_CREATE | QFILE_TRUNCATE;
 
 bool flags_are_valid(std::uint32_t flags) noexcept {
   if ((flags & (QFILE_READ | QFILE_WRITE)) == 0) return false;
-  if ((flags & NEEDS_WRITE) != 0 && (flags & QFILE_WRITE) == 0) return false;
+  if ((flags & needs_write) != 0 && (flags & QFILE_WRITE) == 0) return false;
   return (flags & QFILE_APPEND) == 0 || (flags & (QFILE_TRUNCATE | QFILE_UNBUFFERED)) == 0;
 }
 
 }  // namespace
 
 qfile_provider& qfile_provider_for(const qchar* path) noexcept {
-  qfile_provider* const chosen = provider_override.load(std::memory_order_acquire);
-  return chosen != nullptr ? *chosen : qfile_platform_provider_for(path);
+  return replaceable_provider.get(qfile_platform_provider_for(path));
 }
 
-void qfile_set_provider(qfile_provider* provider) noexcept {
-  provider_override.store(provider, std::memory_order_release);
-}
+void qfile_set_provider(qfile_provider* own) noexcept { replaceable_provider.replace(own); }
 
 qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept try {
   if (handle == nullptr) return QERR_ARG1;

@@ -1,7 +1,7 @@
 // Files by wide path. Every path goes to one of the file providers (qfile_provider.h): the local disk, or on Linux a
 // share for a path with two leading backslashes; callers never know which.
 //
-// Null required arguments give 1002, 1003, 1004 by position; system failures come translated (qerr.h).
+// Null required arguments give QERR_ARG1, QERR_ARG2, QERR_ARG3 by position; system failures come translated (qerr.h).
 #pragma once
 
 #include "common/qlib/qtypes.h"
@@ -31,9 +31,9 @@ struct qfile_info {
 };
 
 // Opens `path`. At least one of READ and WRITE; APPEND, CREATE and TRUNCATE need WRITE; APPEND excludes TRUNCATE and
-// UNBUFFERED: else 1004. With CREATE missing parent directories are created. Without WRITE a directory opens too.
+// UNBUFFERED: else QERR_ARG3. With CREATE missing parent directories are created. Without WRITE a directory opens too.
 [[nodiscard]] qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept;
-qerr_t qfile_close(qfile_t handle) noexcept;
+[[nodiscard]] qerr_t qfile_close(qfile_t handle) noexcept;
 
 // One read or write call; fewer bytes than asked for is success (0 bytes: end of file).
 [[nodiscard]] qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_t* bytes_read) noexcept;
@@ -52,13 +52,15 @@ qerr_t qfile_close(qfile_t handle) noexcept;
 [[nodiscard]] qerr_t qfile_get_info(qfile_t handle, qfile_info* info) noexcept;
 [[nodiscard]] qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept;
 
-// A read-only view of the first `length` bytes (never more than the file holds), valid until qfile_unmap. On Windows
-// the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives 14 ("Bad address"). Bytes
-// that a file lost since its size was taken read as zero. A length or file of 0 bytes gives 22. `mapped`, which may be
-// null, tells how many bytes the view has: fewer than asked for when the file has shrunk since the caller looked.
+// A copy of the first `length` bytes (never more than the file holds), valid until qfile_unmap (the names are given;
+// the caller sees no mapping). On Windows
+// the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives QERR_BAD_ADDRESS. Bytes
+// that a file lost since its size was taken read as zero. A length or file of 0 bytes gives QERR_INVALID. `mapped`,
+// which may be null, tells how many bytes the view has: fewer than asked for when the file has shrunk since the caller
+// looked.
 [[nodiscard]] qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view,
                                std::uint64_t* mapped = nullptr) noexcept;
-qerr_t qfile_unmap(const std::byte* view) noexcept;
+[[nodiscard]] qerr_t qfile_unmap(const std::byte* view) noexcept;
 
 // Replaces an existing target; when the target's directories are missing and the source exists they are created.
 [[nodiscard]] qerr_t qfile_rename(const qchar* source, const qchar* target) noexcept;
@@ -80,7 +82,7 @@ qerr_t qfile_unmap(const std::byte* view) noexcept;
 // Asks the file system to compress the file (NTFS); success without effect elsewhere.
 [[nodiscard]] qerr_t qfile_compress(const qchar* path) noexcept;
 // Absolute form of `path`. `size_in_out` counts units with the terminator; a buffer that is too small (or null) gives
-// 1009 with the needed size; on success it becomes the units used.
+// QERR_BUFFER_SMALL with the needed size; on success it becomes the units used.
 [[nodiscard]] qerr_t qfile_full_path(const qchar* path, qchar* buffer, std::uint32_t* size_in_out) noexcept;
 // True when the path's attributes can be read.
 [[nodiscard]] bool qfile_exists(const qchar* path) noexcept;

@@ -5,7 +5,7 @@
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
-#include "common/qlib/qstr.h"
+#include "common/qlib/qpath.h"
 
 namespace {
 
@@ -20,10 +20,8 @@ constexpr std::uint32_t MOST_LINKS = 16;
 constexpr std::size_t MOST_OPEN_SEARCHES = 16;
 
 bool is_share_root(const std::u16string& path) noexcept {
-  if (!qpath_is_unc(path.c_str())) return false;
-  const std::size_t share = path.find(u'\\', 2);
-  return share != std::u16string::npos && share > 2 && share + 1 < path.size() &&
-         path.find(u'\\', share + 1) == std::u16string::npos;
+  qpath_share parts;
+  return qpath_parse_share(path, parts) && parts.rest.empty();
 }
 
 qsys_status start_path(const qchar* path, std::u16string& out) {

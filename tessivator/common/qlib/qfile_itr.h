@@ -63,4 +63,4 @@ struct qfile_itr {
                                     std::uint32_t* is_symlink) noexcept;
 
 // Ends the walk and releases what it holds, `left_out` with it.
-qerr_t qfile_itr_close(qfile_itr* iterator) noexcept;
+[[nodiscard]] qerr_t qfile_itr_close(qfile_itr* iterator) noexcept;

@@ -1,3 +1,4 @@
+// Names on the local disk on POSIX systems, and the provider of local files.
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -13,7 +14,7 @@
 #include "common/qlib/qfile_place_posix_user.h"
 #include "common/qlib/qfile_posix_user.h"
 #include "common/qlib/qmem.h"
-#include "common/qlib/qstr.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr_name.h"
 
 namespace {
@@ -23,8 +24,8 @@ qsys_status on_name(const qchar* path, Call call) {
   qfile_place place;
   const int error = place.reach(path);
   if (error != 0) return qfile_status_of(error);
-  return qfile_retry([&] { return call(place.directory(), place.name()); }) == 0 ? qsys_status{}
-                                                                                 : qfile_status_of(errno);
+  return qsys_retry([&] { return call(place.directory(), place.name()); }) == 0 ? qsys_status{}
+                                                                                : qfile_status_of(errno);
 }
 
 // Resolves "." and ".." of what follows `root` by name alone; nothing climbs above the root.
@@ -51,11 +52,8 @@ std::u16string resolve(std::u16string_view root, std::u16string_view rest, qchar
 
 // A share's root is its server and share name.
 std::u16string resolve_share(std::u16string_view path) {
-  const std::size_t server = path.find(u'\\', 2);
-  if (server == std::u16string_view::npos) return std::u16string(path);
-  const std::size_t share = path.find(u'\\', server + 1);
-  if (share == std::u16string_view::npos) return std::u16string(path);
-  return resolve(path.substr(0, share), path.substr(share), u'\\');
+  qpath_share parts;
+  return qpath_parse_share(path, parts) ? resolve(parts.root, parts.rest, u'\\') : std::u16string(path);
 }
 
 qsys_status current_directory(std::u16string& out) {
@@ -178,9 +176,7 @@ qsys_status local_provider::full_path(const qchar* path, std::u16string& out) {
 }  // namespace
 
 qsys_status qfile_status_of(int error) noexcept {
-  constexpr int HIGHEST_PORTABLE_ERROR = 124;
-  const auto value = static_cast<std::uint32_t>(error);
-  qsys_status status{error <= HIGHEST_PORTABLE_ERROR ? value : value + QERR_SYSTEM_BASE, qsys_condition::none};
+  qsys_status status{qsys_code_of(error), qsys_condition::none};
   if (error == ENOENT) status.condition = qsys_condition::not_found;
   if (error == EEXIST) status.condition = qsys_condition::already_exists;
   if (error == EMFILE || error == ENFILE) status.condition = qsys_condition::no_handles;

@@ -1,75 +1,24 @@
+// Names on Windows, and the provider of all its files.
 #include <windows.h>
 // Needs the types of the line above.
 #include <winioctl.h>
 
 #include <new>
-#include <string_view>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile_winnt_user.h"
-#include "common/qlib/qstr.h"
 
 namespace {
-
-using namespace std::string_view_literals;
 
 qsys_status status_of(BOOL succeeded) noexcept {
   return succeeded != FALSE ? qsys_status{} : qfile_status_of(GetLastError());
 }
 
-bool is_device_path(std::wstring_view path) noexcept {
-  return path.starts_with(L"\\\\?\\"sv) || path.starts_with(L"\\\\.\\"sv) || path.starts_with(L"\\??\\"sv);
-}
-
-bool is_drive_absolute(std::wstring_view path) noexcept {
-  if (path.size() < 3 || path[1] != L':' || path[2] != L'\\') return false;
-  return (path[0] >= L'A' && path[0] <= L'Z') || (path[0] >= L'a' && path[0] <= L'z');
-}
-
-// Components that mean themselves: none is ".", ".." or empty (but for one trailing separator), and no slash occurs.
-bool is_plain(std::wstring_view rest) noexcept {
-  if (rest.find(L'/') != std::wstring_view::npos) return false;
-  while (!rest.empty()) {
-    const std::size_t end = rest.find(L'\\');
-    const std::wstring_view part = rest.substr(0, end);
-    if (part.empty() || part == L"."sv || part == L".."sv) return false;
-    rest = end == std::wstring_view::npos ? std::wstring_view() : rest.substr(end + 1);
-  }
-  return true;
-}
-
-bool get_full_path(const wchar_t* path, std::wstring& out) {
-  DWORD needed = GetFullPathNameW(path, 0, nullptr, nullptr);
-  while (needed != 0) {  // again when another thread changed the current directory in between
-    std::wstring full(needed, L'\0');
-    const DWORD length = GetFullPathNameW(path, needed, full.data(), nullptr);
-    if (length < needed) {
-      full.resize(length);
-      out = std::move(full);
-      return length != 0;
-    }
-    needed = length + 1;
-  }
-  return false;
-}
-
-std::wstring prefixed(std::wstring_view absolute) {
-  if (is_device_path(absolute)) return std::wstring(absolute);
-  std::wstring path;
-  if (absolute.starts_with(L"\\\\"sv)) {
-    path = L"\\\\?\\UNC\\";
-    absolute.remove_prefix(2);
-  } else {
-    path = L"\\\\?\\";
-  }
-  return path += absolute;
-}
-
 // Opened for its attributes only: that needs no right to read, and a link is followed.
-qsys_status open_for_attributes(const std::wstring& name, qfile_win_handle& out) noexcept {
+qsys_status open_for_attributes(const std::wstring& name, qsys_handle& out) noexcept {
   constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  qfile_win_handle opened(CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
-                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  qsys_handle opened(CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!opened.valid()) return qfile_status_of(GetLastError());
   out = std::move(opened);
   return {};
@@ -108,37 +57,37 @@ class local_provider final : public qfile_provider {
     return qfile_winnt_list(wanted.path.data(), out);
   }
   qsys_status exists(const qchar* path) override {
-    return status_of(GetFileAttributesW(qfile_native_path(path).c_str()) != INVALID_FILE_ATTRIBUTES);
+    return status_of(GetFileAttributesW(qsys_extended_path(path).c_str()) != INVALID_FILE_ATTRIBUTES);
   }
   qsys_status info(const qchar* path, qfile_info& out) override {
-    qfile_win_handle file;
-    const qsys_status status = open_for_attributes(qfile_native_path(path), file);
+    qsys_handle file;
+    const qsys_status status = open_for_attributes(qsys_extended_path(path), file);
     return status.ok() ? qfile_winnt_info(file.get(), out) : status;
   }
   qsys_status rename(const qchar* source, const qchar* target) override {
-    const std::wstring to = qfile_native_path(target);
-    return status_of(MoveFileExW(qfile_native_path(source).c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING));
+    const std::wstring to = qsys_extended_path(target);
+    return status_of(MoveFileExW(qsys_extended_path(source).c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING));
   }
   qsys_status remove(const qchar* path) override {
-    const std::wstring name = qfile_native_path(path);
+    const std::wstring name = qsys_extended_path(path);
     (void)SetFileAttributesW(name.c_str(), FILE_ATTRIBUTE_NORMAL);  // clears read-only
     return status_of(DeleteFileW(name.c_str()));
   }
   qsys_status make_directory(const qchar* path) override {
-    return status_of(CreateDirectoryW(qfile_native_path(path).c_str(), nullptr));
+    return status_of(CreateDirectoryW(qsys_extended_path(path).c_str(), nullptr));
   }
   qsys_status remove_directory(const qchar* path) override {
-    return status_of(RemoveDirectoryW(qfile_native_path(path).c_str()));
+    return status_of(RemoveDirectoryW(qsys_extended_path(path).c_str()));
   }
   qsys_status copy(const qchar* source, const qchar* target, bool fail_if_exists) override {
-    const std::wstring to = qfile_native_path(target);
-    return status_of(CopyFileW(qfile_native_path(source).c_str(), to.c_str(), fail_if_exists ? TRUE : FALSE));
+    const std::wstring to = qsys_extended_path(target);
+    return status_of(CopyFileW(qsys_extended_path(source).c_str(), to.c_str(), fail_if_exists ? TRUE : FALSE));
   }
   qsys_status compress(const qchar* path) override {
     constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const std::wstring name = qfile_native_path(path);
-    const qfile_win_handle file(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, SHARE_ALL, nullptr,
-                                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::wstring name = qsys_extended_path(path);
+    const qsys_handle file(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, SHARE_ALL, nullptr, OPEN_EXISTING,
+                                       FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.valid()) return qfile_status_of(GetLastError());
     USHORT format = COMPRESSION_FORMAT_DEFAULT;
     DWORD returned = 0;
@@ -147,8 +96,8 @@ class local_provider final : public qfile_provider {
   }
   qsys_status full_path(const qchar* path, std::u16string& out) override {
     std::wstring full;
-    if (!get_full_path(qfile_wide(path), full)) return qfile_status_of(GetLastError());
-    out.assign(reinterpret_cast<const qchar*>(full.c_str()), full.size());
+    if (!qsys_full_path(path, full)) return qfile_status_of(GetLastError());
+    out = qsys_units(full);
     return {};
   }
 };
@@ -179,18 +128,9 @@ qsys_status qfile_status_of(DWORD error) noexcept {
 }
 
 qsys_status qfile_winnt_identity(const std::wstring& directory, qfile_identity& out) noexcept {
-  qfile_win_handle opened;
+  qsys_handle opened;
   const qsys_status status = open_for_attributes(directory, opened);
   return status.ok() ? identity_of(opened.get(), out) : status;
-}
-
-std::wstring qfile_native_path(const qchar* path) {
-  const std::wstring_view text(qfile_wide(path));
-  const bool share = text.starts_with(L"\\\\"sv);
-  if (is_device_path(text)) return std::wstring(text);
-  if (share ? is_plain(text.substr(2)) : is_drive_absolute(text) && is_plain(text.substr(3))) return prefixed(text);
-  std::wstring full;
-  return get_full_path(text.data(), full) ? prefixed(full) : std::wstring(text);
 }
 
 qfile_provider& qfile_local_provider() noexcept {

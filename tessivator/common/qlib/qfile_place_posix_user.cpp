@@ -55,10 +55,10 @@ int qfile_place::directory() const noexcept {
 // Opens the next `length` bytes of the path, which end before a separator.
 int qfile_place::step(std::size_t length) noexcept {
   path_[from_ + length] = '\0';
-  const int fd = qfile_retry([&] { return ::openat(directory(), name(), O_PATH | O_DIRECTORY | O_CLOEXEC); });
+  const int fd = qsys_retry([&] { return ::openat(directory(), name(), O_PATH | O_DIRECTORY | O_CLOEXEC); });
   path_[from_ + length] = '/';
   if (fd < 0) return errno;
-  passed_ = qfile_descriptor(fd);
+  passed_ = qsys_descriptor(fd);
   from_ += length + 1;
   return 0;
 }

@@ -25,7 +25,7 @@ class qfile_place {
 
   std::string path_;
   std::size_t from_ = 0;
-  qfile_descriptor passed_;
+  qsys_descriptor passed_;
   std::shared_ptr<DIR> offered_;
 };
 

@@ -1,3 +1,4 @@
+// Open files of the local disk on POSIX systems.
 #include "common/qlib/qfile_posix_user.h"
 
 #include <fcntl.h>
@@ -14,17 +15,16 @@
 namespace {
 
 // The readahead hint is given once a reader has come this far: small files then cost no call for it.
-constexpr std::uint64_t SEQUENTIAL_FROM = std::uint64_t{1} << 20U;
+constexpr std::uint64_t sequential_from = std::uint64_t{1} << 20U;
 
 // A directory has no bytes to read.
 std::uint64_t size_of(const struct stat& about) noexcept {
   return S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
 }
 
-// Positions are kept here and every transfer names its own offset, so that seeking costs no call.
-class posix_file final : public qfile_object {
+class posix_file final : public qfile_positioned {
  public:
-  posix_file(qfile_descriptor&& fd, std::uint32_t flags, std::uint64_t size_at_open) noexcept
+  posix_file(qsys_descriptor&& fd, std::uint32_t flags, std::uint64_t size_at_open) noexcept
       : fd_(std::move(fd)), flags_(flags), size_at_open_(size_at_open) {}
   ~posix_file() override {
     // Unbuffered: what this file left in the page cache goes.
@@ -33,33 +33,17 @@ class posix_file final : public qfile_object {
   posix_file(const posix_file&) = delete;
   posix_file& operator=(const posix_file&) = delete;
 
-  qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-    hint_sequential();
-    const ssize_t got = qfile_retry([&] { return ::pread(fd_.get(), buffer, size, static_cast<off_t>(position_)); });
-    return moved(got, done);
-  }
-
   qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
     if ((flags_ & QFILE_APPEND) == 0) {
-      return moved(qfile_retry([&] { return ::pwrite(fd_.get(), buffer, size, static_cast<off_t>(position_)); }), done);
+      const auto at = static_cast<off_t>(position_);
+      const qsys_status status = counted(qsys_retry([&] { return ::pwrite(fd_.get(), buffer, size, at); }), done);
+      if (status.ok()) position_ += done;
+      return status;
     }
-    const ssize_t put = qfile_retry([&] { return ::write(fd_.get(), buffer, size); });
-    if (put < 0) return qfile_status_of(errno);
-    done = static_cast<std::uint32_t>(put);
+    const qsys_status status = counted(qsys_retry([&] { return ::write(fd_.get(), buffer, size); }), done);
+    if (!status.ok()) return status;
     const off_t end = ::lseek(fd_.get(), 0, SEEK_CUR);
     if (end >= 0) position_ = static_cast<std::uint64_t>(end);
-    return {};
-  }
-
-  qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
-    std::uint64_t base = 0;
-    if (origin == QFILE_FROM_CURRENT) base = position_;
-    if (origin == QFILE_FROM_END) {
-      const qsys_status status = size(base);
-      if (!status.ok()) return status;
-    }
-    if (!qfile_seek_target(base, offset, position_)) return qfile_status_of(EINVAL);
-    position = position_;
     return {};
   }
 
@@ -77,7 +61,7 @@ class posix_file final : public qfile_object {
   }
 
   qsys_status truncate(std::uint64_t bytes) noexcept override {
-    if (qfile_retry([&] { return ::ftruncate(fd_.get(), static_cast<off_t>(bytes)); }) != 0) {
+    if (qsys_retry([&] { return ::ftruncate(fd_.get(), static_cast<off_t>(bytes)); }) != 0) {
       return qfile_status_of(errno);
     }
     position_ = bytes;
@@ -86,40 +70,32 @@ class posix_file final : public qfile_object {
 
   qsys_status info(qfile_info& out) noexcept override { return qfile_posix_info(fd_.get(), "", out); }
 
-  qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
-    done = 0;
-    while (done < length) {  // one round, unless the file is larger than a single read can be
-      const ssize_t got =
-          qfile_retry([&] { return ::pread(fd_.get(), destination + done, length - done, static_cast<off_t>(done)); });
-      if (got < 0) return qfile_status_of(errno);
-      if (got == 0) break;
-      done += static_cast<std::size_t>(got);
-    }
-    return {};
-  }
-
   qsys_status flush() noexcept override {
-    return qfile_retry([&] { return ::fsync(fd_.get()); }) == 0 ? qsys_status{} : qfile_status_of(errno);
+    return qsys_retry([&] { return ::fsync(fd_.get()); }) == 0 ? qsys_status{} : qfile_status_of(errno);
   }
 
  private:
-  qsys_status moved(ssize_t count, std::uint32_t& done) noexcept {
+  static qsys_status counted(ssize_t count, std::uint32_t& done) noexcept {
     if (count < 0) return qfile_status_of(errno);
     done = static_cast<std::uint32_t>(count);
-    position_ += done;
     return {};
   }
 
-  void hint_sequential() noexcept {
-    if (hinted_ || position_ < SEQUENTIAL_FROM) return;
+  qsys_status read_at(std::uint64_t offset, void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    hint_sequential(offset);
+    const auto at = static_cast<off_t>(offset);
+    return counted(qsys_retry([&] { return ::pread(fd_.get(), buffer, size, at); }), done);
+  }
+
+  void hint_sequential(std::uint64_t offset) noexcept {
+    if (hinted_ || offset < sequential_from) return;
     hinted_ = true;
     (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   }
 
-  qfile_descriptor fd_;
+  qsys_descriptor fd_;
   std::uint32_t flags_;
   std::uint64_t size_at_open_;
-  std::uint64_t position_ = 0;
   bool hinted_ = false;
 };
 
@@ -138,7 +114,7 @@ int check_kind(int fd, std::uint32_t flags, struct stat& about) noexcept {
 }
 
 qsys_status take_exclusively(int fd) noexcept {
-  if (qfile_retry([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0) return {};
+  if (qsys_retry([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0) return {};
   return errno == EWOULDBLOCK ? qsys_status{QERR_SHARING, qsys_condition::none} : qfile_status_of(errno);
 }
 
@@ -158,12 +134,12 @@ qsys_status prepare(int fd, std::uint32_t flags, struct stat& about) noexcept {
 // directories pay no heed to it and clearing it would cost each file a call. The one regular file that it refuses is
 // one on which another process (a file server) holds a lease; the kernel then asks for it back, within seconds as a
 // rule.
-qfile_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
+qsys_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
   constexpr int LEASE_ATTEMPTS = 500;
   constexpr timespec PAUSE{0, 10000000};
   for (int attempt = 1;; ++attempt) {
-    const int fd = qfile_retry([&] { return ::openat(place.directory(), place.name(), how | O_NONBLOCK, 0666); });
-    if (fd >= 0 || errno != EWOULDBLOCK || attempt == LEASE_ATTEMPTS) return qfile_descriptor(fd);
+    const int fd = qsys_retry([&] { return ::openat(place.directory(), place.name(), how | O_NONBLOCK, 0666); });
+    if (fd >= 0 || errno != EWOULDBLOCK || attempt == LEASE_ATTEMPTS) return qsys_descriptor(fd);
     (void)::nanosleep(&PAUSE, nullptr);
     errno = EWOULDBLOCK;
   }
@@ -172,15 +148,15 @@ qfile_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
 }  // namespace
 
 std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) noexcept {
-  constexpr std::int64_t UNITS_A_SECOND = 10000000;
-  constexpr std::int64_t SECONDS_1601_TO_1970 = 11644473600;
+  constexpr std::int64_t units_a_second = 10000000;
+  constexpr std::int64_t seconds_1601_to_1970 = 11644473600;
   // What a 64-bit count of 100 ns since 1601 can hold, with room for any time zone.
-  constexpr std::int64_t LIMIT = std::numeric_limits<std::int64_t>::max() / UNITS_A_SECOND - 2 * SECONDS_1601_TO_1970;
-  if (seconds > LIMIT || seconds < -LIMIT) return 0;
+  constexpr std::int64_t limit = std::numeric_limits<std::int64_t>::max() / units_a_second - 2 * seconds_1601_to_1970;
+  if (seconds > limit || seconds < -limit) return 0;
   const time_t time = seconds;
   tm parts{};
   const std::int64_t offset = ::localtime_r(&time, &parts) != nullptr ? parts.tm_gmtoff : 0;
-  return (seconds + offset + SECONDS_1601_TO_1970) * UNITS_A_SECOND + nanoseconds / 100;
+  return (seconds + offset + seconds_1601_to_1970) * units_a_second + nanoseconds / 100;
 }
 
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
@@ -190,7 +166,7 @@ qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique
   int how = access_mode(flags) | O_CLOEXEC | O_NOCTTY;
   if ((flags & QFILE_APPEND) != 0) how |= O_APPEND;
   if ((flags & QFILE_CREATE) != 0) how |= O_CREAT;
-  qfile_descriptor fd = open_unblocked(place, how);
+  qsys_descriptor fd = open_unblocked(place, how);
   if (!fd.valid()) return qfile_status_of(errno);
   struct stat about {};
   const qsys_status status = prepare(fd.get(), flags, about);
@@ -204,7 +180,7 @@ qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfil
   const int error = place.reach(path);
   if (error != 0) return qfile_status_of(error);
   const int how = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  qfile_descriptor fd(qfile_retry([&] { return ::openat(place.directory(), place.name(), how, 0666); }));
+  qsys_descriptor fd(qsys_retry([&] { return ::openat(place.directory(), place.name(), how, 0666); }));
   if (!fd.valid()) return qfile_status_of(errno);
   out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
   return {};

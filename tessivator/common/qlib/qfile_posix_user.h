@@ -1,14 +1,11 @@
 // What the POSIX parts of the file layer share.
 #pragma once
 
-#include <cerrno>
 #include <string>
 #include <string_view>
-#include <utility>
-
-#include <unistd.h>
 
 #include "common/qlib/qfile_provider.h"
+#include "common/qlib/qsys_posix_user.h"
 
 // `error` is an errno value.
 [[nodiscard]] qsys_status qfile_status_of(int error) noexcept;
@@ -19,35 +16,6 @@ inline constexpr int QFILE_NO_SUCH_NAME = ENOENT;
 
 // Local time in 100 ns since 1601 of a time in seconds since 1970; 0 beyond what that can hold.
 [[nodiscard]] std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) noexcept;
-
-// Repeats a call that a signal interrupted.
-template <class Call>
-auto qfile_retry(Call call) noexcept {
-  for (;;) {
-    const auto result = call();
-    if (result != -1 || errno != EINTR) return result;
-  }
-}
-
-class qfile_descriptor {
- public:
-  qfile_descriptor() noexcept = default;
-  explicit qfile_descriptor(int fd) noexcept : fd_(fd) {}
-  qfile_descriptor(qfile_descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  qfile_descriptor& operator=(qfile_descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~qfile_descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  [[nodiscard]] int get() const noexcept { return fd_; }
-  [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
-  [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
-
- private:
-  int fd_ = -1;
-};
 
 // The parts of the local provider, one file each.
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out);

@@ -5,7 +5,6 @@
 // condition for our own decisions, because translation folds different system errors into one code.
 #pragma once
 
-#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,9 +14,9 @@
 
 enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory, no_handles };
 
-// The code that comes with end_of_directory is 1008.
+// The code that comes with end_of_directory is QERR_END.
 
-struct qsys_status {
+struct [[nodiscard]] qsys_status {
   qerr_t code = QERR_OK;
   qsys_condition condition = qsys_condition::none;
   [[nodiscard]] bool ok() const noexcept { return code == QERR_OK && condition == qsys_condition::none; }
@@ -41,18 +40,6 @@ struct qfile_identity {
   bool operator==(const qfile_identity&) const noexcept = default;
 };
 
-// Where a seek by `offset` from `base` leads; false when that lies before the start or past the largest offset.
-[[nodiscard]] constexpr bool qfile_seek_target(std::uint64_t base, std::int64_t offset,
-                                               std::uint64_t& target) noexcept {
-  constexpr std::uint64_t LARGEST = std::numeric_limits<std::int64_t>::max();
-  const bool backwards = offset < 0;
-  const auto unsigned_offset = static_cast<std::uint64_t>(offset);
-  const std::uint64_t distance = backwards ? ~unsigned_offset + 1 : unsigned_offset;
-  if (backwards ? distance > base : base > LARGEST || distance > LARGEST - base) return false;
-  target = backwards ? base - distance : base + distance;
-  return true;
-}
-
 // An open file; the destructor closes it.
 class qfile_object {
  public:
@@ -67,6 +54,20 @@ class qfile_object {
   virtual qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept = 0;
   // Hands written bytes to the storage device, as far as this kind of storage can.
   virtual qsys_status flush() noexcept { return {}; }
+};
+
+// A file whose position is kept here: every transfer names its own offset, so that seeking costs no call.
+class qfile_positioned : public qfile_object {
+ public:
+  qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override;
+  // QERR_INVALID for a position before the start or past the largest offset.
+  qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override;
+  qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override;
+
+ protected:
+  // One read call at `offset`; fewer bytes than asked for is success, 0 the end of the file.
+  virtual qsys_status read_at(std::uint64_t offset, void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
+  std::uint64_t position_ = 0;
 };
 
 // A running search of one directory; the destructor ends it.

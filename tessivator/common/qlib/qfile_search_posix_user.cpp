@@ -1,3 +1,4 @@
+// Directory searches on POSIX systems.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -92,12 +93,12 @@ std::u16string_view parent_of(std::u16string_view path) noexcept {
 constexpr int AS_DIRECTORY = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
 // These open directories and answer 0 or an errno value.
-int open_at(int from, const char* name, int how, qfile_descriptor& out) noexcept {
-  out = qfile_descriptor(qfile_retry([&] { return ::openat(from, name, AS_DIRECTORY | how); }));
+int open_at(int from, const char* name, int how, qsys_descriptor& out) noexcept {
+  out = qsys_descriptor(qsys_retry([&] { return ::openat(from, name, AS_DIRECTORY | how); }));
   return out.valid() ? 0 : errno;
 }
 
-int open_by_path(std::u16string_view path, int how, qfile_descriptor& out) {
+int open_by_path(std::u16string_view path, int how, qsys_descriptor& out) {
   qfile_place place;
   const int error = place.reach(std::u16string(path).c_str());
   return error != 0 ? error : open_at(place.directory(), place.name(), how, out);
@@ -110,7 +111,7 @@ int identity_of(int fd, qfile_identity& out) noexcept {
   return 0;
 }
 
-int open_stream(qfile_descriptor&& fd, std::shared_ptr<DIR>& out) {
+int open_stream(qsys_descriptor&& fd, std::shared_ptr<DIR>& out) {
   std::unique_ptr<DIR, close_directory> stream(::fdopendir(fd.get()));
   if (!stream) return errno;
   (void)fd.release();
@@ -122,7 +123,7 @@ int open_stream(qfile_descriptor&& fd, std::shared_ptr<DIR>& out) {
 class local_search : public qfile_search {
  public:
   // `path` names an entry of this search.
-  virtual int open_entry(std::u16string_view path, int how, qfile_descriptor& out) {
+  virtual int open_entry(std::u16string_view path, int how, qsys_descriptor& out) {
     return open_by_path(path, how, out);
   }
   // Of the directory that is searched; negative when there is none.
@@ -174,7 +175,7 @@ class directory_search final : public local_search {
   // From a directory that is no link one step leads up again.
   void resume(const qfile_search& below) noexcept override {
     const int from = static_cast<const local_search&>(below).descriptor();
-    qfile_descriptor up;
+    qsys_descriptor up;
     if (taken_ < parked_.size() && from >= 0 && open_at(from, "..", 0, up) == 0) (void)take_back(std::move(up));
   }
 
@@ -182,9 +183,9 @@ class directory_search final : public local_search {
     if (directory_) qfile_offer_folder(directory, directory_);
   }
 
-  int open_entry(std::u16string_view path, int how, qfile_descriptor& out) override {
+  int open_entry(std::u16string_view path, int how, qsys_descriptor& out) override {
     if (!directory_) {
-      qfile_descriptor again;
+      qsys_descriptor again;
       int error = open_by_path(parent_of(path), 0, again);
       if (error == 0) error = take_back(std::move(again));
       if (error != 0) return error;
@@ -215,7 +216,7 @@ class directory_search final : public local_search {
   }
 
   // Another directory may stand in the place of ours by now.
-  int take_back(qfile_descriptor&& fd) noexcept try {
+  int take_back(qsys_descriptor&& fd) noexcept try {
     qfile_identity found;
     const int error = identity_of(fd.get(), found);
     if (error != 0) return error;
@@ -262,7 +263,7 @@ bool leaves_room(int fd) noexcept {
   return static_cast<rlim_t>(fd) + ROOM_FOR_FILES < most.rlim_cur;
 }
 
-qsys_status search_opened(qfile_descriptor&& fd, std::u16string pattern, std::unique_ptr<qfile_search>& out) {
+qsys_status search_opened(qsys_descriptor&& fd, std::u16string pattern, std::unique_ptr<qfile_search>& out) {
   qfile_identity identity;
   int error = identity_of(fd.get(), identity);
   std::shared_ptr<DIR> stream;
@@ -277,7 +278,7 @@ qsys_status search_opened(qfile_descriptor&& fd, std::u16string pattern, std::un
 qsys_status qfile_posix_list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) {
   const int how = wanted.is_link ? 0 : O_NOFOLLOW;
   auto* const above = static_cast<local_search*>(wanted.above);
-  qfile_descriptor fd;
+  qsys_descriptor fd;
   const int error = above != nullptr ? above->open_entry(wanted.path, how, fd) : open_by_path(wanted.path, how, fd);
   if (error != 0) return qfile_status_of(error);
   if (wanted.leave_room && !leaves_room(fd.get())) return qfile_status_of(EMFILE);
@@ -296,7 +297,7 @@ qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_searc
     return {};
   }
   if (last.find_first_of(u"*?") != std::u16string_view::npos) {
-    qfile_descriptor fd;
+    qsys_descriptor fd;
     error = open_by_path(parent_of(whole), 0, fd);
     if (error == 0) return search_opened(std::move(fd), std::u16string(last), out);
   }

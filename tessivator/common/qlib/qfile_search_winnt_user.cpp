@@ -1,3 +1,4 @@
+// Directory searches on Windows.
 #include <new>
 
 #include "common/qlib/qerr.h"
@@ -27,7 +28,7 @@ class find_search final : public qfile_search {
     has_first_ = false;
     const DWORD attributes = found_.dwFileAttributes;
     const DWORD tag = found_.dwReserved0;
-    entry.name = reinterpret_cast<const qchar*>(found_.cFileName);
+    entry.name = qsys_units(found_.cFileName);
     entry.is_directory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     entry.is_reparse = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     entry.is_symlink = entry.is_reparse && tag == IO_REPARSE_TAG_SYMLINK;
@@ -64,13 +65,13 @@ qsys_status find(const std::wstring& pattern, std::unique_ptr<find_search>& out)
 
 qsys_status qfile_winnt_search(const qchar* pattern, std::unique_ptr<qfile_search>& out) {
   std::unique_ptr<find_search> search;
-  const qsys_status status = find(qfile_native_path(pattern), search);
+  const qsys_status status = find(qsys_extended_path(pattern), search);
   out = std::move(search);
   return status;
 }
 
 qsys_status qfile_winnt_list(const qchar* directory, std::unique_ptr<qfile_search>& out) {
-  std::wstring pattern = qfile_native_path(directory);
+  std::wstring pattern = qsys_extended_path(directory);
   qfile_identity identity;
   const bool identified = qfile_winnt_identity(pattern, identity).ok();
   if (pattern.empty() || pattern.back() != L'\\') pattern += L'\\';

@@ -48,7 +48,7 @@ void take_info(const smb_info& about, qfile_info& out) noexcept {
   out.creation_time = out.last_write_time;  // the creation time would cost another request
 }
 
-class share_file final : public qfile_object {
+class share_file final : public qfile_positioned {
  public:
   // `file` is null for an open directory.
   share_file(session_ptr session, smb_file* file) noexcept : session_(std::move(session)), file_(file) {}
@@ -58,27 +58,7 @@ class share_file final : public qfile_object {
   share_file(const share_file&) = delete;
   share_file& operator=(const share_file&) = delete;
 
-  qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-    std::size_t count = 0;
-    const qsys_status status = read_at(position_, static_cast<std::byte*>(buffer), size, count);
-    done = static_cast<std::uint32_t>(count);
-    position_ += count;
-    return status;
-  }
-
   qsys_status write(const void*, std::uint32_t, std::uint32_t&) noexcept override { return qfile_status_of(EBADF); }
-
-  qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
-    std::uint64_t base = 0;
-    if (origin == QFILE_FROM_CURRENT) base = position_;
-    if (origin == QFILE_FROM_END) {
-      const qsys_status status = size(base);
-      if (!status.ok()) return status;
-    }
-    if (!qfile_seek_target(base, offset, position_)) return qfile_status_of(EINVAL);
-    position = position_;
-    return {};
-  }
 
   qsys_status size(std::uint64_t& bytes) noexcept override {
     smb_info about{};
@@ -96,25 +76,20 @@ class share_file final : public qfile_object {
     return status;
   }
 
-  qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
-    done = 0;
-    while (done < length) {
-      std::size_t count = 0;
-      const qsys_status status = read_at(done, destination + done, length - done, count);
-      if (!status.ok()) return status;
-      if (count == 0) break;
-      done += count;
-    }
-    return {};
-  }
-
  private:
   qsys_status ask(smb_info& about) noexcept {
     if (file_ == nullptr) return {};
     return status_of(session_->module().info(file_, &about));
   }
 
-  qsys_status read_at(std::uint64_t offset, std::byte* destination, std::size_t size, std::size_t& count) noexcept {
+  qsys_status read_at(std::uint64_t offset, void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    std::size_t count = 0;
+    const qsys_status status = take(offset, static_cast<std::byte*>(buffer), size, count);
+    done = static_cast<std::uint32_t>(count);
+    return status;
+  }
+
+  qsys_status take(std::uint64_t offset, std::byte* destination, std::size_t size, std::size_t& count) noexcept {
     count = 0;
     if (file_ == nullptr) return qfile_status_of(EISDIR);
     if (size == 0) return {};
@@ -159,7 +134,6 @@ class share_file final : public qfile_object {
 
   session_ptr session_;
   smb_file* file_;
-  std::uint64_t position_ = 0;
   std::uint64_t end_ = END_UNKNOWN;
   std::uint64_t fetched_to_ = 0;
   std::unique_ptr<std::byte[]> bytes_;

@@ -6,7 +6,7 @@
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_provider.h"
 #include "common/qlib/qlog.h"
-#include "common/qlib/qstr.h"
+#include "common/qlib/qpath.h"
 
 // Operations on names: rename, delete, copy, directories, full paths. What can throw lies below the seam, and only for
 // want of memory: 12.
@@ -19,8 +19,8 @@ constexpr std::uint32_t module_id = QLOG_PROG;
 bool is_root(const std::u16string& path) noexcept {
   if (path.empty() || qpath_is_bare_drive(path.c_str())) return true;
   if (!qpath_is_unc(path.c_str())) return false;
-  const std::size_t share = path.find(u'\\', 2);
-  return share == std::u16string::npos || path.find(u'\\', share + 1) == std::u16string::npos;
+  qpath_share parts;
+  return !qpath_parse_share(path, parts) || parts.rest.empty();
 }
 
 // Up: cuts `path` at successive separators until a directory is there, as it stands or newly made.
@@ -47,7 +47,7 @@ qfile_provider* common_provider(const qchar* source, const qchar* target) noexce
   return &provider == &qfile_provider_for(target) ? &provider : nullptr;
 }
 
-constexpr qerr_t CROSS_DEVICE = 18;
+constexpr qerr_t cross_device = 18;
 
 template <class Operation>
 qerr_t on_path(const qchar* path, Operation operation) noexcept try {
@@ -82,7 +82,7 @@ qerr_t qfile_rename(const qchar* source, const qchar* target) noexcept try {
   if (source == nullptr) return QERR_ARG1;
   if (target == nullptr) return QERR_ARG2;
   qfile_provider* const provider = common_provider(source, target);
-  if (provider == nullptr) return CROSS_DEVICE;
+  if (provider == nullptr) return cross_device;
   const qsys_status status = provider->rename(source, target);
   if (status.condition != qsys_condition::not_found) return status.code;
   QfileOwner there;  // Which of the two is missing?
@@ -99,7 +99,7 @@ qerr_t qfile_copy(const qchar* source, const qchar* target, std::uint32_t fail_i
   if (source == nullptr) return QERR_ARG1;
   if (target == nullptr) return QERR_ARG2;
   qfile_provider* const provider = common_provider(source, target);
-  return provider == nullptr ? CROSS_DEVICE : provider->copy(source, target, fail_if_exists != 0).code;
+  return provider == nullptr ? cross_device : provider->copy(source, target, fail_if_exists != 0).code;
 } catch (...) {
   return QERR_LOW_MEMORY;
 }

@@ -6,22 +6,22 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_provider.h"
-#include "common/qlib/qstr.h"
+#include "common/qlib/qpath.h"
 
 namespace {
 
 // Names are random, so that nobody can stand ready at one; a name that is taken all the same is tried anew.
-constexpr int NAME_ATTEMPTS = 16;
+constexpr int name_attempts = 16;
 
 std::u16string temporary_beside(const std::u16string& path, qchar separator) {
-  static constexpr char16_t DIGITS[] = u"0123456789abcdef";
+  static constexpr char16_t digits[] = u"0123456789abcdef";
   const std::size_t cut = path.rfind(separator);
   std::u16string name = cut == std::u16string::npos ? std::u16string() : path.substr(0, cut + 1);
   name += u".brantle-";
   std::random_device source;
   for (int word = 0; word < 2; ++word) {
     std::uint32_t bits = source();
-    for (int digit = 0; digit < 8; ++digit, bits >>= 4) name += DIGITS[bits & 15U];
+    for (int digit = 0; digit < 8; ++digit, bits >>= 4) name += digits[bits & 15U];
   }
   return name += u".tmp";
 }
@@ -43,7 +43,7 @@ class temporary_file {
 
   qsys_status create(const std::u16string& target, qchar separator) {
     qsys_status status;
-    for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt) {
+    for (int attempt = 0; attempt < name_attempts; ++attempt) {
       name_ = temporary_beside(target, separator);
       status = provider_.create_exclusive(name_.c_str(), file_);
       exists_ = status.ok();
@@ -53,10 +53,10 @@ class temporary_file {
   }
 
   qsys_status fill(const std::byte* bytes, std::size_t size) noexcept {
-    constexpr std::size_t LARGEST_WRITE = std::size_t{1} << 30U;
+    constexpr std::size_t largest_write = std::size_t{1} << 30U;
     while (size > 0) {
       std::uint32_t done = 0;
-      const auto part = static_cast<std::uint32_t>(std::min(size, LARGEST_WRITE));
+      const auto part = static_cast<std::uint32_t>(std::min(size, largest_write));
       const qsys_status status = file_->write(bytes, part, done);
       if (!status.ok()) return status;
       if (done == 0 || done > part) return {QERR_IO, qsys_condition::none};

@@ -1,3 +1,4 @@
+// Open files of the local disk on Windows.
 #include "common/qlib/qfile_winnt_user.h"
 
 #include <algorithm>
@@ -24,45 +25,19 @@ struct unmap_view {
   void operator()(void* view) const noexcept { UnmapViewOfFile(view); }
 };
 
-// Positions are kept here and every transfer names its own offset, so that seeking costs no call.
-class winnt_file final : public qfile_object {
+class winnt_file final : public qfile_positioned {
  public:
-  winnt_file(qfile_win_handle&& handle, std::uint32_t flags) noexcept : handle_(std::move(handle)), flags_(flags) {}
-
-  qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-    DWORD got = 0;
-    OVERLAPPED at = offset_of(position_);
-    if (ReadFile(handle_.get(), buffer, size, &got, &at) == FALSE) {
-      const DWORD error = GetLastError();
-      if (error != ERROR_HANDLE_EOF) return qfile_status_of(error);
-      got = 0;
-    }
-    done = got;
-    position_ += got;
-    return {};
-  }
+  winnt_file(qsys_handle&& handle, std::uint32_t flags) noexcept : handle_(std::move(handle)), flags_(flags) {}
 
   qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-    constexpr std::uint64_t AT_END = std::numeric_limits<std::uint64_t>::max();
+    constexpr std::uint64_t at_end = std::numeric_limits<std::uint64_t>::max();
     const bool append = (flags_ & QFILE_APPEND) != 0;
     DWORD put = 0;
-    OVERLAPPED at = offset_of(append ? AT_END : position_);
+    OVERLAPPED at = offset_of(append ? at_end : position_);
     if (WriteFile(handle_.get(), buffer, size, &put, &at) == FALSE) return last_status();
     done = put;
     position_ += put;
     return append ? this->size(position_) : qsys_status{};
-  }
-
-  qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
-    std::uint64_t base = 0;
-    if (origin == QFILE_FROM_CURRENT) base = position_;
-    if (origin == QFILE_FROM_END) {
-      const qsys_status status = size(base);
-      if (!status.ok()) return status;
-    }
-    if (!qfile_seek_target(base, offset, position_)) return qfile_status_of(ERROR_NEGATIVE_SEEK);
-    position = position_;
-    return {};
   }
 
   qsys_status size(std::uint64_t& bytes) noexcept override {
@@ -84,7 +59,7 @@ class winnt_file final : public qfile_object {
 
   qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
     done = 0;
-    const qfile_win_handle mapping(CreateFileMappingW(handle_.get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+    const qsys_handle mapping(CreateFileMappingW(handle_.get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
     if (!mapping.valid()) return last_status();
     const std::unique_ptr<void, unmap_view> mapped(MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, length));
     if (!mapped) return last_status();
@@ -96,6 +71,18 @@ class winnt_file final : public qfile_object {
   }
 
  private:
+  qsys_status read_at(std::uint64_t offset, void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
+    DWORD got = 0;
+    OVERLAPPED at = offset_of(offset);
+    if (ReadFile(handle_.get(), buffer, size, &got, &at) == FALSE) {
+      const DWORD error = GetLastError();
+      if (error != ERROR_HANDLE_EOF) return qfile_status_of(error);
+      got = 0;
+    }
+    done = got;
+    return {};
+  }
+
   static OVERLAPPED offset_of(std::uint64_t position) noexcept {
     OVERLAPPED at{};
     at.Offset = static_cast<DWORD>(position);
@@ -103,9 +90,8 @@ class winnt_file final : public qfile_object {
     return at;
   }
 
-  qfile_win_handle handle_;
+  qsys_handle handle_;
   std::uint32_t flags_;
-  std::uint64_t position_ = 0;
 };
 
 DWORD access_of(std::uint32_t flags) noexcept {
@@ -124,8 +110,8 @@ DWORD disposition_of(std::uint32_t flags) noexcept {
 
 qsys_status create(const qchar* path, DWORD access, DWORD share, DWORD disposition, DWORD attributes,
                    std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
-  const std::wstring name = qfile_native_path(path);
-  qfile_win_handle handle(CreateFileW(name.c_str(), access, share, nullptr, disposition, attributes, nullptr));
+  const std::wstring name = qsys_extended_path(path);
+  qsys_handle handle(CreateFileW(name.c_str(), access, share, nullptr, disposition, attributes, nullptr));
   if (!handle.valid()) return last_status();
   // A name can lead to a console or pipe ("CON", "\\.\pipe\..."), which is no file and could block for ever.
   if (GetFileType(handle.get()) != FILE_TYPE_DISK) return qfile_status_of(ERROR_BAD_UNIT);
@@ -143,11 +129,11 @@ std::int64_t local_time_of(const FILETIME& time) noexcept {
 }  // namespace
 
 qsys_status qfile_winnt_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) {
-  constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   DWORD attributes = FILE_ATTRIBUTE_NORMAL;
   if ((flags & QFILE_UNBUFFERED) != 0) attributes |= FILE_FLAG_NO_BUFFERING;
   if ((flags & QFILE_WRITE) == 0) attributes |= FILE_FLAG_BACKUP_SEMANTICS;  // directories open, too
-  return create(path, access_of(flags), (flags & QFILE_EXCLUSIVE) != 0 ? 0 : SHARE_ALL, disposition_of(flags),
+  return create(path, access_of(flags), (flags & QFILE_EXCLUSIVE) != 0 ? 0 : share_all, disposition_of(flags),
                 attributes, flags, out);
 }
 

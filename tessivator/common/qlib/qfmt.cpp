@@ -10,7 +10,7 @@
 namespace {
 
 // Widths and precisions beyond this are cut: they come from our own formats, and no column is that wide.
-constexpr std::uint32_t WIDEST = 32767;
+constexpr std::uint32_t widest = 32767;
 
 // Where units go: a buffer of fixed size, or a string that grows.
 class output {
@@ -81,7 +81,7 @@ std::uint64_t number_of(const qfmt_arg& argument) noexcept {
 std::uint32_t parse_number(const qchar*& at) noexcept {
   std::uint32_t value = 0;
   for (; *at >= u'0' && *at <= u'9'; ++at)
-    value = std::min(value * 10 + static_cast<std::uint32_t>(*at - u'0'), WIDEST);
+    value = std::min(value * 10 + static_cast<std::uint32_t>(*at - u'0'), widest);
   return value;
 }
 
@@ -116,7 +116,7 @@ void parse_width(const qchar*& at, conversion& how, argument_list& arguments) no
     how.left = how.left || width < 0;
     const std::uint32_t magnitude =
         width < 0 ? 0U - static_cast<std::uint32_t>(width) : static_cast<std::uint32_t>(width);
-    how.width = std::min(magnitude, WIDEST);
+    how.width = std::min(magnitude, widest);
   } else {
     how.width = parse_number(at);
   }
@@ -130,7 +130,7 @@ void parse_precision(const qchar*& at, conversion& how, argument_list& arguments
     ++at;
     const auto precision = static_cast<std::int32_t>(number_of(arguments.next()));
     how.has_precision = precision >= 0;
-    how.precision = precision < 0 ? 0 : std::min(static_cast<std::uint32_t>(precision), WIDEST);
+    how.precision = precision < 0 ? 0 : std::min(static_cast<std::uint32_t>(precision), widest);
   } else {
     how.precision = parse_number(at);
   }

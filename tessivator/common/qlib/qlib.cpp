@@ -3,7 +3,7 @@
 #include <atomic>
 #include <mutex>
 
-#include "common/qlib/qcksum_lib.h"
+#include "common/qlib/qcksum_digest.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 

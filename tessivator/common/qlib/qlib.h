@@ -3,8 +3,8 @@
 
 #include "common/qlib/qtypes.h"
 
-// Starts the runtime: error tables, logging, the library-wide lock. Returns the first failure's code, or 0. May be
-// called again after qlib_lib_fini_basic; calls are counted, so that nested users (a host that loads the library and
+// Starts the runtime: error tables, logging, the library-wide lock. Returns the first failure's code, or QERR_OK. May
+// be called again after qlib_lib_fini_basic; calls are counted, so that nested users (a host that loads the library and
 // also runs its own start-up) do not take the runtime from each other.
 [[nodiscard]] qerr_t qlib_lib_init_basic() noexcept;
 

@@ -15,8 +15,8 @@ qlog_shared qlog_state;
 
 namespace {
 
-constexpr std::size_t LINE_UNITS = 8192;
-constexpr std::array<const qchar*, 12> MONTHS{u"Jan", u"Feb", u"Mar", u"Apr", u"May", u"Jun",
+constexpr std::size_t line_units = 8192;
+constexpr std::array<const qchar*, 12> months{u"Jan", u"Feb", u"Mar", u"Apr", u"May", u"Jun",
                                               u"Jul", u"Aug", u"Sep", u"Oct", u"Nov", u"Dec"};
 
 // Appends to the line's buffer; what does not fit is cut, the terminator always fits.
@@ -25,8 +25,8 @@ class line_writer {
   explicit line_writer(qchar* buffer) noexcept : buffer_(buffer) { buffer_[0] = 0; }
 
   void append_list(const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
-    const int written = qfmt_format(buffer_ + used_, (LINE_UNITS - used_) * sizeof(qchar), format, arguments);
-    used_ = written < 0 ? LINE_UNITS - 1 : used_ + static_cast<std::size_t>(written);
+    const int written = qfmt_format(buffer_ + used_, (line_units - used_) * sizeof(qchar), format, arguments);
+    used_ = written < 0 ? line_units - 1 : used_ + static_cast<std::size_t>(written);
   }
   template <class... Args>
   void append(const qchar* format, const Args&... args) noexcept {
@@ -35,7 +35,7 @@ class line_writer {
   }
   void end_with_line_feed() noexcept {
     if (used_ != 0 && buffer_[used_ - 1] == u'\n') return;
-    if (used_ == LINE_UNITS - 1) --used_;
+    if (used_ == line_units - 1) --used_;
     buffer_[used_++] = u'\n';
     buffer_[used_] = 0;
   }
@@ -49,7 +49,7 @@ class line_writer {
 void append_time(line_writer& line) noexcept {
   const std::uint64_t now = qsys_time_ms();
   const qsys_local_time local = qsys_to_local_time(now);
-  line.append(u"%s %02u %u:%02u:%02u:%02u.%03u: ", MONTHS[local.month % MONTHS.size()], local.day, local.year,
+  line.append(u"%s %02u %u:%02u:%02u:%02u.%03u: ", months[local.month % months.size()], local.day, local.year,
               local.hour, local.minute, local.second, now % 1000);
 }
 
@@ -143,7 +143,7 @@ qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char*
   // A scan logs a line a file; without anyone to read it, its columns need not be asked of the system.
   if (!qlog_state.console.load(std::memory_order_relaxed) && !qlog_file_is_set()) return QERR_OK;
 
-  const QmemPtr<qchar> buffer(static_cast<qchar*>(qmem_alloc(LINE_UNITS * sizeof(qchar))));
+  const QmemPtr<qchar> buffer(static_cast<qchar*>(qmem_alloc(line_units * sizeof(qchar))));
   if (!buffer) return QERR_LOW_MEMORY;
   line_writer line(buffer.get());
   append_columns(line, {index, module_id, function_name, source_file, line_number});
@@ -162,7 +162,7 @@ void qlog_console_on() noexcept { qlog_state.console.store(true, std::memory_ord
 void qlog_console_off() noexcept { qlog_state.console.store(false, std::memory_order_relaxed); }
 
 qerr_t qlog_init() noexcept {
-  qlog_set_format(QLOG_DEFAULT_FORMAT);
+  (void)qlog_set_format(QLOG_DEFAULT_FORMAT);
   qlog_reset_masks();
   qlog_console_on();
   qlog_state.initialised.store(true, std::memory_order_release);
@@ -170,7 +170,7 @@ qerr_t qlog_init() noexcept {
 }
 
 qerr_t qlog_init_with_file(const qchar* path, std::uint32_t start_rotation) noexcept {
-  qlog_init();
+  (void)qlog_init();
   if (path == nullptr) return QERR_OK;
   const qerr_t code = qlog_set_log_file(path);
   if (code != QERR_OK || start_rotation != 1) return code;

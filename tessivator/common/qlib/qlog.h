@@ -50,15 +50,17 @@ inline constexpr std::uint32_t QLOG_COLUMN_LINE = 8;
 // OR of all module masks; read by QLOG before anything else.
 extern std::atomic<std::uint32_t> qlog_union_mask;
 
-// Writes one line whose arguments are already captured. Returns 0 when written or filtered out, 80 when not
-// initialised, 1003 for a module id of 87 or more, 1002 for a level index of 7 or more, 12 without memory, or the log
-// file's error.
-qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char* function_name, const char* source_file,
-                       std::uint32_t line, const qchar* format, std::span<const qfmt_arg> arguments) noexcept;
+// Writes one line whose arguments are already captured. Returns QERR_OK when written or filtered out, QERR_CORRUPTED
+// when not initialised, QERR_ARG2 for a module id of 87 or more, QERR_ARG1 for a level index of 7 or more,
+// QERR_LOW_MEMORY, or the log file's error.
+[[nodiscard]] qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char* function_name,
+                                     const char* source_file, std::uint32_t line, const qchar* format,
+                                     std::span<const qfmt_arg> arguments) noexcept;
 
 template <class... Args>
-qerr_t qlog_write(std::uint32_t level, std::uint32_t module_id, const char* function_name, const char* source_file,
-                  std::uint32_t line, const qchar* format, const Args&... args) noexcept {
+[[nodiscard]] qerr_t qlog_write(std::uint32_t level, std::uint32_t module_id, const char* function_name,
+                                const char* source_file, std::uint32_t line, const qchar* format,
+                                const Args&... args) noexcept {
   const std::array<qfmt_arg, sizeof...(Args) + 1> list{qfmt_arg(args)..., qfmt_arg(0)};
   return qlog_write_list(level, module_id, function_name, source_file, line, format,
                          std::span(list).first(sizeof...(Args)));
@@ -78,20 +80,22 @@ qerr_t qlog_write(std::uint32_t level, std::uint32_t module_id, const char* func
 // 0 when not initialised; 1 for a module or level out of range; else the module's mask bit.
 [[nodiscard]] std::uint32_t qlog_is_enabled(std::uint32_t level, std::uint32_t module_id) noexcept;
 
-// Stores the column flags (default 121: ids, time, level, source, line). Returns 0.
-qerr_t qlog_set_format(std::uint32_t flags) noexcept;
+// Stores the column flags (default 121: ids, time, level, source, line). Returns QERR_OK.
+[[nodiscard]] qerr_t qlog_set_format(std::uint32_t flags) noexcept;
 
-// Set or clear bits of one module's mask, without touching the union mask; all bits set for a module id of 87 or more.
-qerr_t qlog_set_module_bits(std::uint32_t module_id, std::uint32_t bits) noexcept;
-qerr_t qlog_clear_module_bits(std::uint32_t module_id, std::uint32_t bits) noexcept;
-qerr_t qlog_recompute_union() noexcept;
+// Set or clear bits of one module's mask, without touching the union mask; QERR_ALL_BITS for a module id of 87 or
+// more.
+[[nodiscard]] qerr_t qlog_set_module_bits(std::uint32_t module_id, std::uint32_t bits) noexcept;
+[[nodiscard]] qerr_t qlog_clear_module_bits(std::uint32_t module_id, std::uint32_t bits) noexcept;
+[[nodiscard]] qerr_t qlog_recompute_union() noexcept;
 
-// Parses "NAME=value,NAME=value"; null resets all masks to 7. Returns 0, 12, 22 (an item without an equals sign) or
-// 1001 (a value that is not a whole number); masks stored before an error stay.
+// Parses "NAME=value,NAME=value"; null resets all masks to 7. Returns QERR_OK, QERR_LOW_MEMORY, QERR_INVALID (an item
+// without an equals sign) or QERR_NOT_INITIALIZED (a value that is not a whole number); masks stored before an error
+// stay.
 [[nodiscard]] qerr_t qlog_set_logtype(const qchar* text) noexcept;
 
-// Writes every module's "NAME=0x%08x," in id order, without the last comma, into a buffer of 4,096 units. Returns all
-// bits set when not initialised, 1002 for null, else 0.
+// Writes every module's "NAME=0x%08x," in id order, without the last comma, into a buffer of 4,096 units. Returns
+// QERR_ALL_BITS when not initialised, QERR_ARG1 for null, else QERR_OK.
 [[nodiscard]] qerr_t qlog_get_logtype(qchar* buffer) noexcept;
 
 // Names and numbers; exact, case-sensitive. -1 or null when not found, not initialised or out of range.
@@ -115,7 +119,7 @@ void qlog_set_rotate_interval_ms(std::uint32_t interval_ms) noexcept;
 
 // Start and stop. qlog_init_with_file also sets a log file when `path` is not null and starts rotation of it when
 // `start_rotation` is 1.
-qerr_t qlog_init() noexcept;
+[[nodiscard]] qerr_t qlog_init() noexcept;
 [[nodiscard]] qerr_t qlog_init_with_file(const qchar* path, std::uint32_t start_rotation) noexcept;
 void qlog_fini() noexcept;
 // Shut-down that stops the rotation thread only when `stop_rotation` is 1.
@@ -123,12 +127,12 @@ void qlog_fini_ex(std::uint32_t stop_rotation) noexcept;
 
 // Sends lines to `path` (511 units at most) as UTF-16 little-endian with a byte-order mark; creates missing
 // directories. An empty path ends the file sink. Returns the open or write error, with which the path stays set, else
-// 0.
+// QERR_OK.
 [[nodiscard]] qerr_t qlog_set_log_file(const qchar* path) noexcept;
 
 // One synchronous rotation: when the file has reached size_kib KiB its backups "<stem>_<i>.log" move up by one and the
-// file starts anew. Without backups (0) nothing happens. Returns 12, the last file error, or 0; a backup that does not
-// exist yet is no error.
+// file starts anew. Without backups (0) nothing happens. Returns QERR_LOW_MEMORY, the last file error, or QERR_OK; a
+// backup that does not exist yet is no error.
 [[nodiscard]] qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 
 // Watches a separately named file with a thread of its own (2048 KiB, 4 backups, every 10 s).

@@ -8,17 +8,15 @@
 #include "common/qlib/qfile.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
-#include "common/qlib/qsys.h"
 
 namespace {
 
-constexpr std::uint32_t LOG_FILE_FLAGS = QFILE_APPEND | QFILE_CREATE | QFILE_READ | QFILE_WRITE;
-constexpr std::array<std::uint8_t, 2> BYTE_ORDER_MARK{0xFF, 0xFE};
+constexpr std::uint32_t log_file_flags = QFILE_APPEND | QFILE_CREATE | QFILE_READ | QFILE_WRITE;
+constexpr std::array<std::uint8_t, 2> byte_order_mark{0xFF, 0xFE};
 
 using path_buffer = std::array<qchar, QLOG_PATH_UNITS>;
 
 std::mutex sink_lock;
-std::atomic<std::uint32_t> sink_owner{0};  // thread id, 0 for none
 
 std::mutex path_lock;
 path_buffer log_path{};
@@ -46,28 +44,18 @@ qerr_t write_all(qfile_t file, const void* bytes, std::size_t size) noexcept {
 
 }  // namespace
 
-qlog_file_guard::qlog_file_guard() noexcept {
-  sink_lock.lock();
-  sink_owner.store(qsys_thread_id(), std::memory_order_relaxed);
-}
+qlog_file_guard::qlog_file_guard() noexcept { sink_lock.lock(); }
 
-qlog_file_guard::~qlog_file_guard() {
-  sink_owner.store(0, std::memory_order_relaxed);
-  sink_lock.unlock();
-}
-
-bool qlog_file_guard::is_held_by_caller() noexcept {
-  return sink_owner.load(std::memory_order_relaxed) == qsys_thread_id();
-}
+qlog_file_guard::~qlog_file_guard() { sink_lock.unlock(); }
 
 bool qlog_file_is_set() noexcept { return has_file.load(std::memory_order_acquire); }
 
 qerr_t qlog_file_emit(std::u16string_view line) noexcept {
   path_buffer path;
-  if (!copy_path(path) || qlog_file_guard::is_held_by_caller()) return QERR_OK;
+  if (!copy_path(path)) return QERR_OK;
   const qlog_file_guard guard;
   QfileOwner file;
-  const qerr_t code = qfile_open(file.out(), path.data(), LOG_FILE_FLAGS);
+  const qerr_t code = qfile_open(file.out(), path.data(), log_file_flags);
   if (code != QERR_OK) return code;
   // Both platforms are little-endian, so the units are the file's bytes.
   return write_all(file.get(), line.data(), line.size() * sizeof(qchar));
@@ -80,7 +68,7 @@ qerr_t qlog_file_start(const qchar* path, std::uint32_t flags) noexcept {
   std::uint64_t size = 0;
   code = qfile_size(file.get(), &size);
   if (code != QERR_OK || size != 0) return code;
-  return write_all(file.get(), BYTE_ORDER_MARK.data(), BYTE_ORDER_MARK.size());
+  return write_all(file.get(), byte_order_mark.data(), byte_order_mark.size());
 }
 
 qerr_t qlog_set_log_file(const qchar* path) noexcept {
@@ -94,5 +82,5 @@ qerr_t qlog_set_log_file(const qchar* path) noexcept {
   }
   if (stored[0] == 0) return QERR_OK;
   const qlog_file_guard guard;
-  return qlog_file_start(stored.data(), LOG_FILE_FLAGS);
+  return qlog_file_start(stored.data(), log_file_flags);
 }

@@ -11,7 +11,7 @@ inline constexpr std::size_t QLOG_PATH_UNITS = 512;
 // Whether a log file is set; without locking.
 [[nodiscard]] bool qlog_file_is_set() noexcept;
 
-// Appends a line to the log file, which is opened and closed for it. 0 when no file is set.
+// Appends a line to the log file, which is opened and closed for it. QERR_OK when no file is set.
 [[nodiscard]] qerr_t qlog_file_emit(std::u16string_view line) noexcept;
 
 // Appends the byte-order mark when the file, which is created if need be, is empty.
@@ -25,8 +25,6 @@ class qlog_file_guard {
   qlog_file_guard(const qlog_file_guard&) = delete;
   qlog_file_guard& operator=(const qlog_file_guard&) = delete;
   ~qlog_file_guard();
-  // True when this thread already holds the sink, which happens when the file layer itself logs.
-  [[nodiscard]] static bool is_held_by_caller() noexcept;
 };
 
 // Rotation of the main log file; replaces one that runs. Returns the code of what could not be created.

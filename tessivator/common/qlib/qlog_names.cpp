@@ -39,7 +39,7 @@ constexpr name_table make_module_names() {
 constexpr name_table module_names = make_module_names();
 constexpr std::array<const qchar*, QLOG_LEVEL_COUNT> level_names{u"ERROR",  u"WARNING", u"SYSTEM", u"INFO",
                                                                  u"DETAIL", u"FNENTRY", u"FNEXIT"};
-constexpr std::size_t LOGTYPE_BYTES = 4096 * sizeof(qchar);
+constexpr std::size_t logtype_bytes = 4096 * sizeof(qchar);
 
 template <std::size_t Count>
 std::int32_t index_of(const std::array<const qchar*, Count>& names, std::u16string_view name) noexcept {
@@ -105,7 +105,7 @@ std::uint32_t qlog_level_bit_index(std::uint32_t level) noexcept {
 
 void qlog_reset_masks() noexcept {
   for (auto& mask : qlog_state.masks) mask.store(QLOG_DEFAULT_MASK, std::memory_order_relaxed);
-  qlog_recompute_union();
+  (void)qlog_recompute_union();
 }
 
 qerr_t qlog_recompute_union() noexcept {
@@ -155,7 +155,7 @@ qerr_t qlog_get_logtype(qchar* buffer) noexcept {
   if (buffer == nullptr) return QERR_ARG1;
   std::size_t used = 0;
   for (std::uint32_t id = 0; id < QLOG_MODULE_COUNT; ++id) {
-    const int written = qstr_printf(buffer + used, LOGTYPE_BYTES - used * sizeof(qchar), u"%s=0x%08x,",
+    const int written = qstr_printf(buffer + used, logtype_bytes - used * sizeof(qchar), u"%s=0x%08x,",
                                     module_names[id], qlog_module_mask(id));
     if (written < 0) return QERR_BUFFER_SMALL;
     used += static_cast<std::size_t>(written);

@@ -15,12 +15,12 @@
 
 namespace {
 
-constexpr std::uint32_t DEFAULT_SIZE_KIB = 2048;
-constexpr std::uint32_t DEFAULT_INTERVAL_MS = 10000;
-constexpr std::uint32_t SECOND_FILE_BACKUPS = 4;
-constexpr std::uint32_t REOPEN_FLAGS = QFILE_APPEND | QFILE_CREATE | QFILE_WRITE;
+constexpr std::uint32_t default_size_kib = 2048;
+constexpr std::uint32_t default_interval_ms = 10000;
+constexpr std::uint32_t second_file_backups = 4;
+constexpr std::uint32_t reopen_flags = QFILE_APPEND | QFILE_CREATE | QFILE_WRITE;
 // Whatever the log file's own extension is.
-constexpr const qchar* BACKUP_SUFFIX = u".log";
+constexpr const qchar* backup_suffix = u".log";
 
 using name_buffer = std::array<qchar, QLOG_PATH_UNITS>;
 
@@ -43,16 +43,16 @@ struct rotation_watch {
 
 struct rotation_context {
   explicit constexpr rotation_context(std::uint32_t backups) noexcept : count(backups) {}
-  std::atomic<std::uint32_t> size_kib{DEFAULT_SIZE_KIB};
+  std::atomic<std::uint32_t> size_kib{default_size_kib};
   std::atomic<std::uint32_t> count;
-  std::atomic<std::uint32_t> interval_ms{DEFAULT_INTERVAL_MS};
+  std::atomic<std::uint32_t> interval_ms{default_interval_ms};
   // Owned, guarded by watch_lock. A plain pointer: a static owner would be destroyed at exit while its thread may run.
   rotation_watch* watch = nullptr;
 };
 
 std::mutex watch_lock;
 constinit rotation_context main_context{0};  // without backups nothing is rotated
-constinit rotation_context second_context{SECOND_FILE_BACKUPS};
+constinit rotation_context second_context{second_file_backups};
 
 // The path without its extension. A full stop in a directory's name does not begin an extension.
 std::u16string stem_of(const qchar* path) {
@@ -67,7 +67,7 @@ std::u16string stem_of(const qchar* path) {
 qerr_t backup_name(name_buffer& name, const qchar* path, const std::u16string& stem, std::uint32_t index) noexcept {
   const int written = index == 0
                           ? qstr_printf(name.data(), sizeof(name), u"%s", path)
-                          : qstr_printf(name.data(), sizeof(name), u"%s%c%d%s", stem, u'_', index, BACKUP_SUFFIX);
+                          : qstr_printf(name.data(), sizeof(name), u"%s%c%d%s", stem, u'_', index, backup_suffix);
   return written < 0 ? qerr_t{36} : QERR_OK;
 }
 
@@ -103,7 +103,7 @@ qerr_t rotate(const qchar* path, std::uint32_t size_kib, std::uint32_t count) {
   if (size < std::uint64_t{size_kib} * 1024) return result;
   const qerr_t shifted = shift_backups(path, stem, count);
   if (shifted != QERR_OK) result = shifted;
-  const qerr_t started = qlog_file_start(path, REOPEN_FLAGS);
+  const qerr_t started = qlog_file_start(path, reopen_flags);
   if (started != QERR_OK) {
     result = started;
     (void)qstr_console_printf(u"Failed to write magic num to \"%s\". %d(%s))\n", path, result, qerr_get_string(result));
@@ -178,9 +178,9 @@ void qlog_set_rotate_interval_ms(std::uint32_t interval_ms) noexcept {
 qerr_t qlog_start_rotate_thread_for(const qchar* path) noexcept {
   if (path == nullptr) return QERR_ARG1;
   const std::lock_guard lock(watch_lock);
-  second_context.size_kib.store(DEFAULT_SIZE_KIB, std::memory_order_relaxed);
-  second_context.count.store(SECOND_FILE_BACKUPS, std::memory_order_relaxed);
-  second_context.interval_ms.store(DEFAULT_INTERVAL_MS, std::memory_order_relaxed);
+  second_context.size_kib.store(default_size_kib, std::memory_order_relaxed);
+  second_context.count.store(second_file_backups, std::memory_order_relaxed);
+  second_context.interval_ms.store(default_interval_ms, std::memory_order_relaxed);
   return start_watch(second_context, path);
 }
 

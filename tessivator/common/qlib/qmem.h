@@ -5,7 +5,8 @@
 
 #include "common/qlib/qtypes.h"
 
-// `size` bytes, uninitialised; null when memory runs out (callers turn null into 12). A size of 0 gives a valid block.
+// `size` bytes, uninitialised; null when memory runs out (callers turn null into QERR_LOW_MEMORY). A size of 0 gives a
+// valid block.
 [[nodiscard]] void* qmem_alloc(std::size_t size) noexcept;
 
 // count x size bytes, zero-filled; null when memory runs out or the product does not fit.

@@ -9,6 +9,7 @@
 #include <list>
 #include <mutex>
 
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qstr_name.h"
 #include "common/qlib/qutf8.h"
@@ -144,11 +145,11 @@ bool to_folded(std::u16string_view text, std::string& out) {
 }  // namespace
 
 bool qshare_parse(std::u16string_view path, qshare_name& name) {
-  if (path.substr(0, 2) != u"\\\\") return false;
-  path.remove_prefix(2);
+  qpath_share parts;
+  if (!qpath_parse_share(path, parts)) return false;
   qshare_name parsed;
-  if (!to_folded(take_component(path), parsed.server) || !to_folded(take_component(path), parsed.share)) return false;
-  if (parsed.server.empty() || parsed.share.empty()) return false;
+  if (!to_folded(parts.server, parsed.server) || !to_folded(parts.share, parsed.share)) return false;
+  path = parts.rest;
   while (!path.empty()) {
     const std::u16string_view component = take_component(path);
     std::string bytes;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qsys.h"
 #include "common/qlib/qutf8.h"
 
@@ -11,7 +12,7 @@ namespace {
 
 // The value under which a Windows conversion reports a buffer that is too small, the only way in which ours can fail;
 // the printed line carries it on every platform.
-constexpr std::uint32_t INSUFFICIENT_BUFFER = 122;
+constexpr std::uint32_t insufficient_buffer = 122;
 
 char16_t fold_ascii(char16_t unit) noexcept {
   return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
@@ -66,7 +67,7 @@ qchar* qstr_utoq(qchar* destination, std::size_t destination_bytes, const char* 
   // Measured first: a text that does not fit must leave the destination alone.
   const std::size_t needed = convert(nullptr);
   if (needed >= capacity) {
-    (void)qstr_console_printf(u"%s(): MultiByteToWideChar() returned %lu\n", u"qstr_utoq", INSUFFICIENT_BUFFER);
+    (void)qstr_console_printf(u"%s(): MultiByteToWideChar() returned %lu\n", u"qstr_utoq", insufficient_buffer);
     return nullptr;
   }
   convert(destination);
@@ -78,7 +79,7 @@ char* qstr_qtou(char* destination, std::size_t destination_bytes, const qchar* w
   if (destination == nullptr || wide == nullptr) return nullptr;
   const std::string text = qstr_to_utf8(wide);
   if (text.size() >= destination_bytes) {
-    (void)qstr_console_printf(u"%s(): WideCharToMultiByte() returned %d\n", u"qstr_qtou", INSUFFICIENT_BUFFER);
+    (void)qstr_console_printf(u"%s(): WideCharToMultiByte() returned %d\n", u"qstr_qtou", insufficient_buffer);
     return nullptr;
   }
   std::memcpy(destination, text.c_str(), text.size() + 1);
@@ -137,17 +138,4 @@ bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept {
 void qstr_lower_ascii(qchar* text) noexcept {
   if (text == nullptr) return;
   for (; *text != 0; ++text) *text = fold_ascii(*text);
-}
-
-qchar qpath_separator(const qchar* path) noexcept { return qpath_is_unc(path) ? u'\\' : qpath_native_separator(); }
-
-bool qpath_is_unc(const qchar* path) noexcept { return path != nullptr && path[0] == u'\\' && path[1] == u'\\'; }
-
-std::u16string qpath_join(std::u16string_view directory, std::u16string_view name) {
-  const bool unc = directory.size() >= 2 && directory[0] == u'\\' && directory[1] == u'\\';
-  std::u16string path;
-  path.reserve(directory.size() + 1 + name.size());
-  path.append(directory).push_back(unc ? u'\\' : qpath_native_separator());
-  path.append(name);
-  return path;
 }

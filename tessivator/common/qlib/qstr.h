@@ -53,15 +53,3 @@ int qstr_console_printf(const qchar* format, const Args&... args) noexcept {
 // Comparison and lower-casing that fold A-Z only, whatever the locale.
 [[nodiscard]] bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept;
 void qstr_lower_ascii(qchar* text) noexcept;  // in place
-
-// The separator at which a path is cut: a backslash for a path that begins with two backslashes and for every path on
-// Windows, a slash for any other path on Linux.
-[[nodiscard]] qchar qpath_separator(const qchar* path) noexcept;
-// The platform's own separator: backslash or slash.
-[[nodiscard]] qchar qpath_native_separator() noexcept;
-// True for a path that names a share: two leading backslashes.
-[[nodiscard]] bool qpath_is_unc(const qchar* path) noexcept;
-// True for exactly two characters of which the second is a colon (never on Linux); on Linux true for "/".
-[[nodiscard]] bool qpath_is_bare_drive(const qchar* path) noexcept;
-// `directory`, its separator, `name`; the separator is never doubled away: an empty directory gives separator and name.
-[[nodiscard]] std::u16string qpath_join(std::u16string_view directory, std::u16string_view name);

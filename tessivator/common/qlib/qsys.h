@@ -45,7 +45,7 @@ class qsys_event {
  public:
   virtual ~qsys_event() = default;
   virtual void set() noexcept = 0;
-  // 0 when set, 62 when `timeout_ms` ran out, else a system error's code.
+  // QERR_OK when set, QERR_TIMER_EXPIRED when `timeout_ms` ran out, else a system error's code.
   [[nodiscard]] virtual qerr_t wait(std::uint32_t timeout_ms) noexcept = 0;
 };
 [[nodiscard]] qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept;

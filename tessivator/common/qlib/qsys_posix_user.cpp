@@ -1,6 +1,6 @@
-#include "common/qlib/qsys.h"
+// Identities, time, console, events and threads on POSIX systems.
+#include "common/qlib/qsys_posix_user.h"
 
-#include <errno.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -10,17 +10,10 @@
 #include <mutex>
 #include <new>
 
-#include "common/qlib/qerr.h"
+#include "common/qlib/qsys.h"
 #include "common/qlib/qutf8.h"
 
 namespace {
-
-constexpr std::uint32_t HIGHEST_PORTABLE_ERROR = 124;
-
-qerr_t code_of(int error) noexcept {
-  const auto value = static_cast<std::uint32_t>(error);
-  return value <= HIGHEST_PORTABLE_ERROR ? value : value + QERR_SYSTEM_BASE;
-}
 
 std::mutex console_lock;
 
@@ -96,7 +89,7 @@ class posix_event final : public qsys_event {
   }
   qerr_t wait(std::uint32_t timeout_ms) noexcept override {
     timespec until{};
-    if (clock_gettime(CLOCK_MONOTONIC, &until) != 0) return code_of(errno);
+    if (clock_gettime(CLOCK_MONOTONIC, &until) != 0) return qsys_code_of(errno);
     until.tv_sec += timeout_ms / 1000;
     until.tv_nsec += static_cast<long>(timeout_ms % 1000) * 1000000;
     if (until.tv_nsec >= 1000000000) {
@@ -109,7 +102,7 @@ class posix_event final : public qsys_event {
     const bool was_set = set_;
     pthread_mutex_unlock(&mutex_);
     if (was_set) return QERR_OK;
-    return error == ETIMEDOUT ? QERR_TIMER_EXPIRED : code_of(error);
+    return error == ETIMEDOUT ? QERR_TIMER_EXPIRED : qsys_code_of(error);
   }
 
  private:
@@ -174,7 +167,7 @@ qsys_local_time qsys_to_local_time(std::uint64_t time_ms) noexcept {
 
 std::uint32_t qsys_last_error() noexcept { return static_cast<std::uint32_t>(errno); }
 
-qerr_t qsys_last_code() noexcept { return code_of(errno); }
+qerr_t qsys_last_code() noexcept { return qsys_code_of(errno); }
 
 // Linux has a text for its own numbers only, and a code of 100000 or more may stem from a Windows table; the caller's
 // fixed text serves all of them.
@@ -189,8 +182,7 @@ bool qsys_console_put(std::u16string_view text) noexcept try {
   const sigpipe_guard guard;
   std::string_view rest(bytes);
   while (!rest.empty()) {
-    const ssize_t done = write(STDOUT_FILENO, rest.data(), rest.size());
-    if (done < 0 && errno == EINTR) continue;
+    const ssize_t done = qsys_retry([&] { return write(STDOUT_FILENO, rest.data(), rest.size()); });
     if (done <= 0) return false;
     rest.remove_prefix(static_cast<std::size_t>(done));
   }
@@ -203,7 +195,7 @@ qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept {
   std::unique_ptr<posix_event> made(new (std::nothrow) posix_event);
   if (!made) return QERR_LOW_MEMORY;
   const int error = made->make();
-  if (error != 0) return code_of(error);
+  if (error != 0) return qsys_code_of(error);
   event = std::move(made);
   return QERR_OK;
 }
@@ -212,7 +204,7 @@ qerr_t qsys_thread_start(std::unique_ptr<qsys_thread>& thread, void (*body)(void
   std::unique_ptr<posix_thread> made(new (std::nothrow) posix_thread(body, argument));
   if (!made) return QERR_LOW_MEMORY;
   const int error = made->start();
-  if (error != 0) return code_of(error);
+  if (error != 0) return qsys_code_of(error);
   thread = std::move(made);
   return QERR_OK;
 }

@@ -1,33 +1,26 @@
-#include "common/qlib/qsys.h"
-
-#include <windows.h>
+// Identities, time, console, events and threads on Windows.
+#include "common/qlib/qsys_winnt_user.h"
 
 #include <algorithm>
 #include <mutex>
 #include <new>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qsys.h"
 
 namespace {
 
-constexpr std::uint64_t TICKS_PER_MS = 10000;               // FILETIME counts 100 ns
-constexpr std::uint64_t EPOCH_1970_MS = 11644473600000ULL;  // from 1601 to 1970
-constexpr std::size_t CONSOLE_PIECE = 16384;                // units that WriteConsoleW takes at once
+constexpr std::uint64_t ticks_per_ms = 10000;               // FILETIME counts 100 ns
+constexpr std::uint64_t epoch_1970_ms = 11644473600000ULL;  // from 1601 to 1970
+constexpr std::size_t console_piece = 16384;                // units that WriteConsoleW takes at once
 
 std::mutex console_lock;
 
-struct handle_closer {
-  void operator()(HANDLE handle) const noexcept { CloseHandle(handle); }
-};
-using handle_owner = std::unique_ptr<void, handle_closer>;
-
-const wchar_t* wide(std::u16string_view text) noexcept { return reinterpret_cast<const wchar_t*>(text.data()); }
-
 bool put_wide(HANDLE output, std::u16string_view text) noexcept {
   while (!text.empty()) {
-    const auto piece = static_cast<DWORD>(std::min(text.size(), CONSOLE_PIECE));
+    const auto piece = static_cast<DWORD>(std::min(text.size(), console_piece));
     DWORD done = 0;
-    if (WriteConsoleW(output, wide(text), piece, &done, nullptr) == 0 || done == 0) return false;
+    if (WriteConsoleW(output, qsys_wide(text.data()), piece, &done, nullptr) == 0 || done == 0) return false;
     text.remove_prefix(std::min<std::size_t>(done, piece));
   }
   return true;
@@ -49,10 +42,11 @@ bool convert_line(UINT code_page, std::u16string_view line, std::string& bytes) 
   if (line.empty()) return true;
   if (line.size() > 0x20000000) return false;
   const auto units = static_cast<int>(line.size());
-  const int needed = WideCharToMultiByte(code_page, 0, wide(line), units, nullptr, 0, nullptr, nullptr);
+  const int needed = WideCharToMultiByte(code_page, 0, qsys_wide(line.data()), units, nullptr, 0, nullptr, nullptr);
   if (needed <= 0) return false;
   bytes.resize(static_cast<std::size_t>(needed));
-  return WideCharToMultiByte(code_page, 0, wide(line), units, bytes.data(), needed, nullptr, nullptr) == needed;
+  return WideCharToMultiByte(code_page, 0, qsys_wide(line.data()), units, bytes.data(), needed, nullptr, nullptr) ==
+         needed;
 }
 
 bool put_converted(HANDLE output, std::u16string_view text) {
@@ -71,7 +65,7 @@ bool put_converted(HANDLE output, std::u16string_view text) {
 
 class winnt_event final : public qsys_event {
  public:
-  explicit winnt_event(handle_owner handle) noexcept : handle_(std::move(handle)) {}
+  explicit winnt_event(qsys_handle&& handle) noexcept : handle_(std::move(handle)) {}
   void set() noexcept override { SetEvent(handle_.get()); }
   qerr_t wait(std::uint32_t timeout_ms) noexcept override {
     switch (WaitForSingleObject(handle_.get(), timeout_ms)) {
@@ -85,7 +79,7 @@ class winnt_event final : public qsys_event {
   }
 
  private:
-  handle_owner handle_;
+  qsys_handle handle_;
 };
 
 class winnt_thread final : public qsys_thread {
@@ -94,11 +88,11 @@ class winnt_thread final : public qsys_thread {
   winnt_thread(const winnt_thread&) = delete;
   winnt_thread& operator=(const winnt_thread&) = delete;
   ~winnt_thread() override {
-    if (handle_) WaitForSingleObject(handle_.get(), INFINITE);
+    if (handle_.valid()) WaitForSingleObject(handle_.get(), INFINITE);
   }
   bool start() noexcept {
-    handle_.reset(CreateThread(nullptr, 0, &winnt_thread::run, this, 0, nullptr));
-    return handle_ != nullptr;
+    handle_ = qsys_handle(CreateThread(nullptr, 0, &winnt_thread::run, this, 0, nullptr));
+    return handle_.valid();
   }
 
  private:
@@ -109,7 +103,7 @@ class winnt_thread final : public qsys_thread {
   }
   void (*body_)(void*) noexcept;
   void* argument_;
-  handle_owner handle_;
+  qsys_handle handle_;
 };
 
 struct local_freer {
@@ -126,11 +120,11 @@ std::uint64_t qsys_time_ms() noexcept {
   FILETIME now{};
   GetSystemTimeAsFileTime(&now);
   const std::uint64_t ticks = (static_cast<std::uint64_t>(now.dwHighDateTime) << 32) | now.dwLowDateTime;
-  return ticks / TICKS_PER_MS - EPOCH_1970_MS;
+  return ticks / ticks_per_ms - epoch_1970_ms;
 }
 
 qsys_local_time qsys_to_local_time(std::uint64_t time_ms) noexcept {
-  const std::uint64_t ticks = (time_ms + EPOCH_1970_MS) * TICKS_PER_MS;
+  const std::uint64_t ticks = (time_ms + epoch_1970_ms) * ticks_per_ms;
   const FILETIME time{static_cast<DWORD>(ticks & 0xFFFFFFFFU), static_cast<DWORD>(ticks >> 32)};
   SYSTEMTIME utc{};
   SYSTEMTIME local{};
@@ -149,7 +143,7 @@ std::u16string qsys_message_text(std::uint32_t value) {
       MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), reinterpret_cast<wchar_t*>(&allocated), 0, nullptr);
   const std::unique_ptr<wchar_t, local_freer> owner(allocated);
   if (length == 0 || allocated == nullptr) return {};
-  std::u16string text(reinterpret_cast<const qchar*>(allocated), length);
+  std::u16string text(qsys_units({allocated, length}));
   while (!text.empty() && (text.back() == u'\r' || text.back() == u'\n')) text.pop_back();
   return text;
 }
@@ -167,8 +161,8 @@ bool qsys_console_put(std::u16string_view text) noexcept try {
 }
 
 qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept {
-  handle_owner handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!handle) return qsys_last_code();
+  qsys_handle handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!handle.valid()) return qsys_last_code();
   event.reset(new (std::nothrow) winnt_event(std::move(handle)));
   return event ? QERR_OK : QERR_LOW_MEMORY;
 }

@@ -265,7 +265,7 @@ TEST_F(Checksums, TextOfABareDigest) {
        "qcksum2_SHA2_to_qstr(): qcksum_SHA2_to_qstr - Invalid parameters  buf_len_bytes: 31 , "
        "QCKSUM_SHA256_BIN_LEN= 32\n"},
   };
-  qlog_set_format(QLOG_COLUMN_FUNCTION | QLOG_COLUMN_MODULE);
+  (void)qlog_set_format(QLOG_COLUMN_FUNCTION | QLOG_COLUMN_MODULE);
   for (const auto& row : rows) {
     const std::uint8_t digest[32] = {0xAB, 1};
     qchar text[66];

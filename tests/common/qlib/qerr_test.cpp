@@ -1,5 +1,6 @@
 #include "common/qlib/qerr.h"
 
+#include "common/qlib/qpath.h"
 #include "support/runtime.h"
 
 namespace {

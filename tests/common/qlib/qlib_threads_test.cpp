@@ -32,7 +32,7 @@ TEST_F(Threads, ShareTheErrorTexts) {
 TEST_F(Threads, WriteWholeLines) {
   constexpr int LINES = 50;
   const auto path = scratch_folder("lines") / "threads.log";
-  qlog_set_format(0);
+  (void)qlog_set_format(0);
   ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
   const std::string console = printed([] {
     run_threads([](int thread) {
@@ -65,12 +65,12 @@ TEST_F(Threads, ChangeMasksWhileOthersLog) {
           EXPECT_EQ(qlog_set_logtype(i % 2 == 0 ? u"PROG=0x1f" : nullptr), 0U);
           break;
         case 1:
-          qlog_set_module_bits(QLOG_PROG, QLOG_DETAIL);
-          qlog_recompute_union();
-          qlog_clear_module_bits(QLOG_PROG, QLOG_DETAIL);
+          (void)qlog_set_module_bits(QLOG_PROG, QLOG_DETAIL);
+          (void)qlog_recompute_union();
+          (void)qlog_clear_module_bits(QLOG_PROG, QLOG_DETAIL);
           break;
         case 2:
-          qlog_set_format(i % 2 == 0 ? 127 : 0);
+          (void)qlog_set_format(i % 2 == 0 ? 127 : 0);
           break;
         case 3:
           EXPECT_EQ(qlog_set_log_file(i % 2 == 0 ? first.u16string().c_str() : u""), 0U);

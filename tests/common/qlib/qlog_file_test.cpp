@@ -3,6 +3,7 @@
 #include <fstream>
 #include <thread>
 
+#include "common/qlib/qpath.h"
 #include "support/fixture_table.h"
 #include "support/scratch.h"
 
@@ -28,7 +29,7 @@ class LogFile : public Runtime {
  protected:
   void SetUp() override {
     Runtime::SetUp();
-    qlog_set_format(0);
+    (void)qlog_set_format(0);
   }
   void TearDown() override {
     EXPECT_EQ(qlog_set_log_file(u""), 0U);
@@ -115,7 +116,7 @@ TEST_F(LogFile, ThreadRotatesWhileLinesAreWritten) {
   ASSERT_EQ(qlog_start_rotate_thread_for((folder / "other.txt").u16string().c_str()), 0U);
   qlog_set_rotate_size_kb(1);
   qlog_set_rotate_count(2);
-  qlog_set_format(0);
+  (void)qlog_set_format(0);
   qlog_console_off();
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (!fs::exists(folder / "app_2.log") && std::chrono::steady_clock::now() < end) {
@@ -129,7 +130,7 @@ TEST_F(LogFile, ThreadRotatesWhileLinesAreWritten) {
     const std::string text = log_text(folder / file);
     EXPECT_EQ(text.find_first_not_of("y\n"), std::string::npos) << file;
   }
-  qlog_init();
+  (void)qlog_init();
 }
 
 }  // namespace

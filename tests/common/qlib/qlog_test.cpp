@@ -29,7 +29,7 @@ class Logging : public Runtime {
   template <class... Args>
   static std::string line(std::uint32_t format, std::uint32_t level, const char* function, const char* file,
                           const qchar* text, const Args&... args) {
-    qlog_set_format(format);
+    (void)qlog_set_format(format);
     return printed([&] { EXPECT_EQ(qlog_write(level, QLOG_SGN, function, file, 60, text, args...), 0U); });
   }
 };
@@ -80,7 +80,7 @@ TEST_F(Logging, FunctionColumnHoldsTheQualifiedName) {
 }
 
 TEST_F(Logging, MacroNamesItsFunction) {
-  qlog_set_format(QLOG_COLUMN_FUNCTION);
+  (void)qlog_set_format(QLOG_COLUMN_FUNCTION);
   int evaluated = 0;
   const auto count = [&evaluated] { return ++evaluated; };
   const std::string text = printed([&] {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr_name.h"
 #include "support/runtime.h"
 
@@ -163,6 +164,31 @@ TEST(Paths, AreCutAtTheirOwnSeparator) {
   EXPECT_TRUE(qpath_join(u"\\\\s\\x", u"n") == u"\\\\s\\x\\n");
   EXPECT_TRUE(qpath_join(u"d", u"n") == (windows ? u"d\\n" : u"d/n"));
   EXPECT_TRUE(qpath_join(u"", u"n") == (windows ? u"\\n" : u"/n"));
+}
+
+TEST(Paths, PartsOfAPathToAShare) {
+  const struct {
+    std::u16string_view path, root, server, share;  // no root: no path to a share
+  } rows[] = {{u"\\\\s\\x", u"\\\\s\\x", u"s", u"x"},
+              {u"\\\\s\\x\\a\\b", u"\\\\s\\x", u"s", u"x"},
+              {u"\\\\?\\UNC\\s\\x\\a", u"\\\\?\\UNC\\s\\x", u"s", u"x"},
+              {u"\\\\?\\unc\\s\\x", u"\\\\?\\unc\\s\\x", u"s", u"x"},
+              {u"\\\\?\\UNCLE\\a", u"\\\\?\\UNCLE", u"?", u"UNCLE"},
+              {u"\\\\?\\C:\\a", u"\\\\?\\C:", u"?", u"C:"},
+              {u"\\\\?\\UNC\\s", {}, {}, {}},
+              {u"\\\\?\\UNC", {}, {}, {}},
+              {u"\\\\s", {}, {}, {}},
+              {u"\\\\s\\", {}, {}, {}},
+              {u"\\\\\\x", {}, {}, {}},
+              {u"\\\\s\\\\a", {}, {}, {}},
+              {u"\\s\\x", {}, {}, {}},
+              {u"//s/x", {}, {}, {}}};
+  for (const auto& row : rows) {
+    qpath_share parts;
+    EXPECT_EQ(qpath_parse_share(row.path, parts), !row.root.empty()) << qstr_to_utf8(row.path);
+    EXPECT_TRUE(parts.root == row.root && parts.server == row.server && parts.share == row.share);
+    EXPECT_TRUE(parts.rest == (row.root.empty() ? row.root : row.path.substr(row.root.size())));
+  }
 }
 
 TEST(Paths, ExtensionIsThatOfTheLastComponent) {

@@ -7,6 +7,7 @@
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "utils/signing/brantle/brantle_share.h"
 

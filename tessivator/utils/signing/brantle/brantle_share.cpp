@@ -1,21 +1,18 @@
 #include "utils/signing/brantle/brantle_share.h"
 
-#include <atomic>
+#include "common/qlib/qreplaceable.h"
 
 namespace {
 
-std::atomic<const brantle_share_operations*> replaced{nullptr};
+qreplaceable<const brantle_share_operations> replaceable_operations;
 
 const brantle_share_operations& operations() noexcept {
-  const brantle_share_operations* own = replaced.load(std::memory_order_acquire);
-  return own != nullptr ? *own : brantle_share_platform_operations();
+  return replaceable_operations.get(brantle_share_platform_operations());
 }
 
 }  // namespace
 
-void brantle_share_set_operations(const brantle_share_operations* own) noexcept {
-  replaced.store(own, std::memory_order_release);
-}
+void brantle_share_set_operations(const brantle_share_operations* own) noexcept { replaceable_operations.replace(own); }
 
 std::uint32_t brantle_share_connect(const brantle_share_use& use, std::uint32_t* bad_argument) noexcept {
   *bad_argument = 0;

@@ -1,5 +1,5 @@
 // Connections through the network management interface.
-#include <windows.h>
+#include "common/qlib/qsys_winnt_user.h"
 // After windows.h.
 #include <lm.h>
 
@@ -9,7 +9,7 @@ namespace {
 
 wchar_t* wide(const std::u16string& text) noexcept {
   // The interface's record holds non-const pointers but only reads them.
-  return const_cast<wchar_t*>(reinterpret_cast<const wchar_t*>(text.c_str()));
+  return const_cast<wchar_t*>(qsys_wide(text.c_str()));
 }
 
 std::uint32_t connect(const brantle_share_use& use, std::uint32_t* bad_argument) {

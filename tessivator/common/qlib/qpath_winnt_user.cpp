@@ -1,4 +1,5 @@
-#include "common/qlib/qstr.h"
+// Separator and drives as Windows has them.
+#include "common/qlib/qpath.h"
 
 qchar qpath_native_separator() noexcept { return u'\\'; }
 

@@ -1,4 +1,5 @@
-#include "common/qlib/qstr.h"
+// Separator and roots as Linux has them.
+#include "common/qlib/qpath.h"
 
 qchar qpath_native_separator() noexcept { return u'/'; }
 

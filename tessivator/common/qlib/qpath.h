@@ -1,0 +1,31 @@
+// Paths as text: separators, roots, and the parts of a path to a share.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "common/qlib/qtypes.h"
+
+// The separator at which a path is cut: a backslash for a path that begins with two backslashes and for every path on
+// Windows, a slash for any other path on Linux.
+[[nodiscard]] qchar qpath_separator(const qchar* path) noexcept;
+// The platform's own separator: backslash or slash.
+[[nodiscard]] qchar qpath_native_separator() noexcept;
+// True for a path that names a share: two leading backslashes.
+[[nodiscard]] bool qpath_is_unc(const qchar* path) noexcept;
+// True for exactly two characters of which the second is a colon (never on Linux); on Linux true for "/".
+[[nodiscard]] bool qpath_is_bare_drive(const qchar* path) noexcept;
+// `directory`, its separator, `name`; the separator is never doubled away: an empty directory gives separator and name.
+// May throw std::bad_alloc.
+[[nodiscard]] std::u16string qpath_join(std::u16string_view directory, std::u16string_view name);
+
+// What "\\server\share\rest" names, also in the extended form "\\?\UNC\server\share\rest". The views lie in the path.
+struct qpath_share {
+  std::u16string_view root;  // from the path's start to the end of the share's name
+  std::u16string_view server;
+  std::u16string_view share;
+  std::u16string_view rest;  // what follows the root: nothing, or a separator and more
+};
+// False, with `parts` unchanged, unless the path names a server and a share. A device path ("\\?\C:\dir") has the
+// form too: its root is the volume's.
+[[nodiscard]] bool qpath_parse_share(std::u16string_view path, qpath_share& parts) noexcept;

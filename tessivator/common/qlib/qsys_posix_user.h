@@ -1,0 +1,47 @@
+// What the POSIX parts of all components share: the code of an errno value, calls that signals interrupt, and owned
+// descriptors.
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "common/qlib/qerr.h"
+
+// The system's numbers up to 124 are the codes themselves.
+[[nodiscard]] constexpr qerr_t qsys_code_of(int error) noexcept {
+  constexpr std::uint32_t highest_portable = 124;
+  const auto value = static_cast<std::uint32_t>(error);
+  return value <= highest_portable ? value : value + QERR_SYSTEM_BASE;
+}
+
+// Repeats a call that a signal interrupted.
+template <class Call>
+auto qsys_retry(Call call) noexcept {
+  for (;;) {
+    const auto result = call();
+    if (result != -1 || errno != EINTR) return result;
+  }
+}
+
+// Owner of a file descriptor.
+class qsys_descriptor {
+ public:
+  qsys_descriptor() noexcept = default;
+  explicit qsys_descriptor(int fd) noexcept : fd_(fd) {}
+  qsys_descriptor(qsys_descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  qsys_descriptor& operator=(qsys_descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~qsys_descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  [[nodiscard]] int get() const noexcept { return fd_; }
+  [[nodiscard]] bool valid() const noexcept { return fd_ >= 0; }
+  [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_ = -1;
+};
