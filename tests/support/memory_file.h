@@ -28,6 +28,7 @@ class memory_file final : public qfile_object {
   // For faults: the code of the read or seek after so many more of them, of `size`, and of `view`.
   qerr_t read_fault = QERR_OK, seek_fault = QERR_OK, size_fault = QERR_OK, view_fault = QERR_OK;
   std::uint32_t reads_before_fault = 0, seeks_before_fault = 0;
+  std::uint64_t size_told = ~0ULL;  // what `size` answers of a file that grows or shrinks behind it
   std::uint32_t most_read = ~0U;    // bytes that one read gives at most
   bool shrinks_after_size = false;  // the first `size` is the last to tell the full size; then it is 70 bytes
   // What the reader asked for.
@@ -52,7 +53,7 @@ class memory_file final : public qfile_object {
   }
   qsys_status size(std::uint64_t& bytes) noexcept override {
     ++sizes;
-    bytes = size_bytes;
+    bytes = size_told != ~0ULL ? size_told : size_bytes;
     if (shrinks_after_size) size_bytes = std::min<std::uint64_t>(size_bytes, 70);
     return {size_fault};
   }

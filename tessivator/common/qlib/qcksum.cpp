@@ -22,6 +22,14 @@ struct request {
 
 using request_list = std::array<request, 3>;
 
+// What the caller wants digested: `length` bytes, 0 for everything up to the end. `is_whole`: the whole file as large
+// as it is when the pass begins.
+struct range {
+  std::uint64_t offset;
+  std::uint64_t length;
+  bool is_whole;
+};
+
 // What a pass reads: everything up to the end, or `remaining` bytes.
 struct extent {
   bool to_end = false;
@@ -29,67 +37,103 @@ struct extent {
 };
 
 // A read to the end needs no size, but only a pass with SHA-1 goes without it.
-qerr_t find_extent(std::uint32_t flags, qfile_t file, std::uint64_t offset, std::uint64_t length,
-                   extent& result) noexcept {
-  if (length == 0 && offset == 0 && (flags & QCKSUM_SHA1) != 0) {
+qerr_t find_extent(std::uint32_t flags, qfile_t file, const range& wanted, extent& result) noexcept {
+  if (!wanted.is_whole && wanted.length == 0 && wanted.offset == 0 && (flags & QCKSUM_SHA1) != 0) {
     result.to_end = true;
     return QERR_OK;
   }
   std::uint64_t size = 0;
   const qerr_t code = qfile_size(file, &size);
   if (code != QERR_OK) return code;
-  result.remaining = length != 0 ? length : offset < size ? size - offset : 0;
+  result.remaining = wanted.length != 0 ? wanted.length : wanted.offset < size ? size - wanted.offset : 0;
   return QERR_OK;
 }
 
-bool feed(const request_list& requests, const std::byte* bytes, std::size_t size) noexcept {
+bool feed(const request_list& requests, Bytes bytes) noexcept {
   for (const request& one : requests) {
-    if (one.context != nullptr && EVP_DigestUpdate(one.context, bytes, size) != 1) return false;
+    if (one.context != nullptr && EVP_DigestUpdate(one.context, bytes.data(), bytes.size()) != 1) return false;
   }
   return true;
 }
 
-// False when a digest refused bytes. A read that fails ends the loop like the end of the file: the digests then cover
-// what was read.
-bool read_and_feed(qfile_t file, const request_list& requests, extent what, std::byte* buffer) noexcept {
+// The next bytes of the file, at most `wanted`: those that the open file holds where they are, others in the loan's
+// buffer. Nothing at the end of the file, and when a read fails, which ends the pass likewise.
+qerr_t next_bytes(qfile_t file, std::uint32_t wanted, qcksum_loan& loan, Bytes& out) noexcept {
+  out = qfile_held(file);
+  if (!out.empty()) {
+    out = out.first(std::min<std::size_t>(out.size(), wanted));
+    return qfile_seek(file, static_cast<std::int64_t>(out.size()), QFILE_FROM_CURRENT, nullptr);
+  }
+  std::byte* const buffer = loan.buffer();
+  if (buffer == nullptr) return QERR_LOW_MEMORY;
+  std::uint32_t done = 0;
+  if (qfile_read(file, buffer, wanted, &done) == QERR_OK) out = Bytes(buffer, done);
+  return QERR_OK;
+}
+
+qerr_t read_and_feed(qfile_t file, const request_list& requests, extent what, qcksum_loan& loan) noexcept {
   while (what.to_end || what.remaining != 0) {
     const auto wanted = what.to_end
                             ? QCKSUM_BUFFER_SIZE
                             : static_cast<std::uint32_t>(std::min<std::uint64_t>(what.remaining, QCKSUM_BUFFER_SIZE));
-    std::uint32_t done = 0;
-    if (qfile_read(file, buffer, wanted, &done) != QERR_OK || done == 0) return true;
-    if (!feed(requests, buffer, done)) return false;
-    if (!what.to_end) what.remaining -= std::min<std::uint64_t>(done, what.remaining);
+    Bytes bytes;
+    if (const qerr_t code = next_bytes(file, wanted, loan, bytes); code != QERR_OK) return code;
+    if (bytes.empty()) return QERR_OK;
+    if (!feed(requests, bytes)) return QERR_LOW_MEMORY;
+    if (!what.to_end) what.remaining -= std::min<std::uint64_t>(bytes.size(), what.remaining);
   }
-  return true;
+  return QERR_OK;
 }
 
 qerr_t single_pass(std::uint32_t flags, qfile_t file, request_list& requests, std::uint64_t position,
-                   std::uint64_t offset, std::uint64_t length) noexcept {
+                   const range& wanted) noexcept {
   qcksum_loan loan;
   for (request& one : requests) {
     if ((flags & one.kind) == 0) continue;
     one.context = loan.begin(one.algorithm);
     if (one.context == nullptr) return QERR_LOW_MEMORY;
   }
-  std::byte* buffer = loan.buffer();
-  if (buffer == nullptr) return QERR_LOW_MEMORY;
-
   extent what;
-  qerr_t code = find_extent(flags, file, offset, length, what);
+  qerr_t code = find_extent(flags, file, wanted, what);
   if (code != QERR_OK) return code;
-  if (position != offset) {
-    std::uint64_t reached = 0;
-    code = offset > INT64_MAX ? QERR_INVALID
-                              : qfile_seek(file, static_cast<std::int64_t>(offset), QFILE_FROM_START, &reached);
+  if (position != wanted.offset) {
+    if (wanted.offset > INT64_MAX) return QERR_INVALID;
+    code = qfile_seek(file, static_cast<std::int64_t>(wanted.offset), QFILE_FROM_START, nullptr);
     if (code != QERR_OK) return code;
   }
-  bool made = read_and_feed(file, requests, what, buffer);
+  code = read_and_feed(file, requests, what, loan);
   for (const request& one : requests) {
-    if (one.context != nullptr) made = EVP_DigestFinal_ex(one.context, one.record->value, nullptr) == 1 && made;
+    if (one.context == nullptr) continue;
+    if (EVP_DigestFinal_ex(one.context, one.record->value, nullptr) != 1) code = QERR_LOW_MEMORY;
   }
-  if (!made) ERR_clear_error();
-  return made ? QERR_OK : QERR_LOW_MEMORY;
+  if (code != QERR_OK) ERR_clear_error();
+  return code;
+}
+
+qerr_t compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
+               const range& wanted) noexcept {
+  request_list requests{{{QCKSUM_SHA1, qcksum_algorithm::sha1, QCKSUM_SHA1_BIN_LEN, sha1},
+                         {QCKSUM_MD5, qcksum_algorithm::md5, QCKSUM_MD5_BIN_LEN, md5},
+                         {QCKSUM_SHA256, qcksum_algorithm::sha256, QCKSUM_SHA256_BIN_LEN, sha256}}};
+  const auto requested = [flags](const request& one) { return (flags & one.kind) != 0; };
+  for (const request& one : requests) {
+    if (requested(one) && one.record == nullptr) return QERR_INVALID;
+  }
+  if (std::none_of(requests.begin(), requests.end(), requested)) return QERR_ARG1;
+  for (const request& one : requests) {
+    if (requested(one)) one.record->type = one.kind;
+  }
+  if (file == QFILE_INVALID) return QERR_ARG1;
+
+  std::uint64_t position = 0;
+  const qerr_t told = qfile_seek(file, 0, QFILE_FROM_CURRENT, &position);
+  if (told != QERR_OK) return told;
+  const qerr_t computed = single_pass(flags, file, requests, position, wanted);
+  for (const request& one : requests) {
+    if (requested(one)) one.record->length = one.length;
+  }
+  const qerr_t restored = qfile_seek(file, static_cast<std::int64_t>(position), QFILE_FROM_START, nullptr);
+  return computed != QERR_OK ? computed : restored;
 }
 
 qerr_t digest_buffer(qcksum_algorithm algorithm, const void* buffer, std::size_t size, std::uint8_t* out) noexcept {
@@ -107,29 +151,11 @@ qerr_t digest_buffer(qcksum_algorithm algorithm, const void* buffer, std::size_t
 
 qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
                       std::uint64_t offset, std::uint64_t length) noexcept {
-  request_list requests{{{QCKSUM_SHA1, qcksum_algorithm::sha1, QCKSUM_SHA1_BIN_LEN, sha1},
-                         {QCKSUM_MD5, qcksum_algorithm::md5, QCKSUM_MD5_BIN_LEN, md5},
-                         {QCKSUM_SHA256, qcksum_algorithm::sha256, QCKSUM_SHA256_BIN_LEN, sha256}}};
-  const auto requested = [flags](const request& one) { return (flags & one.kind) != 0; };
-  for (const request& one : requests) {
-    if (requested(one) && one.record == nullptr) return QERR_INVALID;
-  }
-  if (std::none_of(requests.begin(), requests.end(), requested)) return QERR_ARG1;
-  for (const request& one : requests) {
-    if (requested(one)) one.record->type = one.kind;
-  }
-  if (file == QFILE_INVALID) return QERR_ARG1;
+  return compute(flags, file, sha1, md5, sha256, {offset, length, false});
+}
 
-  std::uint64_t position = 0;
-  const qerr_t told = qfile_seek(file, 0, QFILE_FROM_CURRENT, &position);
-  if (told != QERR_OK) return told;
-  const qerr_t computed = single_pass(flags, file, requests, position, offset, length);
-  for (const request& one : requests) {
-    if (requested(one)) one.record->length = one.length;
-  }
-  std::uint64_t reached = 0;
-  const qerr_t restored = qfile_seek(file, static_cast<std::int64_t>(position), QFILE_FROM_START, &reached);
-  return computed != QERR_OK ? computed : restored;
+qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256) noexcept {
+  return compute(flags, file, sha1, md5, sha256, {0, 0, true});
 }
 
 qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5, qcksum* sha256,

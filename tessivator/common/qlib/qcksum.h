@@ -35,7 +35,11 @@ static_assert(sizeof(qcksum) == 66);
 // file error; a read that fails ends the pass with QERR_OK and digests of what was read.
 [[nodiscard]] qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
                                     std::uint64_t offset, std::uint64_t length) noexcept;
-// The same for a path; an open failure is returned as it is.
+// The same for a whole file as large as it is when the pass begins: one that grows meanwhile comes to an end, one that
+// has shrunk ends early, and an empty one is not read.
+[[nodiscard]] qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5,
+                                          qcksum* sha256) noexcept;
+// qcksum_compute for a path; an open failure is returned as it is.
 [[nodiscard]] qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5,
                                          qcksum* sha256, std::uint64_t offset, std::uint64_t length) noexcept;
 

@@ -64,6 +64,8 @@ qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_
   return handle->read(buffer, size, *bytes_read).code;
 }
 
+Bytes qfile_held(qfile_t handle) noexcept { return handle == QFILE_INVALID ? Bytes() : handle->held(); }
+
 qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size, std::uint32_t* bytes_written) noexcept {
   if (handle == QFILE_INVALID) return QERR_ARG1;
   if (buffer == nullptr) return QERR_ARG2;

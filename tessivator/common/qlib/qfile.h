@@ -30,6 +30,9 @@ struct qfile_info {
   std::int64_t last_write_time;
 };
 
+// A file that is open for reading only keeps its first 256 KiB from the first read of them on: what is asked of these
+// bytes later comes from the same read, whatever has become of the file.
+
 // Opens `path`. At least one of READ and WRITE; APPEND, CREATE and TRUNCATE need WRITE; APPEND excludes TRUNCATE and
 // UNBUFFERED: else QERR_ARG3. With CREATE missing parent directories are created. Without WRITE a directory opens too.
 [[nodiscard]] qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept;
@@ -37,12 +40,15 @@ struct qfile_info {
 
 // One read or write call; fewer bytes than asked for is success (0 bytes: end of file).
 [[nodiscard]] qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_t* bytes_read) noexcept;
+// The bytes from the position on that the open file keeps in memory, borrowed until it is closed; the position stays.
+// Nothing where it keeps none, which says nothing about the file's end.
+[[nodiscard]] Bytes qfile_held(qfile_t handle) noexcept;
 [[nodiscard]] qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size,
                                  std::uint32_t* bytes_written) noexcept;
-// `origin` is one of QFILE_FROM_*; `new_position` may be null. Costs no system call except from the end.
+// `origin` is one of QFILE_FROM_*; `new_position` may be null. Only from the end is the file asked, for its size.
 [[nodiscard]] qerr_t qfile_seek(qfile_t handle, std::int64_t offset, std::uint32_t origin,
                                 std::uint64_t* new_position) noexcept;
-// In bytes; for a handle without WRITE possibly the size at the time of the open.
+// In bytes, as it is now.
 [[nodiscard]] qerr_t qfile_size(qfile_t handle, std::uint64_t* size) noexcept;
 // `size` may be null: then the file is only opened.
 [[nodiscard]] qerr_t qfile_size_by_name(const qchar* path, std::uint64_t* size) noexcept;
@@ -52,12 +58,11 @@ struct qfile_info {
 [[nodiscard]] qerr_t qfile_get_info(qfile_t handle, qfile_info* info) noexcept;
 [[nodiscard]] qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept;
 
-// A copy of the first `length` bytes (never more than the file holds), valid until qfile_unmap (the names are given;
-// the caller sees no mapping). On Windows
-// the bytes come from a mapping through a fault-safe copy: a page that cannot be read gives QERR_BAD_ADDRESS. Bytes
-// that a file lost since its size was taken read as zero. A length or file of 0 bytes gives QERR_INVALID. `mapped`,
-// which may be null, tells how many bytes the view has: fewer than asked for when the file has shrunk since the caller
-// looked.
+// A copy of the first `length` bytes (never more than the file holds), valid until qfile_unmap; the names are given,
+// the caller sees no mapping. On Windows the bytes come from a mapping through a fault-safe copy: a page that cannot be
+// read gives QERR_BAD_ADDRESS. Bytes that a file lost since its size was taken read as zero. A length or file of 0
+// bytes gives QERR_INVALID. `mapped`, which may be null, tells how many bytes the view has: fewer than asked for when
+// the file has shrunk since the caller looked.
 [[nodiscard]] qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view,
                                std::uint64_t* mapped = nullptr) noexcept;
 [[nodiscard]] qerr_t qfile_unmap(const std::byte* view) noexcept;

@@ -25,7 +25,7 @@ std::uint64_t size_of(const struct stat& about) noexcept {
 class posix_file final : public qfile_positioned {
  public:
   posix_file(qsys_descriptor&& fd, std::uint32_t flags, std::uint64_t size_at_open) noexcept
-      : fd_(std::move(fd)), flags_(flags), size_at_open_(size_at_open) {}
+      : qfile_positioned((flags & QFILE_WRITE) == 0), fd_(std::move(fd)), flags_(flags), size_at_open_(size_at_open) {}
   ~posix_file() override {
     // Unbuffered: what this file left in the page cache goes.
     if ((flags_ & QFILE_UNBUFFERED) != 0) (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_DONTNEED);
@@ -47,13 +47,7 @@ class posix_file final : public qfile_positioned {
     return {};
   }
 
-  // A reader is told the size that was found on opening: one call less for each file of a scan, and one answer for
-  // all who ask.
   qsys_status size(std::uint64_t& bytes) noexcept override {
-    if ((flags_ & QFILE_WRITE) == 0) {
-      bytes = size_at_open_;
-      return {};
-    }
     struct stat about {};
     if (::fstat(fd_.get(), &about) != 0) return qfile_status_of(errno);
     bytes = size_of(about);
@@ -86,6 +80,8 @@ class posix_file final : public qfile_positioned {
     const auto at = static_cast<off_t>(offset);
     return counted(qsys_retry([&] { return ::pread(fd_.get(), buffer, size, at); }), done);
   }
+
+  std::uint64_t expected_size() noexcept override { return size_at_open_; }
 
   void hint_sequential(std::uint64_t offset) noexcept {
     if (hinted_ || offset < sequential_from) return;
@@ -132,15 +128,15 @@ qsys_status prepare(int fd, std::uint32_t flags, struct stat& about) noexcept {
 
 // O_NONBLOCK keeps the open from waiting for a FIFO's other end. It stays set, since reads of regular files and
 // directories pay no heed to it and clearing it would cost each file a call. The one regular file that it refuses is
-// one on which another process (a file server) holds a lease; the kernel then asks for it back, within seconds as a
-// rule.
+// one on which another process (a file server) holds a lease; the kernel then asks for it back. Holders that answer do
+// so at once; one that does not costs a second.
 qsys_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
-  constexpr int LEASE_ATTEMPTS = 500;
-  constexpr timespec PAUSE{0, 10000000};
+  constexpr int lease_attempts = 100;
+  constexpr timespec pause{0, 10000000};
   for (int attempt = 1;; ++attempt) {
     const int fd = qsys_retry([&] { return ::openat(place.directory(), place.name(), how | O_NONBLOCK, 0666); });
-    if (fd >= 0 || errno != EWOULDBLOCK || attempt == LEASE_ATTEMPTS) return qsys_descriptor(fd);
-    (void)::nanosleep(&PAUSE, nullptr);
+    if (fd >= 0 || errno != EWOULDBLOCK || attempt == lease_attempts) return qsys_descriptor(fd);
+    (void)::nanosleep(&pause, nullptr);
     errno = EWOULDBLOCK;
   }
 }

@@ -11,6 +11,7 @@
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
+#include "common/qlib/qmem.h"
 
 enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory, no_handles };
 
@@ -40,6 +41,9 @@ struct qfile_identity {
   bool operator==(const qfile_identity&) const noexcept = default;
 };
 
+// Where a seek by `offset` from `base` leads; false when that lies before the start or past the largest offset.
+[[nodiscard]] bool qfile_seek_target(std::uint64_t base, std::int64_t offset, std::uint64_t& target) noexcept;
+
 // An open file; the destructor closes it.
 class qfile_object {
  public:
@@ -52,22 +56,45 @@ class qfile_object {
   virtual qsys_status info(qfile_info& out) noexcept = 0;
   // Reads up to `length` bytes from the start into `destination` without moving the position; `done` tells how many.
   virtual qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept = 0;
+  // The bytes from the position on that the open file keeps in memory; none is always an answer.
+  [[nodiscard]] virtual Bytes held() noexcept { return {}; }
   // Hands written bytes to the storage device, as far as this kind of storage can.
   virtual qsys_status flush() noexcept { return {}; }
 };
 
-// A file whose position is kept here: every transfer names its own offset, so that seeking costs no call.
+// What open files of every storage have in common: the position, kept here so that seeking costs no call, and the first
+// block of a file that is open for reading only. The first read of that block fetches all of it, so that headers,
+// resources, certificate table and digests of a small file come out of one read.
 class qfile_positioned : public qfile_object {
  public:
+  // What a file keeps of its start, in bytes.
+  static constexpr std::size_t largest_block = std::size_t{256} << 10U;
+
   qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override;
   // QERR_INVALID for a position before the start or past the largest offset.
   qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override;
   qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override;
+  [[nodiscard]] Bytes held() noexcept override;
 
  protected:
+  explicit qfile_positioned(bool keeps_block) noexcept : block_wanted_(keeps_block) {}
+
   // One read call at `offset`; fewer bytes than asked for is success, 0 the end of the file.
   virtual qsys_status read_at(std::uint64_t offset, void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
+  // The first `wanted` bytes for the block, or as many as there are.
+  virtual qsys_status read_start(std::byte* destination, std::size_t wanted, std::size_t& done) noexcept;
+  // The size as far as it is known without another call: the block is no larger.
+  virtual std::uint64_t expected_size() noexcept;
+
   std::uint64_t position_ = 0;
+
+ private:
+  qsys_status keep_block() noexcept;
+  qsys_status read_rest(std::byte* destination, std::size_t length, std::size_t& done) noexcept;
+
+  QmemPtr<std::byte> block_;
+  std::size_t block_size_ = 0;
+  bool block_wanted_;  // and not yet tried
 };
 
 // A running search of one directory; the destructor ends it.

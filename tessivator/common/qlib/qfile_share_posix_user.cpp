@@ -51,7 +51,8 @@ void take_info(const smb_info& about, qfile_info& out) noexcept {
 class share_file final : public qfile_positioned {
  public:
   // `file` is null for an open directory.
-  share_file(session_ptr session, smb_file* file) noexcept : session_(std::move(session)), file_(file) {}
+  share_file(session_ptr session, smb_file* file) noexcept
+      : qfile_positioned(file != nullptr), session_(std::move(session)), file_(file) {}
   ~share_file() override {
     if (file_ != nullptr) session_->module().close(file_);
   }
@@ -77,6 +78,9 @@ class share_file final : public qfile_positioned {
   }
 
  private:
+  // Asking would cost a round trip, and the first answer tells.
+  std::uint64_t expected_size() noexcept override { return largest_block; }
+
   qsys_status ask(smb_info& about) noexcept {
     if (file_ == nullptr) return {};
     return status_of(session_->module().info(file_, &about));

@@ -27,7 +27,8 @@ struct unmap_view {
 
 class winnt_file final : public qfile_positioned {
  public:
-  winnt_file(qsys_handle&& handle, std::uint32_t flags) noexcept : handle_(std::move(handle)), flags_(flags) {}
+  winnt_file(qsys_handle&& handle, std::uint32_t flags) noexcept
+      : qfile_positioned((flags & QFILE_WRITE) == 0), handle_(std::move(handle)), flags_(flags) {}
 
   qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
     constexpr std::uint64_t at_end = std::numeric_limits<std::uint64_t>::max();
@@ -57,13 +58,14 @@ class winnt_file final : public qfile_positioned {
 
   qsys_status info(qfile_info& out) noexcept override { return qfile_winnt_info(handle_.get(), out); }
 
-  qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
+  // Through a mapping, as images are looked at here.
+  qsys_status read_start(std::byte* destination, std::size_t wanted, std::size_t& done) noexcept override {
     done = 0;
     const qsys_handle mapping(CreateFileMappingW(handle_.get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
     if (!mapping.valid()) return last_status();
-    const std::unique_ptr<void, unmap_view> mapped(MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, length));
+    const std::unique_ptr<void, unmap_view> mapped(MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, wanted));
     if (!mapped) return last_status();
-    return copy_mapped(mapped.get(), destination, length, done);
+    return copy_mapped(mapped.get(), destination, wanted, done);
   }
 
   qsys_status flush() noexcept override {

@@ -89,6 +89,25 @@ TEST_F(Checksums, OffsetsLengthsAndShortReads) {
   }
 }
 
+TEST_F(Checksums, WholeFilesAreAsLargeAsTheyWereToldToBe) {
+  const struct {
+    std::uint64_t size_told;
+    std::size_t present;
+    std::uint32_t reads;
+    const char* digest;
+  } rows[] = {{0, 600000, 0, SHA1_EMPTY},
+              {270000, 600000, 2, "8bfd78bd617328c4aaf0464eab2afd79efba49fb"},
+              {600000, 270000, 3, "8bfd78bd617328c4aaf0464eab2afd79efba49fb"}};
+  for (const auto& row : rows) {
+    memory_file file(pattern().substr(0, row.present));
+    file.size_told = row.size_told;
+    qcksum record{};
+    EXPECT_EQ(qcksum_compute_whole(QCKSUM_SHA1, &file, &record, nullptr, nullptr), QERR_OK);
+    EXPECT_EQ(hex(record), row.digest) << row.size_told;
+    EXPECT_EQ(file.reads, row.reads) << row.size_told;
+  }
+}
+
 TEST_F(Checksums, AReadThatFailsEndsThePass) {
   memory_file file(pattern());
   file.most_read = 135000;

@@ -152,6 +152,30 @@ TEST_F(Files, SeekReadAndTruncate) {
   EXPECT_EQ(qfile_truncate(file.get(), 1ULL << 63U), QERR_ARG2);
 }
 
+TEST_F(Files, AReaderKeepsItsFirstBlockAndAsksForTheSize) {
+  const std::u16string path = put(u"f", std::string(300000, 'a'));
+  QfileOwner file;
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  const auto byte_at = [&](std::int64_t offset) {
+    char byte = 0;
+    std::uint32_t done = 0;
+    EXPECT_EQ(qfile_seek(file.get(), offset, QFILE_FROM_START, nullptr), QERR_OK);
+    EXPECT_EQ(qfile_read(file.get(), &byte, 1, &done), QERR_OK);
+    return byte;
+  };
+  EXPECT_EQ(byte_at(7), 'a');
+  put(u"f", std::string(400000, 'b'));
+  EXPECT_EQ(byte_at(0), 'a');
+  EXPECT_EQ(byte_at(262143), 'a');
+  EXPECT_EQ(qfile_held(file.get()).size(), 0U);
+  EXPECT_EQ(byte_at(262144), 'b');
+  std::uint64_t size = 0;
+  EXPECT_EQ(qfile_size(file.get(), &size), QERR_OK);
+  EXPECT_EQ(size, 400000U);
+  EXPECT_EQ(qfile_seek(file.get(), -1, QFILE_FROM_END, &size), QERR_OK);
+  EXPECT_EQ(size, 399999U);
+}
+
 TEST_F(Files, MissingArguments) {
   const std::u16string path = put(u"f");
   QfileOwner file;
