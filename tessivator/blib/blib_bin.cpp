@@ -59,6 +59,24 @@ qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
   return viewed != QERR_OK ? viewed : blib_bin_parse_headers(&image);
 }
 
+// blib_bin_open, into what may be open already.
+qerr_t open_image(blib_file& opened, const qchar* path, std::uint32_t flags) noexcept {
+  qerr_t code = blib_file_open(opened, path);
+  if (code != QERR_OK) {
+    QLOG_AS(QLOG_INFO, "blib_bin_open", u"Failed to open file \"%s\" for mapping. err=%d, string: \"%s\"\n", path, code,
+            qerr_get_string(code));
+    return code;
+  }
+  blib_bin* image = nullptr;
+  code = blib_bin_open_by_handle(opened.file.get(), path, &image, flags, 0);
+  opened.image.reset(image);
+  if (code != QERR_OK) {
+    QLOG_AS(QLOG_INFO, "blib_bin_open", u"blib_bin_open failed for \"%s\". err=%d, string: \"%s\"\n", path, code,
+            qerr_get_string(code));
+  }
+  return code;
+}
+
 }  // namespace
 
 qerr_t blib_bin_open_by_handle(qfile_t file, const qchar* path, blib_bin** out, std::uint32_t flags,
@@ -84,24 +102,29 @@ qerr_t blib_bin_open_by_handle(qfile_t file, const qchar* path, blib_bin** out, 
   }
 }
 
-qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode, std::uint32_t extra_size) noexcept {
+qerr_t blib_file_open(blib_file& opened, const qchar* path) noexcept {
+  if (path == nullptr) return QERR_ARG2;
+  if (opened.file.get() == QFILE_INVALID && opened.open_code == QERR_OK) {
+    opened.open_code = qfile_open(opened.file.out(), path, QFILE_READ);
+  }
+  return opened.open_code;
+}
+
+qerr_t blib_file_open_image(blib_file& opened, const qchar* path) noexcept {
+  if (path == nullptr) return QERR_ARG2;
+  return opened.image ? QERR_OK : open_image(opened, path, BLIB_READ);
+}
+
+qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode, std::uint32_t /*extra_size*/) noexcept {
   if (out != nullptr) *out = nullptr;
   if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG2;
-  if ((mode & BLIB_READ_WRITE) == BLIB_READ_WRITE) return QERR_ARG4;  // before the file is opened for writing
-  QfileOwner file;
-  qerr_t code = qfile_open(file.out(), path, mode & BLIB_READ_WRITE);
-  if (code != QERR_OK) {
-    QLOG(QLOG_INFO, u"Failed to open file \"%s\" for mapping. err=%d, string: \"%s\"\n", path, code,
-         qerr_get_string(code));
-    return code;
-  }
-  code = blib_bin_open_by_handle(file.get(), path, out, mode, extra_size);
-  if (code != QERR_OK) {
-    QLOG(QLOG_INFO, u"blib_bin_open failed for \"%s\". err=%d, string: \"%s\"\n", path, code, qerr_get_string(code));
-    return code;
-  }
-  (void)file.release();  // the record's now
+  if ((mode & BLIB_READ_WRITE) != BLIB_READ) return QERR_ARG4;
+  blib_file opened;
+  const qerr_t code = open_image(opened, path, mode);
+  if (code != QERR_OK) return code;
+  (void)opened.file.release();  // the record's now
+  *out = opened.image.release();
   return QERR_OK;
 }
 

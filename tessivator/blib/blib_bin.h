@@ -97,3 +97,22 @@ using BlibBinByHandleOwner =
 
 // 1 when the file begins with "MZ", else 0: every DOS, 16-bit, 32-bit and 64-bit executable.
 [[nodiscard]] std::uint32_t blib_bin_is_16bit_by_handle(qfile_t file) noexcept;
+
+// One file, opened once for all that is said about it, so that its parts cannot come from different files; with its
+// image once it was found to hold one.
+struct blib_file {
+  QfileOwner file;
+  BlibBinByHandleOwner image;  // borrows the file
+  // Of an open that failed. It is not tried again: waiting for another process or a server is done once a file.
+  qerr_t open_code = QERR_OK;
+  void reset() noexcept {
+    image.reset();
+    file.reset();
+    open_code = QERR_OK;
+  }
+};
+
+// Opens `path` for reading, unless that was done or has failed before. QERR_ARG2 without a path, or the open's code.
+[[nodiscard]] qerr_t blib_file_open(blib_file& opened, const qchar* path) noexcept;
+// blib_bin_open with a file that may be open already, or whose image is. The file stays open when it holds no image.
+[[nodiscard]] qerr_t blib_file_open_image(blib_file& opened, const qchar* path) noexcept;

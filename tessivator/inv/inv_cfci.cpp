@@ -79,7 +79,7 @@ bool has_strings(const inv_cfci_t& record) noexcept {
 qerr_t compute_digests(const qchar* path, qfile_t file, inv_cfci_t& record) noexcept {
   std::uint32_t kinds = QCKSUM_SHA1 | QCKSUM_SHA256;
   if ((cfg_ProdIntegrationConfig().load() & product_md5) != 0) kinds |= QCKSUM_MD5;
-  const qerr_t code = qcksum_compute(kinds, file, &record.sha1, &record.md5, &record.sha256, 0, 0);
+  const qerr_t code = qcksum_compute_whole(kinds, file, &record.sha1, &record.md5, &record.sha256);
   if (code == QERR_CKSUM_BYPASSED) {
     QLOG_AS(QLOG_DETAIL, "inv_get_cfci_alloc", u"MD5 Checksum bypassed for file %s\n", path);
     return QERR_OK;
@@ -260,19 +260,24 @@ qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out
                           std::uint32_t compute_md5) noexcept {
   if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG2;
-  QfileOwner file;
-  if (const qerr_t code = qfile_open(file.out(), path, QFILE_READ); code != QERR_OK) {
+  blib_file opened;
+  return inv_get_cfci_of_file_alloc(path, opened, out, out_time, compute_md5);
+}
+
+qerr_t inv_get_cfci_of_file_alloc(const qchar* path, blib_file& opened, inv_cfci_t** out, std::int64_t* out_time,
+                                  std::uint32_t compute_md5) noexcept {
+  if (path == nullptr) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG3;
+  if (const qerr_t code = blib_file_open(opened, path); code != QERR_OK) {
     QLOG(QLOG_INFO, u"Failed to open file '%s' for computing cfci information. err = %d", path, code);
     return code;
   }
-  // The image that told the type also serves the resources; it borrows the file.
+  const qfile_t file = opened.file.get();
   std::uint32_t type = 0;
   std::uint32_t kind = 0;
-  blib_bin* opened = nullptr;
-  if (const qerr_t code = scan_get_file_type_keep_image(file.get(), path, &type, &kind, &opened); code != QERR_OK) {
-    return code;
-  }
-  const BlibBinByHandleOwner image(opened);
+  blib_bin* image = nullptr;
+  if (const qerr_t code = scan_get_file_type_keep_image(file, path, &type, &kind, &image); code != QERR_OK) return code;
+  opened.image.reset(image);
   if ((type & INV_TYPE_ACCEPTED) == 0) return QERR_BAD_IMAGE;
 
   InvCfciOwner record(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
@@ -281,11 +286,11 @@ qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out
   record->image_kind = static_cast<std::uint16_t>(kind);
   record->cert_count = INV_CERTS_NOT_GATHERED;
   if (compute_md5 != 0) {
-    if (const qerr_t code = compute_digests(path, file.get(), *record); code != QERR_OK) return code;
+    if (const qerr_t code = compute_digests(path, file, *record); code != QERR_OK) return code;
   }
   std::int64_t time = 0;
   if (is_feature_on(feature_record)) {
-    if (const qerr_t code = gather_details(path, file.get(), image.get(), *record, time); code != QERR_OK) return code;
+    if (const qerr_t code = gather_details(path, file, image, *record, time); code != QERR_OK) return code;
     if (out_time != nullptr) *out_time = time;
   }
   *out = record.release();

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "blib/blib_bin.h"
 #include "common/qlib/qcksum.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
@@ -75,6 +76,10 @@ struct inv_cfci_t {
 // record.
 [[nodiscard]] qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out_time,
                                         std::uint32_t compute_md5) noexcept;
+
+// The same for a file that may be open already, and stays the caller's with the image that it was found to hold.
+[[nodiscard]] qerr_t inv_get_cfci_of_file_alloc(const qchar* path, blib_file& opened, inv_cfci_t** out,
+                                                std::int64_t* out_time, std::uint32_t compute_md5) noexcept;
 
 // Releases a record with everything that it owns; null is allowed.
 void inv_free_cfci(inv_cfci_t* record) noexcept;
