@@ -8,6 +8,7 @@
 #include <new>
 
 #include "common/qlib/qmem.h"
+#include "msi/msi_path_winnt.h"
 #include "msi/msi_signature.h"
 #include "msi/package_object.h"
 

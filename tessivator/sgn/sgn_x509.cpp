@@ -143,13 +143,6 @@ qerr_t sgn_x509_store_certs_of_signature(Bytes signature, const qchar* path, con
   });
 }
 
-qerr_t sgn_x509_image_without_table(const qchar* path) noexcept {
-  if (path == nullptr) return QERR_ARG1;
-  log_start(path);
-  log_no_table(path);
-  return QERR_NOT_FOUND;
-}
-
 qerr_t sgn_x509_get_certnames_and_store_certs(const qchar* path, const qchar* output_directory,
                                               sgn_cert_name** out_names, std::uint32_t database_flag,
                                               std::uint32_t all_flag) noexcept {

@@ -52,10 +52,6 @@ void sgn_cert_names_free(sgn_cert_name* list) noexcept;
                                                        const qchar* output_directory, sgn_cert_name** out_names,
                                                        std::uint32_t all_flag, sgn_store_cache* cache) noexcept;
 
-// What extraction does with an image that has no certificate table, for a caller who has just read the image's headers
-// and spares it being opened again: the same log lines, and 2.
-[[nodiscard]] qerr_t sgn_x509_image_without_table(const qchar* path) noexcept;
-
 // Writes one certificate into its file. `database` and `flags` choose a signer database that this product does not
 // have; both are ignored. Returns the naming error, 12, or the file's code when it could not be opened; a failed write
 // is logged and gives 0.

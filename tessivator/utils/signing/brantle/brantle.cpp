@@ -126,7 +126,7 @@ std::int32_t Brantle::scanEntries() {
   for (std::uint32_t walked = QERR_OK; walked == QERR_OK; walked = nextEntry()) {
     if (isDirectory) continue;
     recordAdded = false;
-    unsignedImage = false;
+    openFile.reset();
     if (certsOnly == 0) {
       const std::uint32_t code = populateCurrentEXEInfo();
       if (code != QERR_OK) {
@@ -137,11 +137,13 @@ std::int32_t Brantle::scanEntries() {
     if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
     if (carriesCertificates(currentFile)) (void)populateCertNamesMapAndExtractCerts();
   }
+  openFile.reset();
   if (certsOnly == 0) writeInfoXml();
   return BRANTLE_OK;
 }
 
 void Brantle::closeScan() {
+  openFile.reset();  // no share is given back while a file on it is open
   if (walker != nullptr) {
     (void)qfile_itr_close(walker.get());
     walker.reset();

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "blib/blib_bin.h"
 #include "common/qlib/qfile_itr.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
@@ -99,7 +100,7 @@ class Brantle {
   BrantleRecord currentRecord;
   std::u16string currentFile;
   bool recordAdded = false;
-  bool unsignedImage = false;  // the current file's record says: an image without a certificate table
+  blib_file openFile;  // the current file: opened once for its record and its certificates
   std::u16string reposPath;
   std::u16string infoXmlPath;
   std::u16string outputPath;

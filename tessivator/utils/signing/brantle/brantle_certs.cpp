@@ -37,10 +37,13 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
 // The request decides, not the file: with cabFile set every file is taken as a cabinet.
 std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& result) {
   if (cabFile != 0) return extractFromCabinet(names, result);
-  result = unsignedImage
-               ? sgn_x509_image_without_table(currentFile.c_str())
-               : sgn_x509_get_certnames_and_store_certs_ex(currentFile.c_str(), outputPath.c_str(), names, 0,
-                                                           static_cast<std::uint32_t>(allCerts), storeCache.get());
+  const auto all = static_cast<std::uint32_t>(allCerts);
+  const qchar* const path = currentFile.c_str();
+  if (certsOnly != 0) (void)blib_file_open_image(openFile, path);  // no record has looked at the file
+  result =
+      openFile.image
+          ? sgn_x509_store_certs_of_image(openFile.image.get(), path, outputPath.c_str(), names, all, storeCache.get())
+          : sgn_x509_get_certnames_and_store_certs_ex(path, outputPath.c_str(), names, 0, all, storeCache.get());
   if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
   return result;
 }

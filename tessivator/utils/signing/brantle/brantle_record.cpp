@@ -36,7 +36,7 @@ std::uint32_t Brantle::populateCurrentEXEInfo() {
   fileInfo.reset();
   inv_cfci_t* info = nullptr;
   std::int64_t newest_time = 0;
-  const qerr_t code = inv_get_cfci_alloc(currentFile.c_str(), &info, &newest_time, 1);
+  const qerr_t code = inv_get_cfci_of_file_alloc(currentFile.c_str(), openFile, &info, &newest_time, 1);
   fileInfo.reset(info);
   if (code == QERR_OK && fileInfo != nullptr && (fileInfo->type_flags & image_types) != 0) {
     appendImageRecord();
@@ -60,7 +60,6 @@ void Brantle::appendImageRecord() {
   currentRecord["Name"] = currentFile;
   records.push_back(std::move(currentRecord));
   recordAdded = true;
-  unsignedImage = fileInfo->is_signed == 0;
 }
 
 // False when the package cannot be opened; it then gets no record.
@@ -87,15 +86,14 @@ bool Brantle::appendPackageRecord() {
 }
 
 std::uint32_t Brantle::getSHA_cksum(const std::u16string& path, std::u16string& sha1, std::u16string& sha256) {
-  QfileOwner file;
-  qerr_t code = qfile_open(file.out(), path.c_str(), QFILE_READ);
+  qerr_t code = blib_file_open(openFile, path.c_str());
   if (code != QERR_OK) {
     QLOG(QLOG_ERROR, u"Failed to open file '%s' for computing SHA1 err = %d.\n", path, code);
     return code;
   }
   qcksum sum1{};
   qcksum sum256{};
-  code = qcksum_compute(QCKSUM_SHA1 | QCKSUM_SHA256, file.get(), &sum1, nullptr, &sum256, 0, 0);
+  code = qcksum_compute_whole(QCKSUM_SHA1 | QCKSUM_SHA256, openFile.file.get(), &sum1, nullptr, &sum256);
   if (code == QERR_CKSUM_BYPASSED) {
     QLOG(QLOG_ERROR, u"Checksum bypassed for file %s\n", path);
   } else if (code != QERR_OK) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/replaced.h"
 #include "support/scratch.h"
@@ -74,6 +75,16 @@ TEST_F(Driver, WhatIsNotThereLeavesNothing) {
     EXPECT_EQ(printed, "");
     EXPECT_TRUE(!fs::exists(c.out) || fs::is_empty(c.out));
   }
+}
+
+TEST_F(Driver, AFileIsOpenedOnceForAllThatIsSaidAboutIt) {
+  for (const char* name : {"exe64_rsa.exe", "exe32.exe"}) {
+    fs::copy_file(fixture_path(std::string("images/") + name), root_ / "in" / name);
+  }
+  faulty_provider disk;
+  EXPECT_EQ(run(root_ / "in", root_ / "out"), 0);
+  EXPECT_EQ(disk.calls(file_op::open), 2U);
+  EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "out"), fs::directory_iterator()), 2);
 }
 
 TEST_F(Driver, ShareFailuresMapToTheirResults) {
