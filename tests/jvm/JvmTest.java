@@ -59,10 +59,6 @@ public final class JvmTest {
         Map<String, String> expected = contents(out);
         check(expected.containsKey("info.xml") && expected.size() > 1, "report and certificates: " + expected.keySet());
 
-        Path cut = fresh("cut");
-        equal(0, brantle.getCertsAndInfoByScanningLocalPath(tree + "\0x", cut + "\0y"), "cut at the zero character");
-        check(expected.equals(contents(cut)), "same output through cut strings");
-
         Path odd = fresh("ümläut 漢字 \uD83D\uDE00");
         equal(0, brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), odd.toString()), "non-ASCII output");
         check(expected.equals(contents(odd)), "same output in a non-ASCII folder");
@@ -71,19 +67,6 @@ public final class JvmTest {
         equal(20001, brantle.getCertsAndInfoByScanningLocalPath(scratch + "/absent", out.toString()), "absent path");
         equal(20001, brantle.testAccessOnNwShareWithParams(tree.toString(), "D", "u", "p"), "no share");
         equal(20001, brantle.getCertsAndInfoByScanningNwPath(tree.toString(), out.toString(), "D", "u", "p"), "no share");
-
-        String[] local = {tree.toString(), out.toString()};
-        for (int i = 0; i < 2; i++) {
-            String[] a = local.clone();
-            a[i] = null;
-            equal(-1, brantle.getCertsAndInfoByScanningLocalPath(a[0], a[1]), "null argument " + i);
-        }
-        for (int i = 0; i < 5; i++) {
-            String[] a = {"x", "x", "x", "x", "x"};
-            a[i] = null;
-            equal(-1, brantle.getCertsAndInfoByScanningNwPath(a[0], a[1], a[2], a[3], a[4]), "null argument " + i);
-            if (i < 4) equal(-1, brantle.testAccessOnNwShareWithParams(a[0], a[1], a[2], a[3]), "null argument " + i);
-        }
     }
 
     /** Both network natives against a server whose share "tree" holds the folder `local` as "software". */
@@ -113,19 +96,9 @@ public final class JvmTest {
             }));
         }
         for (Future<Map<String, String>> future : futures) {
-            Map<String, String> found = new TreeMap<>(future.get());
-            check(expected.keySet().equals(found.keySet()), "the same files come out");
-            check(slashed(expected).equals(slashed(found)), "the same as from disk");
+            check(expected.equals(future.get()), "the same as from disk");
         }
         pool.shutdown();
-    }
-
-    /** Records in the order of their text once paths are written alike. */
-    private static List<String> slashed(Map<String, String> contents) {
-        List<String> records = new ArrayList<>();
-        for (String record : contents.get("info.xml").split("(?=<Executable>)")) records.add(record.replace('\\', '/').trim());
-        records.sort(Comparator.naturalOrder());
-        return records;
     }
 
     private static void hooks(String path) throws Exception {
@@ -185,7 +158,7 @@ public final class JvmTest {
     /** The report's elements in an order of their own (copies of a tree list in any order), without the tree's path. */
     private static Map<String, String> rebased(Map<String, String> contents, String root) {
         Map<String, String> copy = new TreeMap<>(contents);
-        String[] records = copy.get("info.xml").replace(root, "").split("(?=<Executable>)");
+        String[] records = copy.get("info.xml").replace(root, "").replace('\\', '/').split("(?=<Executable>)");
         java.util.Arrays.sort(records, 1, records.length);
         String joined = String.join("", records).replaceAll("</ExecutableData>", "").replaceAll("\\s+", " ");
         copy.put("info.xml", joined);

@@ -41,9 +41,9 @@ inline std::vector<std::string> fixture_cells(const std::string& line, char sepa
 
 using fixture_row = std::map<std::string, std::string>;
 
-// Rows by column name; empty when the table is missing, which the caller checks.
-inline std::vector<fixture_row> fixture_table(const std::string& name) {
-  std::ifstream in(fixture_path("expected/" + name + ".tsv"), std::ios::binary);
+// Rows by column name of a table below tests/; empty when it is missing, which the caller checks.
+inline std::vector<fixture_row> fixture_rows(const std::string& file) {
+  std::ifstream in(fixture_path("../" + file), std::ios::binary);
   std::string line;
   std::getline(in, line);
   const std::vector<std::string> heading = fixture_cells(line, '\t');
@@ -54,6 +54,10 @@ inline std::vector<fixture_row> fixture_table(const std::string& name) {
     for (std::size_t i = 0; i < heading.size() && i < values.size(); ++i) row[heading[i]] = values[i];
   }
   return rows;
+}
+
+inline std::vector<fixture_row> fixture_table(const std::string& name) {
+  return fixture_rows("fixtures/expected/" + name + ".tsv");
 }
 
 // A cell's text: \uXXXX stands for one unit.
