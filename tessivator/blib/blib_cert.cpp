@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/qlib/qbytes.h"
+#include "common/qlib/qder.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
 
@@ -49,40 +50,45 @@ std::uint32_t count_entries(blib_bin& image) noexcept {
   return count;
 }
 
-// A failure leaves the entry empty and the extraction goes on.
-void read_entry(const blib_cert_itr& iterator, blib_bin& image, blib_authenticode_entry& entry) noexcept {
+// Where the content of the iterator's entry is, and how much of it exists.
+blib_authenticode_entry locate_entry(const blib_cert_itr& iterator, const blib_bin& image) noexcept {
   const entry_header header = current(iterator);
   const bool whole = header.revision == own_revision && header.type == own_type;
   const std::uint32_t skipped = whole ? 0 : header_size;
-  if (header.length < header_size) return;
+  if (header.length < header_size) return {};
   const std::uint64_t offset = iterator.current_offset + skipped;
   // An image addresses its table with 32 bits: what begins further on is not there, however large the file.
   const std::uint64_t exists = offset < image.full_size && offset <= 0xFFFFFFFF ? image.full_size - offset : 0;
   const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(header.length - skipped, exists));
-  QmemPtr<std::byte> buffer(static_cast<std::byte*>(qmem_calloc(1, std::max<std::size_t>(length, 1))));
-  if (buffer == nullptr) {
-    (void)qstr_console_printf(u"Failed to allocate buffer\n");
-    return;
-  }
-  if (length != 0 && blib_bin_get_buf(&image, buffer.get(), static_cast<std::uint32_t>(offset), length) != QERR_OK) {
-    (void)qstr_console_printf(u"Failed to read certificate buf from bin\n");
-    return;
-  }
-  entry = {length, header.revision, header.type, buffer.release()};
+  return {length, header.revision, header.type, nullptr, length == 0 ? 0 : static_cast<std::uint32_t>(offset)};
 }
 
-qerr_t read_entries(blib_bin& image, blib_authenticode_list& list) noexcept {
+qerr_t locate_entries(blib_bin& image, blib_authenticode_list& list) noexcept {
   blib_cert_itr iterator;
   qerr_t code = blib_bin_cert_itr_init(&iterator, &image);
   for (std::uint32_t i = 0; code == QERR_OK && i < list.count; ++i) {
     const entry_header header = current(iterator);
     QLOG(QLOG_DETAIL, u"Certificate %d dwLength[%d] wRevision[0x%04x] wCertificateType[0x%04x]\n", i, header.length,
          header.revision, header.type);
-    read_entry(iterator, image, list.entries[i]);
+    list.entries[i] = locate_entry(iterator, image);
     code = blib_bin_cert_itr_next(&iterator, &image, header.length);
     if (code == QERR_END || code == QERR_NOT_FOUND) return QERR_OK;
   }
   return code;
+}
+
+// Cuts the content of a long entry to the signature that it begins with; false when that is too long as well.
+bool length_to_read(blib_bin& image, std::uint32_t offset, std::uint32_t& length) noexcept {
+  std::array<std::byte, QDER_HEAD> head{};
+  if (blib_bin_get_buf(&image, head.data(), offset, QDER_HEAD) != QERR_OK) return true;  // reading all will tell
+  const std::uint64_t size = qder_signature_size(head, length);
+  if (size > QDER_MOST_SIGNATURE) {
+    QLOG(QLOG_WARNING, u"Not read: a signature of %llu bytes in %s; at most %llu are taken\n", size, image.file_name,
+         QDER_MOST_SIGNATURE);
+    return false;
+  }
+  length = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, length));
+  return true;
 }
 
 }  // namespace
@@ -121,7 +127,7 @@ qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uin
   return iterator->length_sum > iterator->table_size ? QERR_NOT_FOUND : code;
 }
 
-qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image, blib_authenticode_list** out) noexcept {
+qerr_t blib_bin_get_authenticode_table_alloc(blib_bin* image, blib_authenticode_list** out) noexcept {
   if (image == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG2;
   *out = nullptr;
@@ -132,8 +138,38 @@ qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image, blib_authe
   list->entries = static_cast<blib_authenticode_entry*>(qmem_calloc(count, sizeof(blib_authenticode_entry)));
   if (list->entries == nullptr) return QERR_LOW_MEMORY;
   list->count = count;
-  const qerr_t code = read_entries(*image, *list);
+  const qerr_t code = locate_entries(*image, *list);
   if (code == QERR_OK) *out = list.release();
+  return code;
+}
+
+void blib_bin_load_authenticode_entry(blib_bin* image, blib_authenticode_entry* entry) noexcept {
+  const blib_authenticode_entry place = *entry;
+  *entry = {};
+  std::uint32_t length = place.length;
+  if (length > QDER_MOST_SIGNATURE && !length_to_read(*image, place.offset, length)) return;
+  QmemPtr<std::byte> buffer(static_cast<std::byte*>(qmem_calloc(1, std::max<std::size_t>(length, 1))));
+  if (buffer == nullptr) {
+    (void)qstr_console_printf(u"Failed to allocate buffer\n");
+    return;
+  }
+  if (length != 0 && blib_bin_get_buf(image, buffer.get(), place.offset, length) != QERR_OK) {
+    (void)qstr_console_printf(u"Failed to read certificate buf from bin\n");
+    return;
+  }
+  *entry = {length, place.revision, place.type, buffer.release(), place.offset};
+}
+
+void blib_bin_unload_authenticode_entry(blib_authenticode_entry* entry) noexcept {
+  qmem_free(entry->buffer);
+  entry->buffer = nullptr;
+}
+
+qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image, blib_authenticode_list** out) noexcept {
+  const qerr_t code = blib_bin_get_authenticode_table_alloc(image, out);
+  for (std::uint32_t i = 0; code == QERR_OK && i < (*out)->count; ++i) {
+    blib_bin_load_authenticode_entry(image, &(*out)->entries[i]);
+  }
   return code;
 }
 

@@ -32,12 +32,15 @@ struct blib_cert_itr {
 [[nodiscard]] qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uint32_t length) noexcept;
 
 // One entry's content: everything behind the header, or the whole entry for revision 0xC102 and type 0xABFF. Bytes past
-// the end of the file are not there; an entry that could not be read, or is shorter than a header, is empty.
+// the end of the file are not there; an entry that could not be read, or is shorter than a header, is empty. Of content
+// over 16 MiB only the signature is read that it begins with; an entry whose signature alone is longer (by its DER
+// header, else the entry) stays empty, with a warning.
 struct blib_authenticode_entry {
   std::uint32_t length;
   std::uint16_t revision;
   std::uint16_t type;
-  std::byte* buffer;  // owned, null when empty
+  std::byte* buffer;     // owned; null when empty or not loaded
+  std::uint32_t offset;  // of the content in the file
 };
 
 struct blib_authenticode_list {
@@ -45,10 +48,14 @@ struct blib_authenticode_list {
   blib_authenticode_entry* entries;  // owned
 };
 
-// All entries in table order. QERR_NOT_FOUND without a table, QERR_OVERFLOW for one that overruns, QERR_LOW_MEMORY, or
-// a read error. The caller frees the result with the routine below, which ignores null.
+// All entries in table order. Returns QERR_NOT_FOUND without a table, QERR_OVERFLOW for one that overruns,
+// QERR_LOW_MEMORY, or a read error. The caller frees the result with the last routine below, which ignores null.
 [[nodiscard]] qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image,
                                                                    blib_authenticode_list** out) noexcept;
+// The same without content, which is then loaded and let go entry by entry: a crafted table may hold gigabytes.
+[[nodiscard]] qerr_t blib_bin_get_authenticode_table_alloc(blib_bin* image, blib_authenticode_list** out) noexcept;
+void blib_bin_load_authenticode_entry(blib_bin* image, blib_authenticode_entry* entry) noexcept;
+void blib_bin_unload_authenticode_entry(blib_authenticode_entry* entry) noexcept;
 void blib_bin_free_authenticode_signature_buf(blib_authenticode_list* list) noexcept;
 using BlibAuthenticodeOwner =
     std::unique_ptr<blib_authenticode_list, FreeWith<blib_bin_free_authenticode_signature_buf>>;

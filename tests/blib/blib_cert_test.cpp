@@ -91,7 +91,7 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
       .u16(20, 0x200)
       .u16(22, 2)
       .text(24, "content2");
-  // Reads: two headers for the count, then header and content of each entry.
+  // Reads: two headers for the count, the same again for their places, then the contents.
   struct {
     std::uint32_t reads_before;
     qerr_t code;
@@ -99,8 +99,8 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
   } const cases[] = {
       {0, QERR_NOT_FOUND, "-"},  // no count without the first header
       {2, QERR_IO, "-"},
-      {3, QERR_OK, "0:0000:0000,8:0200:0002"},
-      {4, QERR_IO, "-"},
+      {3, QERR_IO, "-"},
+      {4, QERR_OK, "0:0000:0000,8:0200:0002"},
       {5, QERR_OK, "8:0200:0002,0:0000:0000"},
       {6, QERR_OK, "8:0200:0002,8:0200:0002"},
   };
@@ -121,6 +121,33 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
   ASSERT_EQ(read_table(image.get(), list), QERR_OK);
   EXPECT_EQ(std::memcmp(list->entries[1].buffer, "content2", 8), 0);
   blib_bin_free_authenticode_signature_buf(nullptr);
+}
+
+// Of a long entry no more is read than the signature that it begins with, and nothing of a signature over 16 MiB.
+TEST_F(Images, LongEntriesAreReadAsFarAsTheirSignatureGoes) {
+  constexpr std::uint32_t entry = 100U << 20;
+  struct {
+    const char* header;  // of the signature
+    std::size_t size;
+    const char* entries;
+  } const cases[] = {
+      {"\x30\x03\x02\x01\x01", 5, "5:0200:0002"},
+      {"\x30\x83\xff\xff\xfb", 5, "16777216:0200:0002"},
+      {"\x30\x83\xff\xff\xfc", 5, "0:0000:0000"},
+      {"\x30\x84\x7f\xff\xff\xff", 6, "0:0000:0000"},
+      {"\x30\x80", 2, "0:0000:0000"},  // of open length: as long as the entry
+  };
+  for (const auto& one : cases) {
+    byte_builder table;
+    table.u32(0, entry).u16(4, 0x200).u16(6, 2).text(8, {one.header, one.size});
+    memory_file file = with_table(kTable, entry, table.bytes());
+    file.size_bytes = kTable + std::uint64_t{entry};
+    BlibBinByHandleOwner image;
+    ASSERT_EQ(open(file, image), QERR_OK);
+    ListOwner list;
+    EXPECT_EQ(read_table(image.get(), list), QERR_OK);
+    EXPECT_EQ(list ? text_of(*list) : "-", one.entries) << one.header;
+  }
 }
 
 TEST_F(Images, TableAtTheEndOf32BitOffsets) {
