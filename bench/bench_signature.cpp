@@ -47,7 +47,7 @@ BENCHMARK(openssl_null_provider);
 // Decoding alone, or with the choice, naming and writing of the signer's certificate.
 void sgn_work(benchmark::State& state, bool with_cache, bool with_files) {
   const std::string bytes = signature();
-  const SgnStoreCachePtr cache(with_cache ? sgn_store_cache_create() : nullptr);
+  const SgnStoreCacheOwner cache(with_cache ? sgn_store_cache_create() : nullptr);
   while (state.KeepRunning()) {
     sgn_p7* p7 = nullptr;
     sgn_cert_name* names = nullptr;

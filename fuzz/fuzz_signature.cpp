@@ -24,7 +24,7 @@ std::multiset<std::u16string> stems_of(sgn_p7* p7, std::uint32_t all) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const budget spent(size);
-  static const SgnStoreCachePtr cache(sgn_store_cache_create());
+  static const SgnStoreCacheOwner cache(sgn_store_cache_create());
   sgn_p7* p7s[2] = {};
   const auto* const bytes = reinterpret_cast<const std::byte*>(data);
   const qerr_t code = sgn_decrypt_certificate(bytes, static_cast<std::uint32_t>(size), &p7s[0]);

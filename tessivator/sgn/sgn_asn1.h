@@ -1,8 +1,9 @@
 // The decoder of PKCS#7 structures. Internal.
 #pragma once
 
+#include "sgn/sgn_outline.h"
 #include "sgn/sgn_types.h"
 
-// Decodes the structure that `in` yields next into `p7`. False when it is not a well-formed PKCS#7 structure, or one of
-// its certificates or signers is not well-formed. May throw std::bad_alloc. `cache` may be null.
-[[nodiscard]] bool sgn_asn1_decode(BIO* in, sgn_p7& p7, sgn_store_cache* cache);
+// Decodes the outlined structure into `p7`. False when it is not a well-formed PKCS#7 structure, or one of its
+// certificates or signers is not well-formed. May throw std::bad_alloc. `cache` may be null.
+[[nodiscard]] bool sgn_asn1_decode(const sgn_outline& outline, sgn_p7& p7, sgn_store_cache* cache);

@@ -13,11 +13,13 @@
 #include <cstring>
 
 #include "common/qlib/qbytes.h"
+#include "common/qlib/qder.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
 #include "sgn/sgn_pkcs7.h"
+#include "sgn/sgn_types.h"
 
 static constexpr std::uint32_t module_id = QLOG_SGN;
 
@@ -34,26 +36,24 @@ constexpr std::uint64_t record_offset = 4;
 constexpr std::uint64_t record_length = 8;
 constexpr std::uint16_t record_size = 12;
 
-using BufferPtr = QmemPtr<std::byte>;
-
 // An open cabinet with the name that its log lines carry.
-struct Cabinet {
+struct cabinet_file {
   const qchar* path;
   QfileOwner file;
 };
 
-struct Place {
+struct signature_place {
   std::uint32_t offset = 0;
   std::uint32_t length = 0;
 };
 
-qerr_t not_signed(const Cabinet& cabinet) noexcept {
+qerr_t not_signed(const cabinet_file& cabinet) noexcept {
   CAB_LOG(u"Cab file %s is not signed.\n", cabinet.path);
   return QERR_INVALID;
 }
 
 // Fills `out` from the current position; at the end of the file the rest stays as it is.
-qerr_t read_part(const Cabinet& cabinet, std::span<std::byte> out) noexcept {
+qerr_t read_part(const cabinet_file& cabinet, std::span<std::byte> out) noexcept {
   while (!out.empty()) {
     std::uint32_t done = 0;
     const qerr_t code = qfile_read(cabinet.file.get(), out.data(), static_cast<std::uint32_t>(out.size()), &done);
@@ -68,7 +68,7 @@ qerr_t read_part(const Cabinet& cabinet, std::span<std::byte> out) noexcept {
 }
 
 // Reads the fixed header and the sizes behind it.
-qerr_t read_reserve_size(const Cabinet& cabinet, std::uint16_t& reserve_size) noexcept {
+qerr_t read_reserve_size(const cabinet_file& cabinet, std::uint16_t& reserve_size) noexcept {
   std::array<std::byte, header_size> header{};
   if (const qerr_t code = read_part(cabinet, header); code != QERR_OK) return code;
   if (std::memcmp(header.data(), "MSCF", 4) != 0) {
@@ -85,8 +85,8 @@ qerr_t read_reserve_size(const Cabinet& cabinet, std::uint16_t& reserve_size) no
   return reserve_size < record_size ? not_signed(cabinet) : QERR_OK;
 }
 
-qerr_t read_place(const Cabinet& cabinet, std::uint16_t reserve_size, Place& place) noexcept {
-  const BufferPtr reserve(static_cast<std::byte*>(qmem_calloc(1, reserve_size)));
+qerr_t read_place(const cabinet_file& cabinet, std::uint16_t reserve_size, signature_place& place) noexcept {
+  const QmemPtr<std::byte> reserve(static_cast<std::byte*>(qmem_calloc(1, reserve_size)));
   if (!reserve) {
     CAB_LOG(u"Failed to allocate memory.\n");
     return QERR_LOW_MEMORY;
@@ -99,7 +99,7 @@ qerr_t read_place(const Cabinet& cabinet, std::uint16_t reserve_size, Place& pla
 }
 
 // Cuts a place to what the file holds, so that no cabinet can ask for more memory than it has bytes.
-qerr_t limit_to_file(const Cabinet& cabinet, Place& place) noexcept {
+qerr_t limit_to_file(const cabinet_file& cabinet, signature_place& place) noexcept {
   std::uint64_t size = 0;
   if (const qerr_t code = qfile_size(cabinet.file.get(), &size); code != QERR_OK) {
     CAB_LOG(u"Failed to read from file %s. Error = %d\n", cabinet.path, code);
@@ -110,17 +110,35 @@ qerr_t limit_to_file(const Cabinet& cabinet, Place& place) noexcept {
   return QERR_OK;
 }
 
-qerr_t read_signature(const Cabinet& cabinet, const Place& place, BufferPtr& signature) noexcept {
+qerr_t seek(const cabinet_file& cabinet, std::uint32_t offset) noexcept {
+  std::uint64_t position = 0;
+  const qerr_t code = qfile_seek(cabinet.file.get(), offset, QFILE_FROM_START, &position);
+  if (code != QERR_OK) CAB_LOG(u"Failed to seek file %s. Error = %d\n", cabinet.path, code);
+  return code;
+}
+
+// Cuts the place to the signature. One that is too long keeps its length and is not read; decoding refuses it.
+qerr_t limit_to_signature(const cabinet_file& cabinet, signature_place& place, bool& is_too_long) noexcept {
+  std::array<std::byte, QDER_HEAD> head{};
+  if (const qerr_t code = seek(cabinet, place.offset); code != QERR_OK) return code;
+  if (const qerr_t code = read_part(cabinet, head); code != QERR_OK) return code;
+  const std::uint64_t size = qder_signature_size(head, place.length);
+  is_too_long = size > QDER_MOST_SIGNATURE;
+  const std::uint64_t length = is_too_long ? size : std::min<std::uint64_t>(size, place.length);
+  place.length = static_cast<std::uint32_t>(std::min<std::uint64_t>(length, UINT32_MAX));
+  return QERR_OK;
+}
+
+qerr_t read_signature(const cabinet_file& cabinet, signature_place& place, QmemPtr<std::byte>& signature) noexcept {
+  bool is_too_long = false;
+  if (const qerr_t code = limit_to_signature(cabinet, place, is_too_long); code != QERR_OK) return code;
+  if (is_too_long) return QERR_OK;
   signature.reset(static_cast<std::byte*>(qmem_calloc(1, place.length)));
   if (!signature) {
     CAB_LOG(u"Failed to allocate memory\n");
     return QERR_LOW_MEMORY;
   }
-  std::uint64_t position = 0;
-  if (const qerr_t code = qfile_seek(cabinet.file.get(), place.offset, QFILE_FROM_START, &position); code != QERR_OK) {
-    CAB_LOG(u"Failed to seek file %s. Error = %d\n", cabinet.path, code);
-    return code;
-  }
+  if (const qerr_t code = seek(cabinet, place.offset); code != QERR_OK) return code;
   return read_part(cabinet, {signature.get(), place.length});
 }
 
@@ -129,23 +147,32 @@ qerr_t read_signature(const Cabinet& cabinet, const Place& place, BufferPtr& sig
 qerr_t sgn_extract_cab_cert_alloc_ex(const qchar* path, sgn_p7** out, sgn_store_cache* cache) noexcept {
   if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG2;
-  Cabinet cabinet{path, {}};
+  cabinet_file cabinet{path, {}};
   if (const qerr_t code = qfile_open(cabinet.file.out(), path, QFILE_READ); code != QERR_OK) {
     CAB_LOG(u"Failed to open file %s. Error = %d\n", path, code);
     return code;
   }
   std::uint16_t reserve_size = 0;
-  Place place;
-  BufferPtr signature;
+  signature_place place;
+  QmemPtr<std::byte> signature;
   qerr_t code = read_reserve_size(cabinet, reserve_size);
   if (code == QERR_OK) code = read_place(cabinet, reserve_size, place);
   if (code == QERR_OK) code = limit_to_file(cabinet, place);
   if (code == QERR_OK) code = read_signature(cabinet, place, signature);
   if (code != QERR_OK) return code;
 
-  code = sgn_decrypt_certificate_ex(signature.get(), place.length, out, cache);
-  if (code != QERR_OK) CAB_LOG(u"Failed to decrypt certificate. Error = %d\n", code);
-  return code;
+  sgn_p7* decoded = nullptr;
+  code = sgn_decrypt_certificate_ex(signature.get(), place.length, &decoded, cache);
+  SgnP7Owner p7(decoded);
+  if (code != QERR_OK) {
+    CAB_LOG(u"Failed to decrypt certificate. Error = %d\n", code);
+    return code;
+  }
+  return sgn_guarded([&] {
+    p7->source = std::make_shared<const std::u16string>(path);
+    *out = p7.release();
+    return QERR_OK;
+  });
 }
 
 qerr_t sgn_extract_cab_cert_alloc(const qchar* path, sgn_p7** out) noexcept {

@@ -4,34 +4,45 @@
 
 namespace {
 
-// Bounds of one cache: about two megabytes of decoded certificates and as much of paths. A full table starts anew,
-// which costs a little work and nothing else. Larger certificates than these are not worth keeping.
+// Bounds of one cache: about two megabytes of decoded certificates, and as much of paths. A full table of certificates
+// starts anew, which costs a little work and nothing else; the table of paths forgets the one longest unused. Larger
+// certificates than these are not worth keeping.
 constexpr std::size_t max_certificates = 256;
 constexpr std::size_t max_encoding = 8192;
 constexpr std::size_t max_written = 4096;
 
 }  // namespace
 
-SgnCertificatePtr sgn_store_cache::find(std::string_view encoding) const {
+sgn_certificate_ptr sgn_store_cache::find(std::string_view encoding) const {
   const auto found = certificates_.find(encoding);
   return found == certificates_.end() ? nullptr : found->second;
 }
 
-void sgn_store_cache::add(std::string_view encoding, const SgnCertificatePtr& certificate) {
-  certificate->id = ++last_id_;
+void sgn_store_cache::add(std::string_view encoding, const sgn_certificate_ptr& certificate) {
   if (encoding.size() > max_encoding) return;
   if (certificates_.size() >= max_certificates) certificates_.clear();
   certificates_.emplace(encoding, certificate);
 }
 
-bool sgn_store_cache::is_written(const qchar* path, const sgn_certificate& certificate) const {
-  const auto found = written_.find(std::u16string_view(path));
-  return found != written_.end() && certificate.id != 0 && found->second == certificate.id;
+const sgn_store_cache::written* sgn_store_cache::find_written(const qchar* path) {
+  const auto found = by_path_.find(path);
+  if (found == by_path_.end()) return nullptr;
+  written_.splice(written_.begin(), written_, found->second);
+  return &written_.front();
 }
 
-void sgn_store_cache::set_written(const qchar* path, const sgn_certificate& certificate) {
-  if (written_.size() >= max_written) written_.clear();
-  written_.insert_or_assign(std::u16string(path), certificate.id);
+void sgn_store_cache::set_written(written one) {
+  if (find_written(one.path.c_str()) != nullptr) {
+    written_.front().digest = one.digest;
+    written_.front().source = std::move(one.source);
+    return;
+  }
+  if (written_.size() >= max_written) {
+    by_path_.erase(written_.back().path);
+    written_.pop_back();
+  }
+  written_.push_front(std::move(one));
+  by_path_.emplace(written_.front().path, written_.begin());
 }
 
 sgn_store_cache* sgn_store_cache_create() noexcept { return new (std::nothrow) sgn_store_cache(); }

@@ -1,5 +1,7 @@
 // What one scan request has already decoded and written. Files of one maker carry the same few certificates: with a
-// cache each is decoded, named and written once, and never written again while the bytes under its name are the same.
+// cache each is decoded, named and written once, and written again only after another certificate took its name. That
+// is logged as a warning which names both scanned files: equal names mean equal issuer and serial number, which a
+// genuine issuer never gives twice.
 #pragma once
 
 #include <memory>
@@ -13,4 +15,4 @@ struct sgn_store_cache;
 [[nodiscard]] sgn_store_cache* sgn_store_cache_create() noexcept;
 void sgn_store_cache_free(sgn_store_cache* cache) noexcept;
 
-using SgnStoreCachePtr = std::unique_ptr<sgn_store_cache, FreeWith<sgn_store_cache_free>>;
+using SgnStoreCacheOwner = std::unique_ptr<sgn_store_cache, FreeWith<sgn_store_cache_free>>;

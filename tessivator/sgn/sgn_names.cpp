@@ -2,7 +2,7 @@
 
 #include "common/qlib/qstr.h"
 
-bool SgnNameList::push(const qchar* stem) noexcept {
+bool sgn_name_list::push(const qchar* stem) noexcept {
   QmemPtr<qchar> name(qstr_dup(stem));
   auto* const node = static_cast<sgn_cert_name*>(qmem_calloc(1, sizeof(sgn_cert_name)));
   if (!name || node == nullptr) {
@@ -10,8 +10,8 @@ bool SgnNameList::push(const qchar* stem) noexcept {
     return false;
   }
   node->name = name.release();
-  node->next = head_;
-  head_ = node;
+  node->next = head_.release();
+  head_.reset(node);
   return true;
 }
 

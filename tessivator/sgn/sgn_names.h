@@ -5,22 +5,14 @@
 #include "sgn/sgn_x509.h"
 
 // A list under construction; what is not released is freed.
-class SgnNameList {
+class sgn_name_list {
  public:
-  SgnNameList() noexcept = default;
-  SgnNameList(const SgnNameList&) = delete;
-  SgnNameList& operator=(const SgnNameList&) = delete;
-  ~SgnNameList() { sgn_cert_names_free(head_); }
   // Puts a copy of `stem` at the head. False without memory.
   [[nodiscard]] bool push(const qchar* stem) noexcept;
-  [[nodiscard]] sgn_cert_name* release() noexcept {
-    sgn_cert_name* const head = head_;
-    head_ = nullptr;
-    return head;
-  }
+  [[nodiscard]] sgn_cert_name* release() noexcept { return head_.release(); }
 
  private:
-  sgn_cert_name* head_ = nullptr;
+  SgnCertNamesOwner head_;
 };
 
 // What the caller of an extraction asked for.
@@ -31,11 +23,11 @@ struct sgn_request {
 };
 
 // Names and stores the chosen certificates of `p7` and puts the names in front of `names`. May throw std::bad_alloc.
-[[nodiscard]] qerr_t sgn_process_p7(const sgn_p7& p7, const sgn_request& request, SgnNameList& names);
+[[nodiscard]] qerr_t sgn_process_p7(const sgn_p7& p7, const sgn_request& request, sgn_name_list& names);
 
-// Computes the stem of a certificate that has none yet.
-[[nodiscard]] qerr_t sgn_name_certificate(sgn_certificate& certificate) noexcept;
+// Computes the stem of a certificate that has none yet. May throw std::bad_alloc.
+[[nodiscard]] qerr_t sgn_name_certificate(sgn_certificate& certificate);
 
-// Writes the file of a named certificate. May throw std::bad_alloc.
-[[nodiscard]] qerr_t sgn_store_certificate(const sgn_certificate& certificate, const qchar* output_directory,
-                                           sgn_store_cache* cache);
+// Writes the file of a named certificate that was found in `source`. May throw std::bad_alloc.
+[[nodiscard]] qerr_t sgn_store_certificate(const sgn_certificate& certificate, const sgn_source& source,
+                                           const qchar* output_directory, sgn_store_cache* cache);

@@ -12,22 +12,17 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qmem.h"
 
-using BioPtr = std::unique_ptr<BIO, FreeWith<BIO_free>>;
-using X509Ptr = std::unique_ptr<X509, FreeWith<X509_free>>;
-using IssuerSerialPtr = std::unique_ptr<PKCS7_ISSUER_AND_SERIAL, FreeWith<PKCS7_ISSUER_AND_SERIAL_free>>;
-
-struct SgnOpensslFree {
-  void operator()(char* text) const noexcept { OPENSSL_free(text); }
-};
-using OpensslTextPtr = std::unique_ptr<char, SgnOpensslFree>;
+using SgnBioOwner = std::unique_ptr<BIO, FreeWith<BIO_free>>;
+using SgnX509Owner = std::unique_ptr<X509, FreeWith<X509_free>>;
+using SgnIssuerSerialOwner = std::unique_ptr<PKCS7_ISSUER_AND_SERIAL, FreeWith<PKCS7_ISSUER_AND_SERIAL_free>>;
 
 // Takes away what its scope leaves in the thread's error queue, and nothing that was there before.
-class SgnErrorScope {
+class sgn_error_scope {
  public:
-  SgnErrorScope() noexcept { ERR_set_mark(); }
-  SgnErrorScope(const SgnErrorScope&) = delete;
-  SgnErrorScope& operator=(const SgnErrorScope&) = delete;
-  ~SgnErrorScope() { ERR_pop_to_mark(); }
+  sgn_error_scope() noexcept { ERR_set_mark(); }
+  sgn_error_scope(const sgn_error_scope&) = delete;
+  sgn_error_scope& operator=(const sgn_error_scope&) = delete;
+  ~sgn_error_scope() { ERR_pop_to_mark(); }
 };
 
 // Runs a body that may run out of memory; nothing is thrown out of it.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <list>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -10,39 +11,49 @@
 #include "common/qlib/qcksum.h"
 #include "sgn/sgn_ossl.h"
 
+// The full path of a scanned file, shared by what was found in it; null when it is not known.
+using sgn_source = std::shared_ptr<const std::u16string>;
+
 // A decoded certificate. Shared between the structures of one request that carry it, so that it is decoded and named
 // once.
 struct sgn_certificate {
-  X509Ptr x509;
-  std::uint64_t id = 0;                          // tells decoded certificates of one cache apart; 0 without a cache
-  std::array<qchar, QCKSUM_SHA256_TEXT> stem{};  // empty until it is first asked for
+  SgnX509Owner x509;
+  std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN> digest{};  // of its encoding: what tells certificates apart
+  std::array<qchar, QCKSUM_SHA256_TEXT> stem{};              // empty until it is first asked for
 };
-using SgnCertificatePtr = std::shared_ptr<sgn_certificate>;
+using sgn_certificate_ptr = std::shared_ptr<sgn_certificate>;
 
 // A decoded signature: all that naming needs, in the order in which the structure lists it. Other kinds of PKCS#7
 // content have neither certificates nor signers.
 struct sgn_p7 {
-  std::vector<SgnCertificatePtr> certificates;
-  std::vector<IssuerSerialPtr> signers;
+  std::vector<sgn_certificate_ptr> certificates;
+  std::vector<SgnIssuerSerialOwner> signers;
+  sgn_source source;
 };
 
 struct sgn_store_cache {
  public:
   // The certificate whose encoding is exactly `encoding`, or null.
-  [[nodiscard]] SgnCertificatePtr find(std::string_view encoding) const;
-  // Remembers a certificate, unless it is unusually large, and gives it its id.
-  void add(std::string_view encoding, const SgnCertificatePtr& certificate);
-  // Whether the file at `path` was last written by this request, with this certificate.
-  [[nodiscard]] bool is_written(const qchar* path, const sgn_certificate& certificate) const;
-  void set_written(const qchar* path, const sgn_certificate& certificate);
+  [[nodiscard]] sgn_certificate_ptr find(std::string_view encoding) const;
+  // Remembers a certificate, unless it is unusually large.
+  void add(std::string_view encoding, const sgn_certificate_ptr& certificate);
+
+  // What this request last wrote to a path.
+  struct written {
+    std::u16string path;
+    std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN> digest;  // of the certificate
+    sgn_source source;
+  };
+  // Null when it did not, or wrote too many others since.
+  [[nodiscard]] const written* find_written(const qchar* path);
+  void set_written(written one);
 
  private:
-  struct Hash {
+  struct hash {
     using is_transparent = void;
     std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
-    std::size_t operator()(std::u16string_view text) const noexcept { return std::hash<std::u16string_view>()(text); }
   };
-  std::unordered_map<std::string, SgnCertificatePtr, Hash, std::equal_to<>> certificates_;
-  std::unordered_map<std::u16string, std::uint64_t, Hash, std::equal_to<>> written_;
-  std::uint64_t last_id_ = 0;
+  std::unordered_map<std::string, sgn_certificate_ptr, hash, std::equal_to<>> certificates_;
+  std::list<written> written_;  // the last that was written or asked for stands first
+  std::unordered_map<std::u16string_view, std::list<written>::iterator> by_path_;
 };

@@ -1,10 +1,9 @@
 #include "sgn/sgn_utl.h"
 
-#include <cstring>
-
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "sgn/sgn_oneline.h"
 #include "sgn/sgn_ossl.h"
 #include "utl/utl_user.h"
 
@@ -13,14 +12,17 @@ static constexpr std::uint32_t module_id = QLOG_SGN;
 namespace {
 
 qchar* one_line_alloc(const X509_NAME* name) noexcept {
-  const SgnErrorScope errors;
-  const OpensslTextPtr line(name == nullptr ? nullptr : X509_NAME_oneline(name, nullptr, 0));
-  if (!line) return nullptr;
-  const std::size_t bytes = (std::strlen(line.get()) + 1) * sizeof(qchar);
-  QmemPtr<qchar> wide(static_cast<qchar*>(qmem_alloc(bytes)));
-  // The line is printable ASCII: OpenSSL escapes everything else.
-  if (!wide || qstr_from_ascii(wide.get(), bytes, line.get()) == nullptr) return nullptr;
-  return wide.release();
+  const sgn_error_scope errors;
+  QmemPtr<qchar> wide;
+  const qerr_t code = sgn_guarded([&] {
+    std::string line;
+    if (const qerr_t failure = sgn_oneline(name, line); failure != QERR_OK) return failure;
+    const std::size_t bytes = (line.size() + 1) * sizeof(qchar);
+    wide.reset(static_cast<qchar*>(qmem_alloc(bytes)));
+    // The line is printable ASCII.
+    return wide && qstr_from_ascii(wide.get(), bytes, line.c_str()) != nullptr ? QERR_OK : QERR_LOW_MEMORY;
+  });
+  return code == QERR_OK ? wide.release() : nullptr;
 }
 
 // The directory of certificate files, without a separator at its end.

@@ -1,12 +1,16 @@
 // Certificates of a file's signature: found, named, written as PEM files, and handed back as a list of names.
 //
 // A certificate file is named by its stem and ".cer". The stem is the SHA-256, as 64 lower-case hexadecimal digits, of
-// the issuer name's one-line text followed by the serial number's content bytes; equal stems mean equal issuer and
-// serial. The file holds the certificate in RFC 7468 form with LF line ends. Files are written whole: a temporary name
-// beside the target, then a rename, so that a link at the target is replaced and half a certificate never stands there.
-// The output directory is never created.
+// the issuer name's one-line text (sgn_oneline.h; it does not depend on the OpenSSL that is linked) followed by the
+// serial number's content bytes; equal stems mean equal issuer and serial. The file holds the certificate in RFC 7468
+// form with LF line ends. Files are written whole: a temporary name beside the target, then a rename, so that a link at
+// the target is replaced and half a certificate never stands there. The output directory is never created.
 #pragma once
 
+#include <memory>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 
 struct blib_bin;         // an open image (blib/blib_bin.h)
@@ -23,6 +27,7 @@ struct sgn_cert_name {
 
 // Releases a whole list with its texts; null is allowed.
 void sgn_cert_names_free(sgn_cert_name* list) noexcept;
+using SgnCertNamesOwner = std::unique_ptr<sgn_cert_name, FreeWith<sgn_cert_names_free>>;
 
 // Extracts the certificates of an executable image's attribute certificate table, or of an installer package, writes
 // each into `output_directory` (null: the internal directory of sgn_get_internal_dir_alloc) and hands out their names:
@@ -32,10 +37,10 @@ void sgn_cert_names_free(sgn_cert_name* list) noexcept;
 //   all_flag       0: the signers' own certificates; other: every certificate that the signature carries
 //   cache          of the request, or null
 //
-// Returns the image's or the package's code (2 for a file that is neither, or is not signed), or the decoding result
-// of the last decoded table entry: all bits set when it is no PKCS#7 structure, 12 without memory. Certificates that
-// an earlier entry had are on disk then, but nothing is handed out. A certificate whose file cannot be written is
-// logged and stays in the list. `*out_names` is null unless 0 is returned.
+// Returns the image's or the package's code (QERR_NOT_FOUND for a file that is neither, or is not signed), or the
+// decoding result of the last table entry: QERR_ALL_BITS when it cannot be decoded (sgn_pkcs7.h), QERR_LOW_MEMORY. A
+// file with entries that cannot be decoded is named in one warning. `*out_names` gets what was named and stored,
+// whatever is returned; a certificate whose file cannot be written is logged and stays in the list.
 [[nodiscard]] qerr_t sgn_x509_get_certnames_and_store_certs_ex(const qchar* path, const qchar* output_directory,
                                                                sgn_cert_name** out_names, std::uint32_t database_flag,
                                                                std::uint32_t all_flag, sgn_store_cache* cache) noexcept;
@@ -53,8 +58,8 @@ void sgn_cert_names_free(sgn_cert_name* list) noexcept;
                                                        std::uint32_t all_flag, sgn_store_cache* cache) noexcept;
 
 // Writes one certificate into its file. `database` and `flags` choose a signer database that this product does not
-// have; both are ignored. Returns the naming error, 12, or the file's code when it could not be opened; a failed write
-// is logged and gives 0.
+// have; both are ignored. Returns the naming error, QERR_LOW_MEMORY, or the file's code when it could not be opened; a
+// failed write is logged and gives 0.
 [[nodiscard]] qerr_t sgn_store_x509(x509_st* certificate, const qchar* output_directory, void* database,
                                     std::uint32_t flags) noexcept;
 
@@ -63,8 +68,8 @@ inline constexpr std::uint32_t SGN_QSHA_SHA1 = 2;
 inline constexpr std::uint32_t SGN_QSHA_SHA256 = 4;
 
 // Digest texts of issuer text and serial number: 40 digits into `*sha1_text` (SGN_QSHA_SHA1), 64 into `*sha256_text`
-// (SGN_QSHA_SHA256). A text that is not asked for may have a null pointer. Texts are freed with qmem_free. Returns 1002
-// or 1003 for a missing issuer or serial, 1004 or 1005 for a missing place of a text, 22 for a negative serial length,
-// 12, or the digest's code.
+// (SGN_QSHA_SHA256). A text that is not asked for may have a null pointer. Texts are freed with qmem_free. Returns
+// QERR_ARG1 or QERR_ARG2 for a missing issuer or serial, QERR_ARG3 or QERR_ARG4 for a missing place of a text,
+// QERR_INVALID for a negative serial length, QERR_LOW_MEMORY, or the digest's code.
 [[nodiscard]] qerr_t sgn_get_qsha_issuer_serial(const char* issuer, const asn1_string_st* serial, qchar** sha1_text,
                                                 qchar** sha256_text, std::uint32_t which) noexcept;

@@ -8,6 +8,7 @@
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_err.h"
 #include "sgn/sgn_names.h"
+#include "sgn/sgn_oneline.h"
 #include "sgn/sgn_utl.h"
 
 static constexpr std::uint32_t module_id = QLOG_SGN;
@@ -15,7 +16,7 @@ static constexpr std::uint32_t module_id = QLOG_SGN;
 namespace {
 
 // How one of the two name digests is made, and what is logged when it is not.
-struct DigestKind {
+struct digest_kind {
   qerr_t (*compute)(const void*, std::size_t, std::uint8_t*) noexcept;
   qerr_t (*to_text)(const std::uint8_t*, qchar*, std::uint32_t) noexcept;
   std::uint32_t binary_length;
@@ -24,24 +25,24 @@ struct DigestKind {
   const qchar* text_failed;
 };
 
-constexpr DigestKind sha1_kind{qcksum_buf_sha1,
-                               qcksum_SHA1_to_qstr,
-                               QCKSUM_SHA1_BIN_LEN,
-                               QCKSUM_SHA1_TEXT,
-                               u"Failed to compute SHA1 %d: %s\n",
-                               u"Failed to get memory for SHA1 to qstr\n"};
-constexpr DigestKind sha256_kind{qcksum_buf_sha256,
-                                 qcksum_SHA2_to_qstr,
-                                 QCKSUM_SHA256_BIN_LEN,
-                                 QCKSUM_SHA256_TEXT,
-                                 u"Failed to compute SHA2 %d: %s\n",
-                                 u"Failed to get memory for SHA2 to qstr\n"};
+constexpr digest_kind sha1_kind{qcksum_buf_sha1,
+                                qcksum_SHA1_to_qstr,
+                                QCKSUM_SHA1_BIN_LEN,
+                                QCKSUM_SHA1_TEXT,
+                                u"Failed to compute SHA1 %d: %s\n",
+                                u"Failed to get memory for SHA1 to qstr\n"};
+constexpr digest_kind sha256_kind{qcksum_buf_sha256,
+                                  qcksum_SHA2_to_qstr,
+                                  QCKSUM_SHA256_BIN_LEN,
+                                  QCKSUM_SHA256_TEXT,
+                                  u"Failed to compute SHA2 %d: %s\n",
+                                  u"Failed to get memory for SHA2 to qstr\n"};
 
 // Helpers log under the name of the routine that they are part of.
 #define STORE_LOG(level, ...) QLOG_AS(level, "sgn_store_x509", __VA_ARGS__)
 #define QSHA_LOG(level, ...) QLOG_AS(level, "sgn_get_qsha_issuer_serial", __VA_ARGS__)
 
-qerr_t digest_text(const DigestKind& kind, Bytes bytes, QmemPtr<qchar>& out) noexcept {
+qerr_t digest_text(const digest_kind& kind, Bytes bytes, QmemPtr<qchar>& out) noexcept {
   std::array<std::uint8_t, QCKSUM_SHA512_BIN_LEN> binary{};
   qerr_t code = kind.compute(bytes.data(), bytes.size(), binary.data());
   if (code != QERR_OK) {
@@ -77,7 +78,7 @@ qerr_t name_bytes(const char* issuer, const ASN1_INTEGER* serial, QmemPtr<std::b
   return QERR_OK;
 }
 
-bool encode_pem(const X509* certificate, const BioPtr& memory, Bytes& out) noexcept {
+bool encode_pem(const X509* certificate, const SgnBioOwner& memory, Bytes& out) noexcept {
   if (!memory || PEM_write_bio_X509(memory.get(), certificate) != 1) return false;
   char* data = nullptr;
   const long size = BIO_get_mem_data(memory.get(), &data);
@@ -92,6 +93,8 @@ bool is_write_failure(qerr_t code) noexcept {
   constexpr qerr_t quota_exceeded = 122;
   return code == QERR_NO_SPACE || code == QERR_IO || code == too_large || code == quota_exceeded;
 }
+
+const qchar* text_of(const sgn_source& source) noexcept { return source == nullptr ? u"(unknown)" : source->c_str(); }
 
 // A failure has left its reason in OpenSSL's error queue.
 qerr_t write_failed(const qchar* path) noexcept {
@@ -121,22 +124,22 @@ qerr_t sgn_get_qsha_issuer_serial(const char* issuer, const asn1_string_st* seri
   return QERR_OK;
 }
 
-qerr_t sgn_name_certificate(sgn_certificate& certificate) noexcept {
+qerr_t sgn_name_certificate(sgn_certificate& certificate) {
   if (certificate.stem[0] != u'\0') return QERR_OK;
-  const SgnErrorScope errors;
+  const sgn_error_scope errors;
   const X509* const x509 = certificate.x509.get();
-  const OpensslTextPtr issuer(X509_NAME_oneline(X509_get_issuer_name(x509), nullptr, 0));
-  if (!issuer) return QERR_LOW_MEMORY;  // no memory, or a name of more than a mebibyte
+  std::string issuer;
+  if (const qerr_t code = sgn_oneline(X509_get_issuer_name(x509), issuer); code != QERR_OK) return code;
   qchar* text = nullptr;
   const qerr_t code =
-      sgn_get_qsha_issuer_serial(issuer.get(), X509_get0_serialNumber(x509), nullptr, &text, SGN_QSHA_SHA256);
+      sgn_get_qsha_issuer_serial(issuer.c_str(), X509_get0_serialNumber(x509), nullptr, &text, SGN_QSHA_SHA256);
   const QmemPtr<qchar> owner(text);
   if (code == QERR_OK) std::memcpy(certificate.stem.data(), text, sizeof(certificate.stem));
   return code;
 }
 
-qerr_t sgn_store_certificate(const sgn_certificate& certificate, const qchar* output_directory,
-                             sgn_store_cache* cache) {
+qerr_t sgn_store_certificate(const sgn_certificate& certificate, const sgn_source& source,
+                             const qchar* output_directory, sgn_store_cache* cache) {
   qchar* path = nullptr;
   if (const qerr_t code = sgn_get_internal_dir_alloc(&path, output_directory, certificate.stem.data());
       code != QERR_OK) {
@@ -144,10 +147,11 @@ qerr_t sgn_store_certificate(const sgn_certificate& certificate, const qchar* ou
   }
   const QmemPtr<qchar> owner(path);
   STORE_LOG(QLOG_DETAIL, u"Going to save file '%s' to Vantry cert store\n", path);
-  if (cache != nullptr && cache->is_written(path, certificate)) return QERR_OK;
+  const auto* const before = cache == nullptr ? nullptr : cache->find_written(path);
+  if (before != nullptr && before->digest == certificate.digest) return QERR_OK;
 
-  const SgnErrorScope errors;
-  const BioPtr memory(BIO_new(BIO_s_mem()));
+  const sgn_error_scope errors;
+  const SgnBioOwner memory(BIO_new(BIO_s_mem()));
   Bytes pem;
   if (!encode_pem(certificate.x509.get(), memory, pem)) return write_failed(path);
   // Not flushed to the device: after a power cut a scan is run again anyway.
@@ -157,7 +161,11 @@ qerr_t sgn_store_certificate(const sgn_certificate& certificate, const qchar* ou
     STORE_LOG(QLOG_ERROR, u"Failed to open file '%s' for writing.", path);
     return code;
   }
-  if (cache != nullptr) cache->set_written(path, certificate);
+  if (before != nullptr) {
+    STORE_LOG(QLOG_WARNING, u"'%s': the certificate from %s is overwritten by another one from %s\n", path,
+              text_of(before->source), text_of(source));
+  }
+  if (cache != nullptr) cache->set_written({path, certificate.digest, source});
   return QERR_OK;
 }
 
@@ -169,6 +177,6 @@ qerr_t sgn_store_x509(x509_st* certificate, const qchar* output_directory, void*
     if (X509_up_ref(certificate) != 1) return QERR_LOW_MEMORY;
     one.x509.reset(certificate);
     const qerr_t code = sgn_name_certificate(one);
-    return code != QERR_OK ? code : sgn_store_certificate(one, output_directory, nullptr);
+    return code != QERR_OK ? code : sgn_store_certificate(one, nullptr, output_directory, nullptr);
   });
 }

@@ -11,6 +11,9 @@ import struct
 import subprocess
 import sys
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "fixtures", "scripts"))
+import oneline  # noqa: E402
+
 # What the sample packages hold at least; fewer would mean that nothing was compared.
 EXPECTED_IMAGES = 2
 
@@ -84,6 +87,8 @@ def compare(program, image, scratch):
     folder = os.path.join(scratch, "certificates")
     expected = [one for blob in entries for one in printed_certificates(blob)]
     found = [read(path) for path in extracted(program, image, folder, "1")]
+    stems = [oneline.stem(output("openssl", "x509", "-in", path, "-outform", "DER")) for path in extracted(program, image, folder, "1")]
+    assert stems == [os.path.basename(path)[:-4] for path in extracted(program, image, folder, "1")], (image, stems)
     assert expected and found == expected[::-1], f"{image}: {len(found)} of {len(expected)} certificates, or other bytes"
     serials = [one for blob in entries for one in signer_serials(blob)]
     signers = [serial_of(path) for path in extracted(program, image, folder, "0")]

@@ -14,7 +14,7 @@ using SgnCab = Runtime;
 Outcome extract_cabinet(const fs::path& path, const fs::path& folder) {
   sgn_p7* out = nullptr;
   const qerr_t code = sgn_extract_cab_cert_alloc(path.u16string().c_str(), &out);
-  const P7Ptr p7(out);
+  const SgnP7Owner p7(out);
   EXPECT_EQ(out == nullptr, code != QERR_OK);
   return code != QERR_OK ? Outcome{code, {}} : process(p7.get(), folder, 0);
 }
@@ -40,13 +40,14 @@ TEST_F(SgnCab, GivesTheFilesCode) {
   EXPECT_EQ(sgn_extract_cab_cert_alloc(u"x", nullptr), QERR_ARG2);
 }
 
-// Each step's failure comes back as it is: two header reads, the size, the move, the signature.
+// Each step's failure comes back as it is: two header reads, the reserve, the size, then to the signature's head and
+// the same for all of it.
 TEST_F(SgnCab, PassesOnWhatTheDiskAnswers) {
   const struct {
     file_op op;
     std::uint32_t nth;
-  } steps[] = {{file_op::open, 1}, {file_op::read, 1}, {file_op::read, 2}, {file_op::read, 3},
-               {file_op::size, 1}, {file_op::seek, 1}, {file_op::read, 4}};
+  } steps[] = {{file_op::open, 1}, {file_op::read, 1}, {file_op::read, 2}, {file_op::read, 3}, {file_op::size, 1},
+               {file_op::seek, 1}, {file_op::read, 4}, {file_op::seek, 2}, {file_op::read, 5}};
   for (const auto& step : steps) {
     faulty_provider disk;
     disk.fail(step.op, step.nth, QERR_PERMISSION);

@@ -4,6 +4,7 @@
 #include "common/qlib/qcksum.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "sgn/sgn_oneline.h"
 #include "sgn/sgn_utl.h"
 #include "sgn/support.h"
 #include "sgn/tables.h"
@@ -96,7 +97,7 @@ TEST_F(SgnNames, WithoutAServiceThereIsNoInternalDirectory) {
 }
 
 TEST_F(SgnNames, WritesNamesInOneLine) {
-  const X509Ptr leaf = certificate("pki/rsa/leaf.pem");
+  const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
   ASSERT_TRUE(leaf);
   EXPECT_EQ(narrow(Text(sgn_get_subject_alloc(leaf.get()))), "/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf");
   EXPECT_EQ(narrow(Text(sgn_get_issuer_alloc(leaf.get()))),
@@ -106,9 +107,57 @@ TEST_F(SgnNames, WritesNamesInOneLine) {
   EXPECT_EQ(sgn_get_issuer_alloc(nullptr), nullptr);
 }
 
+std::string line_of(const char* type, int kind, std::string_view value) {
+  const std::unique_ptr<X509_NAME, FreeWith<X509_NAME_free>> name(X509_NAME_new());
+  const std::unique_ptr<ASN1_OBJECT, FreeWith<ASN1_OBJECT_free>> object(OBJ_txt2obj(type, 1));
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(value.data());
+  EXPECT_EQ(X509_NAME_add_entry_by_OBJ(name.get(), object.get(), V_ASN1_UTF8STRING, bytes,
+                                       static_cast<int>(value.size()), -1, 0),
+            1);
+  X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name.get(), 0))->type = kind;  // no decoder takes a GeneralString
+  std::string line;
+  const qerr_t code = sgn_oneline(name.get(), line);
+  return code == QERR_OK ? line : std::to_string(code);
+}
+
+// The table is made without the linked OpenSSL, which knows more types than those that print with a name.
+TEST_F(SgnNames, PrintsTheTypesOfOldByName) {
+  std::istringstream in(file_text(fixture("scripts/attribute_types.tsv")));
+  std::size_t rows = 0;
+  for (std::string type, name; in >> type && std::getline(in >> std::ws, name); ++rows) {
+    EXPECT_EQ(line_of(type.c_str(), V_ASN1_UTF8STRING, "v"), "/" + name + "=v");
+  }
+  EXPECT_GT(rows, 800U);
+  OBJ_create("1.3.6.1.4.1.99999.77", "fixtureType", "type that a host registers");
+  for (const std::string type :
+       {"1.3.6.1.4.1.99999.77", "2.5.4.97", "2.999.18446744073709551616", "2.100000000000000000099", "0.39"}) {
+    EXPECT_EQ(line_of(type.c_str(), V_ASN1_UTF8STRING, "v"), "/" + type + "=v");
+  }
+}
+
+TEST_F(SgnNames, PrintsValuesByteForByte) {
+  using namespace std::string_literals;
+  constexpr std::size_t most = std::size_t{1} << 20;
+  const struct {
+    int kind;
+    std::string value;
+    std::string line;
+  } cases[] = {
+      {V_ASN1_UTF8STRING, " a/b+c\\d=~"s, "/CN= a/b+c\\d=~"},
+      {V_ASN1_UTF8STRING, "\x1f\x7f\xc3\xa5\0"s, "/CN=\\x1F\\x7F\\xC3\\xA5\\x00"},
+      {V_ASN1_GENERALSTRING, "\0\0\0a\0\0\0\n"s, "/CN=a\\x0A"},
+      {V_ASN1_GENERALSTRING, "\0\0\0a\0\0b\0"s, "/CN=\\x00\\x00\\x00a\\x00\\x00b\\x00"},
+      {V_ASN1_GENERALSTRING, "\0\0\0ab"s, "/CN=\\x00\\x00\\x00ab"},
+      {V_ASN1_BMPSTRING, "\0\0\0a"s, "/CN=\\x00\\x00\\x00a"},
+      {V_ASN1_IA5STRING, std::string(most - 4, 'a'), "/CN=" + std::string(most - 4, 'a')},
+      {V_ASN1_IA5STRING, std::string(most - 3, 'a'), "22"},
+  };
+  for (const auto& one : cases) EXPECT_EQ(line_of("2.5.4.3", one.kind, one.value), one.line);
+}
+
 TEST_F(SgnNames, StoresOneCertificate) {
   const fs::path folder = scratch_folder("one");
-  const X509Ptr leaf = certificate("pki/rsa/leaf.pem");
+  const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
   EXPECT_EQ(sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5), QERR_OK);
   expect_certificate_files(folder, {"6094c63c905babeb29376d7219b1387b45f401bb9a2adec98dac47c74f7e91da"});
   EXPECT_NE(sgn_store_x509(leaf.get(), (folder / "missing").u16string().c_str(), nullptr, 5), QERR_OK);
@@ -119,7 +168,7 @@ TEST_F(SgnNames, StoresOneCertificate) {
 // anything behind.
 TEST_F(SgnNames, LeavesNothingOfAFileThatCannotBeWritten) {
   const fs::path folder = scratch_folder("faults");
-  const X509Ptr leaf = certificate("pki/rsa/leaf.pem");
+  const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
   const auto store = [&] { return sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5); };
   {
     faulty_provider disk;

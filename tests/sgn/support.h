@@ -51,9 +51,7 @@ inline Outcome extract_file(const fs::path& path, const fs::path& folder, std::u
   return {code, take_names(list)};
 }
 
-using P7Ptr = std::unique_ptr<sgn_p7, FreeWith<sgn_p7_free>>;
-
-inline qerr_t decode(std::string_view bytes, P7Ptr& out, sgn_store_cache* cache = nullptr) {
+inline qerr_t decode(std::string_view bytes, SgnP7Owner& out, sgn_store_cache* cache = nullptr) {
   sgn_p7* p7 = nullptr;
   const qerr_t code = sgn_decrypt_certificate_ex(reinterpret_cast<const std::byte*>(bytes.data()),
                                                  static_cast<std::uint32_t>(bytes.size()), &p7, cache);
@@ -70,16 +68,16 @@ inline Outcome process(sgn_p7* p7, const fs::path& folder, std::uint32_t all, sg
 // Decodes and processes; the code is that of the first step that fails.
 inline Outcome extract_bytes(std::string_view bytes, const fs::path& folder, std::uint32_t all,
                              sgn_store_cache* cache = nullptr) {
-  P7Ptr p7;
+  SgnP7Owner p7;
   const qerr_t code = decode(bytes, p7, cache);
   return code != 0 ? Outcome{code, {}} : process(p7.get(), folder, all, cache);
 }
 
 // The certificate of a PEM file below the fixtures, decoded by OpenSSL's own reader.
-inline X509Ptr certificate(const std::string& name) {
+inline SgnX509Owner certificate(const std::string& name) {
   const std::string pem = file_text(fixture(name));
-  const BioPtr in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-  return X509Ptr(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
+  const SgnBioOwner in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  return SgnX509Owner(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
 }
 
 inline std::string encoding(const X509* x509) {
@@ -125,9 +123,9 @@ inline std::string common_name(std::string_view text) {
   return element(0x30, element(0x31, element(0x30, oid("\x55\x04\x03") + element(0x0c, text))));
 }
 
-inline std::string signer(std::string_view issuer, std::string_view serial) {
+inline std::string signer(std::string_view issuer, std::string_view serial, std::string_view digest = "x") {
   return element(0x30, number(1) + element(0x30, std::string(issuer) + std::string(serial)) + algorithm + algorithm +
-                           element(0x04, "x"));
+                           element(0x04, digest));
 }
 
 inline std::string signed_data(std::string_view certificates, std::string_view signers) {

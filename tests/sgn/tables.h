@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sgn/support.h"
+#include "support/fixture_table.h"
 
 using Row = fixture_row;
 

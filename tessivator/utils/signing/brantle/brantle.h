@@ -87,16 +87,11 @@ class Brantle {
   [[nodiscard]] std::string reportText() const;
   void writeInfoXml() const;
 
-  struct SgnNamesFree {
-    void operator()(sgn_cert_name* names) const noexcept { sgn_cert_names_free(names); }
-  };
-  using CertNames = std::unique_ptr<sgn_cert_name, SgnNamesFree>;
-
   std::u16string userName;
   std::u16string password;
   std::u16string domain;
-  std::vector<BrantleRecord> records;                // in scan order
-  std::map<std::u16string, CertNames> certNamesMap;  // by the scanned file's path; a null list is an empty one
+  std::vector<BrantleRecord> records;                        // in scan order
+  std::map<std::u16string, SgnCertNamesOwner> certNamesMap;  // by the scanned file's path; a null list is an empty one
   BrantleRecord currentRecord;
   std::u16string currentFile;
   bool recordAdded = false;
@@ -108,5 +103,5 @@ class Brantle {
   std::unique_ptr<qfile_itr> walker;
   bool isDirectory = true;
   bool shareConnected = false;
-  SgnStoreCachePtr storeCache;  // which certificate files this request has already written
+  SgnStoreCacheOwner storeCache;  // which certificate files this request has already written
 };

@@ -16,13 +16,16 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
   std::uint32_t result = QERR_OK;
   try {
     if (storeCache == nullptr) storeCache.reset(sgn_store_cache_create());
-    if (extractByRoute(&names, result) != QERR_OK) return result;
+    if (extractByRoute(&names, result) != QERR_OK) {
+      sgn_cert_names_free(names);  // a list that an error cut short is not recorded
+      return result;
+    }
   } catch (...) {
     // The signature routines let nothing out; what can throw here is memory for their outcome.
     (void)qstr_console_printf(u"Error!!!,Exception thrown by sgn, Trying for other files\n");
     if (result != QERR_OK) return result;
   }
-  CertNames list(names);
+  SgnCertNamesOwner list(names);
   if (!recordAdded) appendBareRecord();
   if (qlog_is_enabled(QLOG_WARNING, module_id) != 0) {
     QLOG(QLOG_WARNING, u"\nCerts extracted from %s are: \n", currentFile);
@@ -50,8 +53,8 @@ std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& resu
 
 std::uint32_t Brantle::extractFromCabinet(sgn_cert_name** names, std::uint32_t& result) {
   sgn_p7* object = nullptr;
-  result = sgn_extract_cab_cert_alloc(currentFile.c_str(), &object);
-  const std::unique_ptr<sgn_p7, FreeWith<sgn_p7_free>> p7(object);
+  result = sgn_extract_cab_cert_alloc_ex(currentFile.c_str(), &object, storeCache.get());
+  const SgnP7Owner p7(object);
   if (result != QERR_OK) {
     QLOG(QLOG_WARNING, u"Failed to get certs from file %s. ecode %d: %s.\n", currentFile, result,
          qerr_get_string(result));

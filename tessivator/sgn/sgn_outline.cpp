@@ -1,0 +1,128 @@
+#include "sgn/sgn_outline.h"
+
+#include <algorithm>
+#include <array>
+
+#include "common/qlib/qbytes.h"
+#include "common/qlib/qder.h"
+
+namespace {
+
+constexpr std::uint8_t object_identifier = 0x06;
+constexpr std::uint8_t sequence = 0x30;
+constexpr std::uint8_t set = 0x31;
+constexpr std::uint8_t context_0 = 0xA0;
+constexpr std::uint8_t context_1 = 0xA1;
+
+// Headers and what closes an element of open length as X.690, 8.1, has them.
+struct decoder_rules {
+  static std::optional<qder_header> header(Bytes at) noexcept { return qder_read(at); }
+  static bool is_end(const qder_header& header) noexcept {
+    return header.identifier == 0 && header.size == 2 && !header.indefinite && header.length == 0;
+  }
+};
+
+// The same for OpenSSL's reader of files, which looks for the end of a structure before anything is decoded: it takes
+// no longer headers, and does not ask for the class.
+struct reader_rules {
+  static std::optional<qder_header> header(Bytes at) noexcept {
+    constexpr std::size_t most_header = 7;
+    return qder_read(at.first(std::min(at.size(), most_header)));
+  }
+  static bool is_end(const qder_header& header) noexcept {
+    return (header.identifier & 0x1F) == 0 && !header.indefinite && header.length == 0;
+  }
+};
+
+// Moves behind one element, whatever its form; false when it does not fit.
+template <class Rules>
+bool skip_element(ByteReader& in) noexcept {
+  std::size_t open = 0;
+  do {
+    const auto header = Rules::header(in.rest());
+    if (!header || !in.skip(header->size)) return false;
+    if (header->indefinite) {
+      ++open;
+    } else if (open != 0 && Rules::is_end(*header)) {
+      --open;
+    } else if (!in.skip(header->length)) {
+      return false;
+    }
+  } while (open != 0);
+  return true;
+}
+
+bool at(const ByteReader& in, std::uint8_t identifier) noexcept {
+  return in.remaining() != 0 && std::to_integer<std::uint8_t>(in.rest()[0]) == identifier;
+}
+
+// Leaves `in` with the content of the element that it stands at; one of open length may have more behind it.
+bool enter(ByteReader& in, std::uint8_t identifier) noexcept {
+  const auto header = at(in, identifier) ? qder_read(in.rest()) : std::nullopt;
+  if (!header || !in.skip(header->size)) return false;
+  if (header->indefinite) return true;
+  const auto content = qbytes_slice(in.rest(), 0, header->length);
+  if (content) in = ByteReader(*content);
+  return content.has_value();
+}
+
+void read_set(ByteReader in, std::uint8_t identifier, sgn_set& out) {
+  if (!enter(in, identifier)) return;
+  for (;;) {
+    const Bytes rest = in.rest();
+    const auto header = qder_read(rest);
+    if (!header || decoder_rules::is_end(*header) || !skip_element<decoder_rules>(in)) return;
+    ++out.count;
+    if (out.members.size() < sgn_most_of_a_set) out.members.push_back(rest.first(rest.size() - in.remaining()));
+  }
+}
+
+// The number of fields before the certificates: version, digestAlgorithms, contentInfo of signed data
+// (1.2.840.113549.1.7.2); version, recipientInfos, digestAlgorithms, encryptedContentInfo of signed and enveloped data
+// (1.7.4). 0 for others.
+int fields_before_sets(Bytes content_type) noexcept {
+  constexpr std::array<std::uint8_t, 8> pkcs7{0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07};
+  const bool known = content_type.size() == pkcs7.size() + 1 &&
+                     std::equal(pkcs7.begin(), pkcs7.end(), content_type.begin(),
+                                [](std::uint8_t a, std::byte b) { return std::byte{a} == b; });
+  if (!known) return 0;
+  return content_type.back() == std::byte{2} ? 3 : content_type.back() == std::byte{4} ? 4 : 0;
+}
+
+// sgn_asn1.cpp shows the structure.
+void read_sets(Bytes structure, sgn_outline& out) {
+  ByteReader in(structure);
+  if (!enter(in, sequence) || !at(in, object_identifier)) return;
+  ByteReader content_type = in;
+  if (!enter(content_type, object_identifier) || !skip_element<decoder_rules>(in)) return;
+  const int fields = fields_before_sets(content_type.rest());
+  if (fields == 0 || !enter(in, context_0) || !enter(in, sequence)) return;
+  for (int i = 0; i < fields; ++i) {
+    if (!skip_element<decoder_rules>(in)) return;
+  }
+  read_set(in, context_0, out.certificates);
+  for (const std::uint8_t optional : {context_0, context_1}) {
+    if (at(in, optional) && !skip_element<decoder_rules>(in)) return;
+  }
+  read_set(in, set, out.signers);
+}
+
+std::size_t count_elements(Bytes structure) noexcept {
+  std::size_t count = 0;
+  ByteReader in(structure);
+  for (; const auto header = qder_read(in.rest()); ++count) {
+    if (!in.skip(header->size) || (!header->constructed && !in.skip(header->length))) break;
+  }
+  return count;
+}
+
+}  // namespace
+
+bool sgn_outline_read(Bytes signature, sgn_outline& out) {
+  ByteReader in(signature);
+  if (!skip_element<reader_rules>(in)) return false;
+  out.bytes = signature.first(signature.size() - in.remaining());
+  out.elements = count_elements(out.bytes);
+  read_sets(out.bytes, out);
+  return true;
+}

@@ -1,0 +1,27 @@
+// What is looked at before a signature is decoded: where it ends, and where and how many its certificates and signers
+// are. Nothing is kept but their places, so that the cost of decoding is known from the bytes alone. Internal.
+#pragma once
+
+#include <vector>
+
+#include "common/qlib/qtypes.h"
+
+// The most certificates, and the most signers, of a signature that is decoded. Real ones have a handful.
+inline constexpr std::size_t sgn_most_of_a_set = 4096;
+
+// The members of a set, in order.
+struct sgn_set {
+  std::vector<Bytes> members;  // as they are encoded; at most sgn_most_of_a_set
+  std::size_t count = 0;       // all of them
+};
+
+struct sgn_outline {
+  Bytes bytes;  // the structure without what follows it
+  sgn_set certificates;
+  sgn_set signers;
+  std::size_t elements = 0;  // in the whole structure, however deep
+};
+
+// Outlines the PKCS#7 structure at the start of `signature`; false when none ends in it. The sets of a structure that
+// is not well-formed may be incomplete. Takes time in proportion to the bytes. May throw std::bad_alloc.
+[[nodiscard]] bool sgn_outline_read(Bytes signature, sgn_outline& out);
