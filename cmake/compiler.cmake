@@ -27,9 +27,20 @@ endif()
 if(TESSIVATOR_SANITIZE)
   add_compile_options(-fsanitize=${TESSIVATOR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TESSIVATOR_SANITIZE})
-elseif(NOT WIN32 AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-  target_compile_options(tessivator_flags INTERFACE -fstack-protector-strong)
-  target_compile_definitions(tessivator_flags INTERFACE $<$<CONFIG:RelWithDebInfo>:_FORTIFY_SOURCE=2>)
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  target_compile_options(tessivator_flags INTERFACE -fstack-protector-strong
+    # Some compilers bring a level of their own; without optimisation there is none.
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>)
+  if(WIN32)
+    target_link_options(tessivator_flags INTERFACE -fstack-protector-strong)  # brings the library of its checks
+  else()
+    target_compile_options(tessivator_flags INTERFACE -fstack-clash-protection)
+    target_compile_definitions(tessivator_flags INTERFACE _GLIBCXX_ASSERTIONS)
+    target_link_options(tessivator_flags INTERFACE LINKER:-z,relro,-z,now)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+      target_compile_options(tessivator_flags INTERFACE -fcf-protection=full)
+    endif()
+  endif()
 endif()
 
 # The components need libFuzzer's coverage counters as much as the targets do: without them it refuses to run.

@@ -39,7 +39,7 @@ class scan_bus_query {
 class scan_system {
  public:
   virtual ~scan_system() = default;
-  // Sets the process's error mode and returns the previous one.
+  // Sets the calling thread's error mode and returns the previous one.
   virtual std::uint32_t set_error_mode(std::uint32_t mode) noexcept = 0;
   [[nodiscard]] virtual std::uint32_t volume_information(const qchar* root, std::uint32_t& flags,
                                                          std::u16string& file_system) = 0;

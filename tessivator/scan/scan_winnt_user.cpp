@@ -49,7 +49,11 @@ static_assert(sizeof(STORAGE_DEVICE_DESCRIPTOR) == 40);
 
 class winnt_system final : public scan_system {
  public:
-  std::uint32_t set_error_mode(std::uint32_t mode) noexcept override { return SetErrorMode(mode); }
+  std::uint32_t set_error_mode(std::uint32_t mode) noexcept override {
+    DWORD before = 0;
+    (void)SetThreadErrorMode(mode, &before);
+    return before;
+  }
 
   std::uint32_t volume_information(const qchar* root, std::uint32_t& flags, std::u16string& file_system) override {
     wchar_t name[SCAN_FS_NAME_UNITS + 1] = {};

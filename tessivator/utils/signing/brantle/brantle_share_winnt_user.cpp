@@ -1,4 +1,5 @@
-// Connections through the network management interface.
+// Connections through the network management interface, which is loaded when a connection is made or ended: a plain
+// scan has nothing to do with it, and it comes from the system's folder, whatever lies beside the program.
 #include "common/qlib/qsys_winnt_user.h"
 // After windows.h.
 #include <lm.h>
@@ -12,6 +13,34 @@ wchar_t* wide(const std::u16string& text) noexcept {
   return const_cast<wchar_t*>(qsys_wide(text.c_str()));
 }
 
+// One function of the interface.
+template <class Function>
+class network_call {
+ public:
+  explicit network_call(const char* name) noexcept
+      : module_(LoadLibraryExW(L"netapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+    if (module_ != nullptr) {
+      function_ = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module_, name)));
+    }
+    if (function_ == nullptr) error_ = GetLastError();
+  }
+  network_call(const network_call&) = delete;
+  network_call& operator=(const network_call&) = delete;
+  ~network_call() {
+    if (module_ != nullptr) FreeLibrary(module_);
+  }
+  // The function's answer, or why it is not there.
+  template <class... Args>
+  std::uint32_t operator()(Args... args) const noexcept {
+    return function_ != nullptr ? function_(args...) : error_;
+  }
+
+ private:
+  HMODULE module_;
+  Function* function_ = nullptr;
+  std::uint32_t error_ = 0;
+};
+
 std::uint32_t connect(const brantle_share_use& use, std::uint32_t* bad_argument) {
   USE_INFO_2 info{};
   info.ui2_remote = wide(use.remote);
@@ -20,12 +49,16 @@ std::uint32_t connect(const brantle_share_use& use, std::uint32_t* bad_argument)
   info.ui2_username = wide(use.user);
   info.ui2_domainname = wide(use.domain);
   DWORD index = 0;
-  const NET_API_STATUS status = NetUseAdd(nullptr, 2, reinterpret_cast<LPBYTE>(&info), &index);
+  const network_call<decltype(NetUseAdd)> add("NetUseAdd");
+  const std::uint32_t status = add(nullptr, 2, reinterpret_cast<LPBYTE>(&info), &index);
   *bad_argument = index;
   return status;
 }
 
-std::uint32_t disconnect(const std::u16string& remote) { return NetUseDel(nullptr, wide(remote), USE_NOFORCE); }
+std::uint32_t disconnect(const std::u16string& remote) {
+  const network_call<decltype(NetUseDel)> remove("NetUseDel");
+  return remove(nullptr, wide(remote), USE_NOFORCE);
+}
 
 constexpr brantle_share_operations network_management = {connect, disconnect};
 
