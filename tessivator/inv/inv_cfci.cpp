@@ -197,7 +197,11 @@ qerr_t inv_get_resource_data(const qchar* path, inv_cfci_t* record) noexcept {
 qerr_t inv_get_certificates_info_deduped(inv_cfci_t* record) noexcept {
   if (record == nullptr) return QERR_INVALID;
   const std::int32_t total = record->cert_count;
-  if (total < 2 || record->certs == nullptr) return QERR_OK;
+  if (total < 2) return QERR_OK;
+  if (record->certs == nullptr) {
+    QLOG(QLOG_ERROR, u"Assertion failed: %s\n", u"record->certs != nullptr");
+    return QERR_OK;
+  }
   const std::span<inv_cfci_cert> all(record->certs, static_cast<std::size_t>(total));
   const std::int32_t unique = mark_duplicates(all);
   QLOG(QLOG_INFO, u"Number of total certs: %d and duplicate certs: %d.", total, total - unique);
@@ -206,8 +210,9 @@ qerr_t inv_get_certificates_info_deduped(inv_cfci_t* record) noexcept {
   QmemPtr<inv_cfci_cert> kept(
       static_cast<inv_cfci_cert*>(qmem_calloc(static_cast<std::size_t>(unique), sizeof(inv_cfci_cert))));
   if (!kept) return QERR_LOW_MEMORY;
-  std::copy_if(all.begin(), all.end(), kept.get(),
-               [](const inv_cfci_cert& entry) { return entry.kind != INV_CERT_REMOVED; });
+  const inv_cfci_cert* const end = std::copy_if(
+      all.begin(), all.end(), kept.get(), [](const inv_cfci_cert& entry) { return entry.kind != INV_CERT_REMOVED; });
+  if (end - kept.get() != unique) QLOG(QLOG_ERROR, u"Assertion failed: %s\n", u"copied == unique");
   qmem_free(record->certs);
   record->certs = kept.release();
   record->cert_count = unique;

@@ -56,9 +56,10 @@ std::uint32_t attribute_of_drive(std::uint32_t type, const qchar* root) noexcept
   }
 }
 
-qerr_t fill(scan_vol_attributes& out, const qchar* path, const qchar* root, std::uint32_t flags,
+// What is known without the drive's type stands in `found` whatever that is.
+qerr_t fill(scan_vol_attributes& found, const qchar* path, const qchar* root, std::uint32_t flags,
             const std::u16string& file_system) {
-  scan_vol_attributes found{};
+  found = {};
   file_system.copy(found.file_system, SCAN_FS_NAME_UNITS);
   if ((flags & SCAN_FS_READ_ONLY_VOLUME) != 0) found.attributes |= SCAN_VOL_READ_ONLY;
   const std::uint32_t type = the_system().drive_type(root);
@@ -75,7 +76,6 @@ qerr_t fill(scan_vol_attributes& out, const qchar* path, const qchar* root, std:
   } else {
     QLOG(QLOG_INFO, u"\"%s\" is not (or not in) a supported volume.\n", path);
   }
-  out = found;
   return QERR_OK;
 }
 

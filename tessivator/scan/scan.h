@@ -19,8 +19,8 @@ struct scan_vol_attributes {
 
 // Fills `attributes`, which may be null: then only whether the volume can be asked. QERR_INVALID without a path;
 // QERR_DRIVE_TYPE for a volume that is none of removable, fixed, remote and optical (a RAM disk); QERR_LOW_MEMORY; else
-// a system error's code. While it runs, the system shows no dialog for a drive without a medium (a setting of the whole
-// process on Windows).
+// a system error's code. With QERR_DRIVE_TYPE the file system's name and the read-only bit are filled in. While it
+// runs, the system shows this thread no dialog for a drive without a medium.
 [[nodiscard]] qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attributes) noexcept;
 
 // 1 when the file system's name is in the supported table (NTFS, REFS), whatever its case; else 0.

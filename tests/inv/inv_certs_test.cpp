@@ -160,6 +160,10 @@ TEST_F(Certificates, FailuresKeepTheirCodesAndReleaseTheList) {
     EXPECT_NE(log.find(row.line), std::string::npos) << log;
   }
   EXPECT_EQ(module.released, static_cast<int>(std::size(rows)));
+  record->cert_count = 2;
+  log = logged(QLOG_INV, [&] { EXPECT_EQ(inv_get_certificates_info_deduped(record.get()), QERR_OK); });
+  EXPECT_EQ(log, "Assertion failed: record->certs != nullptr\n");
+  record->cert_count = INV_CERTS_NOT_GATHERED;
   EXPECT_EQ(inv_get_certificates_info_alloc(nullptr, record.get()), QERR_INVALID);
   EXPECT_EQ(inv_get_certificates_info_alloc(u"a.exe", nullptr), QERR_INVALID);
 }
