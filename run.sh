@@ -17,7 +17,7 @@ build_program() {
     (cd "$root" && cmake --preset linux-release -DTESSIVATOR_TESTS=OFF) >"$log" 2>&1 || { cat "$log"; exit 1; }
   fi
   local targets=(brantle_cli)
-  # The share module is left out where libsmbclient is missing.
+  # The share program is left out where libsmbclient is missing.
   if ninja -C "$build" -t query brantle_smb >/dev/null 2>&1; then
     targets+=(brantle_smb)
   fi

@@ -12,7 +12,7 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "share"))
-from smb_server import DOMAIN, PASSWORD, USER, Server  # noqa: E402
+from smb_server import DOMAIN, PASSWORD, USER, Server, enter_own_network  # noqa: E402
 
 FILE_BYTES = 4 << 20
 
@@ -34,7 +34,7 @@ def timed(*command, **options):
 
 def fetch_and_digest(server, place):
     environment = dict(os.environ, PASSWD=PASSWORD)
-    fetch = timed("smbclient", "-s", os.devnull, "-p", str(server.port), "-W", DOMAIN, "-U", USER,
+    fetch = timed("smbclient", "-s", os.devnull, "-W", DOMAIN, "-U", USER,
                   "//127.0.0.1/tree", "-c", "prompt OFF; recurse ON; mget *", cwd=place, env=environment)
     digests = sum(timed("find", place, "-type", "f", "-exec", tool, "{}", "+") for tool in ("sha1sum", "sha256sum"))
     return fetch, digests
@@ -43,15 +43,15 @@ def fetch_and_digest(server, place):
 def main():
     brantle = sys.argv[1]
     megabytes = int(sys.argv[2]) if len(sys.argv) > 2 else 1024
+    enter_own_network()
     with Server() as server:
         make_images(server.tree, (megabytes << 20) // FILE_BYTES)
-        environment = dict(os.environ, BRANTLE_SMB_PORT=str(server.port))
         ratios = []
         for _ in range(3):
             with tempfile.TemporaryDirectory(dir=server.home) as place:
                 fetch, digests = fetch_and_digest(server, place)
             with tempfile.TemporaryDirectory(dir=server.home) as out:
-                scan = timed(brantle, r"\\127.0.0.1\tree", out, "-n", DOMAIN, USER, PASSWORD, env=environment)
+                scan = timed(brantle, r"\\127.0.0.1\tree", out, "-n", DOMAIN, USER, PASSWORD)
             ratios.append(scan / (fetch + digests))
             print(f"smbclient {fetch:.2f} s + digests {digests:.2f} s, scan {scan:.2f} s: ratio {ratios[-1]:.2f}",
                   flush=True)

@@ -1,4 +1,4 @@
-# What this tree builds with: the components' libraries, and what only the share module and the tests use.
+# What this tree builds with: the components' libraries, and what only the share program and the tests use.
 include("${CMAKE_CURRENT_LIST_DIR}/libraries.cmake")
 if(NOT WIN32)
   find_package(PkgConfig REQUIRED)

@@ -12,9 +12,8 @@ if(TARGET brantle)
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 endif()
 if(TARGET brantle_smb)
-  # The share module is looked for beside whatever loads it, which is the program as well as the library.
-  install(TARGETS brantle_smb LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS brantle_smb LIBRARY DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  # The one place below the prefix where program and library look for it, so none to be chosen.
+  install(TARGETS brantle_smb RUNTIME DESTINATION libexec/brantle)
 endif()
 
 install(EXPORT tessivator NAMESPACE tessivator:: DESTINATION "${package_folder}" FILE tessivator-targets.cmake)

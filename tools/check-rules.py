@@ -44,10 +44,16 @@ class Layers:
                 self.interface[os.path.relpath(header, ROOT)] = target
 
     def owners(self, name):
-        """The targets that NAME belongs to: those that compile or install it, else those of its folder."""
+        """The targets that NAME belongs to: those that compile or install it, else those of its folder,
+        or of the nearest above that has any."""
         if name in self.interface:
             return {self.interface[name]}
-        return self.compiled.get(name) or self.folder.get(os.path.dirname(name), set())
+        if name in self.compiled:
+            return self.compiled[name]
+        folder = os.path.dirname(name)
+        while folder and folder not in self.folder:
+            folder = os.path.dirname(folder)
+        return self.folder.get(folder, set())
 
     def visible(self, target):
         """TARGET and what it links, with what that shows its own users."""

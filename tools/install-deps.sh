@@ -18,8 +18,8 @@ check_packages=(
   clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev
   # independent tools that results are compared with, and makers of fixtures
   openssl osslsigncode msitools wixl gcab python3 python3-pefile
-  # real hosts: a Java virtual machine and an SMB server
-  openjdk-17-jdk-headless samba smbclient
+  # real hosts: a Java virtual machine and an SMB server, in a network of its own
+  openjdk-17-jdk-headless samba smbclient iproute2
   # the report's schema, and a real browser for its page
   libxml2-utils chromium chromium-driver python3-selenium
 )

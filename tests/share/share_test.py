@@ -10,7 +10,7 @@ import time
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from smb_server import DOMAIN, PASSWORD, USER, Relay, Server
+from smb_server import DOMAIN, PASSWORD, USER, Relay, Server, enter_own_network
 
 FIXTURES = pathlib.Path(__file__).resolve().parent.parent / "fixtures"
 LOGON = (DOMAIN, USER, PASSWORD)
@@ -57,9 +57,9 @@ class Result:
 
 
 class Scans(unittest.TestCase):
-    def scan(self, path, *options, port=None, logon=LOGON, home=None):
+    def scan(self, path, *options, logon=LOGON, home=None):
         out = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home))
-        environment = dict(os.environ, BRANTLE_SMB_PORT=str(port or SERVER.port), HOME=str(home or SERVER.home))
+        environment = dict(os.environ, HOME=str(home or SERVER.home))
         arguments = [*options, *logon] if options else []
         start = time.monotonic()
         done = subprocess.run([OPTIONS.brantle, path, out, *arguments], env=environment, capture_output=True,
@@ -97,7 +97,7 @@ class Scans(unittest.TestCase):
             ("no right to the share", r"\\127.0.0.1\denied", LOGON, 20002),
             ("missing share", r"\\127.0.0.1\nothing", LOGON, 20001),
             ("missing server", r"\\no-such-server.invalid\tree", LOGON, 20001),
-            ("server that refuses", r"\\127.0.0.2\tree", LOGON, 20001),
+            ("server that refuses", r"\\127.0.9.9\tree", LOGON, 20001),
             ("missing folder", tree + r"\nothing", LOGON, 20001),
             ("empty share", r"\\127.0.0.1\empty", LOGON, 20001),
             ("local path", str(SERVER.tree), LOGON, 20001),
@@ -126,9 +126,8 @@ class Scans(unittest.TestCase):
     def test_nothing_is_written_to_a_share(self):
         out = SERVER.home / "empty"
         out.chmod(0o777)
-        environment = dict(os.environ, BRANTLE_SMB_PORT=str(SERVER.port))
         subprocess.run([OPTIONS.brantle, r"\\127.0.0.1\tree\tree", r"\\127.0.0.1\empty", "-n", *LOGON], cwd=out,
-                       env=environment, capture_output=True, timeout=120, check=False)
+                       capture_output=True, timeout=120, check=False)
         self.assertEqual(list(out.iterdir()), [])
 
     def test_the_machines_configuration_does_not_decide(self):
@@ -145,12 +144,13 @@ class Scans(unittest.TestCase):
 
     def assert_ends_with_what_it_has(self, server, happening):
         """Half of what a whole scan reads comes through; then `happening`."""
-        path = r"\\127.0.0.1\tree\tree"
-        with Relay(server.port, 1 << 40, None) as relay:
-            whole = len(self.scan(path, "-n", port=relay.port).records(path))
+        with Relay(server, 1 << 40, None) as relay:
+            path = rf"\\{relay.address}\tree\tree"
+            whole = len(self.scan(path, "-n").records(path))
             half = relay.passed // 2
-        with Relay(server.port, half, happening) as relay:
-            result = self.scan(path, "-n", port=relay.port)
+        with Relay(server, half, happening) as relay:
+            path = rf"\\{relay.address}\tree\tree"
+            result = self.scan(path, "-n")
         self.assertEqual(result.code, 0, result.said)
         self.assertLess(result.seconds, 60)
         found = len(result.records(path))
@@ -168,12 +168,12 @@ class Scans(unittest.TestCase):
     def test_server_that_never_answers(self):
         def silence(relay):
             relay.silent = True
-        with Relay(SERVER.port, 1, silence) as relay:
-            result = self.scan(r"\\127.0.0.1\tree", "-n", port=relay.port)
+        with Relay(SERVER, 1, silence) as relay:
+            result = self.scan(rf"\\{relay.address}\tree", "-n")
         self.assertEqual(result.code, 20001 & 255)
         self.assertLess(result.seconds, 60)
 
-    def test_without_the_module_every_share_fails(self):
+    def test_without_the_share_program_every_share_fails(self):
         alone = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home)) / "brantle"
         shutil.copy(OPTIONS.brantle, alone)
         out = tempfile.mkdtemp(dir=SERVER.home)
@@ -187,13 +187,12 @@ class Scans(unittest.TestCase):
 
 class ShareLayer(unittest.TestCase):
     def test_unit(self):
-        environment = dict(os.environ, SHARE_PORT=str(SERVER.port), SHARE_LOCAL=str(SERVER.tree))
+        environment = dict(os.environ, SHARE_LOCAL=str(SERVER.tree))
         self.assertEqual(subprocess.run([OPTIONS.unit], env=environment, check=False).returncode, 0)
 
 
 if __name__ == "__main__":
-    if os.geteuid() != 0:  # smbd serves as root and turns into the user it serves
-        os.execvp("sudo", ["sudo", "-n", sys.executable, *sys.argv])
+    enter_own_network()
     parser = argparse.ArgumentParser()
     parser.add_argument("--brantle", required=True)
     parser.add_argument("--unit", required=True)

@@ -1,5 +1,5 @@
 // The share layer against a real server; tests/share/share_test.py starts it and says where it is:
-// SHARE_PORT, SHARE_LOCAL (the folder that the shares "tree" and "guest" serve).
+// as 127.0.0.1; SHARE_LOCAL is the folder that the shares "tree" and "guest" serve.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -19,9 +19,9 @@
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_itr.h"
 #include "common/qlib/qlib.h"
-#include "common/qlib/qshare_posix_user.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qstr_name.h"
+#include "common/qlib/share/qshare_posix_user.h"
 
 namespace {
 
@@ -37,14 +37,9 @@ class ShareTest : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     ASSERT_EQ(qlib_lib_init_basic(), QERR_OK);
-    ASSERT_NE(qshare_module(), nullptr);
+    ASSERT_NE(setting("SHARE_LOCAL"), "") << "run by share_test.py";
   }
   static void TearDownTestSuite() { qlib_lib_fini_basic(); }
-  void SetUp() override {
-    const int port = std::atoi(setting("SHARE_PORT").c_str());
-    ASSERT_GT(port, 0) << "run by share_test.py";
-    qshare_set_port(static_cast<std::uint16_t>(port));
-  }
 };
 
 // A use for the length of a scope.
@@ -55,8 +50,8 @@ class Use {
   Use(const Use&) = delete;
   Use& operator=(const Use&) = delete;
   ~Use() {
-    if (code_ != SMB_OK) return;
-    EXPECT_EQ(qshare_use_delete(remote_), SMB_OK);
+    if (code_ != QSHARE_OK) return;
+    EXPECT_EQ(qshare_use_delete(remote_), QSHARE_OK);
   }
   [[nodiscard]] std::uint32_t code() const { return code_; }
 
@@ -109,53 +104,55 @@ TEST_F(ShareTest, EachFailureHasItsSystemError) {
     qshare_credentials credentials;
     std::uint32_t code;
   } cases[] = {
-      {"good", SHARE, GOOD, SMB_OK},
-      {"the share's name in capitals", u"\\\\127.0.0.1\\TREE", GOOD, SMB_OK},
-      {"a folder inside", u"\\\\127.0.0.1\\tree\\tree\\deep", GOOD, SMB_OK},
-      {"a folder that does not exist is the walk's affair", u"\\\\127.0.0.1\\tree\\nothing", GOOD, SMB_OK},
-      {"wrong password", SHARE, {GOOD.domain, GOOD.user, u"wrong"}, SMB_LOGON_FAILURE},
-      {"empty password", SHARE, {GOOD.domain, GOOD.user, u""}, SMB_LOGON_FAILURE},
-      {"unknown user", SHARE, {GOOD.domain, u"no-such-user", u"x"}, SMB_LOGON_FAILURE},
+      {"good", SHARE, GOOD, QSHARE_OK},
+      {"the share's name in capitals", u"\\\\127.0.0.1\\TREE", GOOD, QSHARE_OK},
+      {"a folder inside", u"\\\\127.0.0.1\\tree\\tree\\deep", GOOD, QSHARE_OK},
+      {"a folder that does not exist is the walk's affair", u"\\\\127.0.0.1\\tree\\nothing", GOOD, QSHARE_OK},
+      {"wrong password", SHARE, {GOOD.domain, GOOD.user, u"wrong"}, QSHARE_LOGON_FAILURE},
+      {"empty password", SHARE, {GOOD.domain, GOOD.user, u""}, QSHARE_LOGON_FAILURE},
+      {"unknown user", SHARE, {GOOD.domain, u"no-such-user", u"x"}, QSHARE_LOGON_FAILURE},
       {"wrong password for a share that lets guests in",
        u"\\\\127.0.0.1\\guest",
        {GOOD.domain, GOOD.user, u"wrong"},
-       SMB_LOGON_FAILURE},
-      {"missing share", u"\\\\127.0.0.1\\nothing", GOOD, SMB_BAD_NET_NAME},
-      {"a share for others", u"\\\\127.0.0.1\\denied", GOOD, SMB_ACCESS_DENIED},
-      {"missing server", u"\\\\no-such-server.invalid\\tree", GOOD, SMB_BAD_NETPATH},
-      {"a server without the service", u"\\\\127.0.0.2\\tree", GOOD, SMB_BAD_NETPATH},
-      {"no share named", u"\\\\127.0.0.1", GOOD, SMB_BAD_NET_NAME},
-      {"a local path", u"/tmp", GOOD, SMB_BAD_NET_NAME},
+       QSHARE_LOGON_FAILURE},
+      {"missing share", u"\\\\127.0.0.1\\nothing", GOOD, QSHARE_BAD_NET_NAME},
+      {"a share for others", u"\\\\127.0.0.1\\denied", GOOD, QSHARE_ACCESS_DENIED},
+      {"missing server", u"\\\\no-such-server.invalid\\tree", GOOD, QSHARE_BAD_NETPATH},
+      {"a server without the service", u"\\\\127.0.9.9\\tree", GOOD, QSHARE_BAD_NETPATH},
+      {"no share named", u"\\\\127.0.0.1", GOOD, QSHARE_BAD_NET_NAME},
+      {"a local path", u"/tmp", GOOD, QSHARE_BAD_NET_NAME},
   };
   for (const auto& one : cases) EXPECT_EQ(Use(one.remote, one.credentials).code(), one.code) << one.what;
   const std::u16string too_long(300, u'p');
-  EXPECT_EQ(Use(SHARE, {GOOD.domain, GOOD.user, too_long}).code(), SMB_INVALID_PARAMETER);  // not cut and tried
+  EXPECT_EQ(Use(SHARE, {GOOD.domain, GOOD.user, too_long}).code(), QSHARE_INVALID_PARAMETER);  // not cut and tried
 }
 
 TEST_F(ShareTest, OneServerHasOneSetOfCredentials) {
   const Use first(SHARE);
-  ASSERT_EQ(first.code(), SMB_OK);
-  EXPECT_EQ(Use(SHARE, {GOOD.domain, u"other", u"x"}).code(), SMB_CREDENTIAL_CONFLICT);
-  EXPECT_EQ(Use(u"\\\\127.0.0.1\\guest", {GOOD.domain, GOOD.user, u"other"}).code(), SMB_CREDENTIAL_CONFLICT);
-  EXPECT_EQ(Use(u"\\\\127.0.0.1\\guest").code(), SMB_OK);
+  ASSERT_EQ(first.code(), QSHARE_OK);
+  EXPECT_EQ(Use(SHARE, {GOOD.domain, u"other", u"x"}).code(), QSHARE_CREDENTIAL_CONFLICT);
+  EXPECT_EQ(Use(SHARE, {GOOD.domain, GOOD.user, u"other"}).code(), QSHARE_CREDENTIAL_CONFLICT);
+  EXPECT_EQ(Use(u"\\\\127.0.0.1\\guest", {u"testgroup", u"Daemon", GOOD.password}).code(), QSHARE_OK);
+  std::thread other([] { EXPECT_EQ(Use(SHARE, {GOOD.domain, GOOD.user, u"wrong"}).code(), QSHARE_LOGON_FAILURE); });
+  other.join();
   // Another name is another server.
-  EXPECT_EQ(Use(u"\\\\localhost\\guest", {GOOD.domain, u"no-such-user", u"x"}).code(), SMB_LOGON_FAILURE);
+  EXPECT_EQ(Use(u"\\\\localhost\\guest", {GOOD.domain, u"no-such-user", u"x"}).code(), QSHARE_LOGON_FAILURE);
 }
 
 TEST_F(ShareTest, UsesAreCountedAndEndNotWhileFilesAreOpen) {
-  ASSERT_EQ(qshare_use_add(SHARE, GOOD), SMB_OK);
-  ASSERT_EQ(qshare_use_add(u"\\\\127.0.0.1\\tree\\tree", GOOD), SMB_OK);  // deeper: the same connection
+  ASSERT_EQ(qshare_use_add(SHARE, GOOD), QSHARE_OK);
+  ASSERT_EQ(qshare_use_add(u"\\\\127.0.0.1\\tree\\tree", GOOD), QSHARE_OK);  // deeper: the same connection
   QfileOwner file;
   ASSERT_EQ(qfile_open(file.out(), u"\\\\127.0.0.1\\tree\\tree\\readme.txt", QFILE_READ), QERR_OK);
-  EXPECT_EQ(qshare_use_delete(SHARE), SMB_OK);
-  EXPECT_EQ(qshare_use_delete(SHARE), SMB_OPEN_FILES);
+  EXPECT_EQ(qshare_use_delete(SHARE), QSHARE_OK);
+  EXPECT_EQ(qshare_use_delete(SHARE), QSHARE_OPEN_FILES);
   char byte = 0;
   std::uint32_t got = 0;
   EXPECT_EQ(qfile_read(file.get(), &byte, 1, &got), QERR_OK);
   file.reset();
-  EXPECT_EQ(qshare_use_delete(SHARE), SMB_OK);
-  EXPECT_EQ(qshare_use_delete(SHARE), SMB_NOT_CONNECTED);
-  EXPECT_EQ(qshare_use_delete(u"/tmp"), SMB_NOT_CONNECTED);
+  EXPECT_EQ(qshare_use_delete(SHARE), QSHARE_OK);
+  EXPECT_EQ(qshare_use_delete(SHARE), QSHARE_NOT_CONNECTED);
+  EXPECT_EQ(qshare_use_delete(u"/tmp"), QSHARE_NOT_CONNECTED);
 }
 
 TEST_F(ShareTest, AWalkYieldsWhatTheDiskHolds) {
@@ -276,7 +273,7 @@ TEST_F(ShareTest, ThreadsUseSeveralServersAtOnce) {
       const std::u16string root = servers[i % 2] + shares[i / 2 % 2];
       for (int round = 0; round < 3; ++round) {
         const Use use(root);
-        if (use.code() != SMB_OK) return;
+        if (use.code() != QSHARE_OK) return;
         if (read_all(root + u"\\large.bin", 262144) != expected) return;
         qerr_t end = 0;
         if (walk(root + u"\\tree", end).size() < 10 || end != QERR_END) return;

@@ -1,10 +1,13 @@
 """A real SMB server on loopback with a configuration, users and folders of its own, ended with the test."""
+import ctypes
+import itertools
 import os
 import pathlib
 import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -16,8 +19,8 @@ PASSWORD = "pässword, \"long\" €"
 CONFIGURATION = """[global]
 workgroup = {domain}
 netbios name = TESTSERVER
-smb ports = {port}
-interfaces = 127.0.0.1/32
+smb ports = 445
+interfaces = {address}/32
 bind interfaces only = yes
 private dir = {home}/private
 lock directory = {home}/lock
@@ -45,10 +48,24 @@ valid users = bin
 """
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+ADDRESSES = (f"127.0.0.{i}" for i in itertools.count(1))
+
+
+def enter_own_network():
+    """For scripts that start servers: root, in a network of their own, where port 445 is free on every address."""
+    if os.geteuid() != 0:  # smbd serves as root and turns into the user it serves
+        os.execvp("sudo", ["sudo", "-n", sys.executable, *sys.argv])
+    new_network = 0x40000000  # CLONE_NEWNET
+    if ctypes.CDLL(None, use_errno=True).unshare(new_network) != 0:
+        raise OSError(ctypes.get_errno(), "no network of its own")
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+
+
+def new_address():
+    address = next(ADDRESSES)
+    if address != "127.0.0.1":
+        subprocess.run(["ip", "address", "add", address + "/8", "dev", "lo"], check=True)
+    return address
 
 
 class Server:
@@ -62,7 +79,7 @@ class Server:
         self.tree = pathlib.Path(tree) if tree else self.home / "tree"
         self.tree.mkdir(exist_ok=True)
         self.process = None
-        self.port = 0
+        self.address = new_address()
 
     def __enter__(self):
         try:
@@ -77,9 +94,8 @@ class Server:
         shutil.rmtree(self.home, ignore_errors=True)
 
     def start(self):
-        self.port = free_port()
         configuration = self.home / "smb.conf"
-        configuration.write_text(CONFIGURATION.format(domain=DOMAIN, port=self.port, home=self.home, tree=self.tree))
+        configuration.write_text(CONFIGURATION.format(domain=DOMAIN, address=self.address, home=self.home, tree=self.tree))
         subprocess.run(["smbpasswd", "-c", configuration, "-s", "-a", USER], check=True, stdout=subprocess.DEVNULL,
                        input=f"{PASSWORD}\n{PASSWORD}\n".encode())
         self.process = subprocess.Popen(
@@ -88,7 +104,7 @@ class Server:
         end = time.monotonic() + 30
         while time.monotonic() < end:
             with socket.socket() as probe:
-                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
+                if probe.connect_ex((self.address, 445)) == 0:
                     return
             if self.process.poll() is not None:
                 break
@@ -109,14 +125,14 @@ class Server:
 class Relay:
     """Stands between client and server, and calls `then(relay)` once so many bytes have come from the server."""
 
-    def __init__(self, server_port, limit, then):
-        self.server_port, self.limit, self.then = server_port, limit, then
+    def __init__(self, server, limit, then):
+        self.server, self.limit, self.then = server, limit, then
         self.silent = False
         self.passed = 0
         self.sockets = []
         self.lock = threading.Lock()
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
+        self.address = new_address()
+        self.listener = socket.create_server((self.address, 445))
         threading.Thread(target=self.accept, daemon=True).start()
 
     def __enter__(self):
@@ -142,7 +158,7 @@ class Relay:
                 return
             self.sockets.append(client)
             try:
-                server = socket.create_connection(("127.0.0.1", self.server_port))
+                server = socket.create_connection((self.server.address, 445))
             except OSError:
                 client.close()
                 continue

@@ -1,0 +1,42 @@
+// A running share program: what starts it, ends it, and speaks to it frame by frame.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <sys/types.h>
+
+#include "common/qlib/qsys_posix_user.h"
+#include "common/qlib/share/qshare_pair_posix_user.h"
+#include "common/qlib/share/qshare_protocol.h"
+
+// Lookups of the share program go by the place of the library or program that this code is part of, never by PATH, the
+// environment or the current directory: what a password is given to must not depend on them.
+class qshare_child {
+ public:
+  // Null when there is no share program, or no means to start it. May throw std::bad_alloc.
+  [[nodiscard]] static std::unique_ptr<qshare_child> start();
+  qshare_child(const qshare_child&) = delete;
+  qshare_child& operator=(const qshare_child&) = delete;
+  // Ends the program, whatever it waits for.
+  ~qshare_child();
+
+  // Sends a whole frame.
+  [[nodiscard]] qshare_transfer send(std::string_view frame, qshare_deadline until) const noexcept;
+  // The next frame's head; `ended` also for one that does not answer `kind` or tells of more than `most` bytes.
+  [[nodiscard]] qshare_transfer head(qshare_kind kind, std::uint32_t most, qshare_head& head,
+                                     qshare_deadline until) const noexcept;
+  // The next `size` bytes of its payload.
+  [[nodiscard]] qshare_transfer take(void* buffer, std::size_t size, qshare_deadline until) const noexcept;
+
+ private:
+  qshare_child() noexcept = default;
+
+  qsys_descriptor pair_;
+  pid_t process_ = -1;
+  qsys_descriptor handle_;  // of the process; invalid on a kernel that has none
+};
+
+// For tests: the program to start in place of the installed one; empty ends that. Not for concurrent use.
+void qshare_set_program(std::string path);

@@ -1,0 +1,6 @@
+// The bounds of the share program: it never outlives its host, and never takes more memory than a share may cost.
+#pragma once
+
+// From now on the process ends at once when the other end of `pair` is closed, whatever it waits for. Also limits its
+// memory. False when that cannot be had.
+[[nodiscard]] bool smb_bound_process(int pair) noexcept;
