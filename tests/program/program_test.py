@@ -17,6 +17,7 @@ import xml.etree.ElementTree as ElementTree
 HERE = pathlib.Path(__file__).resolve().parent
 FIXTURES = HERE.parent / "fixtures"
 TREE = FIXTURES / "tree"
+SCHEMA = HERE.parents[1] / "tessivator" / "utils" / "signing" / "brantle" / "info.xsd"
 KINDS = ("exe", "dll", "cab", "cat", "ctl", "msi", "xpi", "ocx", "sys")
 FULL = ["Name", "SHA1", "SHA256", "companyName", "isInstaller", "productName", "productVersion"]
 BARE = [key for key in FULL if key != "SHA256"]
@@ -49,6 +50,8 @@ class Result:
 
     def records(self, root):
         """Record by path relative to `root`, with slashes: {key: text}, and the list of stems under "stems"."""
+        subprocess.run(["xmllint", "--noout", "--huge", "--schema", SCHEMA, self.out / "info.xml"], check=True,
+                       capture_output=True)
         raw = (self.out / "info.xml").read_bytes()
         assert raw.startswith(b'<?xml version="1.0" encoding="UTF-8"?>\n') and b"\r\n" not in raw
         document = ElementTree.fromstring(raw)
