@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Scans FILEPATH and writes certificate files and info.xml to OUTPUT: ./run.sh FILEPATH OUTPUT [options]
-# Builds the program first when that is needed. Without arguments it scans the sample repository of the tests
-# and shows the report.
+# Builds the program first when that is needed. Without arguments it scans the sample repository of the tests,
+# shows the report and makes a page of it.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build=$root/build/linux-release
@@ -16,13 +16,13 @@ build_program() {
     echo "run.sh: configuring $build"
     (cd "$root" && cmake --preset linux-release -DTESSIVATOR_TESTS=OFF) >"$log" 2>&1 || { cat "$log"; exit 1; }
   fi
-  local targets=(brantle_cli)
+  local targets=(brantle_cli brantle_report)
   # The share program is left out where libsmbclient is missing.
   if ninja -C "$build" -t query brantle_smb >/dev/null 2>&1; then
     targets+=(brantle_smb)
   fi
   if ! ninja -C "$build" -n "${targets[@]}" | grep -q 'no work to do'; then
-    echo "run.sh: building the program"
+    echo "run.sh: building the programs"
   fi
   ninja -C "$build" "${targets[@]}" >"$log" 2>&1 || { cat "$log"; exit 1; }
 }
@@ -41,5 +41,7 @@ mkdir -p "$output"
 status=0
 "$program" "$root/tests/fixtures/tree" "$output" || status=$?
 cat "$output/info.xml"
-echo "Certificate files and this report are in $output"
+report=$(find "$build" -type f -name brantle-report -perm -u+x | head -n 1)
+"$report" html "$output" -o "$output/survey.html" || status=$?
+echo "Certificate files and this report are in $output; for a browser: $output/survey.html"
 exit "$status"

@@ -1,9 +1,10 @@
-# What `cmake --install` puts where: the program, the library for Java hosts, and for C++ users the components as the
+# What `cmake --install` puts where: the programs, the report's schema, the library for Java hosts, and for C++ users the components as the
 # CMake package `tessivator`. java/ installs its jar itself.
 include(CMakePackageConfigHelpers)
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tessivator")
 
-install(TARGETS brantle_cli RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+install(TARGETS brantle_cli brantle_report RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+install(FILES tessivator/utils/signing/brantle/info.xsd DESTINATION "${CMAKE_INSTALL_DATADIR}/brantle")
 # Without a Java development kit there is no library for Java hosts.
 if(TARGET brantle)
   install(TARGETS brantle

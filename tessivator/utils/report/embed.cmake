@@ -1,0 +1,11 @@
+# Run with -P: writes the files of the folder PAGE as string constants to OUTPUT.
+set(source "#include \"utils/report/report_page.h\"\n\n")
+foreach(part IN ITEMS style.css script.js body.html)
+  file(READ "${PAGE}/${part}" text)
+  string(REPLACE ".css" "" name "${part}")
+  string(REPLACE ".js" "" name "${name}")
+  string(REPLACE ".html" "" name "${name}")
+  string(TOUPPER "${name}" name)
+  string(APPEND source "const std::string_view REPORT_PAGE_${name} = R\"page(${text})page\";\n")
+endforeach()
+file(WRITE "${OUTPUT}" "${source}")

@@ -1,0 +1,6 @@
+// Process entry point: wchar_t has the form of our own text.
+#include "utils/report/report_cli.h"
+
+extern "C" int wmain(int argc, wchar_t** argv);
+
+int wmain(int argc, wchar_t** argv) { return reportMain(reinterpret_cast<const qchar* const*>(argv), argc); }

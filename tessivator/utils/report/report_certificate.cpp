@@ -1,0 +1,149 @@
+// Reading one certificate file.
+#include "utils/report/report_certificate.h"
+
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <array>
+#include <chrono>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qfile.h"
+#include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
+#include "common/qlib/qstr.h"
+#include "utils/report/report_text.h"
+
+namespace {
+
+// No signature that a scan decodes is larger, and PEM takes a third more.
+constexpr std::uint64_t MAX_FILE = std::uint64_t{24} << 20U;
+constexpr std::size_t MAX_HOLDER = 256;
+constexpr std::size_t MAX_TEXT = 16384;
+
+using BioPtr = std::unique_ptr<BIO, FreeWith<BIO_free>>;
+using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<BN_free>>;
+using X509Ptr = std::unique_ptr<X509, FreeWith<X509_free>>;
+
+struct OpensslFree {
+  void operator()(void* memory) const noexcept { OPENSSL_free(memory); }
+};
+template <class T>
+using OpensslPtr = std::unique_ptr<T, OpensslFree>;
+
+std::string nameText(const X509_NAME* name) {
+  const BioPtr memory(BIO_new(BIO_s_mem()));
+  constexpr unsigned long FORM = (XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) | XN_FLAG_SEP_CPLUS_SPC;
+  char* text = nullptr;
+  if (!memory || X509_NAME_print_ex(memory.get(), name, 0, FORM & ~XN_FLAG_SEP_COMMA_PLUS) < 0) return {};
+  const long size = BIO_get_mem_data(memory.get(), &text);
+  return size > 0 ? presentable({text, static_cast<std::size_t>(size)}, MAX_TEXT) : std::string();
+}
+
+std::string attribute(const X509_NAME* name, int nid) {
+  const int at = X509_NAME_get_index_by_NID(name, nid, -1);
+  if (at < 0) return {};
+  unsigned char* bytes = nullptr;
+  const int size = ASN1_STRING_to_UTF8(&bytes, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, at)));
+  const OpensslPtr<unsigned char> owner(bytes);
+  if (size <= 0) return {};
+  return presentable({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)}, MAX_HOLDER);
+}
+
+std::string holderOf(const X509_NAME* subject) {
+  for (const int nid : {NID_commonName, NID_organizationName, NID_organizationalUnitName}) {
+    if (std::string text = attribute(subject, nid); !text.empty()) return text;
+  }
+  const std::string whole = presentable(nameText(subject), MAX_HOLDER);
+  return whole.empty() ? "(no name)" : whole;
+}
+
+std::string serialText(const ASN1_INTEGER* serial) {
+  const BignumPtr number(ASN1_INTEGER_to_BN(serial, nullptr));
+  if (!number) return {};
+  const OpensslPtr<char> text(BN_bn2hex(number.get()));
+  return text ? text.get() : std::string();
+}
+
+std::string keyText(const X509* certificate) {
+  const EVP_PKEY* const key = X509_get0_pubkey(certificate);
+  if (key == nullptr) return "of an unknown kind";
+  std::string text = OBJ_nid2ln(EVP_PKEY_get_base_id(key));
+  if (text == "rsaEncryption") text = "RSA";
+  if (text == "id-ecPublicKey") text = "EC";
+  std::array<char, 64> group{};
+  std::size_t length = 0;
+  if (EVP_PKEY_get_group_name(key, group.data(), group.size(), &length) == 1) text.append(" ").append(group.data());
+  return text + ' ' + std::to_string(EVP_PKEY_get_bits(key));
+}
+
+// 0 for a time that is none.
+Seconds secondsOf(const ASN1_TIME* time) noexcept {
+  std::tm parts{};
+  if (ASN1_TIME_to_tm(time, &parts) != 1) return 0;
+  using namespace std::chrono;
+  const sys_days day = year(parts.tm_year + 1900) / month(static_cast<unsigned>(parts.tm_mon + 1)) /
+                       std::chrono::day(static_cast<unsigned>(parts.tm_mday));
+  return duration_cast<seconds>(day.time_since_epoch()).count() + parts.tm_hour * 3600 + parts.tm_min * 60 +
+         parts.tm_sec;
+}
+
+template <class Object>
+std::string digestOf(int (*make)(const Object*, const EVP_MD*, unsigned char*, unsigned int*), const Object* object) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int length = 0;
+  if (make(object, EVP_sha256(), digest.data(), &length) != 1) return {};
+  return bytesToHex(std::span(digest).first(length));
+}
+
+}  // namespace
+
+std::string readCertificateFile(const std::u16string& path, std::string& bytes) {
+  QfileOwner file;
+  std::uint64_t size = 0;
+  if (qfile_open(file.out(), path.c_str(), QFILE_READ) != QERR_OK) return "its file is missing";
+  if (qfile_size(file.get(), &size) != QERR_OK) return "its file cannot be read";
+  if (size > MAX_FILE) return "its file is too large";
+  bytes.resize(static_cast<std::size_t>(size));
+  std::size_t have = 0;
+  std::uint32_t done = 0;
+  do {
+    const auto rest = static_cast<std::uint32_t>(bytes.size() - have);
+    if (qfile_read(file.get(), bytes.data() + have, rest, &done) != QERR_OK) return "its file cannot be read";
+    have += done;
+  } while (done != 0 && have < bytes.size());
+  bytes.resize(have);
+  return {};
+}
+
+CertificateFacts readCertificate(const std::u16string& folder, const CertificateName& name) {
+  CertificateFacts facts;
+  facts.name = name;
+  std::string bytes;
+  facts.problem = readCertificateFile(qpath_join(folder, qstr_to_wide(bytesToHex(name)) + u".cer"), bytes);
+  if (!facts.problem.empty()) return facts;
+  ERR_set_mark();
+  const BioPtr memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+  const X509Ptr certificate(memory ? PEM_read_bio_X509(memory.get(), nullptr, nullptr, nullptr) : nullptr);
+  if (!certificate) {
+    facts.problem = "its file holds no certificate";
+  } else {
+    const X509_NAME* const subject = X509_get_subject_name(certificate.get());
+    const X509_NAME* const issuer = X509_get_issuer_name(certificate.get());
+    facts.holder = holderOf(subject);
+    facts.subject = nameText(subject);
+    facts.issuer = nameText(issuer);
+    facts.serial = serialText(X509_get0_serialNumber(certificate.get()));
+    facts.key = keyText(certificate.get());
+    facts.digest = digestOf(X509_digest, certificate.get());
+    facts.notBefore = secondsOf(X509_get0_notBefore(certificate.get()));
+    facts.notAfter = secondsOf(X509_get0_notAfter(certificate.get()));
+    facts.subjectId = digestOf(X509_NAME_digest, subject);
+    facts.issuerId = digestOf(X509_NAME_digest, issuer);
+  }
+  ERR_pop_to_mark();
+  return facts;
+}

@@ -1,0 +1,79 @@
+// The certificates of a report: which were seen, and which of a file's are its signers.
+#include <algorithm>
+#include <cstring>
+#include <unordered_set>
+
+#include "common/qlib/qstr.h"
+#include "utils/report/report_certificate.h"
+#include "utils/report/report_streams.h"
+#include "utils/report/report_text.h"
+
+namespace {
+
+constexpr std::size_t MAX_KNOWN = 16384;  // entries, each under a kilobyte
+constexpr std::size_t MAX_TOLD = 20;
+
+}  // namespace
+
+ReportWarnings::~ReportWarnings() {
+  if (count_ <= MAX_TOLD) return;
+  try {
+    reportPutError(u"brantle-report: and " + qstr_to_wide(std::to_string(count_ - MAX_TOLD)) + u" more of these\n");
+  } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory even for saying so
+  }
+}
+
+void ReportWarnings::tell(std::u16string_view text) {
+  if (++count_ <= MAX_TOLD) reportPutError(u"brantle-report: " + forTerminal(text) + u'\n');
+}
+
+std::size_t CertificateBook::NameHash::operator()(const CertificateName& name) const noexcept {
+  std::size_t hash = 0;  // a name is a digest already
+  std::memcpy(&hash, name.data(), sizeof(hash));
+  return hash;
+}
+
+CertificateBook::EntryPtr CertificateBook::find(const CertificateName& name) {
+  if (const auto found = known_.find(name); found != known_.end()) return found->second;
+  if (known_.size() >= MAX_KNOWN) known_.clear();
+  CertificateFacts facts = readCertificate(folder_, name);
+  if (!facts.problem.empty()) {
+    const std::string hex = bytesToHex(name);
+    warnings_.tell(folder_ + u": certificate " + qstr_to_wide(hex) + u": " + qstr_to_wide(facts.problem));
+    facts.holder = "(certificate " + hex.substr(0, 12) + "\u2026: " + facts.problem + ')';
+  }
+  if (seen) seen(facts);
+  const auto entry =
+      std::make_shared<const Entry>(Entry{name, count_++, facts.holder, facts.subjectId, facts.issuerId});
+  known_.emplace(name, entry);
+  return entry;
+}
+
+std::vector<CertificateBook::EntryPtr> CertificateBook::of(const ReportRecord& record, std::size_t& signers) {
+  std::vector<EntryPtr> entries;
+  entries.reserve(record.certificates.size());
+  for (const CertificateName& name : record.certificates) entries.push_back(find(name));
+  signers = entries.size();
+  if (signers < 2) return entries;
+  // Who issued another one; a certificate that issued itself alone is a signer nevertheless.
+  std::unordered_set<std::string_view> issuers;
+  for (const EntryPtr& entry : entries) {
+    if (!entry->issuerId.empty() && entry->issuerId != entry->subjectId) issuers.insert(entry->issuerId);
+  }
+  const auto middle = std::stable_partition(entries.begin(), entries.end(), [&](const EntryPtr& entry) {
+    return entry->subjectId.empty() || !issuers.contains(entry->subjectId);
+  });
+  signers = static_cast<std::size_t>(middle - entries.begin());
+  return entries;
+}
+
+std::string CertificateBook::signersOf(const ReportRecord& record) {
+  std::size_t signers = 0;
+  const std::vector<EntryPtr> entries = of(record, signers);
+  std::string text;
+  for (std::size_t i = 0; i < signers; ++i) {
+    if (!text.empty()) text += "; ";
+    text += entries[i]->holder;
+  }
+  return text;
+}

@@ -1,0 +1,195 @@
+// The page: its own sources, and between them the report's data in chunks that the script takes one by one while the
+// browser reads on. Chunks are JSON, column by column:
+//
+//   t  texts met for the first time; they are numbered through the page, and other columns name them by number
+//   z  certificates met for the first time, likewise
+//   d n p v c k   a number or value a row: folder, file name, product, version, company, certificates
+//   x  digests, 27 + 43 characters of base64 a row, blanks for what is missing
+//   i  a character a row: 1 for an installer
+//
+// A row's certificates are a text "signers|others" of certificate numbers, so that equal ones stand there once.
+#include <openssl/evp.h>
+
+#include <array>
+#include <new>
+#include <unordered_map>
+
+#include "common/qlib/qcksum.h"
+#include "common/qlib/qerr.h"
+#include "utils/report/report_commands.h"
+#include "utils/report/report_output.h"
+#include "utils/report/report_page.h"
+#include "utils/report/report_reader.h"
+#include "utils/report/report_text.h"
+
+namespace {
+
+constexpr std::size_t A_CHUNK = std::size_t{1} << 20U;  // bytes
+constexpr std::size_t CHUNK_ROWS = 4096;
+constexpr std::size_t SHA1_BASE64 = 27;
+constexpr std::size_t SHA256_BASE64 = 43;
+// The chunk before this element is complete.
+constexpr std::string_view TAKE = "take()";
+
+// The source expression of a Content-Security-Policy that allows exactly this text.
+std::string policyHash(std::string_view text) {
+  std::array<std::uint8_t, QCKSUM_SHA512_BIN_LEN> digest{};
+  if (qcksum_buf_sha256(text.data(), text.size(), digest.data()) != QERR_OK) throw std::bad_alloc();
+  std::array<unsigned char, 48> base64{};
+  const int length = EVP_EncodeBlock(base64.data(), digest.data(), static_cast<int>(QCKSUM_SHA256_BIN_LEN));
+  return "'sha256-" + std::string(base64.begin(), base64.begin() + length) + "'";
+}
+
+// Numbers for texts. A text that was forgotten comes again under a new number.
+class TextNumbers {
+ public:
+  std::uint32_t numberOf(const std::string& text, std::string& fresh) {
+    if (const auto found = known_.find(text); found != known_.end()) return found->second;
+    if (!fresh.empty()) fresh += ',';
+    appendJson(fresh, text);
+    if (bytes_ > MAX_BYTES || known_.size() > MAX_TEXTS) {
+      known_.clear();
+      bytes_ = 0;
+    }
+    if (text.size() <= MAX_TEXT) {
+      known_.emplace(text, count_);
+      bytes_ += text.size();
+    }
+    return count_++;
+  }
+
+ private:
+  static constexpr std::size_t MAX_BYTES = std::size_t{4} << 20U;
+  static constexpr std::size_t MAX_TEXTS = std::size_t{1} << 15U;
+  static constexpr std::size_t MAX_TEXT = std::size_t{1} << 14U;
+  std::unordered_map<std::string, std::uint32_t> known_;
+  std::size_t bytes_ = 0;
+  std::uint32_t count_ = 0;
+};
+
+class PageData {
+ public:
+  PageData(ReportOutput& out, CertificateBook& certificates) : out_(out), certificates_(certificates) {
+    certificates_.seen = [this](const CertificateFacts& facts) { addCertificate(facts); };
+  }
+
+  void add(const ReportRecord& record) {
+    const SplitPath path = splitPath(record.name());
+    const std::string certificates = certificatesOf(record);
+    addNumber(Folder, std::string(path.folder));
+    appendJson(separated(columns_[File]), path.name);
+    addNumber(Product, record[ReportField::Product]);
+    addNumber(Version, record[ReportField::Version]);
+    addNumber(Company, record[ReportField::Company]);
+    addNumber(Certificates, certificates);
+    addDigest(record[ReportField::Sha1], SHA1_BASE64);
+    addDigest(record[ReportField::Sha256], SHA256_BASE64);
+    installers_ += record.isInstaller() ? '1' : '0';
+    std::size_t size = texts_.size() + newCertificates_.size();
+    for (const std::string& column : columns_) size += column.size();
+    if (++rows_ >= CHUNK_ROWS || size >= A_CHUNK) flush();
+  }
+
+  void flush() {
+    if (rows_ == 0) return;
+    std::string& chunk = out_.buffer();
+    chunk += "<script type=\"application/json\">{\"t\":[" + texts_ + "],\"z\":[" + newCertificates_ + "]";
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      chunk.append(",\"").append(1, "dnpvck"[i]).append("\":[").append(columns_[i]).append("]");
+      columns_[i].clear();
+    }
+    chunk += ",\"x\":\"" + digests_ + "\",\"i\":\"" + installers_ + "\"}</script><script>";
+    chunk.append(TAKE).append("</script>\n");
+    texts_.clear();
+    newCertificates_.clear();
+    digests_.clear();
+    installers_.clear();
+    rows_ = 0;
+    out_.spill();
+  }
+
+ private:
+  enum Column : std::uint8_t { Folder, File, Product, Version, Company, Certificates };
+
+  static std::string& separated(std::string& list) {
+    if (!list.empty()) list += ',';
+    return list;
+  }
+
+  void addNumber(Column column, const std::string& text) {
+    separated(columns_[column]) += std::to_string(numbers_.numberOf(text, texts_));
+  }
+
+  void addDigest(const std::string& hex, std::size_t width) {
+    const std::size_t before = digests_.size();
+    appendBase64OfHex(digests_, hex);
+    digests_.resize(before + width, ' ');
+  }
+
+  std::string certificatesOf(const ReportRecord& record) {
+    std::size_t signers = 0;
+    const std::vector<CertificateBook::EntryPtr> entries = certificates_.of(record, signers);
+    std::string text;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      if (i > 0) text += i == signers ? '|' : ',';
+      text += std::to_string(entries[i]->number);
+    }
+    return text;
+  }
+
+  void addCertificate(const CertificateFacts& facts) {
+    std::string& out = separated(newCertificates_);
+    out += "[";
+    for (const std::string& text : {bytesToHex(facts.name), facts.holder, facts.subject, facts.issuer, facts.serial,
+                                    facts.key, facts.digest, facts.problem}) {
+      appendJson(out, text);
+      out += ',';
+    }
+    out += std::to_string(facts.notBefore) + ',' + std::to_string(facts.notAfter) + ']';
+  }
+
+  ReportOutput& out_;
+  CertificateBook& certificates_;
+  TextNumbers numbers_;
+  std::string texts_;
+  std::string newCertificates_;
+  std::array<std::string, 6> columns_;
+  std::string digests_;
+  std::string installers_;
+  std::size_t rows_ = 0;
+};
+
+void writeHead(ReportOutput& out) {
+  out.write(
+      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; base-uri 'none'; form-action 'none'; "
+      "script-src " +
+      policyHash(REPORT_PAGE_SCRIPT) + ' ' + policyHash(TAKE) + "; style-src " + policyHash(REPORT_PAGE_STYLE) +
+      "\">\n<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+      "<meta name=\"color-scheme\" content=\"light dark\">\n<title>Survey</title>\n<style>");
+  out.write(REPORT_PAGE_STYLE);
+  out.write("</style>\n</head>\n");
+  out.write(REPORT_PAGE_BODY);
+  out.write("<script>");
+  out.write(REPORT_PAGE_SCRIPT);
+  out.write("</script>\n");
+}
+
+}  // namespace
+
+void reportHtml(const std::u16string& folder, const std::u16string& output, Seconds now) {
+  ReportReader reader(folder);
+  ReportWarnings warnings;
+  CertificateBook certificates(folder, warnings);
+  ReportOutput out(output);
+  writeHead(out);
+  PageData data(out, certificates);
+  reader.read([&](const ReportRecord& record, std::uint64_t) { data.add(record); });
+  data.flush();
+  std::string& end = out.buffer();
+  end += "<script type=\"application/json\">{\"now\":" + std::to_string(now) + ",\"incomplete\":";
+  appendJson(end, reader.omissions().text());
+  end.append("}</script><script>").append(TAKE).append("</script>\n</body>\n</html>\n");
+  out.finish();
+  if (reader.omissions().any()) warnings.tell(reader.incompleteText());
+}

@@ -1,0 +1,198 @@
+"""The report program's commands on made reports: what comes out, byte for byte where it is short."""
+import csv
+import hashlib
+import base64
+import html.parser
+import io
+import json
+import re
+import subprocess
+import sys
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+import made_report
+from made_report import STEMS, folder, record, run
+
+LEAF, LEAF2, ROOT = "Fixture Signer RSA leaf", "Fixture Signer RSA leaf2", "Fixture Root RSA"
+HOSTILE = ["</script><script>alert(1)</script>", "<!--<script>", "a\u202egpj.exe", "\u2066x\u2069", "'\"&amp;\\", "=1+1",
+           "x" * 8000]
+# A report's text around what is wrong with it, and where the program must point.
+ENTRY = record("/a")
+DAMAGED = [
+    ("", "1:1"), ("<ExecutableData>", "1:17"), ("<Other/>", "1:1"), ("<ExecutableData><Else/></ExecutableData>", "1:17"),
+    (f"<ExecutableData>\n{ENTRY[:-20]}", "10:42"), (f"<ExecutableData>\n{ENTRY}", "12:1"),
+    ('<!DOCTYPE x [<!ENTITY e "e">]><ExecutableData/>', "1:"), ("<ExecutableData>text</ExecutableData>", "1:17"),
+    ("<ExecutableData>\n<Executable/></ExecutableData>", "2:"),
+    (f"<ExecutableData>\n{ENTRY.replace('</Name>', '</Name><Name>b</Name>')}</ExecutableData>", "3:"),
+    (f"<ExecutableData>\n{ENTRY.replace('1' * 64, '1' * 63)}</ExecutableData>", "11:5"),
+    (f"<ExecutableData>\n{ENTRY.replace('1' * 40, 'g' * 40)}</ExecutableData>", "11:5"),
+    (f"<ExecutableData>\n{ENTRY.replace('>no<', '>perhaps<')}</ExecutableData>", "11:5"),
+    ("<ExecutableData>\n" + record("/a", "a").replace("a" * 64, "../" + "a" * 61) + "</ExecutableData>", "10:42"),
+    ("<ExecutableData>\n" + record("/" + "x" * (1 << 20)) + "</ExecutableData>", "3:"),
+    ("<ExecutableData>\x00</ExecutableData>", "1:17"), ("<ExecutableData>\xff</ExecutableData>", "1:17"),
+]
+# The most memory, in KiB, that a command has held.
+PEAK = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
+        "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
+
+
+class Commands(unittest.TestCase):
+    def succeed(self, *arguments, status=0, said=()):
+        code, out, error = run(*arguments)
+        self.assertEqual(code, status, error)
+        for words in said:
+            self.assertIn(words, error.decode())
+        if not said:
+            self.assertEqual(error, b"")
+        return out
+
+    def test_csv(self):
+        made = folder(self, "in", record('/a,"b".exe', "da", companyName="=cmd", productName="-1\n+2", isInstaller="yes"),
+                      record("@sum", content=""), comment="1 directory")
+        table = self.succeed("csv", made, said=["incomplete: 1 directory"])
+        self.assertEqual(table.decode(), "\ufeffName,SHA1,SHA256,companyName,productName,productVersion,isInstaller,"
+                         f'signed,signers\r\n"/a,""b"".exe",{"1" * 40},{"1" * 64},\'=cmd,"\'-1\n+2",,yes,yes,'
+                         f"{LEAF2}; {LEAF}\r\n'@sum,,,,,,no,no,\r\n")
+
+    def test_signers(self):
+        rows = {"abc": LEAF, "cba": LEAF, "da": f"{LEAF2}; {LEAF}", "c": ROOT, "ac": f"{LEAF}; {ROOT}", "": "",
+                "ae": f"{LEAF}; (certificate eeeeeeeeeeee\u2026: its file is missing)",
+                "fc": f"(certificate ffffffffffff\u2026: its file holds no certificate); {ROOT}"}
+        made = folder(self, "in", *(record(f"/{letters}", letters) for letters in rows))
+        table = self.succeed("csv", made, said=["e" * 64 + ": its file is missing", "f" * 64 + ": its file holds no"])
+        found = list(csv.reader(io.StringIO(table.decode("utf-8-sig"))))[1:]
+        self.assertEqual({row[0][1:]: row[-1] for row in found}, rows)
+        self.assertEqual([row[-2] for row in found], ["yes" if letters else "no" for letters in rows])
+
+    def test_damaged(self):
+        made = folder(self, "in")
+        target = made / "out"
+        for text, place in DAMAGED:
+            commands = [("csv", made, "-o", target), ("diff", made, made), ("merge", made / "all", made)]
+            for command in commands[:1 if text else 3]:
+                with self.subTest(report=text[:80], command=command[0]):
+                    (made / "info.xml").write_bytes(text.encode("latin-1"))
+                    target.write_text("old")
+                    code, _, error = run(*command)
+                    self.assertEqual(code, 2)
+                    self.assertRegex(error.decode(), rf"info\.xml:{place}")
+                    self.assertEqual(target.read_text(), "old")
+                    self.assertEqual(sorted(p.name for p in made.iterdir() if p.suffix != ".cer" and p.name != "all"),
+                                     ["info.xml", "out"])
+
+    def test_arguments(self):
+        made = folder(self, "in")
+        for arguments, status, words in [
+                (["-h"], 0, "usage: "), (["--version"], 0, "brantle-report "), ([], 2, "-h"), (["html"], 2, "-h"),
+                (["csv", made, made], 2, "-h"), (["csv", made, "-o"], 2, "-h"), (["other", made], 2, "-h"),
+                (["csv", made / "missing"], 2, "info.xml"), (["csv", made, "-o", made / "no" / "x"], 2, "x: "),
+                (["diff", made], 2, "-h"), (["merge", made], 2, "-h")]:
+            with self.subTest(arguments):
+                code, out, error = run(*arguments)
+                self.assertEqual((code, words in (error if status else out).decode()), (status, True), error)
+
+    def test_cyclonedx(self):
+        made = folder(self, "in", record("/a&b/c.exe", "cab", companyName="<x>", productName="P", productVersion="1"),
+                      record("C:\\x\\y.dll", content=""), record("/twice"), record("/twice"), comment="2 files")
+        bill = self.succeed("cyclonedx", made, said=["incomplete"])
+        self.assertEqual(bill, self.succeed("cyclonedx", made, said=["incomplete"]))
+        root = ElementTree.fromstring(bill)
+        space = "{http://cyclonedx.org/schema/bom/1.5}"
+        self.assertEqual((root.tag, root.attrib), (space + "bom", {"version": "1"}))
+        self.assertEqual([child.tag for child in root], [space + tag for tag in ("components", "compositions", "properties")])
+        # The schema asks for this order, wants a name, and no reference twice.
+        order = [space + tag for tag in ("publisher", "name", "version", "hashes", "properties", "evidence")]
+        components = root.findall(f"{space}components/{space}component")
+        self.assertEqual(len({one.attrib["bom-ref"] for one in components}), 4)
+        for one in components:
+            tags = [child.tag for child in one]
+            self.assertEqual(tags, [tag for tag in order if tag in tags])
+            self.assertTrue(one.find(space + "name").text and one.attrib["type"] == "file")
+        texts = [[text for text in one.itertext() if text.strip()] for one in components[:2]]
+        self.assertEqual(texts[0], ["<x>", "P", "1", "1" * 40, "1" * 64, "no", LEAF, "/a&b/c.exe"])
+        self.assertEqual(texts[1], ["y.dll", "no", "C:\\x\\y.dll"])
+
+    def test_diff(self):
+        old = folder(self, "old", record("/same", "a"), record("/gone", content="2"), record("/from", content="3"),
+                     record("/bare", content=""), record("/changed", "a", content="4", productVersion="1"))
+        new = folder(self, "new", record("/changed", "d", content="5", productVersion="2"), record("/to", content="3"),
+                     record("/new\u202e\x85", content="6"), record("/same", "a"), record("/bare", content=""))
+        self.assertEqual(self.succeed("diff", old, old), b"")
+        # For people, and so on Windows in the console's code page.
+        words = self.succeed("diff", old, new, status=1).decode().replace("\r\n", "\n").replace("\ufffd", "?")
+        self.assertEqual(words, "added    /new??\nremoved  /gone\n"
+                         f"changed  /changed (content, productVersion 1 -> 2, signers {LEAF} -> {LEAF2})\n"
+                         "moved    /from -> /to\n"
+                         f"signer came  {LEAF2} (certificate dddddddddddd, 1 file)\n"
+                         "1 added, 1 removed, 1 changed, 1 moved, signers: 1 came, 0 went\n")
+        rows = list(csv.DictReader(io.StringIO(self.succeed("diff", old, new, "--csv", status=1).decode())))
+        self.assertEqual([(row["change"], row["path"], row["old path"]) for row in rows],
+                         [("added", "/new\u202e\x85", ""), ("removed", "/gone", ""), ("changed", "/changed", ""),
+                          ("moved", "/to", "/from"), ("signer came", STEMS["d"], "")])
+
+    def test_merge(self):
+        one = folder(self, "one", record("/1&<", "ab", content=""), record("/2"), comment="1 directory, 3 files")
+        two = folder(self, "two", record("/3", "ad"), comment="2 files")
+        three = folder(self, "three", comment="the walk ended early")
+        (two / f"{STEMS['d']}.cer").write_bytes((two / f"{STEMS['c']}.cer").read_bytes())
+        (one / f"{STEMS['b']}.cer").unlink()
+        out = one.parent / "out"
+        made_report.shutil.rmtree(out, ignore_errors=True)
+        out.mkdir()
+        (out / f"{STEMS['d']}.cer").write_text("before")
+        self.succeed("merge", out, one, two, three, said=[STEMS["b"], STEMS["d"] + ".cer: another certificate"])
+        self.assertEqual(sorted(path.name[0] for path in out.iterdir()), ["a", "d", "i"])
+        self.assertEqual((out / f"{STEMS['d']}.cer").read_bytes(), (two / f"{STEMS['c']}.cer").read_bytes())
+        merged = (out / "info.xml").read_text()
+        self.assertIn("<!-- incomplete: 1 directory, 5 files, the walk ended early -->\n</ExecutableData>", merged)
+        canonical = lambda text: ElementTree.canonicalize(re.sub("<!--.*?-->", "", text), strip_text=True)
+        parts = "".join("".join((part / "info.xml").read_text().splitlines(True)[2:-1]) for part in (one, two, three))
+        self.assertEqual(canonical(merged), canonical(f"<ExecutableData>{parts}</ExecutableData>"))
+        subprocess.run(["xmllint", "--noout", "--schema", made_report.OPTIONS.schema, out / "info.xml"], check=True,
+                       capture_output=True)
+        before = merged
+        code, _, error = run("merge", out, one, three, folder(self, "twice", record("/2")))
+        self.assertEqual(code, 2)
+        self.assertRegex(error.decode(), r"/2: stands in \S*one and in \S*twice")
+        self.assertEqual((out / "info.xml").read_text(), before)
+
+    def test_page(self):
+        made = folder(self, "in", *(record(f"/{name}", "a", companyName=name) for name in HOSTILE), comment="1 file")
+        page = self.succeed("html", made, said=["incomplete"]).decode()
+        elements = []
+        parser = html.parser.HTMLParser(convert_charrefs=False)
+        parser.handle_starttag = lambda tag, attributes: elements.append([tag, dict(attributes), ""])
+        parser.handle_data = lambda data: elements and elements[-1].__setitem__(2, elements[-1][2] + data)
+        parser.handle_endtag = lambda tag: elements.append(["", {}, ""])
+        parser.feed(page)
+        self.assertEqual([name for _, attributes, _ in elements for name in attributes
+                          if name in ("src", "style", "onclick") or (name == "href" and attributes[name][0] != "#")], [])
+        policy = next(a["content"] for tag, a, _ in elements if a.get("http-equiv") == "Content-Security-Policy")
+        own = {"script": set(), "style": set()}
+        for tag, attributes, text in elements:
+            if tag in own and not attributes:
+                own[tag].add("'sha256-" + base64.b64encode(hashlib.sha256(text.encode()).digest()).decode() + "'")
+        rules = dict(rule.strip().split(" ", 1) for rule in policy.split(";"))
+        self.assertEqual({key: set(value.split()) for key, value in rules.items()},
+                         {"default-src": {"'none'"}, "base-uri": {"'none'"}, "form-action": {"'none'"},
+                          "script-src": own["script"], "style-src": own["style"]})
+        chunks = [json.loads(text) for tag, attributes, text in elements if attributes.get("type") == "application/json"]
+        self.assertEqual([chunks[0]["t"][n] for n in chunks[0]["c"]], HOSTILE)
+        self.assertEqual(chunks[1], {"now": 1760000000, "incomplete": "1 file"})
+
+    def test_memory(self):
+        """What is kept of a report does not grow with its paths."""
+        if not made_report.OPTIONS.measure:
+            return
+        made = folder(self, "in", *(record(f"/{number}/{'x' * 60000}") for number in range(1500)))
+        for command in (["csv", made, "-o", made / "x"], ["html", made, "-o", made / "x"],
+                        ["cyclonedx", made, "-o", made / "x"], ["merge", made / "all", made], ["diff", made, made]):
+            done = subprocess.run([sys.executable, "-c", PEAK, made_report.OPTIONS.report, *command], check=True,
+                                  capture_output=True)
+            self.assertLess(int(done.stdout), 64 << 10, command[0])
+        made_report.shutil.rmtree(made)
+
+
+if __name__ == "__main__":
+    made_report.main()
