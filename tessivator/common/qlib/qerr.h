@@ -35,6 +35,7 @@ inline constexpr qerr_t QERR_BUFFER_SMALL = 1009;
 inline constexpr qerr_t QERR_SHARING = 1020;
 inline constexpr qerr_t QERR_BAD_IMAGE = 1062;  // not a valid image, or a file of no interest
 inline constexpr qerr_t QERR_EMPTY_FILE = 1064;
+inline constexpr qerr_t QERR_CANCELLED = 1088;
 inline constexpr qerr_t QERR_DRIVE_TYPE = 1090;  // a volume of a kind that is not supported
 inline constexpr qerr_t QERR_CKSUM_BYPASSED = 1099;
 inline constexpr qerr_t QERR_ALL_BITS = 0xFFFFFFFFU;  // -1

@@ -7,6 +7,7 @@
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile_provider.h"
+#include "common/qlib/qlib.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qreplaceable.h"
 
@@ -61,10 +62,15 @@ qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_
   if (buffer == nullptr) return QERR_ARG2;
   if (bytes_read == nullptr) return QERR_ARG4;
   *bytes_read = 0;
-  return handle->read(buffer, size, *bytes_read).code;
+  if (qlib_is_cancelled()) return QERR_CANCELLED;
+  const qerr_t code = handle->read(buffer, size, *bytes_read).code;
+  handle->note(code);
+  return code;
 }
 
 Bytes qfile_held(qfile_t handle) noexcept { return handle == QFILE_INVALID ? Bytes() : handle->held(); }
+
+qerr_t qfile_failure(qfile_t handle) noexcept { return handle == QFILE_INVALID ? QERR_ARG1 : handle->failure(); }
 
 qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size, std::uint32_t* bytes_written) noexcept {
   if (handle == QFILE_INVALID) return QERR_ARG1;
@@ -141,6 +147,7 @@ qerr_t qfile_map(qfile_t handle, std::uint64_t length, const std::byte** view, s
   if (!bytes) return QERR_LOW_MEMORY;
   std::size_t done = 0;
   const qsys_status status = handle->view(bytes.get(), wanted, done);
+  handle->note(status.code);
   if (!status.ok()) return status.code;
   if (done < wanted) std::memset(bytes.get() + done, 0, wanted - done);
   if (mapped != nullptr) *mapped = length;

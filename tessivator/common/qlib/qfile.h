@@ -43,6 +43,9 @@ struct qfile_info {
 // The bytes from the position on that the open file keeps in memory, borrowed until it is closed; the position stays.
 // Nothing where it keeps none, which says nothing about the file's end.
 [[nodiscard]] Bytes qfile_held(qfile_t handle) noexcept;
+// The code of the first read of this handle that failed, QERR_OK when all went well: digests end silently where a read
+// fails.
+[[nodiscard]] qerr_t qfile_failure(qfile_t handle) noexcept;
 [[nodiscard]] qerr_t qfile_write(qfile_t handle, const void* buffer, std::uint32_t size,
                                  std::uint32_t* bytes_written) noexcept;
 // `origin` is one of QFILE_FROM_*; `new_position` may be null. Only from the end is the file asked, for its size.
@@ -73,11 +76,8 @@ struct qfile_info {
 [[nodiscard]] qerr_t qfile_delete(const qchar* path) noexcept;
 [[nodiscard]] qerr_t qfile_rmdir(const qchar* path) noexcept;
 [[nodiscard]] qerr_t qfile_mkdir(const qchar* path) noexcept;
-// Puts a file of these bytes at `path` in one step: they go to a new file beside it (".brantle-<random>.tmp") that then
-// replaces what stands at `path`, be it a file or a link, which is not followed. On any failure the new file is removed
-// and `path` is untouched. Directories are not created; a directory at `path` is an error. With `flush` other than 0
-// the bytes are on the device before they replace anything; without it a power cut can lose a file just written, but
-// never leaves one that a crash of this process cut short.
+// Puts a file of these bytes at `path` in one step, as qfile_replacement.h describes; `flush` other than 0 asks for the
+// flush of its commit. On any failure `path` is untouched. QERR_ARG1, QERR_ARG2, or the file's code.
 [[nodiscard]] qerr_t qfile_write_whole(const qchar* path, const void* bytes, std::size_t size,
                                        std::uint32_t flush) noexcept;
 // Copies bytes; `fail_if_exists` other than 0 refuses an existing target.

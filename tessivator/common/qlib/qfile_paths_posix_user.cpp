@@ -97,6 +97,9 @@ class local_provider final : public qfile_provider {
   qsys_status create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) override {
     return qfile_posix_create_exclusive(path, out);
   }
+  qsys_status create_nameless(const qchar* path, std::unique_ptr<qfile_object>& out) override {
+    return qfile_posix_create_nameless(path, out);
+  }
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
     return qfile_posix_search(pattern, out);
   }

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <limits>
 #include <new>
@@ -16,6 +17,11 @@ namespace {
 
 // The readahead hint is given once a reader has come this far: small files then cost no call for it.
 constexpr std::uint64_t sequential_from = std::uint64_t{1} << 20U;
+
+// Results can be read by all and written by their owner, unless the umask says less.
+constexpr mode_t new_file_mode = 0644;
+
+std::string proc_name(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
 
 // A directory has no bytes to read.
 std::uint64_t size_of(const struct stat& about) noexcept {
@@ -63,6 +69,22 @@ class posix_file final : public qfile_positioned {
   }
 
   qsys_status info(qfile_info& out) noexcept override { return qfile_posix_info(fd_.get(), "", out); }
+
+  qsys_status give_name(const qchar* path) override {
+    qfile_place place;
+    if (const int error = place.reach(path); error != 0) return qfile_status_of(error);
+    const std::string source = proc_name(fd_.get());
+    const int linked = ::linkat(AT_FDCWD, source.c_str(), place.directory(), place.name(), AT_SYMLINK_FOLLOW);
+    return linked == 0 ? qsys_status{} : qfile_status_of(errno);
+  }
+
+  void keep_mode(const qchar* path) override {
+    qfile_place place;
+    struct stat about {};
+    if (place.reach(path) != 0) return;
+    if (::fstatat(place.directory(), place.name(), &about, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(about.st_mode)) return;
+    (void)::fchmod(fd_.get(), about.st_mode & 0777);
+  }
 
   qsys_status flush() noexcept override {
     return qsys_retry([&] { return ::fsync(fd_.get()); }) == 0 ? qsys_status{} : qfile_status_of(errno);
@@ -176,8 +198,31 @@ qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfil
   const int error = place.reach(path);
   if (error != 0) return qfile_status_of(error);
   const int how = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  qsys_descriptor fd(qsys_retry([&] { return ::openat(place.directory(), place.name(), how, 0666); }));
+  qsys_descriptor fd(qsys_retry([&] { return ::openat(place.directory(), place.name(), how, new_file_mode); }));
   if (!fd.valid()) return qfile_status_of(errno);
+  // The lock tells that the writer lives. Who took the file for a dead one's just before has removed it by now.
+  struct stat about {};
+  (void)qsys_retry([&] { return ::flock(fd.get(), LOCK_EX); });
+  if (::fstat(fd.get(), &about) == 0 && about.st_nlink == 0) return {QERR_EXISTS, qsys_condition::already_exists};
+  out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
+  return {};
+}
+
+// A kernel without such files takes the flag for an ordinary open of a directory for writing.
+qsys_status qfile_posix_create_nameless(const qchar* path, std::unique_ptr<qfile_object>& out) {
+  qfile_place place;
+  const int error = place.reach(path);
+  if (error != 0) return qfile_status_of(error);
+  const std::string_view name(place.name());
+  const std::size_t cut = name.rfind('/');
+  const std::string folder(cut == std::string_view::npos ? "." : name.substr(0, cut + 1));
+  const int how = O_WRONLY | O_TMPFILE | O_CLOEXEC;
+  qsys_descriptor fd(qsys_retry([&] { return ::openat(place.directory(), folder.c_str(), how, new_file_mode); }));
+  const bool unknown = !fd.valid() && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL);
+  if (!fd.valid() && !unknown) return qfile_status_of(errno);
+  // The name is given by way of /proc.
+  if (!unknown) (void)::flock(fd.get(), LOCK_EX | LOCK_NB);
+  if (unknown || ::access(proc_name(fd.get()).c_str(), F_OK) != 0) return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
   out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
   return {};
 }

@@ -20,6 +20,7 @@ inline constexpr int QFILE_NO_SUCH_NAME = ENOENT;
 // The parts of the local provider, one file each.
 qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out);
 qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out);
+qsys_status qfile_posix_create_nameless(const qchar* path, std::unique_ptr<qfile_object>& out);
 qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_search>& out);
 qsys_status qfile_posix_list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out);
 // Of an open file, or with a descriptor of AT_FDCWD of a path.

@@ -48,6 +48,11 @@ struct qfile_identity {
 class qfile_object {
  public:
   virtual ~qfile_object() = default;
+  // The first failure of a read, for who asks when all that wanted bytes are done.
+  [[nodiscard]] qerr_t failure() const noexcept { return failure_; }
+  void note(qerr_t code) noexcept {
+    if (failure_ == QERR_OK) failure_ = code;
+  }
   virtual qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
   virtual qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
   virtual qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept = 0;
@@ -60,6 +65,16 @@ class qfile_object {
   [[nodiscard]] virtual Bytes held() noexcept { return {}; }
   // Hands written bytes to the storage device, as far as this kind of storage can.
   virtual qsys_status flush() noexcept { return {}; }
+  // Gives a file of create_nameless its name; already_exists when anything stands there.
+  virtual qsys_status give_name(const qchar* path) {
+    (void)path;
+    return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
+  }
+  // Gives this new file, which is to replace the file at `path`, what rights of it the storage can.
+  virtual void keep_mode(const qchar* path) { (void)path; }
+
+ private:
+  qerr_t failure_ = QERR_OK;
 };
 
 // What open files of every storage have in common: the position, kept here so that seeking costs no call, and the first
@@ -136,6 +151,13 @@ class qfile_provider {
   // Creates a file that does not exist yet and opens it for writing, shared with nobody; a link that stands at `path`
   // is never followed.
   virtual qsys_status create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) = 0;
+  // Creates a file without a name in the folder of `path` and opens it for writing: it is gone when it is closed before
+  // it has got a name. QERR_NOT_IMPLEMENTED where the storage has no such files.
+  virtual qsys_status create_nameless(const qchar* path, std::unique_ptr<qfile_object>& out) {
+    (void)path;
+    (void)out;
+    return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
+  }
   // Searches for `pattern`: a path whose last component may hold * and ?. `out` yields the matches one by one. Sockets,
   // FIFOs and devices are never among them.
   virtual qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) = 0;

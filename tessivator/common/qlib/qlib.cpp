@@ -14,6 +14,8 @@ std::mutex library_lock;
 std::uint32_t users = 0;
 std::atomic<bool> initialised{false};
 std::atomic<bool> standalone{false};
+std::atomic<bool> cancelled{false};
+static_assert(std::atomic<bool>::is_always_lock_free);  // a signal handler sets it
 
 }  // namespace
 
@@ -47,3 +49,7 @@ bool qlib_lib_is_initialised() noexcept { return initialised.load(std::memory_or
 void qlib_set_standalone(bool on) noexcept { standalone.store(on, std::memory_order_relaxed); }
 
 bool qlib_get_standalone() noexcept { return standalone.load(std::memory_order_relaxed); }
+
+void qlib_cancel() noexcept { cancelled.store(true, std::memory_order_relaxed); }
+
+bool qlib_is_cancelled() noexcept { return cancelled.load(std::memory_order_relaxed); }

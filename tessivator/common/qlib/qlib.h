@@ -18,3 +18,8 @@ void qlib_lib_fini_basic() noexcept;
 // configuration's feature masks. Every front end switches it on before it scans.
 void qlib_set_standalone(bool on) noexcept;
 [[nodiscard]] bool qlib_get_standalone() noexcept;
+
+// Asks every scan of this process to stop: from now on reads of files answer QERR_CANCELLED. Safe in a signal handler
+// and never taken back: it is for a program that was told to end, not for the host of a library.
+void qlib_cancel() noexcept;
+[[nodiscard]] bool qlib_is_cancelled() noexcept;

@@ -1,0 +1,48 @@
+// A file that is written piece by piece and takes its place in one step when it is complete.
+//
+// Its bytes go to a new file in the target's folder: one without a name where the storage has such files (Linux), else
+// one named ".brantle-<16 hexadecimal digits>.tmp" that is locked while its writer lives. Then it replaces what stands
+// at the target, be it a file or a link, which is not followed.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "common/qlib/qtypes.h"
+
+class qfile_object;
+class qfile_provider;
+
+// Used by one thread; when it is destroyed before commit has succeeded, the new file is gone and the target untouched.
+class qfile_replacement {
+ public:
+  qfile_replacement() noexcept;
+  qfile_replacement(const qfile_replacement&) = delete;
+  qfile_replacement& operator=(const qfile_replacement&) = delete;
+  ~qfile_replacement();
+
+  // Creates the new file; directories are not created. On POSIX systems it gets the mode of the regular file that it is
+  // to replace, or 0644 less the umask. QERR_ARG1 without a path, QERR_LOW_MEMORY (also for a system without random
+  // numbers), or the file's code.
+  [[nodiscard]] qerr_t begin(const qchar* path) noexcept;
+  // Appends. QERR_ARG1 before begin has succeeded, QERR_ARG2 without bytes, or the file's code.
+  [[nodiscard]] qerr_t write(const void* bytes, std::size_t size) noexcept;
+  // Puts the file in its place. With `flush` its bytes are on the device before they replace anything; without it a
+  // power cut can lose a file just written. QERR_ARG1 before begin, or the file's code; a directory at the target is an
+  // error.
+  [[nodiscard]] qerr_t commit(bool flush) noexcept;
+  // Gives the new file up at once, and the space that it takes.
+  void abandon() noexcept;
+
+ private:
+  qfile_provider* provider_ = nullptr;
+  std::u16string target_;
+  std::u16string name_;  // the new file's, empty while it has none
+  std::unique_ptr<qfile_object> file_;
+};
+
+// Whether the last component of `path` is a name that only such files have: a walk passes over them.
+[[nodiscard]] bool qfile_is_temporary(const qchar* path) noexcept;
+
+// Removes such files from `directory` whose writers are gone. What cannot be removed stays.
+void qfile_remove_temporaries(const qchar* directory) noexcept;
