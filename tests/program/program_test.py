@@ -8,6 +8,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -77,25 +78,27 @@ def told(path):
     return "Z:" + str(path).replace("/", "\\") if OPTIONS.wine else str(path)
 
 
-def scan(case, source, *options, out=None, timeout=120):
+def scan(case, source, *options, out=None, timeout=120, environment=None):
     """One run of the program. The output folder is new unless it is given."""
     if out is None:
         out = fresh(case, "out")
     command = [OPTIONS.brantle, told(source) if isinstance(source, pathlib.Path) else source,
                told(out) if isinstance(out, pathlib.Path) else out, *options]
-    return run(command, out, timeout)
+    return run(command, out, timeout, environment)
 
 
-def run(command, out, timeout=120):
+def run(command, out, timeout=120, environment=None):
     if OPTIONS.wine:
         # Wine hands a shell eight bits of an exit code; the launcher prints all of them.
         command = [OPTIONS.wine, OPTIONS.launcher, *command]
-    done = subprocess.run(command, capture_output=True, timeout=timeout, check=False)
+    done = subprocess.run(command, capture_output=True, timeout=timeout, check=False, env=environment)
     said = done.stdout.decode("utf-8", "replace").replace("\r\n", "\n")
     code = done.returncode
     if OPTIONS.wine:
         code = int(re.search(r"exit code (-?\d+)", done.stderr.decode()).group(1))
-    return Result(code, said, out)
+    result = Result(code, said, out)
+    result.complained = done.stderr.decode("utf-8", "replace")
+    return result
 
 
 def fresh(case, name):
@@ -103,6 +106,15 @@ def fresh(case, name):
     shutil.rmtree(path, ignore_errors=True)
     path.mkdir(parents=True)
     return path
+
+
+def opened(pid):
+    """What a process of Linux has open."""
+    for link in pathlib.Path(f"/proc/{pid}/fd").iterdir():
+        try:
+            yield os.readlink(link)
+        except OSError:
+            pass  # closed meanwhile
 
 
 def full_code(code):
@@ -301,6 +313,30 @@ class Codes(unittest.TestCase):
                          '<?xml version="1.0" encoding="UTF-8"?>\n<ExecutableData/>\n')
 
 
+class Whole(unittest.TestCase):
+    """Old results stay whole until new ones are complete, and what is missing is said."""
+
+    def setUp(self):
+        self.signed = (FIXTURES / "images" / "exe32_rsa.exe").read_bytes()
+
+    def test_what_dead_writers_left_goes_and_is_never_scanned(self):
+        source = fresh(self, "in")  # also the output
+        (source / ".brantle-0123456789abcdef.tmp").write_bytes(self.signed)
+        (source / ".brantle-0123456789abcdeg.tmp").write_bytes(self.signed)
+        (source / "info.xml").write_text("old")
+        result = scan(self, source, out=source)
+        self.assertEqual((result.code, set(result.records(source))), (0, {".brantle-0123456789abcdeg.tmp"}))
+        self.assertFalse((source / ".brantle-0123456789abcdef.tmp").exists())
+
+    def test_progress_and_totals(self):
+        source = fresh(self, "in")
+        (source / "a.exe").write_bytes(self.signed)
+        for setting in "1", "0", "":
+            result = scan(self, source, environment={**os.environ, "BRANTLE_PROGRESS": setting})
+            self.assertEqual((result.code, "1 files, 1 records, 1 certificates, " in result.complained),
+                             (0, setting == "1"))
+
+
 @unittest.skipIf("--wine" in " ".join(sys.argv), "names and links that Windows does not have")
 class Linux(unittest.TestCase):
     def setUp(self):
@@ -391,6 +427,28 @@ class Linux(unittest.TestCase):
         self.assertEqual(done.returncode, 0)
         self.assertEqual(len(Result(0, "", out).records(source)), 10000)
         shutil.rmtree(source)
+
+    def test_a_signal_ends_the_scan_and_leaves_the_old_report(self):
+        source, out = fresh(self, "in"), fresh(self, "out")
+        (source / "big.exe").write_bytes(self.signed)
+        os.truncate(source / "big.exe", 1 << 37)
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            (out / "info.xml").write_text("old")
+            with subprocess.Popen([OPTIONS.brantle, source, out]) as child:
+                while not any(link.endswith("big.exe") for link in opened(child.pid)):
+                    time.sleep(0.01)
+                child.send_signal(number)
+                self.assertEqual(child.wait(60), 128 + number)
+            self.assertEqual([(path.name, path.read_text()) for path in out.iterdir()], [("info.xml", "old")])
+
+    def test_the_mode_of_a_report(self):
+        out = fresh(self, "out")
+        for before, after in ((None, 0o640), (0o600, 0o600), (0o666, 0o666)):
+            if before:
+                (out / "info.xml").chmod(before)
+            self.assertEqual(subprocess.run([OPTIONS.brantle, FIXTURES / "images" / "exe32_rsa.exe", out],
+                                            umask=0o027, check=False).returncode, 0)
+            self.assertEqual((out / "info.xml").stat().st_mode & 0o777, after)
 
 
 def main():

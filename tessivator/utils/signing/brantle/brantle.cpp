@@ -1,14 +1,17 @@
 // The driver: connect, walk, one record and the certificates of each file, report.
 #include "utils/signing/brantle/brantle.h"
 
+#include <algorithm>
 #include <array>
 #include <new>
 #include <utility>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "utils/signing/brantle/brantle_report.h"
 #include "utils/signing/brantle/brantle_share.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
@@ -34,6 +37,8 @@ void wipe(std::u16string& text) noexcept {
 }
 
 }  // namespace
+
+Brantle::Brantle() = default;
 
 Brantle::~Brantle() noexcept(false) {
   closeScan();
@@ -74,6 +79,7 @@ std::int32_t Brantle::runScan() {
     if (connected != BRANTLE_OK) return connected;
   }
   const std::uint32_t opened = openWalk();
+  if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
   if (reposPath.empty()) return BRANTLE_INVALID_PATH;
   if (opened != QERR_OK) {
     (void)qstr_console_printf(u"\nInvalid Repos Path: [%s] specified.ecode %d: %s.\n", reposPath, opened,
@@ -81,7 +87,9 @@ std::int32_t Brantle::runScan() {
     return BRANTLE_INVALID_PATH;
   }
   if (checkAccess != 0) return BRANTLE_OK;
-  return scanEntries();
+  const std::int32_t result = scanEntries();
+  report.reset();  // of a scan that failed, nothing stays
+  return result;
 }
 
 std::int32_t Brantle::connectNwShare() {
@@ -118,28 +126,108 @@ std::uint32_t Brantle::nextEntry() {
   if (code != QERR_OK) return code;
   if (path != nullptr) currentFile = path;
   isDirectory = directory != 0;
+  isLink = symlink != 0;
   return QERR_OK;
 }
 
 std::int32_t Brantle::scanEntries() {
+  if (!outputPath.empty()) qfile_remove_temporaries(outputPath.c_str());
+  if (certsOnly == 0) report = std::make_unique<BrantleReport>(infoXmlPath);
   // The end of the walk and an error in its middle end the loop alike: what was gathered is reported.
-  for (std::uint32_t walked = QERR_OK; walked == QERR_OK; walked = nextEntry()) {
-    if (isDirectory) continue;
-    recordAdded = false;
-    openFile.reset();
-    if (certsOnly == 0) {
-      const std::uint32_t code = populateCurrentEXEInfo();
-      if (code != QERR_OK) {
-        QLOG(QLOG_WARNING, u"Could'nt get Installer Info for:[%s], ecode %d: %s.\n", currentFile, code,
-             qerr_get_string(code));
-      }
-    }
+  std::uint32_t walked = QERR_OK;
+  for (; walked == QERR_OK && !qlib_is_cancelled(); walked = nextEntry()) {
+    if (isDirectory || qfile_is_temporary(currentFile.c_str())) continue;
+    handleFile();
     if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
-    if (carriesCertificates(currentFile)) (void)populateCertNamesMapAndExtractCerts();
   }
   openFile.reset();
-  if (certsOnly == 0) writeInfoXml();
+  if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
+  leftOut.directories = walker->left_out.directories;
+  leftOut.ended_early = walker->left_out.ended_early;
+  if (certsOnly == 0) finishReport();
   return BRANTLE_OK;
+}
+
+// Want of memory for one file costs that file.
+void Brantle::handleFile() {
+  ++done.files;
+  if (watching != nullptr) watching->onFile(currentFile, done);
+  try {
+    gatherFile();
+  } catch (const std::bad_alloc&) {
+    leaveFileOut(QERR_LOW_MEMORY, false);
+  }
+}
+
+void Brantle::gatherFile() {
+  recordAdded = false;
+  packageSize = 0;
+  currentNames.reset();
+  openFile.reset();
+  bool told = false;
+  if (certsOnly == 0) {
+    const std::uint32_t code = populateCurrentEXEInfo();
+    told = code != QERR_OK;
+    if (told) {
+      QLOG_AS(QLOG_WARNING, "invoke", u"Could'nt get Installer Info for:[%s], ecode %d: %s.\n", currentFile, code,
+              qerr_get_string(code));
+    }
+  }
+  if (currentFile.empty()) return;
+  if (carriesCertificates(currentFile)) {
+    (void)blib_file_open(openFile, currentFile.c_str());
+    const std::uint32_t code = populateCertNamesMapAndExtractCerts();
+    told = told || (cabFile != 0 && code != QERR_OK);
+  }
+  if (qlib_is_cancelled()) return;  // what was read may have been cut short
+  if (recordAdded) {
+    ++done.records;
+    for (const sgn_cert_name* name = currentNames.get(); name != nullptr; name = name->next) ++done.certificates;
+    if (report) report->add(currentRecord, currentNames.get());
+  }
+  checkReading(told);
+}
+
+// A link that leads nowhere, to itself or to a device is no file that was left out.
+void Brantle::checkReading(bool told) {
+  qerr_t code = openFile.open_code;
+  if (code != QERR_OK) {
+    constexpr qerr_t no_file[] = {QERR_NOT_FOUND, 6, 20, 40};  // also: no such device, not a directory, too many links
+    if (isLink && std::find(std::begin(no_file), std::end(no_file), code) != std::end(no_file)) return;
+    leaveFileOut(code, told);
+    return;
+  }
+  if (openFile.file.get() == QFILE_INVALID) return;
+  const std::uint64_t had = openFile.image ? openFile.image->full_size : packageSize;
+  done.bytes += had;
+  code = qfile_failure(openFile.file.get());
+  std::uint64_t has = had;
+  if (code == QERR_OK && had != 0 && qfile_size(openFile.file.get(), &has) == QERR_OK && has < had) code = QERR_IO;
+  if (code != QERR_OK) leaveFileOut(code, false);
+}
+
+// `told`: a line has already said so.
+void Brantle::leaveFileOut(std::uint32_t code, bool told) {
+  ++leftOut.files;
+  if (told) return;
+  QLOG(QLOG_WARNING, u"Failed to read file %s. ecode %d: %s.\n", currentFile, code, qerr_get_string(code));
+}
+
+void Brantle::finishReport() {
+  const qerr_t code = report->finish(incompleteText());
+  if (code == QERR_OK) return;
+  QLOG(QLOG_WARNING, u"Failed to write report %s. ecode %d: %s.\n", infoXmlPath, code, qerr_get_string(code));
+}
+
+std::string Brantle::incompleteText() const {
+  if (leftOut.ended_early) return "incomplete: the walk ended early";
+  const auto counted = [](std::uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + (count == 1 ? one : many);
+  };
+  std::string text;
+  if (leftOut.directories != 0) text = counted(leftOut.directories, " directory", " directories");
+  if (leftOut.files != 0) text += (text.empty() ? "" : ", ") + counted(leftOut.files, " file", " files");
+  return text.empty() ? text : "incomplete: " + text;
 }
 
 void Brantle::closeScan() {

@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "blib/blib_bin.h"
 #include "common/qlib/qfile_itr.h"
@@ -20,6 +19,7 @@
 #include "sgn/sgn_cache.h"
 #include "sgn/sgn_x509.h"
 
+class BrantleReport;
 class MsiProductInfoExtractor;
 
 // Result codes of a request.
@@ -30,13 +30,29 @@ inline constexpr std::int32_t BRANTLE_INVALID_PATH = 20001;      // repository p
 inline constexpr std::int32_t BRANTLE_CONNECT_FAILED = 20002;    // share connection refused
 inline constexpr std::int32_t BRANTLE_CONNECT_CONFLICT = 20003;  // server already connected with other credentials
 inline constexpr std::int32_t BRANTLE_EXCEPTION = -1;
+inline constexpr std::int32_t BRANTLE_INTERRUPTED = -2;  // qlib_cancel was called; there is no new report
 
 // Path, checksums and product information of one file, in the byte order of the keys.
 using BrantleRecord = std::map<std::string, std::u16string>;
 
+// What a request has done so far.
+struct BrantleTotals {
+  std::uint64_t files = 0;  // looked at
+  std::uint64_t records = 0;
+  std::uint64_t certificates = 0;  // names listed: a certificate counts once for each file that carries it
+  std::uint64_t bytes = 0;         // of images and packages
+};
+
+// Is told of each file, on the request's thread, before it is read.
+class BrantleObserver {
+ public:
+  virtual ~BrantleObserver() = default;
+  virtual void onFile(const std::u16string& path, const BrantleTotals& totals) noexcept = 0;
+};
+
 class Brantle {
  public:
-  Brantle() = default;
+  Brantle();
   Brantle(const Brantle&) = delete;
   Brantle& operator=(const Brantle&) = delete;
   virtual ~Brantle() noexcept(false);
@@ -56,6 +72,14 @@ class Brantle {
   // Runs the request. Returns one of the result codes above; nothing is thrown.
   [[nodiscard]] std::int32_t invoke() noexcept;
 
+  // Who is told of the request's progress, or null; borrowed until invoke has returned.
+  void setObserver(BrantleObserver* observer) noexcept { watching = observer; }
+  [[nodiscard]] const BrantleTotals& totals() const noexcept { return done; }
+
+  // What invoke left out: "incomplete: 3 directories, 1 file" or "incomplete: the walk ended early"; empty when
+  // nothing.
+  [[nodiscard]] std::string incompleteText() const;
+
   // Overwrites the password; also done at destruction.
   void wipePassword() noexcept;
 
@@ -71,6 +95,11 @@ class Brantle {
   [[nodiscard]] std::uint32_t openWalk();
   [[nodiscard]] std::uint32_t nextEntry();
   [[nodiscard]] std::int32_t scanEntries();
+  void handleFile();
+  void gatherFile();
+  void checkReading(bool told);
+  void leaveFileOut(std::uint32_t code, bool told);
+  void finishReport();
   void closeScan();
 
   [[nodiscard]] std::uint32_t populateCurrentEXEInfo();
@@ -84,15 +113,11 @@ class Brantle {
   [[nodiscard]] std::uint32_t extractFromCabinet(sgn_cert_name** names, std::uint32_t& result);
   void appendBareRecord();
 
-  [[nodiscard]] std::string reportText() const;
-  void writeInfoXml() const;
-
   std::u16string userName;
   std::u16string password;
   std::u16string domain;
-  std::vector<BrantleRecord> records;                        // in scan order
-  std::map<std::u16string, SgnCertNamesOwner> certNamesMap;  // by the scanned file's path; a null list is an empty one
-  BrantleRecord currentRecord;
+  BrantleRecord currentRecord;     // complete when recordAdded says so
+  SgnCertNamesOwner currentNames;  // of the current file's certificates
   std::u16string currentFile;
   bool recordAdded = false;
   blib_file openFile;  // the current file: opened once for its record and its certificates
@@ -102,6 +127,12 @@ class Brantle {
   InvCfciOwner fileInfo;
   std::unique_ptr<qfile_itr> walker;
   bool isDirectory = true;
+  bool isLink = false;
   bool shareConnected = false;
   SgnStoreCacheOwner storeCache;  // which certificate files this request has already written
+  std::unique_ptr<BrantleReport> report;
+  std::uint64_t packageSize = 0;  // of the current package when its digests began
+  qfile_left_out leftOut;
+  BrantleTotals done;
+  BrantleObserver* watching = nullptr;
 };

@@ -33,7 +33,7 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
       QLOG(QLOG_WARNING, u"\t\t%s\n", node->name);
     }
   }
-  certNamesMap[currentFile] = std::move(list);
+  currentNames = std::move(list);
   return QERR_OK;
 }
 
@@ -75,6 +75,5 @@ void Brantle::appendBareRecord() {
   for (const char* key : {"SHA1", "productName", "companyName", "productVersion", "isInstaller"}) {
     currentRecord[key] = std::u16string();
   }
-  records.push_back(std::move(currentRecord));
   recordAdded = true;
 }

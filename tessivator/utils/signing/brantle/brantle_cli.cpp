@@ -7,6 +7,9 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_progress.h"
+#include "utils/signing/brantle/brantle_signals.h"
+#include "utils/signing/brantle/brantle_stderr.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
 
@@ -16,12 +19,25 @@ void logFailure(std::int32_t result) noexcept {
   QLOG_AS(QLOG_ERROR, "wmain", u"Final Error Code is unsuccessful: %d", result);
 }
 
+std::int32_t invokeVisibly(Brantle& request) {
+  BrantleProgress progress;
+  request.setObserver(&progress);
+  const std::int32_t result = request.invoke();
+  request.setObserver(nullptr);
+  if (request.checkAccess == 0) progress.finish(request.totals());
+  const std::string incomplete = request.incompleteText();
+  if (!incomplete.empty()) {
+    brantle_stderr_write(u"brantle: " + std::u16string(incomplete.begin(), incomplete.end()) + u"\n");
+  }
+  return result;
+}
+
 std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Brantle>& request) noexcept {
   std::int32_t result = BRANTLE_EXCEPTION;
   try {
     request = std::make_unique<Brantle>();
     result = request->parseArgs(argv, argc);
-    if (result == BRANTLE_OK) result = request->invoke();
+    if (result == BRANTLE_OK) result = invokeVisibly(*request);
   } catch (...) {
     (void)qstr_console_printf(u"Exception thrown!!!.");
     result = BRANTLE_EXCEPTION;
@@ -33,6 +49,7 @@ std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Bran
 }  // namespace
 
 std::int32_t brantle_cli_run(const qchar* const* argv, int argc) noexcept {
+  brantle_signals_begin();
   const qerr_t started = qlib_lib_init_basic();
   if (started != QERR_OK) return static_cast<std::int32_t>(started);
   qlib_set_standalone(true);
@@ -45,5 +62,5 @@ std::int32_t brantle_cli_run(const qchar* const* argv, int argc) noexcept {
     (void)qstr_console_printf(u"Failed to delete Brantle!!!.");
   }
   qlib_lib_fini_basic();
-  return result;
+  return result == BRANTLE_INTERRUPTED ? brantle_signals_result(result) : result;
 }

@@ -58,7 +58,6 @@ void Brantle::appendImageRecord() {
   currentRecord["productVersion"] = orEmpty(fileInfo->ProductVersion);
   currentRecord["isInstaller"] = (fileInfo->classification_flags & INV_CLASS_INSTALLER) != 0 ? u"yes" : u"no";
   currentRecord["Name"] = currentFile;
-  records.push_back(std::move(currentRecord));
   recordAdded = true;
 }
 
@@ -80,7 +79,6 @@ bool Brantle::appendPackageRecord() {
   currentRecord["SHA1"] = sha1;
   currentRecord["SHA256"] = sha256;
   currentRecord["Name"] = currentFile;
-  records.push_back(std::move(currentRecord));
   recordAdded = true;
   return true;
 }
@@ -91,6 +89,7 @@ std::uint32_t Brantle::getSHA_cksum(const std::u16string& path, std::u16string& 
     QLOG(QLOG_ERROR, u"Failed to open file '%s' for computing SHA1 err = %d.\n", path, code);
     return code;
   }
+  (void)qfile_size(openFile.file.get(), &packageSize);
   qcksum sum1{};
   qcksum sum256{};
   code = qcksum_compute_whole(QCKSUM_SHA1 | QCKSUM_SHA256, openFile.file.get(), &sum1, nullptr, &sum256);

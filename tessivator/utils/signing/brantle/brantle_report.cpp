@@ -1,11 +1,12 @@
-// The report document info.xml.
-#include <tinyxml2.h>
+#include "utils/signing/brantle/brantle_report.h"
 
-#include "common/qlib/qfile.h"
+#include "common/qlib/qerr.h"
 #include "common/qlib/qstr.h"
-#include "utils/signing/brantle/brantle.h"
 
 namespace {
+
+// What is gathered before it is written. The printer counts in int: nothing but one record ever adds to this.
+constexpr std::size_t piece = 65536;
 
 // XML 1.0 forbids most control characters, unpaired surrogates and the two noncharacters U+FFFE and U+FFFF;
 // one of them in a file name or version string would make the whole report unreadable.
@@ -40,31 +41,37 @@ void pushCertificates(tinyxml2::XMLPrinter& xml, const sgn_cert_name* names) {
 
 }  // namespace
 
-// Printed element by element: a document tree of a large repository would take several times the report's
-// size.
-std::string Brantle::reportText() const {
-  tinyxml2::XMLPrinter xml;
-  xml.PushDeclaration("xml version=\"1.0\" encoding=\"UTF-8\"");
-  xml.OpenElement("ExecutableData");
-  for (const BrantleRecord& record : records) {
-    xml.OpenElement("Executable");
-    for (const auto& [key, value] : record) {
-      xml.OpenElement(key.c_str());
-      xml.PushText(qstr_to_utf8(allowedText(value)).c_str());
-      xml.CloseElement();
-    }
-    const auto name = record.find("Name");
-    const auto found = name != record.end() ? certNamesMap.find(name->second) : certNamesMap.end();
-    pushCertificates(xml, found != certNamesMap.end() ? found->second.get() : nullptr);
-    xml.CloseElement();
-  }
-  xml.CloseElement();
-  return {xml.CStr(), static_cast<std::size_t>(xml.CStrSize()) - 1};
+// Printed element by element: a document tree of a large repository would take several times the report's size.
+BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(path.c_str())) {
+  xml_.PushDeclaration("xml version=\"1.0\" encoding=\"UTF-8\"");
+  xml_.OpenElement("ExecutableData");
 }
 
-// A report that cannot be written is not reported: the request's result tells about the scan, not about its
-// output.
-void Brantle::writeInfoXml() const {
-  const std::string text = reportText();
-  (void)qfile_write_whole(infoXmlPath.c_str(), text.data(), text.size(), 1);
+void BrantleReport::add(const BrantleRecord& record, const sgn_cert_name* names) {
+  if (code_ != QERR_OK) return;
+  xml_.OpenElement("Executable");
+  for (const auto& [key, value] : record) {
+    xml_.OpenElement(key.c_str());
+    xml_.PushText(qstr_to_utf8(allowedText(value)).c_str());
+    xml_.CloseElement();
+  }
+  pushCertificates(xml_, names);
+  xml_.CloseElement();
+  if (static_cast<std::size_t>(xml_.CStrSize()) > piece) drain();
+}
+
+qerr_t BrantleReport::finish(const std::string& comment) {
+  if (code_ != QERR_OK) return code_;
+  if (!comment.empty()) xml_.PushComment((" " + comment + " ").c_str());
+  xml_.CloseElement();
+  drain();
+  if (code_ == QERR_OK) code_ = file_.commit(true);
+  file_.abandon();
+  return code_;
+}
+
+void BrantleReport::drain() {
+  code_ = file_.write(xml_.CStr(), static_cast<std::size_t>(xml_.CStrSize()) - 1);
+  xml_.ClearBuffer(false);
+  if (code_ != QERR_OK) file_.abandon();  // a full disk has better uses for the space
 }

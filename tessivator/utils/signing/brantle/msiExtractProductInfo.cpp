@@ -1,6 +1,6 @@
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
-#include <limits>
+#include <algorithm>
 #include <utility>
 
 #include "common/qlib/qlog.h"
@@ -8,6 +8,8 @@
 static constexpr std::uint32_t module_id = QLOG_PROG;
 
 namespace {
+
+constexpr std::uint32_t longest_value = 4000;  // units
 
 // Closes a view or record when its turn is over.
 class HandleOwner {
@@ -58,11 +60,17 @@ msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name,
     QLOG(QLOG_ERROR, u"Failed getBufSizeInFetchedRecord rc =%d,error = %d\n", result, msi_last_system_error());
     return result;
   }
-  if (size == std::numeric_limits<std::uint32_t>::max()) return MSI_OUT_OF_MEMORY;
-  ++size;
+  // What does not fit is cut, as a record's version strings are.
+  const bool cut = size > longest_value;
+  size = std::min(size, longest_value) + 1;
   std::u16string buffer(size, u'\0');
   result = msi_record_get_string(record.get(), 1, buffer.data(), &size);
-  if (result != MSI_OK) {
+  if (result == MSI_MORE_DATA && cut) {
+    buffer[longest_value] = 0;
+    // Never inside a pair.
+    qchar& last = buffer[longest_value - 1];
+    if (last >= 0xD800 && last <= 0xDBFF) last = 0;
+  } else if (result != MSI_OK) {
     QLOG(QLOG_ERROR, u"Failed get STring rc =%d, error = %d\n", result, msi_last_system_error());
     return result;
   }

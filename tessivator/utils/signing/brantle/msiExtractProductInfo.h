@@ -14,8 +14,9 @@ class MsiProductInfoExtractor {
   MsiProductInfoExtractor& operator=(const MsiProductInfoExtractor&) = delete;
   virtual ~MsiProductInfoExtractor();
 
-  // The value of property `name`, up to its first zero unit. Returns MSI_OK or the installer's code (MSI_NO_MORE_ITEMS:
-  // no such property); `value` is written only on MSI_OK. Throws std::bad_alloc when memory runs out.
+  // The value of property `name`, up to its first zero unit and never more than 4,000 units. Returns MSI_OK or the
+  // installer's code (MSI_NO_MORE_ITEMS: no such property); `value` is written only on MSI_OK. Throws std::bad_alloc
+  // when memory runs out.
   [[nodiscard]] msi_result getPropertyValueFromMsi(std::u16string name, std::u16string& value);
 
   // Asks for the length in units of field 1 of a fetched record: MSI_MORE_DATA with the length in `size`, or, for

@@ -111,4 +111,42 @@ TEST_F(Driver, AConnectionIsRemovedWhenTheRequestEnds) {
   EXPECT_EQ(disconnects, 2);
 }
 
+// Whatever fails, the scan ends well, says what it left out, and keeps the old report when there is no new one.
+TEST_F(Driver, WhatWasLeftOutIsSaidAndAFailedReportKeepsTheOldOne) {
+  const struct {
+    file_op op;
+    std::u16string_view path;
+    qerr_t code;
+    const char* text;
+  } cases[] = {{file_op::exists, u"none", QERR_IO, ""},
+               {file_op::open, u".exe", QERR_PERMISSION, "incomplete: 1 file"},
+               {file_op::open, u".exe", QERR_LOW_MEMORY, "incomplete: 1 file"},
+               {file_op::read, u".exe", QERR_IO, "incomplete: 1 file"},
+               {file_op::list, u"sub", QERR_PERMISSION, "incomplete: 1 directory"},
+               {file_op::next, u"sub", QERR_IO, "incomplete: the walk ended early"},
+               {file_op::write, u".tmp", QERR_NO_SPACE, nullptr},
+               {file_op::create_exclusive, u".tmp", QERR_PERMISSION, nullptr}};
+  for (const auto& c : cases) {
+    put(u"in/a.exe", file_text(fixture_path("images/exe32_rsa.exe")));
+    put(u"in/sub/b.txt", "text");
+    put(u"out/info.xml", "old");
+    faulty_provider disk;
+    disk.only(std::u16string(c.path));
+    disk.fail(c.op, 1, c.code, faulty_provider::ALWAYS);
+    Brantle request;
+    request.setReposPath(text(root_ / "in"));
+    request.setOutputPath(text(root_ / "out"));
+    EXPECT_EQ(request.invoke(), BRANTLE_OK);
+    const std::string report = get(at(u"out/info.xml"));
+    if (c.text == nullptr) {
+      EXPECT_EQ(report, "old");
+      EXPECT_EQ(request.incompleteText(), "");
+    } else {
+      EXPECT_EQ(request.incompleteText(), c.text);
+      EXPECT_EQ(report.find(std::string("<!-- ") + c.text + " -->") != std::string::npos, *c.text != 0) << report;
+    }
+    for (const auto& entry : fs::directory_iterator(root_ / "out")) EXPECT_NE(entry.path().extension(), ".tmp");
+  }
+}
+
 }  // namespace

@@ -1,0 +1,12 @@
+// The signals that tell the program to end: a scan stops at its next block, leaves certificates and the old report
+// whole and no temporary file. Only the program handles them; in a host's process they are the host's.
+#pragma once
+
+#include <cstdint>
+
+// From now on INT, TERM and HUP (on Windows Ctrl-C, Ctrl-Break and the window's closing) call qlib_cancel; a second one
+// ends the process at once. A signal that the process was started to ignore stays ignored.
+void brantle_signals_begin() noexcept;
+
+// The exit code of a program that one of them ended: 130, 143 or 129, on Windows 0xC000013A; `result` when none came.
+[[nodiscard]] std::int32_t brantle_signals_result(std::int32_t result) noexcept;
