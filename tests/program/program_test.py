@@ -224,33 +224,6 @@ class Fixtures(unittest.TestCase):
                     stems = []  # a cabinet is read as one only when the request says so
                 self.assertEqual(self.records.get(row["file"], {"stems": []})["stems"], stems)
 
-    def test_version_strings(self):
-        for row in table("resources.tsv"):
-            with self.subTest(row["file"]):
-                record = self.records[row["file"]]
-                for key, column in (("companyName", "CompanyName"), ("productName", "ProductName"),
-                                    ("productVersion", "ProductVersion"), ("isInstaller", "isInstaller")):
-                    self.assertEqual(record[key], shown(row[column] or ""), key)
-
-    def test_packages(self):
-        for row in table("packages.tsv"):
-            if row["open"] == "?":
-                continue
-            with self.subTest(row["file"]):
-                if row["open"] != "0":
-                    self.assertNotIn(row["file"], self.records)
-                    continue
-                record = self.records[row["file"]]
-                self.assertEqual(record["isInstaller"], "yes")
-                for key, column in (("productName", "ProductName"), ("companyName", "Manufacturer"),
-                                    ("productVersion", "ProductVersion")):
-                    if row[column] == "?":
-                        continue
-                    value = "" if (row[column] or "").startswith("!") else shown(row[column] or "")
-                    if value.startswith("long:"):
-                        value = ("long text " * 400)[:int(value[5:])]
-                    self.assertEqual(record[key], value, key)
-
 
 class Cabinets(unittest.TestCase):
     def test_only_cabinets_are_read_as_cabinets(self):

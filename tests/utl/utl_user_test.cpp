@@ -1,5 +1,7 @@
 #include "utl/utl_user.h"
 
+#include <gmock/gmock.h>
+
 #include <optional>
 
 #include "common/qlib/qmem.h"
@@ -191,13 +193,12 @@ TEST_F(Paths, InstallDirectoryFailures) {
 TEST_F(Paths, MissingArguments) {
   qchar* text = nullptr;
   qfile_info info{};
-  EXPECT_EQ(utl_split_existing_path(nullptr, &text, &text), QERR_ARG1);
+  const qerr_t first[] = {utl_split_existing_path(nullptr, &text, &text), utl_get_long_name_alloc(nullptr, &text, 0),
+                          utl_get_full_long_name_alloc(nullptr, &text), utl_get_volume_path_alloc(nullptr, &text),
+                          utl_get_file_info(nullptr, &info)};
+  EXPECT_THAT(first, testing::Each(QERR_ARG1));
   EXPECT_EQ(utl_split_existing_path(u"x", nullptr, &text), QERR_ARG2);
   EXPECT_EQ(utl_split_existing_path(u"x", &text, nullptr), QERR_ARG3);
-  EXPECT_EQ(utl_get_long_name_alloc(nullptr, &text, 0), QERR_ARG1);
-  EXPECT_EQ(utl_get_full_long_name_alloc(nullptr, &text), QERR_ARG1);
-  EXPECT_EQ(utl_get_volume_path_alloc(nullptr, &text), QERR_ARG1);
-  EXPECT_EQ(utl_get_file_info(nullptr, &info), QERR_ARG1);
   EXPECT_EQ(utl_get_file_info(put(u"f", "123").c_str(), &info), QERR_OK);
   EXPECT_EQ(info.size, 3U);
 }

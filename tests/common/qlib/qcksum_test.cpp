@@ -1,9 +1,10 @@
 #include "common/qlib/qcksum.h"
 
-#include <fstream>
+#include <cstring>
 
+#include "support/fixture_table.h"
 #include "support/memory_file.h"
-#include "support/scratch.h"
+#include "support/runtime.h"
 
 namespace {
 
@@ -46,20 +47,6 @@ TEST_F(Checksums, ArgumentsAreChecked) {
   EXPECT_EQ(qcksum_compute(2, QFILE_INVALID, &record, nullptr, nullptr, 0, 0), QERR_ARG1);
 }
 
-TEST_F(Checksums, EmptyFile) {
-  memory_file file(std::string_view(""));
-  qcksum sha1{};
-  qcksum md5{};
-  qcksum sha256{};
-  ASSERT_EQ(qcksum_compute(7, &file, &sha1, &md5, &sha256, 0, 0), 0U);
-  EXPECT_EQ(hex(sha1), SHA1_EMPTY);
-  EXPECT_EQ(hex(md5), MD5_EMPTY);
-  EXPECT_EQ(hex(sha256), SHA256_EMPTY);
-  EXPECT_EQ(sha1.type, 2);
-  EXPECT_EQ(md5.type, 1);
-  EXPECT_EQ(sha256.type, 4);
-}
-
 TEST_F(Checksums, OffsetsLengthsAndShortReads) {
   const struct {
     std::uint32_t flags;
@@ -68,7 +55,9 @@ TEST_F(Checksums, OffsetsLengthsAndShortReads) {
     std::uint64_t length;
     std::uint32_t most_read;
     const char* digest;
-  } rows[] = {{2, 0, 0, 0, ~0U, "f3309429e310b64aac5531e848cf718f3ec63313"},
+  } rows[] = {{1, 1, 600000, 0, ~0U, MD5_EMPTY},
+              {2, 1, 600000, 0, ~0U, SHA1_EMPTY},
+              {2, 0, 0, 0, ~0U, "f3309429e310b64aac5531e848cf718f3ec63313"},
               {2, 0, 0, 0, 777, "f3309429e310b64aac5531e848cf718f3ec63313"},
               {2, 1, 0, 270000, ~0U, "8bfd78bd617328c4aaf0464eab2afd79efba49fb"},
               {1, 1, 0, 300000, 65536, "07ce78c6751154bf7d8b781cad7a1c83"},
@@ -84,6 +73,7 @@ TEST_F(Checksums, OffsetsLengthsAndShortReads) {
     qcksum record{};
     ASSERT_EQ(qcksum_compute(row.flags, &file, &record, &record, &record, row.offset, row.length), 0U);
     EXPECT_EQ(hex(record), row.digest) << row.flags << ' ' << row.offset << ' ' << row.length;
+    EXPECT_EQ(record.type, row.flags);
     EXPECT_EQ(file.position, 100U);
     EXPECT_EQ(file.sizes, static_cast<std::uint32_t>(row.sizes));
   }
@@ -139,13 +129,14 @@ TEST_F(Checksums, OtherFailuresAreReturned) {
 }
 
 TEST_F(Checksums, FilesByPath) {
-  const auto path = scratch_folder("checksums") / "file.bin";
-  std::ofstream(path, std::ios::binary) << pattern();
+  const std::u16string path = fixture_wide("packages/plain.msi");
   qcksum record{};
-  EXPECT_EQ(qcksum_compute_file(2, path.u16string().c_str(), &record, nullptr, nullptr, 0, 0), 0U);
-  EXPECT_EQ(hex(record), "f3309429e310b64aac5531e848cf718f3ec63313");
-  EXPECT_EQ(qcksum_compute_file(2, (path.u16string() + u".none").c_str(), &record, nullptr, nullptr, 0, 0),
-            QERR_NOT_FOUND);
+  EXPECT_EQ(qcksum_compute_file(2, path.c_str(), &record, nullptr, nullptr, 0, 0), 0U);
+  std::uint8_t digest[20];
+  const std::vector<std::byte> bytes = fixture_bytes("packages/plain.msi");
+  EXPECT_EQ(qcksum_buf_sha1(bytes.data(), bytes.size(), digest), QERR_OK);
+  EXPECT_EQ(hex(record), hex(digest, 20));
+  EXPECT_EQ(qcksum_compute_file(2, (path + u".none").c_str(), &record, nullptr, nullptr, 0, 0), QERR_NOT_FOUND);
 }
 
 TEST_F(Checksums, Buffers) {
@@ -236,21 +227,20 @@ TEST_F(Checksums, OutliveTheRuntime) {
 }
 
 TEST_F(Checksums, CompareByTypeAndItsLength) {
-  qcksum a{QCKSUM_SHA1, 20, {}};
-  qcksum b = a;
-  b.length = 3;
-  b.value[20] = 1;  // behind the digest
-  EXPECT_EQ(qcksum_compare(&a, &b), 1U);
-  b.value[19] = 1;
-  EXPECT_EQ(qcksum_compare(&a, &b), 0U);
-  b = a;
-  b.type = QCKSUM_MD5;
-  EXPECT_EQ(qcksum_compare(&a, &b), 0U);
-  a.type = b.type = 3;
-  EXPECT_EQ(qcksum_compare(&a, &b), 0U);
-  a.type = b.type = QCKSUM_SUM16;
-  EXPECT_EQ(qcksum_compare(&a, &b), 1U);
-  EXPECT_EQ(qcksum_compare(&a, nullptr), 0U);
+  const struct {
+    std::uint8_t type, other_type;
+    std::size_t differs_at;
+    std::uint32_t same;
+  } rows[] = {{QCKSUM_SHA1, QCKSUM_SHA1, 20, 1},  {QCKSUM_SHA1, QCKSUM_SHA1, 19, 0},
+              {QCKSUM_SHA1, QCKSUM_MD5, 60, 0},   {3, 3, 60, 0},
+              {QCKSUM_SUM16, QCKSUM_SUM16, 2, 1}, {QCKSUM_MD5, QCKSUM_MD5, 15, 0}};
+  for (const auto& row : rows) {
+    const qcksum a{row.type, 20, {}};
+    qcksum b{row.other_type, 3, {}};  // the lengths that they tell do not count
+    b.value[row.differs_at] = 1;
+    EXPECT_EQ(qcksum_compare(&a, &b), row.same) << row.differs_at;
+    EXPECT_EQ(qcksum_compare(&a, nullptr), 0U);
+  }
 }
 
 TEST_F(Checksums, TextOfARecordStaysInItsBuffer) {

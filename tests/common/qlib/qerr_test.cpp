@@ -44,8 +44,6 @@ TEST_F(Codes, HaveTexts) {
               {1008, u"No more values/keys left to iterate"},
               {1099, u"Fips driver is not loaded"},
               // No row: the two unused portable numbers, gaps of the extended range, both ends of it.
-              {41, u"OS defined error code"},
-              {58, u"OS defined error code"},
               {125, u"OS defined error code"},
               {1000, u"OS defined error code"},
               {1050, u"OS defined error code"},
@@ -89,14 +87,6 @@ TEST(Startup, IsCounted) {
   ASSERT_EQ(qlib_lib_init_basic(), 0U);
   EXPECT_TRUE(qlib_lib_is_initialised());
   qlib_lib_fini_basic();
-}
-
-TEST(Startup, StandaloneModeIsAFlag) {
-  EXPECT_FALSE(qlib_get_standalone());
-  qlib_set_standalone(true);
-  EXPECT_TRUE(qlib_get_standalone());
-  qlib_set_standalone(false);
-  EXPECT_FALSE(qlib_get_standalone());
 }
 
 }  // namespace
