@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "msi/msi_signature.h"
 
@@ -26,17 +27,21 @@ std::uint64_t message_length(msi_source& stream) noexcept {
 
 }  // namespace
 
+qerr_t signature_message_read(msi_source& stream, QmemPtr<std::byte>& bytes, std::uint32_t& length) noexcept {
+  const std::uint64_t whole = message_length(stream);
+  if (whole == 0) return QERR_NOT_FOUND;
+  const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(whole, MSI_MAX_SIGNATURE));
+  QmemPtr<std::byte> message(static_cast<std::byte*>(qmem_calloc(size, 1)));
+  if (!message) return QERR_LOW_MEMORY;
+  if (!stream.read(0, std::span(message.get(), size))) return QERR_NOT_FOUND;
+  bytes = std::move(message);
+  length = static_cast<std::uint32_t>(size);
+  return QERR_OK;
+}
+
 qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length) {
   const auto stream = package.stream(
       u"\x0005"
       u"DigitalSignature");
-  if (!stream) return QERR_NOT_FOUND;
-  const std::uint64_t whole = message_length(*stream);
-  if (whole == 0) return QERR_NOT_FOUND;
-  const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(whole, MSI_MAX_SIGNATURE));
-  bytes.reset(static_cast<std::byte*>(qmem_calloc(size, 1)));
-  if (!bytes) return QERR_LOW_MEMORY;
-  if (!stream->read(0, std::span(bytes.get(), size))) return QERR_NOT_FOUND;
-  length = static_cast<std::uint32_t>(size);
-  return QERR_OK;
+  return stream ? signature_message_read(*stream, bytes, length) : QERR_NOT_FOUND;
 }

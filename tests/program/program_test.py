@@ -201,6 +201,7 @@ class Fixtures(unittest.TestCase):
         shutil.rmtree(cls.root, ignore_errors=True)
         for folder in ("images", "packages", "cabinets", "pkcs7"):
             shutil.copytree(FIXTURES / folder, cls.root / folder)
+        shutil.copy(cls.root / "packages" / "product_rsa.msi", cls.root / "packages" / "renamed.exe")
         out = pathlib.Path(OPTIONS.scratch) / "fixtures_out"
         shutil.rmtree(out, ignore_errors=True)
         out.mkdir()
@@ -223,6 +224,10 @@ class Fixtures(unittest.TestCase):
                 if row["file"].startswith("cabinets/"):
                     stems = []  # a cabinet is read as one only when the request says so
                 self.assertEqual(self.records.get(row["file"], {"stems": []})["stems"], stems)
+
+    def test_a_package_of_another_name_is_signed_still(self):
+        package, renamed = (self.records["packages/" + name] for name in ("product_rsa.msi", "renamed.exe"))
+        self.assertEqual((renamed["stems"], "SHA256" in renamed), (package["stems"], False))
 
 
 class Cabinets(unittest.TestCase):

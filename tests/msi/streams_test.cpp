@@ -1,13 +1,31 @@
+// The streams of a package, read from memory.
 #include <gtest/gtest.h>
 
-#include <array>
+#include <cstring>
 #include <string>
+#include <utility>
 
-#include "memory_source.h"
+#include "common/qlib/qerr.h"
+#include "msi/msi_signature.h"
 #include "msi/property_table.h"
+#include "msi/signature_stream.h"
 #include "msi/string_pool.h"
 
 namespace {
+
+class memory_source final : public msi_source {
+ public:
+  explicit memory_source(std::string bytes) : bytes_(std::move(bytes)) {}
+  [[nodiscard]] std::uint64_t size() const noexcept override { return bytes_.size(); }
+  [[nodiscard]] bool read(std::uint64_t offset, std::span<std::byte> out) noexcept override {
+    if (offset > bytes_.size() || out.size() > bytes_.size() - offset) return false;
+    std::memcpy(out.data(), bytes_.data() + offset, out.size());
+    return true;
+  }
+
+ private:
+  std::string bytes_;
+};
 
 std::string words(std::initializer_list<unsigned> values) {
   std::string bytes;
@@ -19,7 +37,7 @@ std::string words(std::initializer_list<unsigned> values) {
 }
 
 // The text of `number` in a pool of `entries` behind a header.
-std::u16string text_of(unsigned code_page, const std::string& entries, std::string_view data, std::uint32_t number) {
+std::u16string text_of(unsigned code_page, const std::string& entries, const std::string& data, std::uint32_t number) {
   memory_source pool(words({code_page & 0xFFFF, code_page >> 16}) + entries);
   memory_source bytes(data);
   string_pool strings(pool, bytes);
@@ -137,6 +155,42 @@ TEST(PropertyTable, LooksUpRowsOfEveryForm) {
     EXPECT_EQ(got.result, c.result) << c.what;
     EXPECT_EQ(got.text, c.text) << c.what;
   }
+}
+
+// What comes out of a stream, behind the code.
+std::string message_of(const std::string& content) {
+  memory_source stream(content);
+  QmemPtr<std::byte> bytes;
+  std::uint32_t length = 0;
+  const qerr_t code = signature_message_read(stream, bytes, length);
+  return std::to_string(code) + " " + std::string(reinterpret_cast<const char*>(bytes.get()), length);
+}
+
+TEST(SignatureStream, HandsOutOneMessage) {
+  const std::string body(300, 'b');
+  const std::string two_bytes = "\x30\x82\x01\x2C" + body;
+  const std::string open_length("\x30\x80\x02\x01\x01\x00\x00", 7);
+  const std::string huge = "\x30\x84\x01\x10" + std::string(2, '\0') + std::string(0x1100000, 'b');
+  struct {
+    const char* what;
+    std::string content;
+    std::string expected;
+  } const cases[] = {
+      {"short form", "\x30\x03xyz", "0 \x30\x03xyz"},
+      {"bytes behind the message", "\x30\x03xyzuv", "0 \x30\x03xyz"},
+      {"one byte of length", "\x30\x81\x03xyz", "0 \x30\x81\x03xyz"},
+      {"two bytes of length", two_bytes + "tail", "0 " + two_bytes},
+      {"open length: the whole stream", open_length, "0 " + open_length},
+      {"no more than anybody decodes", huge, "0 " + huge.substr(0, MSI_MAX_SIGNATURE)},
+      {"empty stream", "", "2 "},
+      {"one byte", "\x30", "2 "},
+      {"another tag", "\x31\x03xyz", "2 "},
+      {"longer than the stream", "\x30\x04xyz", "2 "},
+      {"length cut", "\x30\x82\x01", "2 "},
+      {"four gibibytes", "\x30\x84\xFF\xFF\xFF\xFFxyz", "2 "},
+      {"nine bytes of length", "\x30\x89\x01\x01\x01\x01\x01\x01\x01\x01\x01", "2 "},
+  };
+  for (const auto& c : cases) EXPECT_TRUE(message_of(c.content) == c.expected) << c.what;
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+"""large_packages.py FOLDER: makes packages that are too large to keep, with the table of what they must answer.
+
+`reads` bounds the pieces of the file that are read for the record and the signature together.
+"""
+import os
+import pathlib
+import sys
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures" / "scripts"))
+from msi import CLASS, Package  # noqa: E402
+from ole import Compound  # noqa: E402
+from read_package import ANSWERS  # noqa: E402
+
+WORKS = [("ProductName", b"Fixture Product"), ("Manufacturer", b"Fixture Works"), ("ProductVersion", b"1.2.3")]
+FOUND = ["0", "Fixture Product", "Fixture Works", "1.2.3", "-"]
+REFUSED = ["110", "", "", "", "-"]
+
+
+def with_streams(count, line):
+    streams = list(Package(WORKS).streams.items())
+    return Compound(streams + [("s%05d" % i, b"") for i in range(count - len(streams) - 1)], CLASS, line=line).bytes()
+
+
+def with_cabinet(version):
+    return Compound([*Package(WORKS).streams.items(), ("Cabinet", b"c" * (30 << 20))], CLASS, version).bytes()
+
+
+def with_rows(count, wide):
+    """The three properties behind as many others."""
+    return Package([("P%d" % i, b"V%d" % i) for i in range(count)] + WORKS, wide=wide).bytes()
+
+
+def main(folder):
+    packages = [
+        ("streams_1030_in_line", with_streams(1030, True), FOUND, 40),
+        ("streams_60000_in_line", with_streams(60000, True), FOUND, 1200),
+        ("streams_4200_balanced", with_streams(4200, False), FOUND, 100),
+        ("streams_65540", with_streams(65540, False), REFUSED, 1200),
+        ("sectors_512_30_MB", with_cabinet(3), FOUND, 60),
+        ("sectors_4096_30_MB", with_cabinet(4), FOUND, 40),
+        ("rows_5000", with_rows(5000, False), FOUND, 400),
+        ("strings_70000", with_rows(35000, True), FOUND, 2000),
+    ]
+    for part in ("expected", "packages"):
+        os.makedirs(os.path.join(folder, part), exist_ok=True)
+    lines = ["\t".join(["file", *ANSWERS, "reads"])]
+    for name, data, found, reads in packages:
+        pathlib.Path(folder, "packages", name + ".msi").write_bytes(data)
+        lines.append("\t".join(["packages/%s.msi" % name, *found, str(reads)]))
+    pathlib.Path(folder, "expected", "packages.tsv").write_text("\n".join(lines) + "\n")
+
+
+main(sys.argv[1])
