@@ -1,11 +1,10 @@
 // The certificates of one file: from its signatures to names and files.
 #include "sgn/sgn_x509.h"
 
-#include <algorithm>
-
 #include "blib/blib_bin.h"
 #include "blib/blib_cert.h"
 #include "common/qlib/qlog.h"
+#include "msi/msi_package.h"
 #include "sgn/sgn_msi.h"
 #include "sgn/sgn_names.h"
 #include "sgn/sgn_pkcs7.h"
@@ -94,10 +93,10 @@ qerr_t process_signature(const qchar* path, Bytes signature, const sgn_request& 
   return code;
 }
 
-qerr_t process_package(const qchar* path, const sgn_request& request, sgn_name_list& names) {
+qerr_t process_package(const qchar* path, msi_package* package, const sgn_request& request, sgn_name_list& names) {
   std::byte* buffer = nullptr;
   std::uint32_t length = 0;
-  const qerr_t code = sgn_msi_get_cert_buf_alloc(path, &buffer, &length);
+  const qerr_t code = sgn_msi_get_package_cert_buf_alloc(package, path, &buffer, &length);
   const QmemPtr<std::byte> owner(buffer);
   return code != QERR_OK ? code : process_signature(path, {buffer, length}, request, names);
 }
@@ -108,10 +107,11 @@ qerr_t process_file(const qchar* given_path, const sgn_request& request, sgn_nam
   if (const qerr_t code = utl_get_full_long_name_alloc(given_path, &path); code != QERR_OK) return code;
   const QmemPtr<qchar> path_owner(path);
   log_start(path);
-  blib_bin* image = nullptr;
-  if (blib_bin_open(path, &image, QFILE_READ, 0) != QERR_OK) return process_package(path, request, names);
-  const BlibBinOwner image_owner(image);
-  return process_image(path, image, request, names);
+  blib_file opened;
+  if (blib_file_open_image(opened, path) == QERR_OK) return process_image(path, opened.image.get(), request, names);
+  std::shared_ptr<msi_package> package;
+  if (opened.open_code == QERR_OK) (void)msi_package_open_file(path, opened.file.get(), &package);
+  return process_package(path, package.get(), request, names);
 }
 
 // Runs `body` with an empty list, and hands the list out.
@@ -147,6 +147,17 @@ qerr_t sgn_x509_store_certs_of_image(blib_bin* image, const qchar* path, const q
   log_start(path);
   return with_names(out_names, [&](sgn_name_list& names) {
     return process_image(path, image, {output_directory, all_flag, cache}, names);
+  });
+}
+
+qerr_t sgn_x509_store_certs_of_package(msi_package* package, const qchar* path, const qchar* output_directory,
+                                       sgn_cert_name** out_names, std::uint32_t all_flag,
+                                       sgn_store_cache* cache) noexcept {
+  if (path == nullptr) return QERR_ARG2;
+  if (out_names == nullptr) return QERR_ARG4;
+  log_start(path);
+  return with_names(out_names, [&](sgn_name_list& names) {
+    return process_package(path, package, {output_directory, all_flag, cache}, names);
   });
 }
 

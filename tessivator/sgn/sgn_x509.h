@@ -13,6 +13,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 
+class msi_package;       // an open package (msi/msi_package.h)
 struct blib_bin;         // an open image (blib/blib_bin.h)
 struct sgn_p7;           // a decoded signature (sgn_pkcs7.h)
 struct sgn_store_cache;  // what one request has already decoded and written (sgn_cache.h)
@@ -48,11 +49,14 @@ using SgnCertNamesOwner = std::unique_ptr<sgn_cert_name, FreeWith<sgn_cert_names
                                                             sgn_cert_name** out_names, std::uint32_t database_flag,
                                                             std::uint32_t all_flag) noexcept;
 
-// The same for what the caller has open already: an image, which stays the caller's, or the bytes of a package's
-// signature. `path` is the full path of the file; it is only named in log lines.
+// The same for what the caller has open already and keeps: an image, or a package (null: the file is neither). `path`
+// is the full path of the file; it is only named in log lines.
 [[nodiscard]] qerr_t sgn_x509_store_certs_of_image(blib_bin* image, const qchar* path, const qchar* output_directory,
                                                    sgn_cert_name** out_names, std::uint32_t all_flag,
                                                    sgn_store_cache* cache) noexcept;
+[[nodiscard]] qerr_t sgn_x509_store_certs_of_package(msi_package* package, const qchar* path,
+                                                     const qchar* output_directory, sgn_cert_name** out_names,
+                                                     std::uint32_t all_flag, sgn_store_cache* cache) noexcept;
 [[nodiscard]] qerr_t sgn_x509_store_certs_of_signature(Bytes signature, const qchar* path,
                                                        const qchar* output_directory, sgn_cert_name** out_names,
                                                        std::uint32_t all_flag, sgn_store_cache* cache) noexcept;

@@ -1,5 +1,6 @@
 #include "common/qlib/qstr.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -16,6 +17,17 @@ constexpr std::uint32_t insufficient_buffer = 122;
 
 char16_t fold_ascii(char16_t unit) noexcept {
   return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
+}
+
+// The ASCII characters that `text` begins with, in the other width.
+template <class Result, class Text>
+Result ascii_head(Text text) {
+  const auto end =
+      std::find_if(text.begin(), text.end(), [](auto unit) { return static_cast<char32_t>(unit) >= 0x80; });
+  Result head(static_cast<std::size_t>(end - text.begin()), 0);
+  std::transform(text.begin(), end, head.begin(),
+                 [](auto unit) { return static_cast<typename Result::value_type>(unit); });
+  return head;
 }
 
 }  // namespace
@@ -88,9 +100,11 @@ char* qstr_qtou(char* destination, std::size_t destination_bytes, const qchar* w
   return nullptr;
 }
 
+// Nearly all texts are ASCII from end to end, which needs no decoder.
 std::string qstr_to_utf8(std::u16string_view wide) {
-  std::string text;
-  text.reserve(wide.size());
+  std::string text = ascii_head<std::string>(wide);
+  wide.remove_prefix(text.size());
+  text.reserve(text.size() + wide.size());
   while (!wide.empty()) {
     const qutf8_step step = qutf16_next(wide);
     qutf8_append(text, step.scalar);
@@ -100,8 +114,9 @@ std::string qstr_to_utf8(std::u16string_view wide) {
 }
 
 std::u16string qstr_to_wide(std::string_view utf8) {
-  std::u16string text;
-  text.reserve(utf8.size());
+  std::u16string text = ascii_head<std::u16string>(utf8);
+  utf8.remove_prefix(text.size());
+  text.reserve(text.size() + utf8.size());
   while (!utf8.empty()) {
     const qutf8_step step = qutf8_next(utf8);
     qutf16_append(text, step.scalar);

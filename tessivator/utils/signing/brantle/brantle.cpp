@@ -11,6 +11,7 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "msi/msi_package.h"
 #include "utils/signing/brantle/brantle_report.h"
 #include "utils/signing/brantle/brantle_share.h"
 
@@ -140,7 +141,7 @@ std::int32_t Brantle::scanEntries() {
     handleFile();
     if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
   }
-  openFile.reset();
+  closeFile();
   if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
   leftOut.directories = walker->left_out.directories;
   leftOut.ended_early = walker->left_out.ended_early;
@@ -163,7 +164,7 @@ void Brantle::gatherFile() {
   recordAdded = false;
   packageSize = 0;
   currentNames.reset();
-  openFile.reset();
+  closeFile();
   bool told = false;
   if (certsOnly == 0) {
     const std::uint32_t code = populateCurrentEXEInfo();
@@ -230,8 +231,23 @@ std::string Brantle::incompleteText() const {
   return text.empty() ? text : "incomplete: " + text;
 }
 
+// Null for a file that cannot be opened or is no package.
+const std::shared_ptr<msi_package>& Brantle::currentPackage() {
+  if (!packageTried && blib_file_open(openFile, currentFile.c_str()) == QERR_OK) {
+    (void)msi_package_open_file(currentFile.c_str(), openFile.file.get(), &openPackage);
+  }
+  packageTried = true;
+  return openPackage;
+}
+
+void Brantle::closeFile() {
+  openPackage.reset();
+  packageTried = false;
+  openFile.reset();
+}
+
 void Brantle::closeScan() {
-  openFile.reset();  // no share is given back while a file on it is open
+  closeFile();  // no share is given back while a file on it is open
   if (walker != nullptr) {
     (void)qfile_itr_close(walker.get());
     walker.reset();

@@ -21,6 +21,7 @@
 
 class BrantleReport;
 class MsiProductInfoExtractor;
+class msi_package;
 
 // Result codes of a request.
 inline constexpr std::int32_t BRANTLE_OK = 0;
@@ -100,6 +101,8 @@ class Brantle {
   void checkReading(bool told);
   void leaveFileOut(std::uint32_t code, bool told);
   void finishReport();
+  void closeFile();
+  [[nodiscard]] const std::shared_ptr<msi_package>& currentPackage();
   void closeScan();
 
   [[nodiscard]] std::uint32_t populateCurrentEXEInfo();
@@ -120,7 +123,9 @@ class Brantle {
   SgnCertNamesOwner currentNames;  // of the current file's certificates
   std::u16string currentFile;
   bool recordAdded = false;
-  blib_file openFile;  // the current file: opened once for its record and its certificates
+  blib_file openFile;                        // the current file: opened once for its record and its certificates
+  std::shared_ptr<msi_package> openPackage;  // over openFile
+  bool packageTried = false;
   std::u16string reposPath;
   std::u16string infoXmlPath;
   std::u16string outputPath;

@@ -42,11 +42,11 @@ std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& resu
   if (cabFile != 0) return extractFromCabinet(names, result);
   const auto all = static_cast<std::uint32_t>(allCerts);
   const qchar* const path = currentFile.c_str();
-  if (certsOnly != 0) (void)blib_file_open_image(openFile, path);  // no record has looked at the file
   result =
-      openFile.image
+      blib_file_open_image(openFile, path) == QERR_OK
           ? sgn_x509_store_certs_of_image(openFile.image.get(), path, outputPath.c_str(), names, all, storeCache.get())
-          : sgn_x509_get_certnames_and_store_certs_ex(path, outputPath.c_str(), names, 0, all, storeCache.get());
+          : sgn_x509_store_certs_of_package(currentPackage().get(), path, outputPath.c_str(), names, all,
+                                            storeCache.get());
   if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
   return result;
 }

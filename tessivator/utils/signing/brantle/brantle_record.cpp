@@ -64,7 +64,7 @@ void Brantle::appendImageRecord() {
 // False when the package cannot be opened; it then gets no record.
 bool Brantle::appendPackageRecord() {
   try {
-    MsiProductInfoExtractor extractor(currentFile);
+    MsiProductInfoExtractor extractor(currentFile, currentPackage());
     populateMsiInfo(extractor, currentRecord);
   } catch (const std::uint32_t rc) {
     QLOG(QLOG_ERROR, u"Invalid Msi rc =%d, error = %d\n", rc, msi_last_system_error());

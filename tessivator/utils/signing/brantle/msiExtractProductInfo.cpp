@@ -32,6 +32,13 @@ MsiProductInfoExtractor::MsiProductInfoExtractor(const std::u16string& path) : p
   if (result != MSI_OK) throw std::uint32_t{result};
 }
 
+MsiProductInfoExtractor::MsiProductInfoExtractor(const std::u16string& path,
+                                                 const std::shared_ptr<msi_package>& package)
+    : path_(path) {
+  const msi_result result = msi_open_package_database(package, &database_);
+  if (result != MSI_OK) throw std::uint32_t{result};
+}
+
 MsiProductInfoExtractor::~MsiProductInfoExtractor() { (void)msi_close_handle(database_); }
 
 msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name, std::u16string& value) {

@@ -1,6 +1,7 @@
 // Product properties of an installer package.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "msi/msi_database.h"
@@ -10,6 +11,8 @@ class MsiProductInfoExtractor {
  public:
   // Opens the package at `path` read-only. Throws the installer's code as a std::uint32_t when that fails.
   explicit MsiProductInfoExtractor(const std::u16string& path);
+  // The same for a package that is open already (null: the file is none).
+  MsiProductInfoExtractor(const std::u16string& path, const std::shared_ptr<msi_package>& package);
   MsiProductInfoExtractor(const MsiProductInfoExtractor&) = delete;
   MsiProductInfoExtractor& operator=(const MsiProductInfoExtractor&) = delete;
   virtual ~MsiProductInfoExtractor();

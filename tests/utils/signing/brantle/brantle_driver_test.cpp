@@ -78,12 +78,12 @@ TEST_F(Driver, WhatIsNotThereLeavesNothing) {
 }
 
 TEST_F(Driver, AFileIsOpenedOnceForAllThatIsSaidAboutIt) {
-  for (const char* name : {"exe64_rsa.exe", "exe32.exe"}) {
-    fs::copy_file(fixture_path(std::string("images/") + name), root_ / "in" / name);
+  for (const char* name : {"images/exe64_rsa.exe", "images/exe32.exe", "packages/product_rsa.msi", "tree/readme.txt"}) {
+    fs::copy_file(fixture_path(name), root_ / "in" / fs::path(name).filename());
   }
   faulty_provider disk;
   EXPECT_EQ(run(root_ / "in", root_ / "out"), 0);
-  EXPECT_EQ(disk.calls(file_op::open), 2U);
+  EXPECT_EQ(disk.calls(file_op::open), 4U);
   EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "out"), fs::directory_iterator()), 2);
 }
 
