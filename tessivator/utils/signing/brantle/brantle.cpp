@@ -181,7 +181,9 @@ void Brantle::gatherFile() {
     told = told || (cabFile != 0 && code != QERR_OK);
   }
   if (qlib_is_cancelled()) return;  // what was read may have been cut short
-  if (recordAdded) {
+  // A record from half a file would pass for the file's. On a disk it is kept, for it tells of the damage.
+  const bool half_read = openFile.file.get() != QFILE_INVALID && qfile_failure(openFile.file.get()) != QERR_OK;
+  if (recordAdded && !(half_read && qpath_is_unc(currentFile.c_str()))) {
     ++done.records;
     for (const sgn_cert_name* name = currentNames.get(); name != nullptr; name = name->next) ++done.certificates;
     if (report) report->add(currentRecord, currentNames.get());
