@@ -4,6 +4,7 @@ The tables were worked out with openssl, pefile and msiinfo; both platforms are 
 """
 import argparse
 import csv
+import hashlib
 import os
 import pathlib
 import re
@@ -14,6 +15,8 @@ import sys
 import time
 import unittest
 import xml.etree.ElementTree as ElementTree
+
+import pefile
 
 HERE = pathlib.Path(__file__).resolve().parent
 FIXTURES = HERE.parent / "fixtures"
@@ -228,6 +231,57 @@ class Fixtures(unittest.TestCase):
     def test_a_package_of_another_name_is_signed_still(self):
         package, renamed = (self.records["packages/" + name] for name in ("product_rsa.msi", "renamed.exe"))
         self.assertEqual((renamed["stems"], "SHA256" in renamed), (package["stems"], False))
+
+
+@unittest.skipIf("--wine" in " ".join(sys.argv), "these folders are Linux's")
+class ForeignImages(unittest.TestCase):
+    """Every image that wine and MinGW-w64 bring, against pefile and hashlib."""
+
+    FOLDERS = ("/usr/lib/x86_64-linux-gnu/wine", "/usr/lib/i386-linux-gnu/wine", "/usr/x86_64-w64-mingw32/lib")
+
+    def wanted(self, data):
+        """The strings of the first English or neutral tables, the first value of a key; None for what is no image."""
+        try:
+            image = pefile.PE(data=data, fast_load=True)
+            image.parse_data_directories([pefile.DIRECTORY_ENTRY["IMAGE_DIRECTORY_ENTRY_RESOURCE"]])
+        except pefile.PEFormatError:
+            return None
+        found = {}
+        for block in getattr(image, "FileInfo", None) or []:
+            for info in block:
+                if info.Key != b"StringFileInfo":
+                    break
+                for strings in info.StringTable:
+                    if strings.LangID[2:4] in (b"09", b"00"):
+                        for key, value in strings.entries.items():
+                            found.setdefault(key.decode(), value.decode("utf-8"))
+            if found:
+                break
+        return found
+
+    def test_strings_and_digests(self):
+        images = strings = 0
+        for folder in filter(os.path.isdir, self.FOLDERS):
+            root = pathlib.Path(folder)
+            records = scan(self, root, timeout=400).records(root)
+            for path in root.rglob("*"):
+                if not path.is_file() or (data := path.read_bytes())[:2] != b"MZ":
+                    continue
+                record, found = records.get(str(path.relative_to(root))), self.wanted(data)
+                self.assertEqual(record is None or "SHA256" not in record, found is None, path)
+                if found is None:
+                    continue
+                images += 1
+                self.assertEqual((record["SHA1"], record["SHA256"]),
+                                 (hashlib.sha1(data).hexdigest(), hashlib.sha256(data).hexdigest()), path)
+                for key, column in (("companyName", "CompanyName"), ("productName", "ProductName"),
+                                    ("productVersion", "ProductVersion")):
+                    value = found.get(column, "")
+                    value = value[:1] + value[1:].rstrip(" \t\n\v\f\r")
+                    strings += bool(value)
+                    self.assertEqual(record[key], shown(value), path)
+        self.assertGreater(images, 300)
+        self.assertGreater(strings, 500)
 
 
 class Cabinets(unittest.TestCase):
