@@ -154,7 +154,7 @@ class Tree:
         return done.returncode == 0
 
     def make(self, targets, seconds):
-        return self.run(["cmake", "--build", self.build, "-j", str(os.cpu_count()), "--target", *targets], seconds)
+        return self.run(["ninja", "-C", self.build, "-j", str(os.cpu_count()), *targets], seconds)
 
     def test(self, suites, seconds):
         """Runs SUITES, or everything; a suite that hangs has noticed the fault."""
