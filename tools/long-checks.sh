@@ -61,7 +61,21 @@ million() {
 # The faults that the tests do not notice.
 mutation() { tools/mutate.py --count "${FAULTS:-150}"; }
 
-for check in "${@:-fuzz soak million mutation}"; do
+# Two servers on loopback stand for two machines, one of which dies in the middle of a scan.
+two_machines() {
+  tools/package.sh "$work/package"
+  rm -rf "$work/programs"
+  dpkg-deb -x "$work"/package/brantle_*.deb "$work/programs"
+  tools/long/two-machines.sh "$work/programs/usr/bin" "${REPOSITORY:-/usr/lib/x86_64-linux-gnu/wine/x86_64-windows}"
+}
+
+# The packages in a bare Debian root.
+bare_root() {
+  tools/package.sh "$work/package"
+  tools/long/bare-root.sh "$work/package" tests/fixtures/tree tests/install/consumer
+}
+
+for check in "${@:-fuzz soak million two_machines bare_root mutation}"; do
   for one in $check; do
     echo "long-checks: $one"
     "$one"
