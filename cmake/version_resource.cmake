@@ -1,0 +1,18 @@
+# tessivator_version_resource(TARGET FILE_NAME DESCRIPTION): a Windows program or library tells its version, the one of
+# this project, in its version resource.
+if(WIN32)
+  enable_language(RC)
+endif()
+function(tessivator_version_resource target file_name description)
+  if(NOT WIN32)
+    return()
+  endif()
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    set(file_type VFT_APP)
+  else()
+    set(file_type VFT_DLL)
+  endif()
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc" @ONLY)
+  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+endfunction()
