@@ -23,8 +23,9 @@ function(tessivator_component name)
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_EXTENSIONS OFF)
   string(REPLACE "tessivator_" "" exported ${name})
   set_target_properties(${name} PROPERTIES EXPORT_NAME ${exported})
-  install(TARGETS ${name} EXPORT tessivator ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}/tessivator"
-    FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tessivator")
+  install(TARGETS ${name} EXPORT tessivator ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}/tessivator" COMPONENT dev
+    FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tessivator" COMPONENT dev)
+  set_property(GLOBAL APPEND_STRING PROPERTY tessivator_libraries " -l${name}")
 endfunction()
 
 # What a ThreadSanitizer build needs: the tests that are labelled tsan.

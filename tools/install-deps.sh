@@ -20,6 +20,8 @@ check_packages=(
   openssl osslsigncode msitools wixl gcab python3 python3-pefile
   # real hosts: a Java virtual machine and an SMB server, in a network of its own
   openjdk-17-jdk-headless samba smbclient iproute2
+  # packages: what makes, reads and checks them, and the engine of brantle-parallel
+  fakeroot file lintian mandoc bsdextrautils parallel
   # the report's schema, and a real browser for its page
   libxml2-utils chromium chromium-driver python3-selenium
 )
