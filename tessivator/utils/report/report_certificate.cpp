@@ -87,8 +87,8 @@ Seconds secondsOf(const ASN1_TIME* time) noexcept {
   using namespace std::chrono;
   const sys_days day = year(parts.tm_year + 1900) / month(static_cast<unsigned>(parts.tm_mon + 1)) /
                        std::chrono::day(static_cast<unsigned>(parts.tm_mday));
-  return duration_cast<seconds>(day.time_since_epoch()).count() + parts.tm_hour * 3600 + parts.tm_min * 60 +
-         parts.tm_sec;
+  const auto timeOfDay = hours(parts.tm_hour) + minutes(parts.tm_min) + seconds(parts.tm_sec);
+  return duration_cast<seconds>(day.time_since_epoch() + timeOfDay).count();
 }
 
 template <class Object>
