@@ -32,6 +32,9 @@ def make_tree(tree):
     block = b"".join(i.to_bytes(4, "little") for i in range(1 << 18))
     (tree / "large.bin").write_bytes(block * 3 + b"end")
     image = next((FIXTURES / "tree").rglob("*.exe"))
+    for name in ["odd/good/a", "odd/bad/QQQ", *(f"few/{i}" for i in range(10)), *(f"more/{i}" for i in range(40))]:
+        (tree / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(image, tree / f"{name}.exe")
     shutil.copy(image, tree / "refused.exe")
     (tree / "refused.exe").chmod(0o600)
 
@@ -144,7 +147,7 @@ class Scans(unittest.TestCase):
 
     def assert_ends_with_what_it_has(self, server, happening):
         """Half of what a whole scan reads comes through; then `happening`."""
-        with Relay(server, 1 << 40, None) as relay:
+        with Relay(server) as relay:
             path = rf"\\{relay.address}\tree\tree"
             whole = len(self.scan(path, "-n").records(path))
             half = relay.passed // 2
@@ -155,6 +158,47 @@ class Scans(unittest.TestCase):
         self.assertLess(result.seconds, 60)
         found = len(result.records(path))
         self.assertTrue(0 < found < whole, (found, whole))
+
+    def test_a_cut_connection_costs_nothing(self):
+        path = r"\\{}\tree\tree"
+        with Relay(SERVER) as relay:
+            whole = self.scan(path.format(relay.address), "-n").records(path.format(relay.address))
+        for tenth in (1, 3, 5, 7, 9):
+            with self.subTest(tenth=tenth), Relay(SERVER, relay.passed * tenth // 10, Relay.cut) as cut:
+                result = self.scan(path.format(cut.address), "-n")
+                self.assertEqual(result.code, 0, result.said)
+                self.assertEqual(result.records(path.format(cut.address)), whole)
+
+    def test_a_folder_with_a_name_that_cannot_be_is_left_out_alone(self):
+        name = "QQQ".encode("utf-16le")
+        for other in ("\ud800QQ", "/QQ", "\\QQ", "\0\0\0"):
+            there = other.encode("utf-16le", "surrogatepass")
+            with self.subTest(other), Relay(SERVER, change=lambda frame: frame.replace(name, there)) as relay:
+                path = rf"\\{relay.address}\tree\odd"
+                self.assertEqual(list(self.scan(path, "-n").records(path)), ["/good/a.exe"])
+
+    def test_a_small_image_takes_at_most_seven_messages(self):
+        counts = {}
+        for folder in ("few", "more"):
+            with Relay(SERVER) as relay:
+                self.assertEqual(self.scan(rf"\\{relay.address}\tree\{folder}", "-n").code, 0)
+                counts[folder] = relay.requests
+        self.assertLessEqual(counts["more"] - counts["few"], 7 * 30)
+
+    def test_the_share_program_ends_with_its_host(self):
+        def silence(relay):
+            relay.silent = True
+        with Relay(SERVER, 20000, silence) as relay, subprocess.Popen(
+                [OPTIONS.brantle, rf"\\{relay.address}\tree", SERVER.home / "empty", "-n", *LOGON]) as host:
+            while not relay.silent:
+                time.sleep(0.01)
+            child, = pathlib.Path(f"/proc/{host.pid}/task/{host.pid}/children").read_text().split()
+            host.kill()
+        state = pathlib.Path(f"/proc/{child}/stat")
+        end = time.monotonic() + 5
+        while state.exists() and " Z " not in state.read_text() and time.monotonic() < end:
+            time.sleep(0.01)
+        self.assertLess(time.monotonic(), end)
 
     def test_server_killed_in_the_middle(self):
         with Server(SERVER.tree) as other:

@@ -123,10 +123,12 @@ class Server:
 
 
 class Relay:
-    """Stands between client and server, and calls `then(relay)` once so many bytes have come from the server."""
+    """Stands between client and server: calls `then(relay)` once so many bytes have come from the server, and sends on
+    what `change` makes of each of its messages, which keep their lengths."""
 
-    def __init__(self, server, limit, then):
-        self.server, self.limit, self.then = server, limit, then
+    def __init__(self, server, limit=1 << 60, then=None, change=lambda frame: frame):
+        self.server, self.limit, self.then, self.change = server, limit, then, change
+        self.requests = 0
         self.silent = False
         self.passed = 0
         self.sockets = []
@@ -166,16 +168,21 @@ class Relay:
             threading.Thread(target=self.pump, args=(client, server, False), daemon=True).start()
             threading.Thread(target=self.pump, args=(server, client, True), daemon=True).start()
 
-    def pump(self, source, target, counted):
+    def pump(self, source, target, from_server):
+        frames = source.makefile("rb")
         try:
-            while data := source.recv(65536):
-                if counted:
+            while len(head := frames.read(4)) == 4:
+                frame = frames.read(int.from_bytes(head[1:], "big"))
+                if from_server:
+                    frame = self.change(frame)
                     with self.lock:
-                        before, self.passed = self.passed, self.passed + len(data)
+                        before, self.passed = self.passed, self.passed + len(frame)
                     if before < self.limit <= self.passed:
                         self.then(self)
+                else:
+                    self.requests += 1
                 if not self.silent:
-                    target.sendall(data)
+                    target.sendall(head + frame)
         except OSError:
             pass
         for one in (source, target):
