@@ -1,4 +1,5 @@
 import com.kestal.tamb.brantle.manager.Brantle;
+import com.kestal.tamb.brantle.report.ScanReport;
 import com.kestal.tamb.brantle.sample.PluginBridge;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
@@ -42,6 +43,10 @@ public final class JvmTest {
             case "threads" -> {
                 System.load(library.toString());
                 threads(Integer.parseInt(args[5]));
+            }
+            case "report" -> {
+                System.load(library.toString());
+                reports();
             }
             case "share" -> {
                 System.load(library.toString());
@@ -99,6 +104,73 @@ public final class JvmTest {
             check(expected.equals(future.get()), "the same as from disk");
         }
         pool.shutdown();
+    }
+
+    /** Entries of the reader as "name|product|installer|certificates", then what is missing or the fault's place. */
+    private static List<String> read(Path folder) throws IOException {
+        List<String> lines = new ArrayList<>();
+        try (ScanReport report = ScanReport.open(folder)) {
+            for (ScanReport.Entry file = report.next(); file != null; file = report.next()) {
+                lines.add(file.name() + "|" + file.productName() + "|" + file.isInstaller() + "|" + file.certificates().size());
+            }
+            lines.add(report.isComplete() ? "complete" : report.whatIsMissing());
+        } catch (ScanReport.MalformedReportException e) {
+            lines.add("fault " + e.line() + ":" + e.column());
+        } catch (java.security.cert.CertificateException e) {
+            lines.add("no certificate");
+        }
+        return lines;
+    }
+
+    private static void reports() throws Exception {
+        Path out = fresh("report");
+        equal(0, new Brantle().getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString()), "scan");
+        List<String> found = read(out);
+        equal((int) contents(out).get("info.xml").lines().filter(line -> line.contains("<Executable>")).count() + 1,
+                found.size(), "entries");
+        check(found.contains(tree + "/packages/plain.msi|Plain Product|true|0"), "package: " + found);
+        check(found.stream().anyMatch(line -> line.endsWith("|false|1")), "a signer: " + found);
+        check(found.get(found.size() - 1).equals("complete"), "complete");
+
+        String entry = "<Executable><Name>a&amp;b</Name><CertificatesExtracted count=\"0\"/></Executable>";
+        String stem = "0".repeat(64);
+        String[][] documents = {
+            {"<ExecutableData/>", "complete"},
+            {"<ExecutableData>" + entry + "<!-- incomplete: 3 directories, 1 file --></ExecutableData>",
+                "a&b||false|0", "3 directories, 1 file"},
+            {"<ExecutableData>" + entry + "<!-- another --></ExecutableData>", "a&b||false|0", "complete"},
+            {"<ExecutableData>\n" + entry, "a&b||false|0", "fault 2:"},
+            {"<ExecutableData>\n<Executable><Name>a</Na", "fault 2:"},
+            {"<ExecutableData>\n" + entry.replace("/></E", "><Certificate name=\"../" + stem + "\"/></C></E"), "fault 2:"},
+            {"<ExecutableData>\n" + entry.replace("\"0\"", "\"1\""), "fault 2:"},
+            {"<ExecutableData>\n" + entry.replace("<Name>", "<Name>b</Name><Name>"), "fault 2:"},
+            {"<ExecutableData>\n<Executable><Name>" + "x".repeat(1 << 21) + "</Name>", "fault 2:"},
+            {"<ExecutableData/>\n<more/>", "fault 2:"},
+            {"<Other/>", "fault 1:"},
+            {"", "fault "},
+            {"<!DOCTYPE a [<!ENTITY b \"cc\"><!ENTITY d \"&b;&b;\">]>\n<ExecutableData>&d;</ExecutableData>", "fault 1:"},
+            {"<!DOCTYPE ExecutableData SYSTEM \"file:///etc/passwd\">\n<ExecutableData/>", "fault 1:"},
+            {"<ExecutableData>\n<Executable><Name>&e;</Name>", "fault 2:"},
+        };
+        for (String[] document : documents) {
+            Files.writeString(fresh("crafted").resolve("info.xml"), document[0]);
+            List<String> lines = read(scratch.resolve("crafted"));
+            equal(document.length - 1, lines.size(), document[0] + " " + lines);
+            for (int i = 1; i < document.length; i++) {
+                check(lines.get(i - 1).startsWith(document[i]), document[0] + " " + lines);
+            }
+        }
+        try (var writer = Files.newBufferedWriter(fresh("million").resolve("info.xml"))) {
+            writer.write("<ExecutableData>\n");
+            for (int i = 0; i < 1_000_000; i++) writer.write(entry);
+            writer.write("</ExecutableData>\n");
+        }
+        int entries = 0;
+        try (ScanReport report = ScanReport.open(scratch.resolve("million"))) {
+            while (report.next() != null) entries++;
+            check(report.isComplete(), "a million entries");
+        }
+        equal(1_000_000, entries, "entries");
     }
 
     private static void hooks(String path) throws Exception {

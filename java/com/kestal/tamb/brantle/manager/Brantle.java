@@ -9,13 +9,25 @@ package com.kestal.tamb.brantle.manager;
  * then finds the methods by name. A plug-in framework may instead call the library's {@code Dravo_OnLoad} and
  * {@code Dravo_OnUnload} with this class to register and unregister them.
  *
- * <p>A call blocks until its scan has ended, which for a large repository takes as long as reading it once. It runs on
- * the calling thread, starts no threads, and may be made from any number of threads at the same time; each call is a
- * request of its own. Two requests at once should not share an output directory: the later report replaces the earlier.
+ * <p><b>Log lines.</b> Unless the environment variable {@code BRANTLE_LOG} names a file, the library writes its log lines
+ * to standard output, where they mix with the host's own: about one line or more for each file. With
+ * {@code BRANTLE_LOG=FILE}, set before the virtual machine starts, they go to that file and standard output stays clean.
  *
- * <p>Certificates are written into the output directory as PEM files, named by the lower-case hexadecimal SHA-256 of issuer
- * name and serial number with the extension {@code .cer}; the report there is {@code info.xml}. The output directory must
- * exist. A report that cannot be written is not told by the result.
+ * <p><b>Time.</b> A call blocks until its scan has ended, which for a large repository takes as long as reading it once.
+ * {@link Thread#interrupt} does not stop it, and nothing else does: use a pool of threads that may be busy for long.
+ *
+ * <p><b>Threads.</b> A call runs on the calling thread and starts no other. Any number of calls may run at the same time;
+ * each is a request of its own. An output folder belongs to one scan at a time.
+ *
+ * <p><b>Output.</b> The folder must exist. Certificates are written there as PEM files, named by the lower-case hexadecimal
+ * SHA-256 of issuer name and serial number with the extension {@code .cer}; only certificates of signers are written. The
+ * report there is {@code info.xml}, which {@link com.kestal.tamb.brantle.report.ScanReport} reads. Whether it could be
+ * written, and whether everything was reached, is not told by the result: the report itself tells. Whoever can write
+ * into the folder can replace what is in it, so use one of the host's own.
+ *
+ * <p><b>Shares.</b> A server is connected with one user at a time in a process: {@link #CONNECT_CONFLICT} while another
+ * user's scan of that server runs. A mistyped password may then show as that, too. On Linux what serves shares must lie
+ * where the installation put it relative to the library; without it every connection gives {@link #CONNECT_FAILED}.
  *
  * <p>No argument may be null: a null argument gives {@link #FAILED}. A string is cut at its first zero character.
  */
@@ -24,11 +36,11 @@ public final class Brantle {
     public static final int OK = 0;
     /** The walk returned an entry without a path; the scan stopped without a report. */
     public static final int EMPTY_ENTRY = 2;
-    /** The repository path, or the share's server or name, does not exist, or there is nothing in it. */
+    /** The repository path, or the share's server or name, does not exist, cannot be listed, or is empty text. */
     public static final int INVALID_PATH = 20001;
     /** The share refused the connection: wrong password, unknown user, access denied, or another reason. */
     public static final int CONNECT_FAILED = 20002;
-    /** The server is already connected with other credentials. */
+    /** The server is connected for another user of this process; try again when that scan has ended. */
     public static final int CONNECT_CONFLICT = 20003;
     /** The request failed inside the library, or an argument was null. */
     public static final int FAILED = -1;
