@@ -29,8 +29,8 @@ qerr_t make_view(blib_bin& image, std::uint64_t length) noexcept {
     if (code == QERR_OK) image.view = Bytes(bytes, static_cast<std::size_t>(mapped));
   }
   if (code != QERR_OK && code != QERR_BAD_ADDRESS) {
-    QLOG(QLOG_INFO, u"Failed to %s %d bytes from file \"%s\".err=0x%x, string=\"%s\"\n",
-         image.view_is_buffer ? u"read" : u"map", length, image.file_name, code, qerr_get_string(code));
+    QLOG_AS(QLOG_INFO, "blib_bin_open_by_handle", u"Failed to %s %d bytes from file \"%s\".err=0x%x, string=\"%s\"\n",
+            image.view_is_buffer ? u"read" : u"map", length, image.file_name, code, qerr_get_string(code));
   }
   return code;
 }
@@ -39,13 +39,13 @@ qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
   if (path != nullptr) image.file_name = path;
   const qerr_t sized = qfile_size(image.file, &image.full_size);
   if (sized != QERR_OK) {
-    QLOG(QLOG_INFO, u"Failed to find the size of file \"%s\".0x%x (%s) \n", image.file_name, sized,
-         qerr_get_string(sized));
+    QLOG_AS(QLOG_INFO, "blib_bin_open_by_handle", u"Failed to find the size of file \"%s\".0x%x (%s) \n",
+            image.file_name, sized, qerr_get_string(sized));
     return sized;
   }
   image.file_size = static_cast<std::uint32_t>(image.full_size);
   if (image.full_size == 0) {
-    QLOG(QLOG_DETAIL, u"\"%s\" is a zero sized file\n", image.file_name);
+    QLOG_AS(QLOG_DETAIL, "blib_bin_open_by_handle", u"\"%s\" is a zero sized file\n", image.file_name);
     return QERR_EMPTY_FILE;
   }
   const std::uint64_t most = (flags & BLIB_WHOLE_FILE) != 0 ? image.full_size : view_length;
@@ -53,7 +53,7 @@ qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
   const qerr_t viewed = make_view(image, std::min(image.full_size, most));
   if (viewed == QERR_BAD_ADDRESS) {
     // A page that the system could not supply: the file is damaged or gone, and no image.
-    QLOG(QLOG_ERROR, u"Got exception with code = 0x%x", viewed);
+    QLOG_AS(QLOG_ERROR, "blib_bin_open_by_handle", u"Got exception with code = 0x%x", viewed);
     return QERR_BAD_IMAGE;
   }
   return viewed != QERR_OK ? viewed : blib_bin_parse_headers(&image);

@@ -27,13 +27,14 @@ entry_header current(const blib_cert_itr& iterator) noexcept {
           qbytes_le<std::uint16_t>(bytes, 6).value_or(0)};
 }
 
-qerr_t load_header(blib_cert_itr& iterator, blib_bin& image) noexcept {
+qerr_t load_header(blib_cert_itr& iterator, blib_bin& image, const char* function) noexcept {
   iterator.header.fill(std::byte{0});
   if (iterator.current_offset > 0xFFFFFFFF) return QERR_OK;  // past what an image can hold: reads as zero
   const qerr_t code = blib_bin_get_buf(&image, iterator.header.data(),
                                        static_cast<std::uint32_t>(iterator.current_offset), header_size);
   if (code != QERR_OK) {
-    QLOG(QLOG_ERROR, u"Failed to get certificate header for %s. error %d (0x%x).\n", image.file_name, code, code);
+    QLOG_AS(QLOG_ERROR, function, u"Failed to get certificate header for %s. error %d (0x%x).\n", image.file_name, code,
+            code);
   }
   return code;
 }
@@ -68,8 +69,9 @@ qerr_t locate_entries(blib_bin& image, blib_authenticode_list& list) noexcept {
   qerr_t code = blib_bin_cert_itr_init(&iterator, &image);
   for (std::uint32_t i = 0; code == QERR_OK && i < list.count; ++i) {
     const entry_header header = current(iterator);
-    QLOG(QLOG_DETAIL, u"Certificate %d dwLength[%d] wRevision[0x%04x] wCertificateType[0x%04x]\n", i, header.length,
-         header.revision, header.type);
+    QLOG_AS(QLOG_DETAIL, "blib_bin_get_authenticode_signature_buf_alloc",
+            u"Certificate %d dwLength[%d] wRevision[0x%04x] wCertificateType[0x%04x]\n", i, header.length,
+            header.revision, header.type);
     list.entries[i] = locate_entry(iterator, image);
     code = blib_bin_cert_itr_next(&iterator, &image, header.length);
     if (code == QERR_END || code == QERR_NOT_FOUND) return QERR_OK;
@@ -83,8 +85,9 @@ bool length_to_read(blib_bin& image, std::uint32_t offset, std::uint32_t& length
   if (blib_bin_get_buf(&image, head.data(), offset, QDER_HEAD) != QERR_OK) return true;  // reading all will tell
   const std::uint64_t size = qder_signature_size(head, length);
   if (size > QDER_MOST_SIGNATURE) {
-    QLOG(QLOG_WARNING, u"Not read: a signature of %llu bytes in %s; at most %llu are taken\n", size, image.file_name,
-         QDER_MOST_SIGNATURE);
+    QLOG_AS(QLOG_WARNING, "blib_bin_get_authenticode_signature_buf_alloc",
+            u"Not read: a signature of %llu bytes in %s; at most %llu are taken\n", size, image.file_name,
+            QDER_MOST_SIGNATURE);
     return false;
   }
   length = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, length));
@@ -103,7 +106,7 @@ qerr_t blib_bin_cert_itr_init(blib_cert_itr* iterator, blib_bin* image) noexcept
   iterator->table_size = size;
   iterator->current_offset = address;
   iterator->has_header = true;
-  const qerr_t code = load_header(*iterator, *image);
+  const qerr_t code = load_header(*iterator, *image, "blib_bin_cert_itr_init");
   iterator->length_sum = current(*iterator).length;
   return iterator->length_sum > size ? QERR_NOT_FOUND : code;
 }
@@ -122,7 +125,7 @@ qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uin
     return QERR_OVERFLOW;
   }
   if (iterator->current_offset == end) return QERR_END;
-  const qerr_t code = load_header(*iterator, *image);
+  const qerr_t code = load_header(*iterator, *image, "blib_bin_cert_itr_next");
   iterator->length_sum += current(*iterator).length;
   return iterator->length_sum > iterator->table_size ? QERR_NOT_FOUND : code;
 }

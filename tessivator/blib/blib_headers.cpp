@@ -17,6 +17,8 @@
 #include "common/qlib/qlog.h"
 
 static constexpr std::uint32_t module_id = QLOG_BLIB;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "blib_bin.cpp"
 
 namespace {
 
@@ -52,8 +54,8 @@ qerr_t locate_nt_headers(blib_bin& image, std::uint32_t& nt_offset) {
   image.nt_copy.assign(nt_headers_size, std::byte{0});
   const qerr_t code = blib_bin_get_buf(&image, image.nt_copy.data(), nt_offset, nt_headers_size);
   if (code != QERR_OK) {
-    QLOG(QLOG_ERROR, u"Failed to read %d bytes at offset %d. err = %d (0x%08x).\n", nt_headers_size, nt_offset, code,
-         code);
+    QLOG_AS(QLOG_ERROR, "blib_bin_open_by_handle", u"Failed to read %d bytes at offset %d. err = %d (0x%08x).\n",
+            nt_headers_size, nt_offset, code, code);
     return code;
   }
   image.nt_headers = image.nt_copy;
@@ -94,8 +96,9 @@ qerr_t copy_table(blib_bin& image, const table_place& table) {
   const auto offset = static_cast<std::uint32_t>(table.offset);
   const qerr_t code = blib_bin_get_buf(&image, image.section_copy.data(), offset, length);
   if (code != QERR_OK) {
-    QLOG(QLOG_ERROR, u"Failed to map %d bytes at offset %d to get section header. err = %d (0x%08x).\n", length, offset,
-         code, code);
+    QLOG_AS(QLOG_ERROR, "blib_bin_open_by_handle",
+            u"Failed to map %d bytes at offset %d to get section header. err = %d (0x%08x).\n", length, offset, code,
+            code);
   }
   return code;
 }
@@ -110,7 +113,7 @@ qerr_t check_raw_data(const blib_bin& image) {
     const std::uint32_t pointer = qbytes_le<std::uint32_t>(table, at + 20).value_or(0);
     const std::uint32_t end = pointer + size;
     if (size == 0 || pointer == 0 || end <= image.full_size) continue;
-    QLOG(QLOG_INFO, u"SizeOfRawData exceeds size of binary.");
+    QLOG_AS(QLOG_INFO, "blib_bin_open_by_handle", u"SizeOfRawData exceeds size of binary.");
     code = QERR_BAD_IMAGE;
   }
   return code;

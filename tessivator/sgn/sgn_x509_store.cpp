@@ -12,6 +12,8 @@
 #include "sgn/sgn_utl.h"
 
 static constexpr std::uint32_t module_id = QLOG_SGN;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "sgn_x509.cpp"
 
 namespace {
 

@@ -11,6 +11,8 @@
 namespace {
 
 constexpr std::uint32_t module_id = QLOG_QCKSUM;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "qcksum.cpp"
 constexpr const qchar* hex_digits = u"0123456789abcdef";
 
 void put_hex(qchar* text, const std::uint8_t* bytes, std::size_t count) noexcept {

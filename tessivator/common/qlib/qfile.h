@@ -18,6 +18,7 @@ inline constexpr std::uint32_t QFILE_WRITE = 8;
 inline constexpr std::uint32_t QFILE_TRUNCATE = 16;
 inline constexpr std::uint32_t QFILE_UNBUFFERED = 32;
 inline constexpr std::uint32_t QFILE_EXCLUSIVE = 64;
+inline constexpr std::uint32_t QFILE_NO_FOLLOW = 128;  // a link at the last component is QERR_LINKS; local disks only
 
 inline constexpr std::uint32_t QFILE_FROM_START = 0;
 inline constexpr std::uint32_t QFILE_FROM_CURRENT = 1;

@@ -184,6 +184,7 @@ qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique
   int how = access_mode(flags) | O_CLOEXEC | O_NOCTTY;
   if ((flags & QFILE_APPEND) != 0) how |= O_APPEND;
   if ((flags & QFILE_CREATE) != 0) how |= O_CREAT;
+  if ((flags & QFILE_NO_FOLLOW) != 0) how |= O_NOFOLLOW;
   qsys_descriptor fd = open_unblocked(place, how);
   if (!fd.valid()) return qfile_status_of(errno);
   struct stat about {};

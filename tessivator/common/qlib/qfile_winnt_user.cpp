@@ -117,6 +117,12 @@ qsys_status create(const qchar* path, DWORD access, DWORD share, DWORD dispositi
   if (!handle.valid()) return last_status();
   // A name can lead to a console or pipe ("CON", "\\.\pipe\..."), which is no file and could block for ever.
   if (GetFileType(handle.get()) != FILE_TYPE_DISK) return qfile_status_of(ERROR_BAD_UNIT);
+  FILE_ATTRIBUTE_TAG_INFO about{};
+  if ((flags & QFILE_NO_FOLLOW) != 0 &&
+      GetFileInformationByHandleEx(handle.get(), FileAttributeTagInfo, &about, sizeof(about)) != FALSE &&
+      (about.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    return {QERR_LINKS};
+  }
   out = std::make_unique<winnt_file>(std::move(handle), flags);
   return {};
 }
@@ -134,6 +140,7 @@ qsys_status qfile_winnt_open(const qchar* path, std::uint32_t flags, std::unique
   constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   DWORD attributes = FILE_ATTRIBUTE_NORMAL;
   if ((flags & QFILE_UNBUFFERED) != 0) attributes |= FILE_FLAG_NO_BUFFERING;
+  if ((flags & QFILE_NO_FOLLOW) != 0) attributes |= FILE_FLAG_OPEN_REPARSE_POINT;
   if ((flags & QFILE_WRITE) == 0) attributes |= FILE_FLAG_BACKUP_SEMANTICS;  // directories open, too
   return create(path, access_of(flags), (flags & QFILE_EXCLUSIVE) != 0 ? 0 : share_all, disposition_of(flags),
                 attributes, flags, out);

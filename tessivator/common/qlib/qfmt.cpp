@@ -15,8 +15,9 @@ constexpr std::uint32_t widest = 32767;
 // Where units go: a buffer of fixed size, or a string that grows.
 class output {
  public:
-  output(qchar* buffer, std::size_t capacity) noexcept : buffer_(buffer), capacity_(capacity) {}
-  explicit output(std::u16string& text) noexcept : text_(&text) {}
+  output(qchar* buffer, std::size_t capacity, qfmt_values values) noexcept
+      : buffer_(buffer), capacity_(capacity), values_(values) {}
+  output(std::u16string& text, qfmt_values values) noexcept : text_(&text), values_(values) {}
 
   void put(qchar unit) {
     if (text_ != nullptr) {
@@ -30,6 +31,8 @@ class output {
   void put(std::u16string_view units) {
     for (const qchar unit : units) put(unit);
   }
+  // Part of an argument.
+  void put_value(qchar unit) { put(values_ == qfmt_values::printable && is_control(unit) ? u'\uFFFD' : unit); }
   void fill(qchar unit, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) put(unit);
   }
@@ -37,11 +40,16 @@ class output {
   [[nodiscard]] bool cut() const noexcept { return cut_; }
 
  private:
+  static bool is_control(qchar unit) noexcept {
+    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x2028 || unit == 0x2029;
+  }
+
   qchar* buffer_ = nullptr;
   std::size_t capacity_ = 0;
   std::size_t used_ = 0;
   bool cut_ = false;
   std::u16string* text_ = nullptr;
+  qfmt_values values_;
 };
 
 struct conversion {
@@ -166,7 +174,7 @@ void put_padded(output& out, const conversion& how, std::u16string_view prefix, 
   if (!how.left) out.fill(u' ', padding);
   out.put(prefix);
   out.fill(u'0', zeros);
-  out.put(body);
+  for (const qchar unit : body) out.put_value(unit);
   if (how.left) out.fill(u' ', padding);
 }
 
@@ -243,7 +251,7 @@ void put_narrow(output& out, const conversion& how, const char* text) {
       out.put(static_cast<qchar>(0xD800 + ((step.scalar - 0x10000) >> 10)));
       out.put(static_cast<qchar>(0xDC00 + ((step.scalar - 0x10000) & 0x3FF)));
     } else {
-      out.put(static_cast<qchar>(step.scalar));
+      out.put_value(static_cast<qchar>(step.scalar));
     }
     rest.remove_prefix(step.length);
   }
@@ -321,18 +329,19 @@ void run(output& out, const qchar* format, std::span<const qfmt_arg> list) {
 }  // namespace
 
 int qfmt_format(qchar* destination, std::size_t destination_bytes, const qchar* format,
-                std::span<const qfmt_arg> arguments) noexcept {
+                std::span<const qfmt_arg> arguments, qfmt_values values) noexcept {
   const std::size_t capacity = destination_bytes / sizeof(qchar);
   if (destination == nullptr || capacity == 0) return -1;
-  output out(destination, capacity - 1);
+  output out(destination, capacity - 1, values);
   if (format != nullptr) run(out, format, arguments);
   destination[out.used()] = 0;
   return out.cut() ? -1 : static_cast<int>(out.used());
 }
 
-bool qfmt_to_string(std::u16string& text, const qchar* format, std::span<const qfmt_arg> arguments) noexcept try {
+bool qfmt_to_string(std::u16string& text, const qchar* format, std::span<const qfmt_arg> arguments,
+                    qfmt_values values) noexcept try {
   std::u16string result;
-  output out(result);
+  output out(result, values);
   if (format != nullptr) run(out, format, arguments);
   text = std::move(result);
   return true;

@@ -34,12 +34,16 @@ struct qfmt_arg {
   qfmt_arg(const void* address) noexcept : type(kind::pointer), pointer(address) {}  // NOLINT
 };
 
+// How text arguments come out: unit by unit, or with U+FFFD for every control character (U+0000..1F, U+007F..9F,
+// U+2028, U+2029). For what people read, since the name of a file may hold line feeds and a terminal's commands.
+enum class qfmt_values : std::uint8_t { exact, printable };
+
 // Formats into `destination` of `destination_bytes` bytes: at most destination_bytes / 2 - 1 units are written and the
 // text is always terminated when there is room for a terminator. Returns the number of units, or -1 when the text was
 // cut or the destination is missing. A null text argument prints "(null)".
 int qfmt_format(qchar* destination, std::size_t destination_bytes, const qchar* format,
-                std::span<const qfmt_arg> arguments) noexcept;
+                std::span<const qfmt_arg> arguments, qfmt_values values = qfmt_values::exact) noexcept;
 
 // Formats into `text`, which takes the exact size. Returns false when memory runs out.
-[[nodiscard]] bool qfmt_to_string(std::u16string& text, const qchar* format,
-                                  std::span<const qfmt_arg> arguments) noexcept;
+[[nodiscard]] bool qfmt_to_string(std::u16string& text, const qchar* format, std::span<const qfmt_arg> arguments,
+                                  qfmt_values values = qfmt_values::exact) noexcept;

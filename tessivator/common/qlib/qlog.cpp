@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog_file.h"
@@ -25,7 +26,8 @@ class line_writer {
   explicit line_writer(qchar* buffer) noexcept : buffer_(buffer) { buffer_[0] = 0; }
 
   void append_list(const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
-    const int written = qfmt_format(buffer_ + used_, (line_units - used_) * sizeof(qchar), format, arguments);
+    const int written =
+        qfmt_format(buffer_ + used_, (line_units - used_) * sizeof(qchar), format, arguments, qfmt_values::printable);
     used_ = written < 0 ? line_units - 1 : used_ + static_cast<std::size_t>(written);
   }
   template <class... Args>
@@ -126,9 +128,54 @@ void append_columns(line_writer& line, const call_site& site) noexcept {
   if ((columns & QLOG_COLUMN_LINE) != 0) line.append(u"%4d: ", site.line);
 }
 
-qerr_t emit(std::u16string_view line) noexcept {
+// The console's and the file's failures are theirs: a log line that is lost is nobody's error.
+void emit(std::u16string_view line) noexcept {
   if (qlog_state.console.load(std::memory_order_relaxed)) (void)qsys_console_put(line);
-  return qlog_file_emit(line);
+  (void)qlog_file_emit(line);
+}
+
+// What this thread logged last, and how often in a row. A damaged file can yield millions of equal lines.
+struct repeated_line {
+  call_site site;
+  std::uint64_t digest;
+  std::uint32_t times;
+};
+constexpr std::uint32_t most_repeats = 100;
+thread_local repeated_line last_line{};
+
+// FNV-1a over the message and where it comes from.
+std::uint64_t digest_of(const call_site& site, std::u16string_view message) noexcept {
+  std::uint64_t digest = 0xcbf29ce484222325;
+  const auto add = [&](std::uint32_t value) { digest = (digest ^ value) * 0x100000001b3; };
+  add(site.level_index);
+  add(site.module_id);
+  add(site.line);
+  for (const qchar unit : message) add(unit);
+  return digest;
+}
+
+void write_count(qchar* buffer) noexcept {
+  const repeated_line ended = std::exchange(last_line, {});
+  if (ended.times <= most_repeats) return;
+  line_writer line(buffer);
+  append_columns(line, ended.site);
+  line.append(u"The last line came %u times more\n", ended.times - most_repeats);
+  emit(line.text());
+}
+
+// Whether the line is to be written; ends a row of other lines.
+bool is_new(qchar* buffer, const call_site& site, const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
+  line_writer message(buffer);
+  message.append_list(format, arguments);
+  const std::uint64_t digest = digest_of(site, message.text());
+  if (last_line.times != 0 && last_line.digest == digest) return ++last_line.times <= most_repeats;
+  write_count(buffer);
+  last_line = {site, digest, 1};
+  return true;
+}
+
+QmemPtr<qchar> line_buffer() noexcept {
+  return QmemPtr<qchar>(static_cast<qchar*>(qmem_alloc(line_units * sizeof(qchar))));
 }
 
 }  // namespace
@@ -143,13 +190,23 @@ qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char*
   // A scan logs a line a file; without anyone to read it, its columns need not be asked of the system.
   if (!qlog_state.console.load(std::memory_order_relaxed) && !qlog_file_is_set()) return QERR_OK;
 
-  const QmemPtr<qchar> buffer(static_cast<qchar*>(qmem_alloc(line_units * sizeof(qchar))));
+  const QmemPtr<qchar> buffer = line_buffer();
   if (!buffer) return QERR_LOW_MEMORY;
+  const call_site site{index, module_id, function_name, source_file, line_number};
+  if (!is_new(buffer.get(), site, format, arguments)) return QERR_OK;
   line_writer line(buffer.get());
-  append_columns(line, {index, module_id, function_name, source_file, line_number});
+  append_columns(line, site);
   line.append_list(format, arguments);
   line.end_with_line_feed();
-  return emit(line.text());
+  emit(line.text());
+  return QERR_OK;
+}
+
+void qlog_end_repeats() noexcept {
+  if (last_line.times == 0) return;
+  const QmemPtr<qchar> buffer = last_line.times > most_repeats ? line_buffer() : nullptr;
+  if (buffer) write_count(buffer.get());
+  last_line = {};
 }
 
 qerr_t qlog_set_format(std::uint32_t flags) noexcept {
@@ -173,13 +230,15 @@ qerr_t qlog_init_with_file(const qchar* path, std::uint32_t start_rotation) noex
   (void)qlog_init();
   if (path == nullptr) return QERR_OK;
   const qerr_t code = qlog_set_log_file(path);
-  if (code != QERR_OK || start_rotation != 1) return code;
-  return qlog_rotate_start_main(path);
+  if (start_rotation != 1) return code;
+  const qerr_t started = qlog_rotate_start_main(qlog_file_path().data());
+  return code != QERR_OK ? code : started;
 }
 
 void qlog_fini() noexcept { qlog_fini_ex(1); }
 
 void qlog_fini_ex(std::uint32_t stop_rotation) noexcept {
+  qlog_end_repeats();
   if (stop_rotation == 1) qlog_rotate_stop();
   qlog_state.initialised.store(false, std::memory_order_release);
 }

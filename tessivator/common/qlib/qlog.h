@@ -50,9 +50,10 @@ inline constexpr std::uint32_t QLOG_COLUMN_LINE = 8;
 // OR of all module masks; read by QLOG before anything else.
 extern std::atomic<std::uint32_t> qlog_union_mask;
 
-// Writes one line whose arguments are already captured. Returns QERR_OK when written or filtered out, QERR_CORRUPTED
-// when not initialised, QERR_ARG2 for a module id of 87 or more, QERR_ARG1 for a level index of 7 or more,
-// QERR_LOW_MEMORY, or the log file's error.
+// Writes one line whose arguments are already captured. Returns QERR_OK when the line was emitted, whatever became of
+// it, or filtered out; QERR_CORRUPTED when not initialised, QERR_ARG2 for a module id of 87 or more, QERR_ARG1 for a
+// level index of 7 or more, QERR_LOW_MEMORY. Control characters in text arguments come out as U+FFFD. Of equal lines
+// that a thread logs in a row a hundred are emitted, then one with the count of the rest.
 [[nodiscard]] qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char* function_name,
                                      const char* source_file, std::uint32_t line, const qchar* format,
                                      std::span<const qfmt_arg> arguments) noexcept;
@@ -66,12 +67,17 @@ template <class... Args>
                          std::span(list).first(sizeof...(Args)));
 }
 
+// The source file that a line tells. Operators and their tools know lines by it: a source that holds part of another's
+// work defines it anew as that one's name, and such parts log with QLOG_AS under the function that they belong to.
+#define QLOG_SOURCE __FILE__
+
 // Logs under a function name of the caller's choice.
-#define QLOG_AS(level, function, ...)                                                                                \
-  do {                                                                                                               \
-    if ((qlog_union_mask.load(std::memory_order_relaxed) & (level)) != 0) {                                          \
-      (void)qlog_write((level), module_id, (function), __FILE__, static_cast<std::uint32_t>(__LINE__), __VA_ARGS__); \
-    }                                                                                                                \
+#define QLOG_AS(level, function, ...)                                                                     \
+  do {                                                                                                    \
+    if ((qlog_union_mask.load(std::memory_order_relaxed) & (level)) != 0) {                               \
+      (void)qlog_write((level), module_id, (function), QLOG_SOURCE, static_cast<std::uint32_t>(__LINE__), \
+                       __VA_ARGS__);                                                                      \
+    }                                                                                                     \
   } while (false)
 
 // Logs under the compiler's full signature of the calling function; the writer cuts it to the qualified name.
@@ -107,6 +113,10 @@ template <class... Args>
 [[nodiscard]] std::int32_t qlog_module_mask_by_name(const qchar* name) noexcept;
 [[nodiscard]] std::uint32_t qlog_module_mask(std::uint32_t id) noexcept;
 
+// Ends a row of equal lines of the calling thread: its count is logged, and the next line is a new one. To be called
+// where a new subject begins.
+void qlog_end_repeats() noexcept;
+
 // Console echo, on after initialisation.
 void qlog_console_on() noexcept;
 void qlog_console_off() noexcept;
@@ -130,9 +140,17 @@ void qlog_fini_ex(std::uint32_t stop_rotation) noexcept;
 // QERR_OK.
 [[nodiscard]] qerr_t qlog_set_log_file(const qchar* path) noexcept;
 
+// The same for a file that is kept at 2 MiB with 4 backups by whoever writes a line beyond; no thread is started, and
+// several processes may write to it.
+[[nodiscard]] qerr_t qlog_set_log_file_kept(const qchar* path) noexcept;
+
+// The same for the file that the environment's variable `name` (ASCII) names. Whether it names one.
+bool qlog_file_from_environment(const char* name) noexcept;
+
 // One synchronous rotation: when the file has reached size_kib KiB its backups "<stem>_<i>.log" move up by one and the
-// file starts anew. Without backups (0) nothing happens. Returns QERR_LOW_MEMORY, the last file error, or QERR_OK; a
-// backup that does not exist yet is no error.
+// file starts anew. Without backups (0) nothing happens. The file is
+// first moved aside to "<stem>_0.log": one that cannot be moved costs no backup. "<path>.lock" keeps processes apart.
+// Returns QERR_LOW_MEMORY, the last file error, or QERR_OK; a backup that does not exist yet is no error.
 [[nodiscard]] qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 
 // Watches a separately named file with a thread of its own (2048 KiB, 4 backups, every 10 s).

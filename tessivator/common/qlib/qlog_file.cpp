@@ -3,15 +3,21 @@
 #include <array>
 #include <atomic>
 #include <mutex>
+#include <new>
+#include <string>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
 
 namespace {
 
-constexpr std::uint32_t log_file_flags = QFILE_APPEND | QFILE_CREATE | QFILE_READ | QFILE_WRITE;
+constexpr std::uint32_t log_file_flags = QFILE_APPEND | QFILE_CREATE | QFILE_READ | QFILE_WRITE | QFILE_NO_FOLLOW;
+// Of a file that keeps its size by itself.
+constexpr std::uint32_t kept_kib = 2048;
+constexpr std::uint32_t kept_backups = 4;
 constexpr std::array<std::uint8_t, 2> byte_order_mark{0xFF, 0xFE};
 
 using path_buffer = std::array<qchar, QLOG_PATH_UNITS>;
@@ -21,6 +27,7 @@ std::mutex sink_lock;
 std::mutex path_lock;
 path_buffer log_path{};
 std::atomic<bool> has_file{false};  // spares the path's lock while there is no file
+std::atomic<bool> keeps_size{false};
 
 bool copy_path(path_buffer& path) noexcept {
   if (!has_file.load(std::memory_order_acquire)) return false;
@@ -42,6 +49,14 @@ qerr_t write_all(qfile_t file, const void* bytes, std::size_t size) noexcept {
   return QERR_OK;
 }
 
+// The log with its mark, and its size before that.
+qerr_t open_log(QfileOwner& file, const qchar* path, std::uint64_t& size) noexcept {
+  qerr_t code = qfile_open(file.out(), path, log_file_flags);
+  if (code == QERR_OK) code = qfile_size(file.get(), &size);
+  if (code != QERR_OK || size != 0) return code;
+  return write_all(file.get(), byte_order_mark.data(), byte_order_mark.size());
+}
+
 }  // namespace
 
 qlog_file_guard::qlog_file_guard() noexcept { sink_lock.lock(); }
@@ -55,24 +70,39 @@ qerr_t qlog_file_emit(std::u16string_view line) noexcept {
   if (!copy_path(path)) return QERR_OK;
   const qlog_file_guard guard;
   QfileOwner file;
-  const qerr_t code = qfile_open(file.out(), path.data(), log_file_flags);
+  std::uint64_t size = 0;
+  qerr_t code = open_log(file, path.data(), size);
+  if (code == QERR_OK && size >= std::uint64_t{kept_kib} * 1024 && keeps_size.load(std::memory_order_relaxed)) {
+    file.reset();
+    (void)qlog_rotate_held(path.data(), kept_kib, kept_backups);  // if not now, with a later line
+    code = open_log(file, path.data(), size);
+  }
   if (code != QERR_OK) return code;
   // Both platforms are little-endian, so the units are the file's bytes.
   return write_all(file.get(), line.data(), line.size() * sizeof(qchar));
 }
 
-qerr_t qlog_file_start(const qchar* path, std::uint32_t flags) noexcept {
+path_buffer qlog_file_path() noexcept {
+  path_buffer path{};
+  (void)copy_path(path);
+  return path;
+}
+
+qerr_t qlog_file_start(const qchar* path) noexcept {
   QfileOwner file;
-  qerr_t code = qfile_open(file.out(), path, flags);
-  if (code != QERR_OK) return code;
   std::uint64_t size = 0;
-  code = qfile_size(file.get(), &size);
-  if (code != QERR_OK || size != 0) return code;
-  return write_all(file.get(), byte_order_mark.data(), byte_order_mark.size());
+  return open_log(file, path, size);
+}
+
+qerr_t qlog_set_log_file_kept(const qchar* path) noexcept {
+  const qerr_t code = qlog_set_log_file(path);
+  keeps_size.store(true, std::memory_order_relaxed);
+  return code;
 }
 
 qerr_t qlog_set_log_file(const qchar* path) noexcept {
   if (path == nullptr) return QERR_ARG1;
+  keeps_size.store(false, std::memory_order_relaxed);
   path_buffer stored;
   {
     const std::lock_guard lock(path_lock);
@@ -82,5 +112,14 @@ qerr_t qlog_set_log_file(const qchar* path) noexcept {
   }
   if (stored[0] == 0) return QERR_OK;
   const qlog_file_guard guard;
-  return qlog_file_start(stored.data(), log_file_flags);
+  return qlog_file_start(stored.data());
+}
+
+bool qlog_file_from_environment(const char* name) noexcept try {
+  const std::u16string path = qsys_environment(name);
+  if (path.empty()) return false;
+  (void)qlog_set_log_file_kept(path.c_str());  // a file that cannot be opened now is tried again with each line
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }

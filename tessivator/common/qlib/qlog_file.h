@@ -1,6 +1,7 @@
 // The log file sink and its rotation, behind qlog.cpp.
 #pragma once
 
+#include <array>
 #include <string_view>
 
 #include "common/qlib/qtypes.h"
@@ -11,11 +12,18 @@ inline constexpr std::size_t QLOG_PATH_UNITS = 512;
 // Whether a log file is set; without locking.
 [[nodiscard]] bool qlog_file_is_set() noexcept;
 
-// Appends a line to the log file, which is opened and closed for it. QERR_OK when no file is set.
+// Appends a line to the log file, which is opened and closed for it; an empty file gets its byte-order mark first.
+// QERR_OK when no file is set.
 [[nodiscard]] qerr_t qlog_file_emit(std::u16string_view line) noexcept;
 
 // Appends the byte-order mark when the file, which is created if need be, is empty.
-[[nodiscard]] qerr_t qlog_file_start(const qchar* path, std::uint32_t flags) noexcept;
+[[nodiscard]] qerr_t qlog_file_start(const qchar* path) noexcept;
+
+// The log file's path as it is stored.
+[[nodiscard]] std::array<qchar, QLOG_PATH_UNITS> qlog_file_path() noexcept;
+
+// qlog_rotate_file for a caller who holds the guard.
+[[nodiscard]] qerr_t qlog_rotate_held(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 
 // Held while a line is appended and while a file is rotated: a line that came between the rename and the new file's
 // byte-order mark would stand in front of the mark.

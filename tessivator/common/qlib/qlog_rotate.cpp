@@ -18,7 +18,7 @@ namespace {
 constexpr std::uint32_t default_size_kib = 2048;
 constexpr std::uint32_t default_interval_ms = 10000;
 constexpr std::uint32_t second_file_backups = 4;
-constexpr std::uint32_t reopen_flags = QFILE_APPEND | QFILE_CREATE | QFILE_WRITE;
+constexpr std::uint32_t lock_flags = QFILE_CREATE | QFILE_WRITE | QFILE_EXCLUSIVE | QFILE_NO_FOLLOW;
 // Whatever the log file's own extension is.
 constexpr const qchar* backup_suffix = u".log";
 
@@ -62,23 +62,21 @@ std::u16string stem_of(const qchar* path) {
   return stem;
 }
 
-// Name of backup `index`, of the log file itself for 0. A name that does not fit is refused: cut names would all be the
+// Name of backup `index`; 0 is what was moved aside. A name that does not fit is refused: cut names would all be the
 // same, and each backup would overwrite the one before it.
-qerr_t backup_name(name_buffer& name, const qchar* path, const std::u16string& stem, std::uint32_t index) noexcept {
-  const int written = index == 0
-                          ? qstr_printf(name.data(), sizeof(name), u"%s", path)
-                          : qstr_printf(name.data(), sizeof(name), u"%s%c%d%s", stem, u'_', index, backup_suffix);
+qerr_t backup_name(name_buffer& name, const std::u16string& stem, std::uint32_t index) noexcept {
+  const int written = qstr_printf(name.data(), sizeof(name), u"%s%c%d%s", stem, u'_', index, backup_suffix);
   return written < 0 ? qerr_t{36} : QERR_OK;
 }
 
-// Moves the backups and the file up by one, oldest first. A backup that does not exist yet is no failure.
-qerr_t shift_backups(const qchar* path, const std::u16string& stem, std::uint32_t count) noexcept {
+// Moves what was moved aside and the backups up by one, oldest first. A backup that does not exist yet is no failure.
+qerr_t shift_backups(const std::u16string& stem, std::uint32_t count) noexcept {
   qerr_t result = QERR_OK;
   for (std::uint32_t i = count; i > 0; --i) {
     name_buffer target;
     name_buffer source;
-    qerr_t code = backup_name(target, path, stem, i);
-    if (code == QERR_OK) code = backup_name(source, path, stem, i - 1);
+    qerr_t code = backup_name(target, stem, i);
+    if (code == QERR_OK) code = backup_name(source, stem, i - 1);
     if (code == QERR_OK) code = qfile_rename(source.data(), target.data());
     if (code == QERR_OK) {
       (void)qfile_compress(target.data());
@@ -89,21 +87,39 @@ qerr_t shift_backups(const qchar* path, const std::u16string& stem, std::uint32_
   return result;
 }
 
+// The log goes first: while a viewer holds it on Windows it cannot be moved, and the backups stay. What an interrupted
+// rotation moved aside goes on from there.
+qerr_t move_up(const qchar* path, const std::u16string& stem, std::uint32_t count) noexcept {
+  name_buffer aside;
+  name_buffer last;
+  qerr_t code = backup_name(last, stem, count);
+  if (code == QERR_OK) code = backup_name(aside, stem, 0);
+  std::uint64_t left = 0;
+  if (code == QERR_OK && qfile_size_by_name(aside.data(), &left) != QERR_OK) code = qfile_rename(path, aside.data());
+  return code == QERR_OK ? shift_backups(stem, count) : code;
+}
+
+bool is_due(const qchar* path, std::uint32_t size_kib, qerr_t& code) noexcept {
+  std::uint64_t size = 0;
+  code = qfile_size_by_name(path, &size);
+  if (code != QERR_OK) {
+    size = 0;
+    (void)qstr_console_printf(u"Failed to find the size of file \"%s\".%d(%s)\n", path, code, qerr_get_string(code));
+  }
+  return size >= std::uint64_t{size_kib} * 1024;
+}
+
+// Asked again under the lock: another process may just have done it.
 qerr_t rotate(const qchar* path, std::uint32_t size_kib, std::uint32_t count) {
   const std::u16string stem = stem_of(path);
-  if (count == 0) return QERR_OK;
-  const qlog_file_guard guard;
-  std::uint64_t size = 0;
-  qerr_t result = qfile_size_by_name(path, &size);
-  if (result != QERR_OK) {
-    size = 0;
-    (void)qstr_console_printf(u"Failed to find the size of file \"%s\".%d(%s)\n", path, result,
-                              qerr_get_string(result));
-  }
-  if (size < std::uint64_t{size_kib} * 1024) return result;
-  const qerr_t shifted = shift_backups(path, stem, count);
-  if (shifted != QERR_OK) result = shifted;
-  const qerr_t started = qlog_file_start(path, reopen_flags);
+  qerr_t result = QERR_OK;
+  if (count == 0 || !is_due(path, size_kib, result)) return result;
+  QfileOwner lock;
+  result = qfile_open(lock.out(), (std::u16string(path) + u".lock").c_str(), lock_flags);
+  if (result == QERR_SHARING) return QERR_OK;
+  if (result != QERR_OK || !is_due(path, size_kib, result)) return result;
+  result = move_up(path, stem, count);
+  const qerr_t started = qlog_file_start(path);
   if (started != QERR_OK) {
     result = started;
     (void)qstr_console_printf(u"Failed to write magic num to \"%s\". %d(%s))\n", path, result, qerr_get_string(result));
@@ -154,10 +170,16 @@ qerr_t start_watch(rotation_context& context, const qchar* path) noexcept try {
 
 }  // namespace
 
-qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept try {
-  return path == nullptr ? QERR_ARG1 : rotate(path, size_kib, count);
+qerr_t qlog_rotate_held(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept try {
+  return rotate(path, size_kib, count);
 } catch (const std::bad_alloc&) {
   return QERR_LOW_MEMORY;
+}
+
+qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept {
+  if (path == nullptr) return QERR_ARG1;
+  const qlog_file_guard guard;
+  return qlog_rotate_held(path, size_kib, count);
 }
 
 void qlog_set_rotate_count(std::uint32_t count) noexcept {

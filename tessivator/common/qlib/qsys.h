@@ -11,6 +11,9 @@
 [[nodiscard]] std::uint32_t qsys_process_id() noexcept;
 [[nodiscard]] std::uint32_t qsys_thread_id() noexcept;
 
+// The environment's variable `name` (ASCII); empty when it is not set. May throw std::bad_alloc.
+[[nodiscard]] std::u16string qsys_environment(const char* name);
+
 // Milliseconds since 1970, UTC.
 [[nodiscard]] std::uint64_t qsys_time_ms() noexcept;
 

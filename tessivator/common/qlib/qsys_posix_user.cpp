@@ -1,15 +1,18 @@
 // Identities, time, console, events and threads on POSIX systems.
 #include "common/qlib/qsys_posix_user.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <mutex>
 #include <new>
 
+#include "common/qlib/qstr_name.h"
 #include "common/qlib/qsys.h"
 #include "common/qlib/qutf8.h"
 
@@ -59,6 +62,23 @@ std::string console_bytes(std::u16string_view text) {
     text.remove_prefix(step.length);
   }
   return bytes;
+}
+
+// A host may have made standard output non-blocking, and its reader may be slow.
+constexpr std::uint64_t most_wait_ms = 5000;
+
+std::uint64_t monotonic_ms() noexcept {
+  timespec now{};
+  (void)clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1000 + static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
+}
+
+// False when standard output takes nothing before that time.
+bool wait_for_reader(std::uint64_t until) noexcept {
+  const std::uint64_t now = monotonic_ms();
+  if (now >= until) return false;
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  return qsys_retry([&] { return poll(&output, 1, static_cast<int>(until - now)); }) > 0;
 }
 
 class posix_event final : public qsys_event {
@@ -150,6 +170,11 @@ std::uint32_t qsys_process_id() noexcept { return static_cast<std::uint32_t>(get
 
 std::uint32_t qsys_thread_id() noexcept { return static_cast<std::uint32_t>(syscall(SYS_gettid)); }
 
+std::u16string qsys_environment(const char* name) {
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): read only
+  return value == nullptr ? std::u16string() : qstr_name_from_bytes(value);
+}
+
 std::uint64_t qsys_time_ms() noexcept {
   timespec now{};
   if (clock_gettime(CLOCK_REALTIME, &now) != 0 || now.tv_sec < 0) return 0;
@@ -180,9 +205,11 @@ bool qsys_console_put(std::u16string_view text) noexcept try {
   const std::string bytes = console_bytes(text);
   const std::lock_guard lock(console_lock);
   const sigpipe_guard guard;
+  const std::uint64_t until = monotonic_ms() + most_wait_ms;
   std::string_view rest(bytes);
   while (!rest.empty()) {
     const ssize_t done = qsys_retry([&] { return write(STDOUT_FILENO, rest.data(), rest.size()); });
+    if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && wait_for_reader(until)) continue;
     if (done <= 0) return false;
     rest.remove_prefix(static_cast<std::size_t>(done));
   }

@@ -116,6 +116,13 @@ std::uint32_t qsys_process_id() noexcept { return GetCurrentProcessId(); }
 
 std::uint32_t qsys_thread_id() noexcept { return GetCurrentThreadId(); }
 
+std::u16string qsys_environment(const char* name) {
+  const std::wstring wide(name, name + std::char_traits<char>::length(name));
+  std::wstring value(GetEnvironmentVariableW(wide.c_str(), nullptr, 0), L'\0');  // with its terminator
+  value.resize(GetEnvironmentVariableW(wide.c_str(), value.data(), static_cast<DWORD>(value.size())));
+  return std::u16string(qsys_units(value));
+}
+
 std::uint64_t qsys_time_ms() noexcept {
   FILETIME now{};
   GetSystemTimeAsFileTime(&now);

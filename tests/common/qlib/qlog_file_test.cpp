@@ -57,7 +57,7 @@ TEST_F(LogFile, HoldsTheLinesAfterItsByteOrderMark) {
 TEST_F(LogFile, CannotBeAFolder) {
   const fs::path folder = scratch_folder("folder");
   EXPECT_NE(qlog_set_log_file(folder.u16string().c_str()), 0U);
-  EXPECT_NE(log(u"lost"), 0U);
+  EXPECT_EQ(log(u"lost"), 0U) << "the file's failure is not the line's";
   EXPECT_EQ(qlog_set_log_file(nullptr), QERR_ARG1);
 }
 
@@ -78,6 +78,72 @@ TEST_F(LogFile, RotationMovesTheBackupsUp) {
   EXPECT_EQ(file_text(folder / "app_2.log"), std::string(1024, 't'));
   EXPECT_EQ(file_text(folder / "app_3.log"), std::string(1024, 's'));
   EXPECT_FALSE(fs::exists(folder / "app_4.log"));
+}
+
+// By whoever writes the line; what an earlier rotation moved aside is not lost, and another process that rotates is
+// let.
+TEST_F(LogFile, KeepsItsSizeWithoutAThread) {
+  const fs::path folder = scratch_folder("kept");
+  const fs::path path = folder / "app.txt";
+  ASSERT_EQ(qlog_set_log_file_kept(path.u16string().c_str()), 0U);
+  const std::u16string line(8000, u'z');
+  const auto fill = [&] {
+    for (int i = 0; i < 132; ++i) (void)log((line + static_cast<qchar>(u'a' + i % 26)).c_str());
+  };
+  QfileOwner other;
+  ASSERT_EQ(
+      qfile_open(other.out(), (path.u16string() + u".lock").c_str(), QFILE_CREATE | QFILE_WRITE | QFILE_EXCLUSIVE),
+      QERR_OK);
+  fill();
+  EXPECT_FALSE(fs::exists(folder / "app_1.log"));
+  other.reset();
+  write_bytes(folder / "app_0.log", "interrupted");
+  EXPECT_EQ(log(u"next"), 0U);
+  EXPECT_EQ(file_text(folder / "app_1.log"), "interrupted");
+  EXPECT_EQ(log(u"last"), 0U);
+  EXPECT_EQ(log_text(path), "last\n");
+  EXPECT_TRUE(log_text(folder / "app_1.log").ends_with("next\n"));
+  EXPECT_EQ(file_text(folder / "app_2.log"), "interrupted");
+}
+
+TEST_F(LogFile, GetsItsMarkWithALineWhenItWasEmptied) {
+  const fs::path path = scratch_folder("emptied") / "app.txt";
+  ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
+  write_bytes(path, "");
+  EXPECT_EQ(log(u"one"), 0U);
+  EXPECT_EQ(log_text(path), "one\n");
+}
+
+// A thousand equal lines, then others; in another row, another count.
+TEST_F(LogFile, CountsEqualLinesInsteadOfRepeatingThem) {
+  const fs::path path = scratch_folder("equal") / "app.txt";
+  ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
+  std::string expected;
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(log(u"same"), 0U);
+  for (int i = 0; i < 100; ++i) expected += "same\n";
+  expected += "The last line came 900 times more\n";
+  qlog_end_repeats();
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(log(u"same"), 0U);
+  for (int i = 0; i < 100; ++i) expected += "same\n";
+  EXPECT_EQ(log(u"other"), 0U);
+  EXPECT_EQ(log_text(path), expected + "other\n");
+}
+
+// The name of a file can hold anything.
+TEST_F(LogFile, ValuesForgeNoLine) {
+  const fs::path path = scratch_folder("forged") / "app.txt";
+  ASSERT_EQ(qlog_set_log_file(path.u16string().c_str()), 0U);
+  EXPECT_EQ(qlog_write(QLOG_ERROR, QLOG_PROG, "f", "x.cpp", 1, u"[%s]\n[%hs]\n",
+                       u"a\r\n\x1b[31m\t\x7f\x85\x9f\u2028\u2029\u00a0b", "c\xc2\x85\nd"),
+            0U);
+  const std::string bad = "\xEF\xBF\xBD";
+  std::string run;
+  for (int i = 0; i < 3; ++i) run += bad;
+  EXPECT_EQ(log_text(path), "[a" + run + "[31m" + run + run +
+                                "\xC2\xA0"
+                                "b]\n[c" +
+                                bad + bad + "d]\n");
+  EXPECT_EQ(said([] { (void)qstr_console_printf(u"%s\n", u"a\x1b]b\n"); }), "a" + bad + "]b" + bad + "\n");
 }
 
 TEST_F(LogFile, NameWithoutExtensionKeepsItsFolder) {

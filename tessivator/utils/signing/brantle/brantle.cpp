@@ -138,6 +138,7 @@ std::int32_t Brantle::scanEntries() {
   std::uint32_t walked = QERR_OK;
   for (; walked == QERR_OK && !qlib_is_cancelled(); walked = nextEntry()) {
     if (isDirectory || qfile_is_temporary(currentFile.c_str())) continue;
+    qlog_end_repeats();  // equal lines of two files are not the same
     handleFile();
     if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
   }

@@ -105,7 +105,7 @@ std::int32_t usage(const qchar* program) {
       u" The Installer Info is dumped in info.xml\n",
   };
   // NOLINTEND(bugprone-suspicious-missing-comma)
-  for (const qchar* line : lines) (void)qstr_console_printf(u"%s", line);
+  for (const qchar* line : lines) (void)qstr_console_printf(line);
   return BRANTLE_USAGE;
 }
 

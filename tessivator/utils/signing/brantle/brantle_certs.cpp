@@ -10,6 +10,8 @@
 #include "utils/signing/brantle/brantle.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "brantle.cpp"
 
 std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
   sgn_cert_name* names = nullptr;
@@ -28,9 +30,10 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
   SgnCertNamesOwner list(names);
   if (!recordAdded) appendBareRecord();
   if (qlog_is_enabled(QLOG_WARNING, module_id) != 0) {
-    QLOG(QLOG_WARNING, u"\nCerts extracted from %s are: \n", currentFile);
+    QLOG_AS(QLOG_WARNING, "Brantle::populateCertNamesMapAndExtractCerts", u"\nCerts extracted from %s are: \n",
+            currentFile);
     for (const sgn_cert_name* node = list.get(); node != nullptr; node = node->next) {
-      QLOG(QLOG_WARNING, u"\t\t%s\n", node->name);
+      QLOG_AS(QLOG_WARNING, "Brantle::populateCertNamesMapAndExtractCerts", u"\t\t%s\n", node->name);
     }
   }
   currentNames = std::move(list);
@@ -47,7 +50,8 @@ std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& resu
           ? sgn_x509_store_certs_of_image(openFile.image.get(), path, outputPath.c_str(), names, all, storeCache.get())
           : sgn_x509_store_certs_of_package(currentPackage().get(), path, outputPath.c_str(), names, all,
                                             storeCache.get());
-  if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
+  if (result != QERR_OK)
+    QLOG_AS(QLOG_ERROR, "Brantle::populateCertNamesMapAndExtractCerts", u"Failed to process p7 err = 0x%x\n", result);
   return result;
 }
 
@@ -56,14 +60,15 @@ std::uint32_t Brantle::extractFromCabinet(sgn_cert_name** names, std::uint32_t& 
   result = sgn_extract_cab_cert_alloc_ex(currentFile.c_str(), &object, storeCache.get());
   const SgnP7Owner p7(object);
   if (result != QERR_OK) {
-    QLOG(QLOG_WARNING, u"Failed to get certs from file %s. ecode %d: %s.\n", currentFile, result,
-         qerr_get_string(result));
+    QLOG_AS(QLOG_WARNING, "Brantle::populateCertNamesMapAndExtractCerts",
+            u"Failed to get certs from file %s. ecode %d: %s.\n", currentFile, result, qerr_get_string(result));
     return result;
   }
   if (p7 == nullptr) return QERR_OK;
   result = sgn_process_p7_and_store_cert_ex(p7.get(), outputPath.c_str(), names, 0,
                                             static_cast<std::uint32_t>(allCerts), storeCache.get());
-  if (result != QERR_OK) QLOG(QLOG_ERROR, u"Failed to process p7 err = 0x%x\n", result);
+  if (result != QERR_OK)
+    QLOG_AS(QLOG_ERROR, "Brantle::populateCertNamesMapAndExtractCerts", u"Failed to process p7 err = 0x%x\n", result);
   return result;
 }
 

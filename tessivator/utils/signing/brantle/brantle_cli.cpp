@@ -12,6 +12,8 @@
 #include "utils/signing/brantle/brantle_stderr.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "brantle.cpp"
 
 namespace {
 
@@ -53,6 +55,7 @@ std::int32_t brantle_cli_run(const qchar* const* argv, int argc) noexcept {
   const qerr_t started = qlib_lib_init_basic();
   if (started != QERR_OK) return static_cast<std::int32_t>(started);
   qlib_set_standalone(true);
+  (void)qlog_file_from_environment("BRANTLE_LOG");
   std::unique_ptr<Brantle> request;
   const std::int32_t result = runRequest(argv, argc, request);
   try {

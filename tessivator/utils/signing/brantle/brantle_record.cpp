@@ -10,6 +10,8 @@
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "brantle.cpp"
 
 namespace {
 
@@ -67,7 +69,8 @@ bool Brantle::appendPackageRecord() {
     MsiProductInfoExtractor extractor(currentFile, currentPackage());
     populateMsiInfo(extractor, currentRecord);
   } catch (const std::uint32_t rc) {
-    QLOG(QLOG_ERROR, u"Invalid Msi rc =%d, error = %d\n", rc, msi_last_system_error());
+    QLOG_AS(QLOG_ERROR, "Brantle::populateCurrentEXEInfo", u"Invalid Msi rc =%d, error = %d\n", rc,
+            msi_last_system_error());
     return false;
   }
   std::u16string sha1;

@@ -9,7 +9,8 @@ namespace {
 constexpr std::size_t piece = 65536;
 
 // XML 1.0 forbids most control characters, unpaired surrogates and the two noncharacters U+FFFE and U+FFFF;
-// one of them in a file name or version string would make the whole report unreadable.
+// one of them in a file name or version string would make the whole report unreadable. A carriage return is allowed,
+// but every reader turns it into a line feed.
 std::u16string allowedText(const std::u16string& value) {
   std::u16string text = value;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -20,7 +21,7 @@ std::u16string allowedText(const std::u16string& value) {
       continue;
     }
     const bool surrogate = unit >= 0xD800 && unit <= 0xDFFF;
-    const bool control = unit < 0x20 && unit != u'\t' && unit != u'\n' && unit != u'\r';
+    const bool control = unit < 0x20 && unit != u'\t' && unit != u'\n';
     if (surrogate || control || unit >= 0xFFFE) text[i] = 0xFFFD;
   }
   return text;

@@ -40,11 +40,23 @@ class JavaCharacters {
 
 std::u16string toWide(JNIEnv* env, jstring text) { return JavaCharacters(env, text).untilZero(); }
 
+// With a log file of its own the library does not mix its lines into the host's output. Looked for with the first call:
+// while the library is loaded, files are not to be opened.
+void startLogFile() noexcept {
+  static const bool started = [] {
+    const bool named = qlog_file_from_environment("BRANTLE_LOG");
+    if (named) qlog_console_off();
+    return named;
+  }();
+  (void)started;
+}
+
 // Runs one request that `configure` fills. When an exception arrives here the object stays: what it holds may
 // be what threw. Its password does not.
 template <class Configure>
 jint runNative(const char* name, Configure configure) noexcept {
   if (!qlib_lib_is_initialised()) return BRANTLE_EXCEPTION;
+  startLogFile();
   Brantle* request = nullptr;
   try {
     request = new Brantle;
