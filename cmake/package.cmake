@@ -60,6 +60,7 @@ started for each scan of a share and holds all that talks to the server.")
   debian_package(java libbrantle-java java "survey of repositories of Windows software, for Java hosts" ""
     "brantle-smb" "default-jre-headless"
     "The library with its natives, the host class, and a reader of the reports.")
+  set(CPACK_DEBIAN_JAVA_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/triggers")
   debian_package(dev libtessivator-dev libdevel "certificates and product information of Windows software, for C++"
     "libssl-dev, libtinyxml2-dev, libstdc++-12-dev | libstdc++-dev" "" "pkg-config, cmake"
     "Headers and static components that read executable images, installer packages,
