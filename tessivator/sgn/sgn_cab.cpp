@@ -12,6 +12,7 @@
 #include <array>
 #include <cstring>
 
+#include "blib/blib_bin.h"
 #include "common/qlib/qbytes.h"
 #include "common/qlib/qder.h"
 #include "common/qlib/qerr.h"
@@ -36,10 +37,10 @@ constexpr std::uint64_t record_offset = 4;
 constexpr std::uint64_t record_length = 8;
 constexpr std::uint16_t record_size = 12;
 
-// An open cabinet with the name that its log lines carry.
+// An open cabinet of the caller's with the name that its log lines carry.
 struct cabinet_file {
   const qchar* path;
-  QfileOwner file;
+  qfile_t file;
 };
 
 struct signature_place {
@@ -56,7 +57,7 @@ qerr_t not_signed(const cabinet_file& cabinet) noexcept {
 qerr_t read_part(const cabinet_file& cabinet, std::span<std::byte> out) noexcept {
   while (!out.empty()) {
     std::uint32_t done = 0;
-    const qerr_t code = qfile_read(cabinet.file.get(), out.data(), static_cast<std::uint32_t>(out.size()), &done);
+    const qerr_t code = qfile_read(cabinet.file, out.data(), static_cast<std::uint32_t>(out.size()), &done);
     if (code != QERR_OK) {
       CAB_LOG(u"Failed to read from file %s. Error = %d\n", cabinet.path, code);
       return code;
@@ -67,9 +68,17 @@ qerr_t read_part(const cabinet_file& cabinet, std::span<std::byte> out) noexcept
   return QERR_OK;
 }
 
+qerr_t seek(const cabinet_file& cabinet, std::uint32_t offset) noexcept {
+  std::uint64_t position = 0;
+  const qerr_t code = qfile_seek(cabinet.file, offset, QFILE_FROM_START, &position);
+  if (code != QERR_OK) CAB_LOG(u"Failed to seek file %s. Error = %d\n", cabinet.path, code);
+  return code;
+}
+
 // Reads the fixed header and the sizes behind it.
 qerr_t read_reserve_size(const cabinet_file& cabinet, std::uint16_t& reserve_size) noexcept {
   std::array<std::byte, header_size> header{};
+  if (const qerr_t code = seek(cabinet, 0); code != QERR_OK) return code;
   if (const qerr_t code = read_part(cabinet, header); code != QERR_OK) return code;
   if (std::memcmp(header.data(), "MSCF", 4) != 0) {
     CAB_LOG(u"%s is not a valid cab file\n", cabinet.path);
@@ -101,20 +110,13 @@ qerr_t read_place(const cabinet_file& cabinet, std::uint16_t reserve_size, signa
 // Cuts a place to what the file holds, so that no cabinet can ask for more memory than it has bytes.
 qerr_t limit_to_file(const cabinet_file& cabinet, signature_place& place) noexcept {
   std::uint64_t size = 0;
-  if (const qerr_t code = qfile_size(cabinet.file.get(), &size); code != QERR_OK) {
+  if (const qerr_t code = qfile_size(cabinet.file, &size); code != QERR_OK) {
     CAB_LOG(u"Failed to read from file %s. Error = %d\n", cabinet.path, code);
     return code;
   }
   const std::uint64_t rest = place.offset < size ? size - place.offset : 0;
   place.length = static_cast<std::uint32_t>(std::min<std::uint64_t>(place.length, rest));
   return QERR_OK;
-}
-
-qerr_t seek(const cabinet_file& cabinet, std::uint32_t offset) noexcept {
-  std::uint64_t position = 0;
-  const qerr_t code = qfile_seek(cabinet.file.get(), offset, QFILE_FROM_START, &position);
-  if (code != QERR_OK) CAB_LOG(u"Failed to seek file %s. Error = %d\n", cabinet.path, code);
-  return code;
 }
 
 // Cuts the place to the signature. One that is too long keeps its length and is not read; decoding refuses it.
@@ -144,14 +146,15 @@ qerr_t read_signature(const cabinet_file& cabinet, signature_place& place, QmemP
 
 }  // namespace
 
-qerr_t sgn_extract_cab_cert_alloc_ex(const qchar* path, sgn_p7** out, sgn_store_cache* cache) noexcept {
+qerr_t sgn_extract_cab_cert_of_file_alloc(const qchar* path, blib_file& opened, sgn_p7** out,
+                                          sgn_store_cache* cache) noexcept {
   if (path == nullptr) return QERR_ARG1;
-  if (out == nullptr) return QERR_ARG2;
-  cabinet_file cabinet{path, {}};
-  if (const qerr_t code = qfile_open(cabinet.file.out(), path, QFILE_READ); code != QERR_OK) {
+  if (out == nullptr) return QERR_ARG3;
+  if (const qerr_t code = blib_file_open(opened, path); code != QERR_OK) {
     CAB_LOG(u"Failed to open file %s. Error = %d\n", path, code);
     return code;
   }
+  const cabinet_file cabinet{path, opened.file.get()};
   std::uint16_t reserve_size = 0;
   signature_place place;
   QmemPtr<std::byte> signature;
@@ -176,5 +179,8 @@ qerr_t sgn_extract_cab_cert_alloc_ex(const qchar* path, sgn_p7** out, sgn_store_
 }
 
 qerr_t sgn_extract_cab_cert_alloc(const qchar* path, sgn_p7** out) noexcept {
-  return sgn_extract_cab_cert_alloc_ex(path, out, nullptr);
+  if (path == nullptr) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG2;
+  blib_file opened;
+  return sgn_extract_cab_cert_of_file_alloc(path, opened, out, nullptr);
 }

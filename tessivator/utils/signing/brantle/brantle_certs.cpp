@@ -57,7 +57,7 @@ std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& resu
 
 std::uint32_t Brantle::extractFromCabinet(sgn_cert_name** names, std::uint32_t& result) {
   sgn_p7* object = nullptr;
-  result = sgn_extract_cab_cert_alloc_ex(currentFile.c_str(), &object, storeCache.get());
+  result = sgn_extract_cab_cert_of_file_alloc(currentFile.c_str(), openFile, &object, storeCache.get());
   const SgnP7Owner p7(object);
   if (result != QERR_OK) {
     QLOG_AS(QLOG_WARNING, "Brantle::populateCertNamesMapAndExtractCerts",
