@@ -31,8 +31,8 @@ TEST_F(SgnLog, TellsAFilesExtraction) {
   expect_lines(
       log, {"Trying to extracing certs from ", "Found 1 PKCS7 to verify in ", "Decrypting 0x", extracted,
             ".cer' to Vantry cert store", "Failed to get Authenticode Info from ", "Extracting certificate from file [",
-            "] completed with size [0]. err = 2", "Failed to open file '" + folder.string(),
-            "1 of 1 signatures of " + fixture("images/signature_damaged.exe").string() + " cannot be decoded"});
+            "] completed with size [0]. err = 2", "Failed to open file '" + folder.string(), "1 of 1 signatures of ",
+            "signature_damaged.exe cannot be decoded"});
   const std::size_t first = log.find("cannot be decoded");
   EXPECT_EQ(log.find("cannot be decoded", first + 1), std::string::npos) << "of an unsigned file";
 }

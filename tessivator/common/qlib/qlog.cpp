@@ -1,6 +1,8 @@
 #include "common/qlib/qlog.h"
 
+#include <array>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -134,14 +136,20 @@ void emit(std::u16string_view line) noexcept {
   (void)qlog_file_emit(line);
 }
 
-// What this thread logged last, and how often in a row. A damaged file can yield millions of equal lines.
+// What a thread logged last, and how often in a row. A damaged file can yield millions of equal lines.
 struct repeated_line {
+  std::uint32_t thread;
   call_site site;
   std::uint64_t digest;
   std::uint32_t times;
 };
 constexpr std::uint32_t most_repeats = 100;
-thread_local repeated_line last_line{};
+// By thread; one that meets another in its slot ends the other's row. No thread_local: MinGW keeps those by a
+// destructor that a library which a host unloads would leave behind.
+constinit std::mutex last_lines_lock;
+constinit std::array<repeated_line, 64> last_lines{};
+
+repeated_line& slot_of(std::uint32_t thread) noexcept { return last_lines[(thread * 2654435761U) >> 26]; }
 
 // FNV-1a over the message and where it comes from.
 std::uint64_t digest_of(const call_site& site, std::u16string_view message) noexcept {
@@ -154,8 +162,7 @@ std::uint64_t digest_of(const call_site& site, std::u16string_view message) noex
   return digest;
 }
 
-void write_count(qchar* buffer) noexcept {
-  const repeated_line ended = std::exchange(last_line, {});
+void write_count(qchar* buffer, const repeated_line& ended) noexcept {
   if (ended.times <= most_repeats) return;
   line_writer line(buffer);
   append_columns(line, ended.site);
@@ -167,10 +174,15 @@ void write_count(qchar* buffer) noexcept {
 bool is_new(qchar* buffer, const call_site& site, const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
   line_writer message(buffer);
   message.append_list(format, arguments);
-  const std::uint64_t digest = digest_of(site, message.text());
-  if (last_line.times != 0 && last_line.digest == digest) return ++last_line.times <= most_repeats;
-  write_count(buffer);
-  last_line = {site, digest, 1};
+  const repeated_line now{qsys_thread_id(), site, digest_of(site, message.text()), 1};
+  repeated_line ended{};
+  {
+    const std::lock_guard<std::mutex> lock(last_lines_lock);
+    repeated_line& last = slot_of(now.thread);
+    if (last.times != 0 && last.thread == now.thread && last.digest == now.digest) return ++last.times <= most_repeats;
+    ended = std::exchange(last, now);
+  }
+  write_count(buffer, ended);
   return true;
 }
 
@@ -203,10 +215,15 @@ qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char*
 }
 
 void qlog_end_repeats() noexcept {
-  if (last_line.times == 0) return;
-  const QmemPtr<qchar> buffer = last_line.times > most_repeats ? line_buffer() : nullptr;
-  if (buffer) write_count(buffer.get());
-  last_line = {};
+  repeated_line ended{};
+  {
+    const std::uint32_t thread = qsys_thread_id();
+    const std::lock_guard<std::mutex> lock(last_lines_lock);
+    repeated_line& last = slot_of(thread);
+    if (last.thread == thread) ended = std::exchange(last, {});
+  }
+  const QmemPtr<qchar> buffer = ended.times > most_repeats ? line_buffer() : nullptr;
+  if (buffer) write_count(buffer.get(), ended);
 }
 
 qerr_t qlog_set_format(std::uint32_t flags) noexcept {

@@ -143,7 +143,9 @@ TEST_F(LogFile, ValuesForgeNoLine) {
                                 "\xC2\xA0"
                                 "b]\n[c" +
                                 bad + bad + "d]\n");
-  EXPECT_EQ(said([] { (void)qstr_console_printf(u"%s\n", u"a\x1b]b\n"); }), "a" + bad + "]b" + bad + "\n");
+  // The console may not know U+FFFD and show it as it can.
+  EXPECT_EQ(said([] { (void)qstr_console_printf(u"%s\n", u"a\x1b]b\n"); }),
+            said([] { (void)qstr_console_printf(u"a\xFFFD]b\xFFFD\n"); }));
 }
 
 TEST_F(LogFile, NameWithoutExtensionKeepsItsFolder) {
