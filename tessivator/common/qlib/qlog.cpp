@@ -146,7 +146,7 @@ struct repeated_line {
 constexpr std::uint32_t most_repeats = 100;
 // By thread; one that meets another in its slot ends the other's row. No thread_local: MinGW keeps those by a
 // destructor that a library which a host unloads would leave behind.
-constinit std::mutex last_lines_lock;
+std::mutex last_lines_lock;  // no constant with MinGW
 constinit std::array<repeated_line, 64> last_lines{};
 
 repeated_line& slot_of(std::uint32_t thread) noexcept { return last_lines[(thread * 2654435761U) >> 26]; }
