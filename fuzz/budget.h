@@ -3,18 +3,22 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <new>
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
-#elif defined(__has_feature)
+#if defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#include <sanitizer/allocator_interface.h>
 #define __SANITIZE_ADDRESS__
 #endif
+#endif
+#ifdef __SANITIZE_ADDRESS__
+// As in sanitizer/allocator_interface.h, which comes with clang alone.
+extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*taken)(const volatile void*, std::size_t),
+                                                         void (*freed)(const volatile void*));
 #endif
 
 class budget {
