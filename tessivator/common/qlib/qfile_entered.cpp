@@ -2,10 +2,10 @@
 
 namespace {
 
-constexpr std::uint64_t COUNT_BITS = 31;
-constexpr std::size_t FIRST_SLOTS = 64;
+constexpr std::uint64_t count_bits = 31;
+constexpr std::size_t first_slots = 64;
 
-static_assert(qfile_entered::MOST <= COUNT_BITS);
+static_assert(qfile_entered::most <= count_bits);
 
 // Spreads every bit over all others (the finalizer of the splitmix64 generator).
 std::uint64_t mixed(std::uint64_t value) noexcept {
@@ -16,7 +16,7 @@ std::uint64_t mixed(std::uint64_t value) noexcept {
 
 std::uint64_t key_of(const qfile_identity& directory) noexcept {
   const std::uint64_t volume = mixed(directory.volume + 0x9E3779B97F4A7C15);
-  return mixed(directory.index_low ^ mixed(directory.index_high ^ volume)) & ~COUNT_BITS;
+  return mixed(directory.index_low ^ mixed(directory.index_high ^ volume)) & ~count_bits;
 }
 
 }  // namespace
@@ -25,15 +25,15 @@ std::uint64_t key_of(const qfile_identity& directory) noexcept {
 std::uint64_t& qfile_entered::slot_of(std::uint64_t key) noexcept {
   const std::size_t last = slots_.size() - 1;
   std::size_t at = (key >> 5U) & last;
-  while (slots_[at] != 0 && (slots_[at] & ~COUNT_BITS) != key) at = (at + 1) & last;
+  while (slots_[at] != 0 && (slots_[at] & ~count_bits) != key) at = (at + 1) & last;
   return slots_[at];
 }
 
 void qfile_entered::grow() {
-  std::vector<std::uint64_t> old(slots_.empty() ? FIRST_SLOTS : slots_.size() * 2);
+  std::vector<std::uint64_t> old(slots_.empty() ? first_slots : slots_.size() * 2);
   old.swap(slots_);
   for (const std::uint64_t slot : old) {
-    if (slot != 0) slot_of(slot & ~COUNT_BITS) = slot;
+    if (slot != 0) slot_of(slot & ~count_bits) = slot;
   }
 }
 
@@ -41,7 +41,7 @@ bool qfile_entered::enter(const qfile_identity& directory) {
   if (used_ >= slots_.size() / 4 * 3) grow();
   const std::uint64_t key = key_of(directory);
   std::uint64_t& slot = slot_of(key);
-  if ((slot & COUNT_BITS) == MOST) return false;
+  if ((slot & count_bits) == most) return false;
   if (slot == 0) {
     slot = key;
     ++used_;

@@ -9,9 +9,9 @@
 // of a million directories share their bits has odds of one in a million, and then they share their count.
 class qfile_entered {
  public:
-  static constexpr std::uint64_t MOST = 16;
+  static constexpr std::uint64_t most = 16;
 
-  // Counts one more entry; false, without counting, when there have been MOST. May throw std::bad_alloc.
+  // Counts one more entry; false, without counting, when there have been most. May throw std::bad_alloc.
   [[nodiscard]] bool enter(const qfile_identity& directory);
 
  private:

@@ -12,12 +12,12 @@ namespace {
 constexpr std::uint32_t module_id = QLOG_PROG;
 
 // No path goes through more directory links than this, so that lattices of links end as well as cycles.
-constexpr std::uint32_t MOST_LINKS = 16;
+constexpr std::uint32_t most_links = 16;
 
 // Searches that may hold a system handle at once. A deeper walk parks the outermost: what is left of that directory is
 // kept in memory (about its names' bytes: 3 MB for 100,000 entries), so a wide flat directory costs no memory at all
 // and a tree of any depth costs the host no more than this many descriptors.
-constexpr std::size_t MOST_OPEN_SEARCHES = 16;
+constexpr std::size_t most_open_searches = 16;
 
 bool is_share_root(const std::u16string& path) noexcept {
   qpath_share parts;
@@ -92,7 +92,7 @@ qsys_status list_level(qfile_itr& iterator, qfile_itr_level& level) {
 
 qsys_status open_level(qfile_itr& iterator) {
   qfile_itr_level& level = iterator.levels.back();
-  if (iterator.levels.size() > iterator.parked + MOST_OPEN_SEARCHES) park_outermost(iterator);
+  if (iterator.levels.size() > iterator.parked + most_open_searches) park_outermost(iterator);
   if (iterator.levels.size() > 1 || iterator.lists_start) return list_level(iterator, level);
   return qfile_provider_for(iterator.path.c_str()).search(iterator.path.c_str(), level.search);
 }
@@ -138,7 +138,7 @@ void enter_directory(qfile_itr& iterator) {
   level.links = iterator.levels.back().links + (entry.is_link ? 1 : 0);
   level.is_link = entry.is_link;
   level.may_repeat = entry.may_repeat;
-  if (level.links <= MOST_LINKS) iterator.levels.push_back(std::move(level));
+  if (level.links <= most_links) iterator.levels.push_back(std::move(level));
 }
 
 // False when the innermost level is not to be read; `code` then tells of a start that ends the walk.

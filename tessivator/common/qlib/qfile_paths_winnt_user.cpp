@@ -16,8 +16,8 @@ qsys_status status_of(BOOL succeeded) noexcept {
 
 // Opened for its attributes only: that needs no right to read, and a link is followed.
 qsys_status open_for_attributes(const std::wstring& name, qsys_handle& out) noexcept {
-  constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  qsys_handle opened(CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES, SHARE_ALL, nullptr, OPEN_EXISTING,
+  constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  qsys_handle opened(CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING,
                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!opened.valid()) return qfile_status_of(GetLastError());
   out = std::move(opened);
@@ -84,9 +84,9 @@ class local_provider final : public qfile_provider {
     return status_of(CopyFileW(qsys_extended_path(source).c_str(), to.c_str(), fail_if_exists ? TRUE : FALSE));
   }
   qsys_status compress(const qchar* path) override {
-    constexpr DWORD SHARE_ALL = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const std::wstring name = qsys_extended_path(path);
-    const qsys_handle file(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, SHARE_ALL, nullptr, OPEN_EXISTING,
+    const qsys_handle file(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, share_all, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.valid()) return qfile_status_of(GetLastError());
     USHORT format = COMPRESSION_FORMAT_DEFAULT;

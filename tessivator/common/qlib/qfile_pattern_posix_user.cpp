@@ -13,7 +13,7 @@ struct letter_range {
   bool alternates;
 };
 
-constexpr std::array<letter_range, 25> RANGES{{
+constexpr std::array<letter_range, 25> ranges{{
     {0x0061, 0x007A, -32, false}, {0x00E0, 0x00F6, -32, false}, {0x00F8, 0x00FE, -32, false},
     {0x00FF, 0x00FF, 121, false}, {0x0101, 0x012F, -1, true},   {0x0133, 0x0137, -1, true},
     {0x013A, 0x0148, -1, true},   {0x014B, 0x0177, -1, true},   {0x017A, 0x017E, -1, true},
@@ -27,9 +27,9 @@ constexpr std::array<letter_range, 25> RANGES{{
 
 // The letters of the Latin, Greek, Cyrillic and Armenian scripts; others have no case or are left as they are.
 char16_t capital(char16_t unit) noexcept {
-  const auto* const range = std::lower_bound(RANGES.begin(), RANGES.end(), unit,
+  const auto* const range = std::lower_bound(ranges.begin(), ranges.end(), unit,
                                              [](const letter_range& one, char16_t u) { return one.last < u; });
-  if (range == RANGES.end() || unit < range->first) return unit;
+  if (range == ranges.end() || unit < range->first) return unit;
   if (range->alternates && (unit - range->first) % 2 != 0) return unit;
   return static_cast<char16_t>(unit + range->to_capital);
 }

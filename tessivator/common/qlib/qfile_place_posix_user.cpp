@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t LONGEST = PATH_MAX - 1;
+constexpr std::size_t longest = PATH_MAX - 1;
 
 // A folder far below, open on behalf of the walk that is there.
 struct offered_folder {
@@ -36,8 +36,8 @@ std::shared_ptr<DIR> take_offered(std::string_view path) noexcept {
 }  // namespace
 
 void qfile_offer_folder(std::u16string_view path, const std::shared_ptr<DIR>& folder) {
-  constexpr std::size_t MOST_BYTES_A_UNIT = 3;
-  if (path.size() <= (LONGEST - NAME_MAX) / MOST_BYTES_A_UNIT) return;
+  constexpr std::size_t most_bytes_a_unit = 3;
+  if (path.size() <= (longest - NAME_MAX) / most_bytes_a_unit) return;
   offered_folder& last = offered();
   const std::lock_guard hold(last.lock);
   if (same(last.folder, folder)) return;
@@ -65,7 +65,7 @@ int qfile_place::step(std::size_t length) noexcept {
 
 int qfile_place::reach(const qchar* path) {
   if (!qfile_native_path(path, path_)) return QFILE_NO_SUCH_NAME;
-  if (path_.size() <= LONGEST) return 0;
+  if (path_.size() <= longest) return 0;
   while (path_.back() == '/' && path_.size() > 1) path_.pop_back();
   const std::size_t last = path_.rfind('/');
   if (last != std::string::npos) offered_ = take_offered(std::string_view(path_).substr(0, last));
@@ -73,8 +73,8 @@ int qfile_place::reach(const qchar* path) {
     from_ = last + 1;
     return 0;
   }
-  while (path_.size() - from_ > LONGEST) {
-    const std::size_t cut = path_.rfind('/', from_ + LONGEST);
+  while (path_.size() - from_ > longest) {
+    const std::size_t cut = path_.rfind('/', from_ + longest);
     if (cut == std::string::npos || cut <= from_) return ENAMETOOLONG;
     const int error = step(cut - from_);
     if (error != 0) return error;

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr qsys_status END_OF_DIRECTORY{QERR_END, qsys_condition::end_of_directory};
+constexpr qsys_status end_of_directory{QERR_END, qsys_condition::end_of_directory};
 
 enum class entry_kind : char {
   file = 'f',
@@ -90,11 +90,11 @@ std::u16string_view parent_of(std::u16string_view path) noexcept {
   return path.substr(0, cut == 0 ? 1 : cut);
 }
 
-constexpr int AS_DIRECTORY = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
+constexpr int as_directory = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
 // These open directories and answer 0 or an errno value.
 int open_at(int from, const char* name, int how, qsys_descriptor& out) noexcept {
-  out = qsys_descriptor(qsys_retry([&] { return ::openat(from, name, AS_DIRECTORY | how); }));
+  out = qsys_descriptor(qsys_retry([&] { return ::openat(from, name, as_directory | how); }));
   return out.valid() ? 0 : errno;
 }
 
@@ -201,7 +201,7 @@ class directory_search final : public local_search {
   qsys_status read(entry_kind& kind, std::string_view& name) noexcept {
     errno = 0;
     const dirent* const listed = ::readdir(directory_.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
-    if (listed == nullptr) return errno == 0 ? END_OF_DIRECTORY : qfile_status_of(errno);
+    if (listed == nullptr) return errno == 0 ? end_of_directory : qfile_status_of(errno);
     name = listed->d_name;
     kind = name == "." || name == ".." ? entry_kind::special : kind_of_listed(::dirfd(directory_.get()), *listed);
     return {};
@@ -232,7 +232,7 @@ class directory_search final : public local_search {
   bool is_parked_ = false;
   std::string parked_;
   std::size_t taken_ = 0;
-  qsys_status after_parked_ = END_OF_DIRECTORY;
+  qsys_status after_parked_ = end_of_directory;
 };
 
 // Yields the one entry that was asked for by its own name; none when that is a special file.
@@ -241,7 +241,7 @@ class single_search final : public local_search {
   single_search(entry_kind kind, std::u16string name) noexcept
       : kind_(kind), name_(std::move(name)), done_(kind == entry_kind::special) {}
   qsys_status next(qfile_entry& entry) override {
-    if (done_) return END_OF_DIRECTORY;
+    if (done_) return end_of_directory;
     done_ = true;
     fill(entry, kind_, std::move(name_));
     return {};
@@ -254,13 +254,13 @@ class single_search final : public local_search {
 };
 
 // What a file and what its reader opens need besides the walk.
-constexpr rlim_t ROOM_FOR_FILES = 8;
+constexpr rlim_t room_for_files = 8;
 
 // The system gives out the lowest free number: all below it are taken.
 bool leaves_room(int fd) noexcept {
   rlimit most{};
   if (::getrlimit(RLIMIT_NOFILE, &most) != 0 || most.rlim_cur == RLIM_INFINITY) return true;
-  return static_cast<rlim_t>(fd) + ROOM_FOR_FILES < most.rlim_cur;
+  return static_cast<rlim_t>(fd) + room_for_files < most.rlim_cur;
 }
 
 qsys_status search_opened(qsys_descriptor&& fd, std::u16string pattern, std::unique_ptr<qfile_search>& out) {

@@ -8,7 +8,7 @@ namespace {
 
 // A tag with this bit stands for another named place: links and junctions have it, cloud placeholders and compressed
 // files do not.
-constexpr DWORD NAME_SURROGATE = 0x20000000;
+constexpr DWORD name_surrogate = 0x20000000;
 
 struct close_find {
   void operator()(void* handle) const noexcept { FindClose(handle); }
@@ -32,7 +32,7 @@ class find_search final : public qfile_search {
     entry.is_directory = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     entry.is_reparse = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     entry.is_symlink = entry.is_reparse && tag == IO_REPARSE_TAG_SYMLINK;
-    entry.is_link = entry.is_reparse && (tag & NAME_SURROGATE) != 0;
+    entry.is_link = entry.is_reparse && (tag & name_surrogate) != 0;
     return {};
   }
 

@@ -43,8 +43,7 @@ CertificateBook::EntryPtr CertificateBook::find(const CertificateName& name) {
     facts.holder = "(certificate " + hex.substr(0, 12) + "\u2026: " + facts.problem + ')';
   }
   if (seen) seen(facts);
-  const auto entry =
-      std::make_shared<const Entry>(Entry{name, count_++, facts.holder, facts.subjectId, facts.issuerId});
+  EntryPtr entry = std::make_shared<const Entry>(Entry{name, count_++, facts.holder, facts.subjectId, facts.issuerId});
   known_.emplace(name, entry);
   return entry;
 }

@@ -148,6 +148,7 @@ class start_plan {
     std::string name(program_name);
     std::array<char*, 2> arguments{name.data(), nullptr};
     std::vector<char*> variables;
+    variables.reserve(environment.size() + 1);
     for (std::string& one : environment) variables.push_back(one.data());
     variables.push_back(nullptr);
     pid_t process = -1;

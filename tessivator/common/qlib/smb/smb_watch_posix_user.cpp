@@ -37,6 +37,7 @@ bool start_watch(int pair) noexcept {
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   pthread_t thread{};
   const auto number = static_cast<std::intptr_t>(pair);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the number itself is the argument
   const int error = ::pthread_create(&thread, &attributes, watch, reinterpret_cast<void*>(number));
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   ::pthread_attr_destroy(&attributes);
