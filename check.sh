@@ -29,7 +29,7 @@ build() {
   quiet "build/$preset-build.log" cmake --build "build/$preset" --target "$target" -j "$(nproc)"
   step "$preset built in $((SECONDS - start)) s"
 }
-build linux-release all -DTESSIVATOR_BENCH=ON -DTESSIVATOR_PACKAGES=ON
+build linux-release all -DTESSIVATOR_BENCH=ON
 build linux-asan all
 build linux-tsan tsan_tests
 build windows-release all

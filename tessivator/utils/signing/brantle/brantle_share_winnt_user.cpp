@@ -15,18 +15,18 @@ wchar_t* wide(const std::u16string& text) noexcept {
 
 // One function of the interface.
 template <class Function>
-class network_call {
+class NetworkCall {
  public:
-  explicit network_call(const char* name) noexcept
+  explicit NetworkCall(const char* name) noexcept
       : module_(LoadLibraryExW(L"netapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
     if (module_ != nullptr) {
       function_ = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module_, name)));
     }
     if (function_ == nullptr) error_ = GetLastError();
   }
-  network_call(const network_call&) = delete;
-  network_call& operator=(const network_call&) = delete;
-  ~network_call() {
+  NetworkCall(const NetworkCall&) = delete;
+  NetworkCall& operator=(const NetworkCall&) = delete;
+  ~NetworkCall() {
     if (module_ != nullptr) FreeLibrary(module_);
   }
   // The function's answer, or why it is not there.
@@ -49,14 +49,14 @@ std::uint32_t connect(const brantle_share_use& use, std::uint32_t* bad_argument)
   info.ui2_username = wide(use.user);
   info.ui2_domainname = wide(use.domain);
   DWORD index = 0;
-  const network_call<decltype(NetUseAdd)> add("NetUseAdd");
+  const NetworkCall<decltype(NetUseAdd)> add("NetUseAdd");
   const std::uint32_t status = add(nullptr, 2, reinterpret_cast<LPBYTE>(&info), &index);
   *bad_argument = index;
   return status;
 }
 
 std::uint32_t disconnect(const std::u16string& remote) {
-  const network_call<decltype(NetUseDel)> remove("NetUseDel");
+  const NetworkCall<decltype(NetUseDel)> remove("NetUseDel");
   return remove(nullptr, wide(remote), USE_NOFORCE);
 }
 
