@@ -78,12 +78,14 @@ class posix_file final : public qfile_positioned {
     return linked == 0 ? qsys_status{} : qfile_status_of(errno);
   }
 
-  void keep_mode(const qchar* path) override {
+  qsys_status keep_mode(const qchar* path) override {
     qfile_place place;
     struct stat about {};
-    if (place.reach(path) != 0) return;
-    if (::fstatat(place.directory(), place.name(), &about, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(about.st_mode)) return;
-    (void)::fchmod(fd_.get(), about.st_mode & 0777);
+    if (const int error = place.reach(path); error != 0) return qfile_status_of(error);
+    if (::fstatat(place.directory(), place.name(), &about, AT_SYMLINK_NOFOLLOW) != 0) return {};
+    if (S_ISREG(about.st_mode)) (void)::fchmod(fd_.get(), about.st_mode & 0777);
+    const bool special = !S_ISREG(about.st_mode) && !S_ISLNK(about.st_mode) && !S_ISDIR(about.st_mode);
+    return special ? qfile_status_of(ENXIO) : qsys_status{};
   }
 
   qsys_status flush() noexcept override {

@@ -70,8 +70,12 @@ class qfile_object {
     (void)path;
     return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
   }
-  // Gives this new file, which is to replace the file at `path`, what rights of it the storage can.
-  virtual void keep_mode(const qchar* path) { (void)path; }
+  // Gives this new file, which is to replace the file at `path`, what rights of it the storage can. A device or pipe
+  // there is nothing to be replaced: the code of a special file.
+  [[nodiscard]] virtual qsys_status keep_mode(const qchar* path) {
+    (void)path;
+    return {};
+  }
 
  private:
   qerr_t failure_ = QERR_OK;

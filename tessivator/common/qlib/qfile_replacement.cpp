@@ -70,7 +70,8 @@ qerr_t qfile_replacement::begin(const qchar* path) noexcept try {
   if (status.code == QERR_NOT_IMPLEMENTED) {
     status = with_new_name(target_, name_, [&](const qchar* name) { return provider_->create_exclusive(name, file_); });
   }
-  if (status.ok()) file_->keep_mode(path);
+  if (status.ok()) status = file_->keep_mode(path);
+  if (!status.ok()) abandon();
   return status.code;
 } catch (...) {
   return QERR_LOW_MEMORY;

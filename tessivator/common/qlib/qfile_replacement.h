@@ -22,8 +22,8 @@ class qfile_replacement {
   ~qfile_replacement();
 
   // Creates the new file; directories are not created. On POSIX systems it gets the mode of the regular file that it is
-  // to replace, or 0644 less the umask. QERR_ARG1 without a path, QERR_LOW_MEMORY (also for a system without random
-  // numbers), or the file's code.
+  // to replace, or 0644 less the umask; a device or pipe is not replaced (code 6). QERR_ARG1 without a path,
+  // QERR_LOW_MEMORY (also for a system without random numbers), or the file's code.
   [[nodiscard]] qerr_t begin(const qchar* path) noexcept;
   // Appends. QERR_ARG1 before begin has succeeded, QERR_ARG2 without bytes, or the file's code.
   [[nodiscard]] qerr_t write(const void* bytes, std::size_t size) noexcept;

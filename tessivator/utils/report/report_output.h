@@ -1,20 +1,16 @@
 // Where a command's result goes: a file, which is there whole or not at all, or standard output.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
 
-#include "common/qlib/qfile_provider.h"
+#include "common/qlib/qfile_replacement.h"
 
 class ReportOutput {
  public:
-  // To standard output when `path` is empty. Throws ReportError, as all of these do.
+  // To standard output when `path` is empty. Throws ReportError, as all of these do. Without finish() nothing remains
+  // of a file.
   explicit ReportOutput(std::u16string path);
-  ReportOutput(const ReportOutput&) = delete;
-  ReportOutput& operator=(const ReportOutput&) = delete;
-  // Without finish() nothing remains of a file.
-  ~ReportOutput();
 
   void write(std::string_view text);
   // For many small pieces: append to it, then call spill().
@@ -28,10 +24,9 @@ class ReportOutput {
  private:
   static constexpr std::size_t A_WRITE = std::size_t{1} << 18U;
   void flush();
-  [[noreturn]] void fail(qerr_t code) const;
+  void check(qerr_t code) const;
 
   std::u16string path_;
-  std::u16string temporary_;
-  std::unique_ptr<qfile_object> file_;
+  qfile_replacement file_;
   std::string buffer_;
 };

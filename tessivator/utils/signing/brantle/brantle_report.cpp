@@ -50,10 +50,25 @@ BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(pat
 
 void BrantleReport::add(const BrantleRecord& record, const sgn_cert_name* names) {
   if (code_ != QERR_OK) return;
+  // What takes memory comes first: want of it costs this record.
+  std::vector<std::string> texts;
+  texts.reserve(record.size());
+  for (const auto& field : record) texts.push_back(qstr_to_utf8(allowedText(field.second)));
+  try {
+    push(record, texts, names);
+  } catch (...) {  // a record that ends in its middle cannot be taken back
+    code_ = QERR_LOW_MEMORY;
+    file_.abandon();
+    throw;
+  }
+}
+
+void BrantleReport::push(const BrantleRecord& record, const std::vector<std::string>& texts,
+                         const sgn_cert_name* names) {
   xml_.OpenElement("Executable");
-  for (const auto& [key, value] : record) {
-    xml_.OpenElement(key.c_str());
-    xml_.PushText(qstr_to_utf8(allowedText(value)).c_str());
+  for (auto text = texts.begin(); const auto& field : record) {
+    xml_.OpenElement(field.first.c_str());
+    xml_.PushText((text++)->c_str());
     xml_.CloseElement();
   }
   pushCertificates(xml_, names);

@@ -3,6 +3,9 @@
 
 #include <tinyxml2.h>
 
+#include <string>
+#include <vector>
+
 #include "common/qlib/qfile_replacement.h"
 #include "utils/signing/brantle/brantle.h"
 
@@ -20,6 +23,7 @@ class BrantleReport {
   [[nodiscard]] qerr_t finish(const std::string& comment);
 
  private:
+  void push(const BrantleRecord& record, const std::vector<std::string>& texts, const sgn_cert_name* names);
   void drain();
 
   qfile_replacement file_;
