@@ -20,6 +20,8 @@ quiet() {
 tools/install-deps.sh check
 tools/cross-libs.sh
 tools/real-images.sh
+export WINEPREFIX=$root/build/wineprefix WINEDEBUG=-all
+quiet build/wine.log tools/wine-run.sh cmd /c exit
 
 # build PRESET TARGET [OPTION...]: configures and builds one preset's folder.
 build() {
@@ -39,7 +41,6 @@ export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:check_initial
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 export TESSIVATOR_REAL=$root/build/real LC_ALL=C.UTF-8
-export WINEPREFIX=$root/build/wineprefix WINEDEBUG=-all
 
 /usr/bin/python3 tools/gather-tests.py build/check linux-release linux-asan linux-tsan:tsan windows-release
 # Kernels that randomise more than 28 bits of an address put memory where this compiler's sanitizers do not expect it.

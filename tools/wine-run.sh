@@ -22,13 +22,35 @@ else
   wine=$(command -v wine64 || command -v wine) || { echo "wine-run.sh: Wine is not installed" >&2; exit 127; }
 fi
 
+# Makes the prefix. One that was left half made is of no use to any later run, so each try begins from nothing.
+make_prefix() {
+  local try
+  for try in 1 2 3; do
+    find "$WINEPREFIX" -mindepth 1 -maxdepth 1 ! -name '.tessivator-*' -exec rm -rf {} +
+    # The last try says what goes wrong.
+    [ "$try" -lt 3 ] || export WINEDEBUG=err+all,warn+module,fixme-all
+    if "$wine" wineboot -i </dev/null >"$WINEPREFIX/.tessivator-log" 2>&1 9>&- && "$wine" cmd /c exit >/dev/null 2>&1 9>&-; then
+      return
+    fi
+    sleep "$try"
+  done
+  {
+    echo "wine-run.sh: the Wine prefix $WINEPREFIX could not be made"
+    tail -n 60 "$WINEPREFIX/.tessivator-log"
+    df -h "$WINEPREFIX" /tmp
+    free -m
+    ulimit -a
+    ls -la "$WINEPREFIX" "$WINEPREFIX/drive_c/windows"
+    id
+  } >&2
+  exit 126
+}
 if [ ! -f "$WINEPREFIX/.tessivator-ready" ]; then
   mkdir -p "$WINEPREFIX"
   exec 9>"$WINEPREFIX/.tessivator-lock"
   flock 9
   if [ ! -f "$WINEPREFIX/.tessivator-ready" ]; then
-    "$wine" wineboot -i </dev/null >"$WINEPREFIX/wineboot.log" 2>&1 9>&- ||
-      { echo "wine-run.sh: the Wine prefix $WINEPREFIX could not be made" >&2; cat "$WINEPREFIX/wineboot.log" >&2; exit 126; }
+    (make_prefix)
     touch "$WINEPREFIX/.tessivator-ready"
   fi
   exec 9>&-
