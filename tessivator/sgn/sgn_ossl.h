@@ -1,7 +1,6 @@
 // Owners of OpenSSL's objects and of its errors. Internal to this component.
 #pragma once
 
-#include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
@@ -12,7 +11,6 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qmem.h"
 
-using SgnBioOwner = std::unique_ptr<BIO, FreeWith<BIO_free>>;
 using SgnX509Owner = std::unique_ptr<X509, FreeWith<X509_free>>;
 using SgnIssuerSerialOwner = std::unique_ptr<PKCS7_ISSUER_AND_SERIAL, FreeWith<PKCS7_ISSUER_AND_SERIAL_free>>;
 

@@ -19,8 +19,9 @@ using SgnP7Owner = std::unique_ptr<sgn_p7, FreeWith<sgn_p7_free>>;
 
 // Decodes (nothing is decrypted, despite the name) the PKCS#7 structure at the start of `length` bytes; what follows it
 // is ignored. Returns QERR_LOW_MEMORY, or QERR_ALL_BITS when the bytes are not such a structure, when it takes more
-// than 16 MiB (of open length: when `length` does), holds more than 4,096 certificates or signers, or so many elements
-// that decoding would take more than eight times its size; a warning tells the figure. `cache` may be null.
+// than 16 MiB (of open length: when `length` does), holds more than 4,096 certificates or signers, or more than 131,072
+// elements of any kind and one for each 16 of its bytes: decoding would take more than eight times its size and 16 MiB;
+// a warning tells the figure. `cache` may be null.
 [[nodiscard]] qerr_t sgn_decrypt_certificate_ex(const std::byte* buffer, std::uint32_t length, sgn_p7** out,
                                                 sgn_store_cache* cache) noexcept;
 [[nodiscard]] qerr_t sgn_decrypt_certificate(const std::byte* buffer, std::uint32_t length, sgn_p7** out) noexcept;

@@ -76,7 +76,7 @@ inline Outcome extract_bytes(std::string_view bytes, const fs::path& folder, std
 // The certificate of a PEM file below the fixtures, decoded by OpenSSL's own reader.
 inline SgnX509Owner certificate(const std::string& name) {
   const std::string pem = file_text(fixture(name));
-  const SgnBioOwner in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  const std::unique_ptr<BIO, FreeWith<BIO_free>> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   return SgnX509Owner(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
 }
 
