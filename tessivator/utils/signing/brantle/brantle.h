@@ -6,8 +6,8 @@
 // time.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -33,8 +33,16 @@ inline constexpr std::int32_t BRANTLE_CONNECT_CONFLICT = 20003;  // server alrea
 inline constexpr std::int32_t BRANTLE_EXCEPTION = -1;
 inline constexpr std::int32_t BRANTLE_INTERRUPTED = -2;  // qlib_cancel was called; there is no new report
 
-// Path, checksums and product information of one file, in the byte order of the keys.
-using BrantleRecord = std::map<std::string, std::u16string>;
+// Path, checksums and product information of one file. The fields stand in the byte order of their names, as in the
+// report. One record serves all files, so that its texts keep their memory.
+struct BrantleRecord {
+  enum Field : std::uint8_t { Name, SHA1, SHA256, companyName, isInstaller, productName, productVersion, count };
+  static constexpr std::array<const char*, count> names = {"Name",        "SHA1",        "SHA256",        "companyName",
+                                                           "isInstaller", "productName", "productVersion"};
+  std::array<std::u16string, count> texts;
+  bool isBare = false;  // of a file with certificates alone: SHA256 is left out
+  std::u16string& operator[](Field field) noexcept { return texts[field]; }
+};
 
 // What a request has done so far.
 struct BrantleTotals {
@@ -107,6 +115,7 @@ class Brantle {
 
   [[nodiscard]] std::uint32_t populateCurrentEXEInfo();
   void appendImageRecord();
+  void completeRecord();
   [[nodiscard]] bool appendPackageRecord();
   [[nodiscard]] std::uint32_t getSHA_cksum(const std::u16string& path, std::u16string& sha1, std::u16string& sha256);
   void populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord& record);

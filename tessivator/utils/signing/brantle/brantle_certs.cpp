@@ -75,10 +75,7 @@ std::uint32_t Brantle::extractFromCabinet(sgn_cert_name** names, std::uint32_t& 
 // A file that has certificates but no product information is still listed; consumers know such a record by
 // the missing "SHA256" key.
 void Brantle::appendBareRecord() {
-  currentRecord.clear();
-  currentRecord["Name"] = currentFile;
-  for (const char* key : {"SHA1", "productName", "companyName", "productVersion", "isInstaller"}) {
-    currentRecord[key] = std::u16string();
-  }
-  recordAdded = true;
+  for (std::u16string& text : currentRecord.texts) text.clear();
+  completeRecord();
+  currentRecord.isBare = true;
 }

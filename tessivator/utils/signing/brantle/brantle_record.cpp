@@ -17,18 +17,16 @@ namespace {
 
 constexpr std::uint16_t image_types = INV_TYPE_IMAGE32 | INV_TYPE_IMAGE64;
 
-std::u16string orEmpty(const qchar* text) { return text != nullptr ? std::u16string(text) : std::u16string(); }
+const qchar* orEmpty(const qchar* text) { return text != nullptr ? text : u""; }
 
-std::u16string sha1Text(const qcksum& sum) {
-  std::u16string text(QCKSUM_SHA1_TEXT - 1, u'\0');
-  const bool converted = qcksum_SHA1_to_qstr(sum.value, text.data(), QCKSUM_SHA1_BIN_LEN) == QERR_OK;
-  return converted ? text : std::u16string();
+void setSha1(std::u16string& text, const qcksum& sum) {
+  text.resize(QCKSUM_SHA1_TEXT - 1);
+  if (qcksum_SHA1_to_qstr(sum.value, text.data(), QCKSUM_SHA1_BIN_LEN) != QERR_OK) text.clear();
 }
 
-std::u16string sha256Text(const qcksum& sum) {
-  std::u16string text(QCKSUM_SHA256_TEXT - 1, u'\0');
-  const bool converted = qcksum_SHA2_to_qstr(sum.value, text.data(), QCKSUM_SHA256_BIN_LEN) == QERR_OK;
-  return converted ? text : std::u16string();
+void setSha256(std::u16string& text, const qcksum& sum) {
+  text.resize(QCKSUM_SHA256_TEXT - 1);
+  if (qcksum_SHA2_to_qstr(sum.value, text.data(), QCKSUM_SHA256_BIN_LEN) != QERR_OK) text.clear();
 }
 
 }  // namespace
@@ -52,14 +50,19 @@ std::uint32_t Brantle::populateCurrentEXEInfo() {
 }
 
 void Brantle::appendImageRecord() {
-  currentRecord.clear();
-  currentRecord["SHA1"] = sha1Text(fileInfo->sha1);
-  currentRecord["SHA256"] = sha256Text(fileInfo->sha256);
-  currentRecord["productName"] = orEmpty(fileInfo->ProductName);
-  currentRecord["companyName"] = orEmpty(fileInfo->CompanyName);
-  currentRecord["productVersion"] = orEmpty(fileInfo->ProductVersion);
-  currentRecord["isInstaller"] = (fileInfo->classification_flags & INV_CLASS_INSTALLER) != 0 ? u"yes" : u"no";
-  currentRecord["Name"] = currentFile;
+  setSha1(currentRecord[BrantleRecord::SHA1], fileInfo->sha1);
+  setSha256(currentRecord[BrantleRecord::SHA256], fileInfo->sha256);
+  currentRecord[BrantleRecord::productName] = orEmpty(fileInfo->ProductName);
+  currentRecord[BrantleRecord::companyName] = orEmpty(fileInfo->CompanyName);
+  currentRecord[BrantleRecord::productVersion] = orEmpty(fileInfo->ProductVersion);
+  currentRecord[BrantleRecord::isInstaller] =
+      (fileInfo->classification_flags & INV_CLASS_INSTALLER) != 0 ? u"yes" : u"no";
+  completeRecord();
+}
+
+void Brantle::completeRecord() {
+  currentRecord[BrantleRecord::Name] = currentFile;
+  currentRecord.isBare = false;
   recordAdded = true;
 }
 
@@ -73,16 +76,13 @@ bool Brantle::appendPackageRecord() {
             msi_last_system_error());
     return false;
   }
-  std::u16string sha1;
-  std::u16string sha256;
+  std::u16string& sha1 = currentRecord[BrantleRecord::SHA1];
+  std::u16string& sha256 = currentRecord[BrantleRecord::SHA256];
   if (getSHA_cksum(currentFile, sha1, sha256) != QERR_OK) {
     sha1.clear();
     sha256.clear();
   }
-  currentRecord["SHA1"] = sha1;
-  currentRecord["SHA256"] = sha256;
-  currentRecord["Name"] = currentFile;
-  recordAdded = true;
+  completeRecord();
   return true;
 }
 
@@ -102,8 +102,8 @@ std::uint32_t Brantle::getSHA_cksum(const std::u16string& path, std::u16string& 
     QLOG(QLOG_ERROR, u"Failed to compute the checksum of file '%s'. err = %d.\n", path, code);
   }
   if (code == QERR_OK || code == QERR_CKSUM_BYPASSED) {
-    sha1 = sha1Text(sum1);
-    sha256 = sha256Text(sum256);
+    setSha1(sha1, sum1);
+    setSha256(sha256, sum256);
   }
   return code;
 }
@@ -111,14 +111,12 @@ std::uint32_t Brantle::getSHA_cksum(const std::u16string& path, std::u16string& 
 void Brantle::populateMsiInfo(MsiProductInfoExtractor& extractor, BrantleRecord& record) {
   static constexpr struct {
     const qchar* property;
-    const char* key;
-  } properties[] = {
-      {u"ProductName", "productName"}, {u"Manufacturer", "companyName"}, {u"ProductVersion", "productVersion"}};
-  record.clear();
-  record["isInstaller"] = u"yes";
-  for (const auto& [property, key] : properties) {
-    std::u16string value;
-    if (extractor.getPropertyValueFromMsi(property, value) != 0) value.clear();
-    record[key] = value;
+    BrantleRecord::Field field;
+  } properties[] = {{u"ProductName", BrantleRecord::productName},
+                    {u"Manufacturer", BrantleRecord::companyName},
+                    {u"ProductVersion", BrantleRecord::productVersion}};
+  record[BrantleRecord::isInstaller] = u"yes";
+  for (const auto& [property, field] : properties) {
+    if (extractor.getPropertyValueFromMsi(property, record[field]) != 0) record[field].clear();
   }
 }

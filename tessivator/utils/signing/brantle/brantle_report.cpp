@@ -1,7 +1,11 @@
 #include "utils/signing/brantle/brantle_report.h"
 
+#include <algorithm>
+#include <string_view>
+
 #include "common/qlib/qerr.h"
 #include "common/qlib/qstr.h"
+#include "common/qlib/qutf8.h"
 
 namespace {
 
@@ -11,20 +15,21 @@ constexpr std::size_t piece = 65536;
 // XML 1.0 forbids most control characters, unpaired surrogates and the two noncharacters U+FFFE and U+FFFF;
 // one of them in a file name or version string would make the whole report unreadable. A carriage return is allowed,
 // but every reader turns it into a line feed.
-std::u16string allowedText(const std::u16string& value) {
-  std::u16string text = value;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const qchar unit = text[i];
-    const bool high = unit >= 0xD800 && unit <= 0xDBFF;
-    if (high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-      ++i;  // a whole pair
-      continue;
-    }
-    const bool surrogate = unit >= 0xD800 && unit <= 0xDFFF;
-    const bool control = unit < 0x20 && unit != u'\t' && unit != u'\n';
-    if (surrogate || control || unit >= 0xFFFE) text[i] = 0xFFFD;
+bool isAllowed(char32_t scalar) noexcept {
+  return scalar >= 0x20 ? scalar != 0xFFFE && scalar != 0xFFFF : scalar == U'\t' || scalar == U'\n';
+}
+
+// `value` in UTF-8 with U+FFFD for what is not allowed. Nearly all is plain ASCII from end to end.
+void setAllowed(std::string& text, std::u16string_view value) {
+  const auto* const end = std::find_if(value.begin(), value.end(), [](qchar u) { return u < 0x20 || u >= 0x80; });
+  text.resize(static_cast<std::size_t>(end - value.begin()));
+  std::transform(value.begin(), end, text.begin(), [](qchar unit) { return static_cast<char>(unit); });
+  value.remove_prefix(text.size());
+  while (!value.empty()) {
+    const qutf8_step step = qutf16_next(value);
+    qutf8_append(text, isAllowed(step.scalar) ? step.scalar : QUTF8_REPLACEMENT);
+    value.remove_prefix(step.length);
   }
-  return text;
 }
 
 void pushCertificates(tinyxml2::XMLPrinter& xml, const sgn_cert_name* names) {
@@ -51,11 +56,9 @@ BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(pat
 void BrantleReport::add(const BrantleRecord& record, const sgn_cert_name* names) {
   if (code_ != QERR_OK) return;
   // What takes memory comes first: want of it costs this record.
-  std::vector<std::string> texts;
-  texts.reserve(record.size());
-  for (const auto& field : record) texts.push_back(qstr_to_utf8(allowedText(field.second)));
+  for (std::size_t i = 0; i < BrantleRecord::count; ++i) setAllowed(texts_[i], record.texts[i]);
   try {
-    push(record, texts, names);
+    push(record.isBare, names);
   } catch (...) {  // a record that ends in its middle cannot be taken back
     code_ = QERR_LOW_MEMORY;
     file_.abandon();
@@ -63,12 +66,12 @@ void BrantleReport::add(const BrantleRecord& record, const sgn_cert_name* names)
   }
 }
 
-void BrantleReport::push(const BrantleRecord& record, const std::vector<std::string>& texts,
-                         const sgn_cert_name* names) {
+void BrantleReport::push(bool isBare, const sgn_cert_name* names) {
   xml_.OpenElement("Executable");
-  for (auto text = texts.begin(); const auto& field : record) {
-    xml_.OpenElement(field.first.c_str());
-    xml_.PushText((text++)->c_str());
+  for (std::size_t i = 0; i < BrantleRecord::count; ++i) {
+    if (isBare && i == BrantleRecord::SHA256) continue;
+    xml_.OpenElement(BrantleRecord::names[i]);
+    xml_.PushText(texts_[i].c_str());
     xml_.CloseElement();
   }
   pushCertificates(xml_, names);

@@ -3,8 +3,8 @@
 
 #include <tinyxml2.h>
 
+#include <array>
 #include <string>
-#include <vector>
 
 #include "common/qlib/qfile_replacement.h"
 #include "utils/signing/brantle/brantle.h"
@@ -23,10 +23,11 @@ class BrantleReport {
   [[nodiscard]] qerr_t finish(const std::string& comment);
 
  private:
-  void push(const BrantleRecord& record, const std::vector<std::string>& texts, const sgn_cert_name* names);
+  void push(bool isBare, const sgn_cert_name* names);
   void drain();
 
   qfile_replacement file_;
   qerr_t code_;
   tinyxml2::XMLPrinter xml_;
+  std::array<std::string, BrantleRecord::count> texts_;  // of the record that is being added
 };
