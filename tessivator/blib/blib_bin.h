@@ -45,6 +45,7 @@ struct blib_bin {
   std::uint64_t full_size = 0;          // what every bound is checked against
   Bytes view;                           // the leading bytes of the file
   bool view_is_buffer = false;          // from qmem_alloc, else from qfile_map
+  bool view_is_held = false;            // neither: the open file's own
   bool is_64bit = false;                // PE32+
   std::vector<std::byte> nt_copy;       // the NT headers when they lie beyond the view
   std::vector<std::byte> section_copy;  // the section table when the NT headers had to be copied

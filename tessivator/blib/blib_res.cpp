@@ -178,7 +178,6 @@ class type_walk {
     const std::uint64_t place = to_offset(qbytes_le<std::uint32_t>(fields, 0).value_or(0));
     // Larger sizes and negative ones are cut alike.
     const std::uint32_t size = std::min(qbytes_le<std::uint32_t>(fields, 4).value_or(0), BLIB_RES_MOST_BYTES);
-    if (data_.empty()) data_.resize(BLIB_RES_MOST_BYTES);
     code = reader_.read_data(place, data_.data(), size);
     return code != QERR_OK ? code : visitor_(type_id_, data_.data(), size, language_id, stop_, context_, context_size_);
   }
@@ -191,7 +190,7 @@ class type_walk {
   void* context_;
   std::size_t context_size_;
   std::uint64_t root_ = nowhere;
-  std::vector<std::byte> data_;
+  std::array<std::byte, BLIB_RES_MOST_BYTES> data_;  // filled before it is given away
 };
 
 }  // namespace

@@ -80,14 +80,14 @@ std::uint64_t qfile_positioned::expected_size() noexcept {
 
 // Tried once: a file that was empty then, or could not be read, has no block.
 qsys_status qfile_positioned::keep_block() noexcept {
-  if (!block_wanted_) return {};
+  if (!block_wanted_) return block_status_;
   block_wanted_ = false;
   const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(expected_size(), largest_block));
   if (wanted == 0) return {};
   block_.reset(static_cast<std::byte*>(qmem_alloc(wanted)));
   if (!block_) return {};
   std::size_t got = 0;
-  const qsys_status status = read_start(block_.get(), wanted, got);
-  if (status.ok()) block_size_ = got;
-  return status;
+  block_status_ = read_start(block_.get(), wanted, got);
+  if (block_status_.ok()) block_size_ = got;
+  return block_status_;
 }

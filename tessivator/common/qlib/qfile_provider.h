@@ -113,6 +113,7 @@ class qfile_positioned : public qfile_object {
 
   QmemPtr<std::byte> block_;
   std::size_t block_size_ = 0;
+  qsys_status block_status_;
   bool block_wanted_;  // and not yet tried
 };
 
