@@ -1,6 +1,7 @@
 #include "common/qlib/qlog.h"
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -148,6 +149,7 @@ constexpr std::uint32_t most_repeats = 100;
 // destructor that a library which a host unloads would leave behind.
 std::mutex last_lines_lock;  // no constant with MinGW
 constinit std::array<repeated_line, 64> last_lines{};
+std::atomic<std::uint32_t> begun_rows{0};  // slots in use: where none is, no thread has a row to end
 
 repeated_line& slot_of(std::uint32_t thread) noexcept { return last_lines[(thread * 2654435761U) >> 26]; }
 
@@ -181,6 +183,7 @@ bool is_new(qchar* buffer, const call_site& site, const qchar* format, std::span
     repeated_line& last = slot_of(now.thread);
     if (last.times != 0 && last.thread == now.thread && last.digest == now.digest) return ++last.times <= most_repeats;
     ended = std::exchange(last, now);
+    if (ended.times == 0) ++begun_rows;
   }
   write_count(buffer, ended);
   return true;
@@ -215,12 +218,14 @@ qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char*
 }
 
 void qlog_end_repeats() noexcept {
+  if (begun_rows.load(std::memory_order_relaxed) == 0) return;
   repeated_line ended{};
   {
     const std::uint32_t thread = qsys_thread_id();
     const std::lock_guard<std::mutex> lock(last_lines_lock);
     repeated_line& last = slot_of(thread);
     if (last.thread == thread) ended = std::exchange(last, {});
+    if (ended.times != 0) --begun_rows;
   }
   const QmemPtr<qchar> buffer = ended.times > most_repeats ? line_buffer() : nullptr;
   if (buffer) write_count(buffer.get(), ended);
