@@ -2,6 +2,7 @@
 import argparse
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -32,9 +33,12 @@ def make_tree(tree):
     block = b"".join(i.to_bytes(4, "little") for i in range(1 << 18))
     (tree / "large.bin").write_bytes(block * 3 + b"end")
     image = next((FIXTURES / "tree").rglob("*.exe"))
-    for name in ["odd/good/a", "odd/bad/QQQ", *(f"few/{i}" for i in range(10)), *(f"more/{i}" for i in range(40))]:
+    for name in ["odd/good/a", "odd/bad/QQQ", *(f"few/{i}" for i in range(10)), *(f"more/{i}" for i in range(40)), "wide/after"]:
         (tree / name).parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(image, tree / f"{name}.exe")
+    (tree / "wide" / "all").mkdir()
+    for i in range(1000):
+        (tree / "wide" / "all" / f"{i}.txt").touch()
     shutil.copy(image, tree / "refused.exe")
     (tree / "refused.exe").chmod(0o600)
 
@@ -60,12 +64,12 @@ class Result:
 
 
 class Scans(unittest.TestCase):
-    def scan(self, path, *options, logon=LOGON, home=None):
+    def scan(self, path, *options, logon=LOGON, home=None, program=None):
         out = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home))
         environment = dict(os.environ, HOME=str(home or SERVER.home))
         arguments = [*options, *logon] if options else []
         start = time.monotonic()
-        done = subprocess.run([OPTIONS.brantle, path, out, *arguments], env=environment, capture_output=True,
+        done = subprocess.run([program or OPTIONS.brantle, path, out, *arguments], env=environment, capture_output=True,
                               timeout=120, check=False)
         result = Result(done, out, time.monotonic() - start)
         self.assertNotIn(logon[2] or "-", result.said)
@@ -96,11 +100,7 @@ class Scans(unittest.TestCase):
         cases = (
             ("good", tree + r"\tree\deep", LOGON, 0),
             ("wrong password", tree, (DOMAIN, USER, "wr0ng!"), 20002),
-            ("unknown user", tree, (DOMAIN, "no-such-user", "s3cret!"), 20002),
-            ("no right to the share", r"\\127.0.0.1\denied", LOGON, 20002),
             ("missing share", r"\\127.0.0.1\nothing", LOGON, 20001),
-            ("missing server", r"\\no-such-server.invalid\tree", LOGON, 20001),
-            ("server that refuses", r"\\127.0.9.9\tree", LOGON, 20001),
             ("missing folder", tree + r"\nothing", LOGON, 20001),
             ("empty share", r"\\127.0.0.1\empty", LOGON, 20001),
             ("local path", str(SERVER.tree), LOGON, 20001),
@@ -118,13 +118,6 @@ class Scans(unittest.TestCase):
         self.assertEqual(result.records(r"\\127.0.0.1\guest\tree"),
                          self.scan(r"\\127.0.0.1\tree\tree", "-n").records(r"\\127.0.0.1\tree\tree"))
         self.assertEqual(self.scan(r"\\127.0.0.1\tree\tree").code, 20001 & 255)
-
-    def test_a_refused_file_is_left_out(self):
-        result = self.scan(r"\\127.0.0.1\tree", "-n")
-        self.assertEqual(result.code, 0)
-        records = result.records(r"\\127.0.0.1\tree")
-        self.assertNotIn("/refused.exe", records)
-        self.assertTrue(any(name.startswith("/tree/") for name in records))
 
     def test_nothing_is_written_to_a_share(self):
         out = SERVER.home / "empty"
@@ -144,20 +137,6 @@ class Scans(unittest.TestCase):
         self.assertEqual(result.code, 0, result.said)
         self.assertEqual(result.said, "")
         self.assertEqual(sorted(home.rglob("*")), before)
-
-    def assert_ends_with_what_it_has(self, server, happening):
-        """Half of what a whole scan reads comes through; then `happening`."""
-        with Relay(server) as relay:
-            path = rf"\\{relay.address}\tree\tree"
-            whole = len(self.scan(path, "-n").records(path))
-            half = relay.passed // 2
-        with Relay(server, half, happening) as relay:
-            path = rf"\\{relay.address}\tree\tree"
-            result = self.scan(path, "-n")
-        self.assertEqual(result.code, 0, result.said)
-        self.assertLess(result.seconds, 60)
-        found = len(result.records(path))
-        self.assertTrue(0 < found < whole, (found, whole))
 
     def test_a_cut_connection_costs_nothing(self):
         path = r"\\{}\tree\tree"
@@ -188,9 +167,7 @@ class Scans(unittest.TestCase):
                 self.assertLessEqual(counts["more"] - counts["few"], 4 * 30 + 2)
 
     def test_the_share_program_ends_with_its_host(self):
-        def silence(relay):
-            relay.silent = True
-        with Relay(SERVER, 20000, silence) as relay, subprocess.Popen(
+        with Relay(SERVER, 20000, Relay.silence) as relay, subprocess.Popen(
                 [OPTIONS.brantle, rf"\\{relay.address}\tree", SERVER.home / "empty", "-n", *LOGON]) as host:
             while not relay.silent:
                 time.sleep(0.01)
@@ -202,22 +179,73 @@ class Scans(unittest.TestCase):
             time.sleep(0.01)
         self.assertLess(time.monotonic(), end)
 
-    def test_server_killed_in_the_middle(self):
+    def test_a_server_lost_in_the_middle(self):
+        """Half of what a whole scan reads comes through; then the server ends, or says no more."""
         with Server(SERVER.tree) as other:
-            self.assert_ends_with_what_it_has(other, lambda relay: other.stop())
+            for server, happening in ((other, lambda relay: other.stop()), (SERVER, Relay.silence)):
+                with Relay(server) as relay:
+                    path = rf"\\{relay.address}\tree\tree"
+                    whole = len(self.scan(path, "-n").records(path))
+                with self.subTest(happening), Relay(server, relay.passed // 2, happening) as relay:
+                    path = rf"\\{relay.address}\tree\tree"
+                    result = self.scan(path, "-n")
+                    self.assertEqual(result.code, 0, result.said)
+                    self.assertIn("incomplete: the walk ended early", result.said)
+                    self.assertIn(len(result.records(path)), range(1, whole))
 
-    def test_server_falls_silent_in_the_middle(self):
-        def silence(relay):
-            relay.silent = True
-        self.assert_ends_with_what_it_has(SERVER, silence)
-
-    def test_server_that_never_answers(self):
-        def silence(relay):
-            relay.silent = True
-        with Relay(SERVER, 1, silence) as relay:
+    def test_a_server_that_never_answers(self):
+        with Relay(SERVER, 1, Relay.silence) as relay:
             result = self.scan(rf"\\{relay.address}\tree", "-n")
-        self.assertEqual(result.code, 20001 & 255)
-        self.assertLess(result.seconds, 60)
+        self.assertEqual(result.code, 20001 & 255, result.said)
+
+    def test_a_listing_without_end_is_left_out_alone(self):
+        answers = []
+
+        def again(frame):
+            """In place of "no more files" the names come once more, more than a million in all."""
+            if frame[12:14] != b"\x0e\0" or len(answers) > 1010:
+                return frame
+            answers.append(frame if frame[8:12] == bytes(4) else frame[:8] + bytes(4) + frame[12:64] + answers[-1][64:])
+            return answers[-1] if len(answers[-1]) > 50000 else frame
+        with Relay(SERVER, change=again) as relay:
+            path = rf"\\{relay.address}\tree\wide"
+            result = self.scan(path, "-n")
+        self.assertEqual((result.code, list(result.records(path))), (0, ["/after.exe"]))
+        self.assertIn("incomplete: 1 directory", result.said)
+
+    def test_whatever_a_server_says_the_scan_ends_and_tells_what_is_missing(self):
+        home = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home))
+        shutil.copy(OPTIONS.brantle, home / "brantle")
+        shutil.copy(pathlib.Path(__file__).parent / "fake_smb.py", home / "brantle_smb")
+        shutil.copy(FIXTURES / "images" / "bare64.exe", home / "image")
+        early, whole = "the walk ended early", ["/a.exe", "/b.exe", "/d/c.exe", "/z.exe"]
+        cases = (
+            # Lost twice for one thing, the scan ends there with what it has.
+            ("dies odd-error error-and-bytes newer other long short more-than-it-has too-much", whole[:1], early, 2),
+            ("backwards zero cut nothing-more", whole[:2], early, 2),
+            # Lost once, nothing is missing.
+            ("honest", whole, None, 1),
+            ("dies-once stumbles", whole, None, 2),
+            ("refuses too-little", whole[:1] + whole[2:], "1 file", 1),
+            ("changes", whole[:1] + whole[2:], "1 file", 2),
+            ("full", whole[:2] + whole[3:], "1 directory", 2),
+            ("endless", whole[:2], early, 1),  # it is cut when names have come
+            ("branches", whole[:2] + whole[3:], "32 directories", 1),  # 16 ways to 256 levels, each with two more
+            ("mute talks", None, None, 2),
+        )
+        for servers, names, incomplete, starts in cases:
+            for server in servers.split():
+                with self.subTest(server):
+                    path = rf"\\{server}\tree"
+                    result = self.scan(path, "-n", program=home / "brantle")
+                    self.assertEqual(len((home / server).read_text()), starts)
+                    if names is None:
+                        self.assertEqual(result.code, 20002 & 255)
+                        continue
+                    self.assertEqual((result.code, sorted(result.records(path))), (0, names))
+                    mark = f"<!-- incomplete: {incomplete} -->" if incomplete else ""
+                    self.assertEqual(re.findall("<!--.*-->", (result.out / "info.xml").read_text()), [mark] * bool(mark))
+                    self.assertEqual(f"brantle: incomplete: {incomplete}" in result.said, bool(mark))
 
     def test_without_the_share_program_every_share_fails(self):
         alone = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home)) / "brantle"
@@ -233,8 +261,9 @@ class Scans(unittest.TestCase):
 
 class ShareLayer(unittest.TestCase):
     def test_unit(self):
-        environment = dict(os.environ, SHARE_LOCAL=str(SERVER.tree))
-        self.assertEqual(subprocess.run([OPTIONS.unit], env=environment, check=False).returncode, 0)
+        with Relay(SERVER, 1, Relay.silence) as silent, Relay(SERVER, address="::1"):
+            environment = dict(os.environ, SHARE_LOCAL=str(SERVER.tree), SHARE_SILENT=silent.address)
+            self.assertEqual(subprocess.run([OPTIONS.unit], env=environment, check=False).returncode, 0)
 
 
 if __name__ == "__main__":

@@ -124,17 +124,18 @@ class Server:
 
 class Relay:
     """Stands between client and server: calls `then(relay)` once so many bytes have come from the server, and sends on
-    what `change` makes of each of its messages, which keep their lengths."""
+    what `change` makes of each of its messages, after `delay` seconds."""
 
-    def __init__(self, server, limit=1 << 60, then=None, change=lambda frame: frame):
-        self.server, self.limit, self.then, self.change = server, limit, then, change
+    def __init__(self, server, limit=1 << 60, then=None, change=lambda frame: frame, address=None, delay=0):
+        self.server, self.limit, self.then, self.change, self.delay = server, limit, then, change, delay
         self.requests = 0
         self.silent = False
         self.passed = 0
         self.sockets = []
         self.lock = threading.Lock()
-        self.address = new_address()
-        self.listener = socket.create_server((self.address, 445))
+        self.address = address or new_address()
+        family = socket.AF_INET6 if ":" in self.address else socket.AF_INET
+        self.listener = socket.create_server((self.address, 445), family=family)
         threading.Thread(target=self.accept, daemon=True).start()
 
     def __enter__(self):
@@ -151,6 +152,9 @@ class Relay:
             except OSError:
                 pass
             one.close()
+
+    def silence(self):
+        self.silent = True
 
     def accept(self):
         while True:
@@ -174,6 +178,7 @@ class Relay:
             while len(head := frames.read(4)) == 4:
                 frame = frames.read(int.from_bytes(head[1:], "big"))
                 if from_server:
+                    time.sleep(self.delay)
                     frame = self.change(frame)
                     with self.lock:
                         before, self.passed = self.passed, self.passed + len(frame)
@@ -182,7 +187,7 @@ class Relay:
                 else:
                     self.requests += 1
                 if not self.silent:
-                    target.sendall(head + frame)
+                    target.sendall(len(frame).to_bytes(4, "big") + frame)
         except OSError:
             pass
         for one in (source, target):

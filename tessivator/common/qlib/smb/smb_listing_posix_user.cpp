@@ -7,6 +7,8 @@
 #include <limits>
 #include <string_view>
 
+#include "common/qlib/smb/smb_watch_posix_user.h"
+
 namespace {
 
 // libsmbclient fetches a whole directory when it opens it.
@@ -39,8 +41,9 @@ class open_directory {
 
 int smb_listing::read(const smb_server& server, std::string_view path) {
   open_directory directory(server, path);
-  // Where memory ends, so does what is handed out: without a word but this.
-  if (errno == ENOMEM) return ENOMEM;
+  // Where memory ends, so does what is handed out, without a word but this; or the connection ends, for its buffers need
+  // memory too.
+  if (errno == ENOMEM || (!directory.is_open() && smb_memory_was_short())) return ENOMEM;
   if (!directory.is_open()) return server.failure();
   struct stat about {};
   while (const libsmb_file_info* const listed = directory.next(about)) {

@@ -1,5 +1,6 @@
 #include "common/qlib/smb/smb_watch_posix_user.h"
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
@@ -8,7 +9,11 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdint>
+#include <string_view>
 
 namespace {
 
@@ -17,6 +22,8 @@ constexpr rlim_t most_memory = RLIM_INFINITY;  // what it reserves counts
 #else
 constexpr rlim_t most_memory = rlim_t{256} << 20U;
 #endif
+// More than libsmbclient asks for at once.
+constexpr std::uint64_t short_of_memory = std::uint64_t{16} << 20U;
 constexpr std::size_t watch_stack = std::size_t{64} << 10U;
 
 void* watch(void* argument) {
@@ -54,4 +61,22 @@ bool smb_bound_process(int pair) noexcept {
   const rlimit no_core{0, 0};
   const rlimit memory{most_memory, most_memory};
   return ::setrlimit(RLIMIT_CORE, &no_core) == 0 && ::setrlimit(RLIMIT_AS, &memory) == 0 && start_watch(pair);
+}
+
+bool smb_memory_was_short() noexcept {
+  static constexpr std::string_view key = "VmPeak:";
+  std::array<char, 4096> text{};
+  const int file = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+  const ssize_t size = file < 0 ? -1 : ::read(file, text.data(), text.size());
+  if (file >= 0) ::close(file);
+  if (size <= 0) return false;
+  std::string_view status(text.data(), static_cast<std::size_t>(size));
+  const std::size_t at = status.find(key);
+  if (at == status.npos) return false;
+  status.remove_prefix(at + key.size());
+  status.remove_prefix(std::min(status.find_first_not_of(" \t"), status.size()));
+  std::uint64_t kibibytes = 0;
+  (void)std::from_chars(status.data(), status.data() + status.size(), kibibytes);
+  constexpr unsigned kibibyte_bits = 10;
+  return (kibibytes << kibibyte_bits) > most_memory - short_of_memory;
 }
