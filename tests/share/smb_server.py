@@ -1,4 +1,5 @@
 """A real SMB server on loopback with a configuration, users and folders of its own, ended with the test."""
+import contextlib
 import ctypes
 import itertools
 import os
@@ -114,12 +115,15 @@ class Server:
     def stop(self):
         """Ends the server and what serves its connections, at once."""
         if self.process is not None:
-            try:
+            with contextlib.suppress(ProcessLookupError):
                 os.killpg(self.process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
             self.process.wait()
             self.process = None
+
+
+def end(connection):
+    with contextlib.suppress(OSError):
+        connection.shutdown(socket.SHUT_RDWR)
 
 
 class Relay:
@@ -147,10 +151,7 @@ class Relay:
 
     def cut(self):
         for one in self.sockets:
-            try:
-                one.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
+            end(one)
             one.close()
 
     def silence(self):
@@ -174,7 +175,7 @@ class Relay:
 
     def pump(self, source, target, from_server):
         frames = source.makefile("rb")
-        try:
+        with contextlib.suppress(OSError):
             while len(head := frames.read(4)) == 4:
                 frame = frames.read(int.from_bytes(head[1:], "big"))
                 if from_server:
@@ -188,11 +189,6 @@ class Relay:
                     self.requests += 1
                 if not self.silent:
                     target.sendall(len(frame).to_bytes(4, "big") + frame)
-        except OSError:
-            pass
-        for one in (source, target):
-            if not self.silent:
-                try:
-                    one.shutdown(socket.SHUT_RDWR)
-                except OSError:
-                    pass
+        if not self.silent:
+            end(source)
+            end(target)

@@ -41,8 +41,8 @@ class open_directory {
 
 int smb_listing::read(const smb_server& server, std::string_view path) {
   open_directory directory(server, path);
-  // Where memory ends, so does what is handed out, without a word but this; or the connection ends, for its buffers need
-  // memory too.
+  // Where memory ends, so does what is handed out, without a word but this; or the connection ends, for its buffers
+  // need memory too.
   if (errno == ENOMEM || (!directory.is_open() && smb_memory_was_short())) return ENOMEM;
   if (!directory.is_open()) return server.failure();
   struct stat about {};
