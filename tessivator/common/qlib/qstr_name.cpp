@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "common/qlib/qutf8.h"
 
@@ -42,4 +43,14 @@ bool qstr_name_to_bytes(std::u16string_view name, std::string& bytes) {
   }
   bytes = std::move(result);
   return true;
+}
+
+int qstr_name_run(int argc, char** argv, int (*run)(const qchar* const* argv, int argc)) {
+  std::vector<std::u16string> texts;
+  texts.reserve(static_cast<std::size_t>(argc));
+  for (int i = 0; i < argc; ++i) texts.push_back(qstr_name_from_bytes(argv[i]));
+  std::vector<const qchar*> pointers;
+  pointers.reserve(texts.size());
+  for (const std::u16string& text : texts) pointers.push_back(text.c_str());
+  return run(pointers.data(), argc);
 }

@@ -13,3 +13,7 @@
 // The bytes of `name`. Lone U+DC80..U+DCFF become the byte they stand for; with any other unpaired surrogate no file
 // can have this name: false, and `bytes` is unchanged. May throw std::bad_alloc.
 [[nodiscard]] bool qstr_name_to_bytes(std::u16string_view name, std::string& bytes);
+
+// What `run` returns for the arguments of a process as wide text; pointers and texts end with the call. May throw
+// std::bad_alloc, and what `run` throws.
+[[nodiscard]] int qstr_name_run(int argc, char** argv, int (*run)(const qchar* const* argv, int argc));
