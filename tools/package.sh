@@ -2,13 +2,16 @@
 # Makes what is handed to users, in DEST (default: build/package): Debian packages of the programs, the share program,
 # the Java library and the C++ components, and an archive of everything for Windows.
 #
-#   tools/package.sh [DEST]
+#   tools/package.sh [DEST [CMAKE-OPTION...]]
 #
 # It needs what tools/install-deps.sh check installs and the libraries of tools/cross-libs.sh.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 dest=${1:-$root/build/package}
+options=("${@:2}")
+# What was compiled for another build folder with the same options need not be compiled again.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 mkdir -p "$dest"
 dest=$(cd "$dest" && pwd)
 rm -f "$dest"/*.deb "$dest"/*.zip
@@ -22,7 +25,7 @@ quiet() {
 pack() {
   local name=$1 preset=$2
   shift 2
-  quiet "$dest/$name.log" cmake --preset "$preset" -B "$dest/$name" -DTESSIVATOR_TESTS=OFF "$@"
+  quiet "$dest/$name.log" cmake --preset "$preset" -B "$dest/$name" -DTESSIVATOR_TESTS=OFF "${options[@]}" "$@"
   quiet "$dest/$name.log" cmake --build "$dest/$name" -j "$(nproc)"
   quiet "$dest/$name.log" cpack --config "$dest/$name/CPackConfig.cmake" -B "$dest/$name.packages"
 }
