@@ -8,11 +8,20 @@
 
 namespace {
 
-constexpr std::uint8_t object_identifier = 0x06;
-constexpr std::uint8_t sequence = 0x30;
-constexpr std::uint8_t set = 0x31;
-constexpr std::uint8_t context_0 = 0xA0;
-constexpr std::uint8_t context_1 = 0xA1;
+// What tells an element: class and tag. OpenSSL does not ask a set for its form, nor a tag for its shortest encoding.
+struct kind {
+  std::uint8_t tag_class;
+  std::uint32_t tag;
+};
+constexpr kind object_identifier{0x00, 6};
+constexpr kind sequence{0x00, 16};
+constexpr kind set{0x00, 17};
+constexpr kind context_0{0x80, 0};
+constexpr kind context_1{0x80, 1};
+
+bool is(const qder_header& header, const kind& wanted) noexcept {
+  return (header.identifier & 0xC0) == wanted.tag_class && header.tag == wanted.tag;
+}
 
 // Headers and what closes an element of open length as X.690, 8.1, has them.
 struct decoder_rules {
@@ -30,7 +39,7 @@ struct reader_rules {
     return qder_read(at.first(std::min(at.size(), most_header)));
   }
   static bool is_end(const qder_header& header) noexcept {
-    return (header.identifier & 0x1F) == 0 && !header.indefinite && header.length == 0;
+    return header.tag == 0 && !header.indefinite && header.length == 0;
   }
 };
 
@@ -52,13 +61,15 @@ bool skip_element(ByteReader& in) noexcept {
   return true;
 }
 
-bool at(const ByteReader& in, std::uint8_t identifier) noexcept {
-  return in.remaining() != 0 && std::to_integer<std::uint8_t>(in.rest()[0]) == identifier;
+// The header of the element that `in` stands at; nothing when it is of another kind.
+std::optional<qder_header> at(const ByteReader& in, const kind& wanted) noexcept {
+  const auto header = qder_read(in.rest());
+  return header && is(*header, wanted) ? header : std::nullopt;
 }
 
 // Leaves `in` with the content of the element that it stands at; one of open length may have more behind it.
-bool enter(ByteReader& in, std::uint8_t identifier) noexcept {
-  const auto header = at(in, identifier) ? qder_read(in.rest()) : std::nullopt;
+bool enter(ByteReader& in, const kind& wanted) noexcept {
+  const auto header = at(in, wanted);
   if (!header || !in.skip(header->size)) return false;
   if (header->indefinite) return true;
   const auto content = qbytes_slice(in.rest(), 0, header->length);
@@ -66,8 +77,8 @@ bool enter(ByteReader& in, std::uint8_t identifier) noexcept {
   return content.has_value();
 }
 
-void read_set(ByteReader in, std::uint8_t identifier, sgn_set& out) {
-  if (!enter(in, identifier)) return;
+void read_set(ByteReader in, const kind& wanted, sgn_set& out) {
+  if (!enter(in, wanted)) return;
   for (;;) {
     const Bytes rest = in.rest();
     const auto header = qder_read(rest);
@@ -101,17 +112,31 @@ void read_sets(Bytes structure, sgn_outline& out) {
     if (!skip_element<decoder_rules>(in)) return;
   }
   read_set(in, context_0, out.certificates);
-  for (const std::uint8_t optional : {context_0, context_1}) {
+  for (const kind& optional : {context_0, context_1}) {
     if (at(in, optional) && !skip_element<decoder_rules>(in)) return;
   }
   read_set(in, set, out.signers);
 }
 
-std::size_t count_elements(Bytes structure) noexcept {
+// Whether OpenSSL may look for elements inside: of what is not marked as constructed, in a set.
+bool may_hold_elements(const qder_header& header) noexcept {
+  return header.constructed || is(header, sequence) || is(header, set) || is(header, context_0) ||
+         is(header, context_1);
+}
+
+// At least as many as decoding can make. What is no element ends only the one around it: the decoder keeps parameters
+// of any type without a look inside.
+std::size_t count_elements(Bytes content, int depth) noexcept {
+  constexpr int most_depth = 128;  // the decoder gives up earlier
   std::size_t count = 0;
-  ByteReader in(structure);
-  for (; const auto header = qder_read(in.rest()); ++count) {
-    if (!in.skip(header->size) || (!header->constructed && !in.skip(header->length))) break;
+  ByteReader in(content);
+  while (const auto header = qder_read(in.rest())) {
+    const auto inner = qbytes_slice(in.rest(), header->size, header->length);
+    if (!inner || !in.skip(header->size)) break;
+    if (!decoder_rules::is_end(*header)) ++count;
+    if (header->indefinite) continue;
+    if (depth < most_depth && may_hold_elements(*header)) count += count_elements(*inner, depth + 1);
+    if (!in.skip(inner->size())) break;
   }
   return count;
 }
@@ -122,7 +147,7 @@ bool sgn_outline_read(Bytes signature, sgn_outline& out) {
   ByteReader in(signature);
   if (!skip_element<reader_rules>(in)) return false;
   out.bytes = signature.first(signature.size() - in.remaining());
-  out.elements = count_elements(out.bytes);
+  out.elements = count_elements(out.bytes, 0);
   read_sets(out.bytes, out);
   return true;
 }

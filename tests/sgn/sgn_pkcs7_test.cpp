@@ -90,6 +90,18 @@ TEST_F(SgnPkcs7, FindsTheSignerAsNamesCompare) {
   EXPECT_EQ(found.names, alone.names);
 }
 
+// OpenSSL tells a set by class and number of its tag, in whatever form they are written.
+TEST_F(SgnPkcs7, FindsTheSetsInEveryForm) {
+  using namespace std::string_literals;
+  const std::string one = der::certificate(5, der::common_name("x"));
+  const std::string by = der::signer(der::common_name("x"), der::number(5));
+  for (const auto& [certificates, signers] :
+       {std::pair("\xa0"s, "\x31"s), {"\x80"s, "\x11"s}, {"\xbf\0"s, "\x3f\x11"s}, {"\x9f\x80\0"s, "\x1f\x80\x11"s}}) {
+    const std::string bytes = der::signed_data_of(der::element(certificates, one) + der::element(signers, by));
+    EXPECT_EQ(extract_bytes(bytes, scratch_folder("forms"), 0).names.size(), 1U) << int{certificates[0]};
+  }
+}
+
 TEST_F(SgnPkcs7, RefusesMissingArguments) {
   SgnP7Owner p7;
   ASSERT_EQ(decode(file_text(fixture("pkcs7/signed_rsa.der")), p7), QERR_OK);
@@ -131,7 +143,11 @@ TEST_F(SgnPkcs7, DecodesOnlyWithinItsBounds) {
     return padded(size - (padded(size - 400).size() - (size - 400)));
   };
   constexpr std::size_t most = std::size_t{16} << 20;
-  const std::string deep = repeated(std::string("\x31\x02\x30", 3) + '\0', 150000);  // 300,000 elements of two bytes
+  const std::string many = repeated(der::algorithm, 150000);  // 300,000 elements of three bytes
+  const std::string no_element = der::element(0x30, der::oid("\x2a\x03") + der::element(0x30, "\x04\x7f"));
+  const auto with_algorithms = [&](unsigned tag, const std::string& content) {
+    return der::signed_data_of(der::element(0xa0, one) + der::element(0x31, by), der::element(tag, content));
+  };
   const struct {
     const char* what;
     std::string bytes;
@@ -144,8 +160,10 @@ TEST_F(SgnPkcs7, DecodesOnlyWithinItsBounds) {
       {"16 MiB and what follows", sized(most) + "stuffing", QERR_OK},
       {"a byte more", sized(most + 1), undecodable},
       {"of open length, in 16 MiB", "\x30\x80" + one + std::string(most, '\0'), undecodable},
-      {"elements", der::element(0x30, der::content_type(1) + der::element(0xa0, der::element(0x24, deep))),
-       undecodable},
+      {"elements of any form", with_algorithms(0x11, der::algorithm + no_element), QERR_OK},
+      {"too many elements", with_algorithms(0x31, many), undecodable},
+      {"in a set that is not marked as one", with_algorithms(0x11, many), undecodable},
+      {"behind what is no element", with_algorithms(0x31, no_element + many), undecodable},
   };
   for (const auto& one_case : cases) {
     SgnP7Owner p7;

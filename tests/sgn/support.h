@@ -91,7 +91,7 @@ inline std::string encoding(const X509* x509) {
 // DER: one element, and the structures that the tests put together by hand.
 namespace der {
 
-inline std::string element(unsigned tag, std::string_view content) {
+inline std::string element(std::string_view tag, std::string_view content) {
   std::string length;
   std::size_t rest = content.size();
   if (rest < 128) {
@@ -100,7 +100,11 @@ inline std::string element(unsigned tag, std::string_view content) {
     for (; rest != 0; rest >>= 8) length.insert(length.begin(), static_cast<char>(rest & 0xFF));
     length.insert(length.begin(), static_cast<char>(0x80 | length.size()));
   }
-  return std::string(1, static_cast<char>(tag)) + length + std::string(content);
+  return std::string(tag) + length + std::string(content);
+}
+
+inline std::string element(unsigned tag, std::string_view content) {
+  return element(std::string(1, static_cast<char>(tag)), content);
 }
 
 // A non-negative INTEGER in its shortest form.
@@ -128,11 +132,14 @@ inline std::string signer(std::string_view issuer, std::string_view serial, std:
                            element(0x04, digest));
 }
 
+// `sets`: certificates and signers with their headers.
+inline std::string signed_data_of(std::string_view sets, std::string_view algorithms = element(0x31, algorithm)) {
+  const std::string content = number(1) + std::string(algorithms) + element(0x30, content_type(1)) + std::string(sets);
+  return element(0x30, content_type(2) + element(0xa0, element(0x30, content)));
+}
+
 inline std::string signed_data(std::string_view certificates, std::string_view signers) {
-  const std::string set = certificates.empty() ? std::string() : element(0xa0, certificates);
-  const std::string content = element(
-      0x30, number(1) + element(0x31, algorithm) + element(0x30, content_type(1)) + set + element(0x31, signers));
-  return element(0x30, content_type(2) + element(0xa0, content));
+  return signed_data_of((certificates.empty() ? "" : element(0xa0, certificates)) + element(0x31, signers));
 }
 
 // A small certificate of no use but to be listed.

@@ -11,6 +11,7 @@ inline constexpr std::uint64_t QDER_MOST_SIGNATURE = std::uint64_t{16} << 20;
 
 struct qder_header {
   std::uint8_t identifier = 0;  // the first octet: class, form, and the tag when it is below 31
+  std::uint32_t tag = 0;        // its number, which may stand in the long form whatever it is
   bool constructed = false;
   bool indefinite = false;   // the content ends with an end-of-contents element instead; `length` is then 0
   std::size_t size = 0;      // of the header
@@ -25,9 +26,13 @@ struct qder_header {
   out.identifier = at(0);
   out.constructed = (out.identifier & 0x20) != 0;
   out.size = 1;
-  if ((out.identifier & 0x1F) == 0x1F) {  // the tag's number follows, seven bits an octet
-    while (out.size < bytes.size() && (at(out.size) & 0x80) != 0) ++out.size;
-    ++out.size;
+  out.tag = out.identifier & 0x1F;
+  if (out.tag == 0x1F) {  // the tag's number follows, seven bits an octet
+    out.tag = 0;
+    for (std::uint8_t octet = 0x80; (octet & 0x80) != 0; out.tag = out.tag << 7 | (octet & 0x7F)) {
+      if (out.size >= bytes.size() || out.tag > (std::numeric_limits<std::int32_t>::max() >> 7)) return std::nullopt;
+      octet = at(out.size++);
+    }
     if (out.size >= bytes.size()) return std::nullopt;
   }
   const std::uint8_t form = at(out.size++);
