@@ -1,7 +1,6 @@
 // A file tree in memory for walk tests: links of any kind and sizes that a disk of the test machine need not offer.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -11,7 +10,7 @@
 #include "support/replaced.h"
 
 // Puts itself before all providers while it lives. Nodes are numbered; a directory maps names to nodes, and a link is
-// an entry that names a node which stands elsewhere, too.
+// an entry that names a node which stands elsewhere, too. All stands below a share, node 0 being its top folder.
 class tree_provider final : public refusing_provider, replaced<qfile_set_provider> {
  public:
   enum class kind : std::uint8_t { plain, symlink, junction, placeholder };
@@ -22,25 +21,29 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
     nodes_.emplace_back();
     return static_cast<int>(nodes_.size()) - 1;
   }
-  void add_directory(int in, const std::u16string& name, int node, kind how = kind::plain) {
-    node_at(in).push_back({name, node, how});
+  void add(int in, const std::u16string& name, int node = -1, kind how = kind::plain) {
+    nodes_[static_cast<std::size_t>(in)].push_back({name, node, how});
   }
-  void add_file(int in, const std::u16string& name) { node_at(in).push_back({name, -1, kind::plain}); }
 
-  // The path under which node 0 stands; everything else is found below it.
-  std::u16string root_path;
+  std::u16string root_path = u"\\\\server\\share\\top";
   bool identities = true;
 
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
     if (pattern != root_path) return missing();
-    out = std::make_unique<listing>(
-        std::vector<item>{{root_path.substr(root_path.find_last_of(u"/\\") + 1), 0, kind::plain}});
+    out = std::make_unique<listing>(std::vector<item>{{root_path.substr(root_path.rfind(u'\\') + 1), 0, kind::plain}});
     return {};
   }
   qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
-    const int node = find(wanted.path);
-    if (node < 0) return missing();
-    out = std::make_unique<listing>(node_at(node), identities ? node : -1);
+    std::u16string path(wanted.path);
+    if (path.ends_with(u'\\')) path.pop_back();
+    const auto found = reached_.find(path);
+    if (found == reached_.end() && path != root_path) return missing();
+    const int node = found == reached_.end() ? 0 : found->second;
+    const std::vector<item>& items = nodes_[static_cast<std::size_t>(node)];
+    for (const item& one : items) {
+      if (one.node >= 0) reached_[path + u'\\' + one.name] = one.node;
+    }
+    out = std::make_unique<listing>(items, identities ? node : -1);
     return {};
   }
 
@@ -75,25 +78,6 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
     std::size_t taken_ = 0;
   };
 
-  std::vector<item>& node_at(int number) { return nodes_[static_cast<std::size_t>(number)]; }
-
-  int find(std::u16string_view path) {
-    if (!path.starts_with(root_path)) return -1;
-    path.remove_prefix(root_path.size());
-    int node = 0;
-    while (!path.empty() && node >= 0) {
-      const std::size_t end = path.find_first_of(u"/\\");
-      const std::u16string_view name = path.substr(0, end);
-      path = end == std::u16string_view::npos ? std::u16string_view() : path.substr(end + 1);
-      if (name.empty()) continue;
-      int next = -1;
-      for (const item& one : node_at(node)) {
-        if (one.name == name) next = one.node;
-      }
-      node = next;
-    }
-    return node;
-  }
-
   std::vector<std::vector<item>> nodes_;
+  std::map<std::u16string, int> reached_;  // directories by path, as far as they were listed
 };

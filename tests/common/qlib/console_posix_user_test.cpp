@@ -1,6 +1,10 @@
-// The console of Linux: a pipe that nobody reads, and the bytes of undecodable names.
+// The console of Linux: a pipe that nobody reads, one that is read late, and the bytes of undecodable names.
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include "support/runtime.h"
 
@@ -17,18 +21,26 @@ class RedirectedOutput {
   RedirectedOutput(const RedirectedOutput&) = delete;
   RedirectedOutput& operator=(const RedirectedOutput&) = delete;
   ~RedirectedOutput() {
+    restore();
+    close(ends_[0]);
+  }
+  void restore() {
+    if (saved_ < 0) return;
     dup2(saved_, STDOUT_FILENO);
     close(saved_);
-    close_reader();
+    saved_ = -1;
   }
   void close_reader() {
-    if (ends_[0] >= 0) close(ends_[0]);
+    close(ends_[0]);
     ends_[0] = -1;
   }
-  [[nodiscard]] std::string read_some() const {
-    char bytes[100];
-    const ssize_t count = read(ends_[0], bytes, sizeof(bytes));
-    return {bytes, count > 0 ? static_cast<std::size_t>(count) : 0};
+  [[nodiscard]] std::string read_all() const {
+    std::string all;
+    char bytes[4096];
+    for (ssize_t count = 0; (count = read(ends_[0], bytes, sizeof(bytes))) > 0;) {
+      all.append(bytes, static_cast<std::size_t>(count));
+    }
+    return all;
   }
 
  private:
@@ -57,14 +69,27 @@ TEST_F(Console, ClosedPipeIsAFailureAndNoSignal) {
   EXPECT_EQ(sigaction(SIGPIPE, &before, nullptr), 0);
 }
 
-TEST_F(Console, NamesKeepTheirBytes) {
+// A pipe that does not block and holds less than is written: the reader is waited for.
+TEST_F(Console, ReaderThatIsLateLosesNothing) {
   std::string bytes;
-  {
-    const RedirectedOutput output;
-    EXPECT_EQ(qstr_console_printf(u"a\xDCFFz\xD800\u00E9\n"), 6);
-    bytes = output.read_some();
-  }
-  EXPECT_EQ(bytes, "a\xFFz\xEF\xBF\xBD\xC3\xA9\n");
+  RedirectedOutput output;
+  ASSERT_EQ(fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK), 0);
+  std::thread reader([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    bytes = output.read_all();
+  });
+  const std::u16string text(300000, u'x');
+  EXPECT_EQ(qstr_console_printf(u"%s", text), 300000);
+  output.restore();
+  reader.join();
+  EXPECT_EQ(bytes.size(), text.size());
+}
+
+TEST_F(Console, NamesKeepTheirBytes) {
+  RedirectedOutput output;
+  EXPECT_EQ(qstr_console_printf(u"a\xDCFFz\xD800\u00E9\n"), 6);
+  output.restore();
+  EXPECT_EQ(output.read_all(), "a\xFFz\xEF\xBF\xBD\xC3\xA9\n");
 }
 
 }  // namespace

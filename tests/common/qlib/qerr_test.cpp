@@ -11,51 +11,41 @@ TEST(CodesWithoutRuntime, AreRefused) {
   EXPECT_TEXT(qerr_get_string(0), u"QERR_LIB_INIT_FAILURE");
 }
 
-class Codes : public Runtime {};
+using Codes = Runtime;
 
-TEST_F(Codes, TranslateWindowsErrors) {
-  const struct {
-    std::uint32_t value;
-    qerr_t code;
-  } rows[] = {
-      {0, 0},       {1, 38},     {2, 2},        {3, 2},        {5, 13},        {13, 1002},      {18, 2},
-      {24, 1009},   {32, 1020},  {87, 1001},    {86, 1050},    {234, 1009},    {259, 1008},     {1056, 1085},
-      {1326, 1050}, {10035, 11}, {10102, 1008}, {183, 100183}, {1450, 101450}, {10067, 110067}, {0xFFFFFFFF, 99999}};
-  for (const auto& row : rows) EXPECT_EQ(qerr_from_win32(row.value), row.code) << row.value;
+TEST_F(Codes, Translate) {
+  using row = std::pair<std::uint32_t, qerr_t>;
+  for (const auto& [value, code] : {row{0, 0},
+                                    {3, 2},
+                                    {5, 13},
+                                    {13, 1002},
+                                    {24, 1009},
+                                    {32, 1020},
+                                    {234, 1009},
+                                    {1056, 1085},
+                                    {1326, 1050},
+                                    {10102, 1008},
+                                    {183, 100183},
+                                    {0xFFFFFFFF, 99999}}) {
+    EXPECT_EQ(qerr_from_win32(value), code) << value;
+  }
+  for (const auto& [value, code] : {row{0, 0}, {14, 14}, {15, 100015}}) EXPECT_EQ(qerr_from_crt(value), code) << value;
 }
 
-TEST_F(Codes, TranslateRuntimeErrors) {
-  const struct {
-    std::uint32_t value;
-    qerr_t code;
-  } rows[] = {{0, 0}, {2, 2}, {14, 14}, {15, 100015}, {22, 100022}};
-  for (const auto& row : rows) EXPECT_EQ(qerr_from_crt(row.value), row.code) << row.value;
-}
-
+// All portable numbers but two have a text; what has no row stands at gaps and ends of the extended range.
 TEST_F(Codes, HaveTexts) {
-  const struct {
-    qerr_t code;
-    const qchar* text;
-  } rows[] = {{0, u"Success"},
-              {12, u"Low memory condition"},
-              {81, u".lib section in a.out corrupted"},
-              {124, u"Wrong medium type"},
-              {1002, u"Invalid 1st argument"},
-              {1008, u"No more values/keys left to iterate"},
-              {1099, u"Fips driver is not loaded"},
-              // No row: the two unused portable numbers, gaps of the extended range, both ends of it.
-              {125, u"OS defined error code"},
-              {1000, u"OS defined error code"},
-              {1050, u"OS defined error code"},
-              {1062, u"OS defined error code"},
-              {1104, u"OS defined error code"},
-              {1110, u"OS defined error code"},
-              {99999, u"OS defined error code"},
-              {QERR_ALL_BITS, u"OS defined error code"}};
-  for (const auto& row : rows) EXPECT_TEXT(qerr_get_string(row.code), row.text) << row.code;
-}
-
-TEST_F(Codes, EveryPortableNumberButTwoHasItsOwnText) {
+  using row = std::pair<qerr_t, const qchar*>;
+  for (const auto& [code, text] : {row{0, u"Success"},
+                                   {12, u"Low memory condition"},
+                                   {124, u"Wrong medium type"},
+                                   {1002, u"Invalid 1st argument"},
+                                   {1008, u"No more values/keys left to iterate"},
+                                   {1099, u"Fips driver is not loaded"}}) {
+    EXPECT_TEXT(qerr_get_string(code), text) << code;
+  }
+  for (const qerr_t code : {125U, 1000U, 1050U, 1062U, 1104U, 1110U, 99999U, QERR_ALL_BITS}) {
+    EXPECT_TEXT(qerr_get_string(code), u"OS defined error code") << code;
+  }
   for (qerr_t code = 0; code <= 124; ++code) {
     const bool unused = code == 41 || code == 58;
     EXPECT_EQ(std::u16string(qerr_get_string(code)) == u"OS defined error code", unused) << code;
@@ -71,19 +61,14 @@ TEST_F(Codes, SystemTextStaysValidAndHasNoLineEnd) {
   EXPECT_EQ(first.find_first_of(u"\r\n"), std::u16string::npos);
   for (qerr_t code = 100000; code < 100200; ++code) EXPECT_NE(qerr_get_string(code), nullptr);
   EXPECT_EQ(first, text);
-  EXPECT_TEXT(qerr_get_string(101450), first.c_str());
 }
 
 TEST(Startup, IsCounted) {
-  EXPECT_FALSE(qlib_lib_is_initialised());
-  ASSERT_EQ(qlib_lib_init_basic(), 0U);
-  ASSERT_EQ(qlib_lib_init_basic(), 0U);
+  for (int i = 0; i < 2; ++i) ASSERT_EQ(qlib_lib_init_basic(), 0U);
   qlib_lib_fini_basic();
   EXPECT_TRUE(qlib_lib_is_initialised());
-  EXPECT_TEXT(qerr_get_string(0), u"Success");
-  qlib_lib_fini_basic();
+  for (int i = 0; i < 2; ++i) qlib_lib_fini_basic();  // one too many changes nothing
   EXPECT_FALSE(qlib_lib_is_initialised());
-  qlib_lib_fini_basic();  // one too many changes nothing
   ASSERT_EQ(qlib_lib_init_basic(), 0U);
   EXPECT_TRUE(qlib_lib_is_initialised());
   qlib_lib_fini_basic();

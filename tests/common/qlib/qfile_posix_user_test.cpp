@@ -1,10 +1,9 @@
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <set>
 
 #include "common/qlib/qfile.h"
@@ -45,23 +44,10 @@ class PosixFiles : public ScratchTest {
 
 using Names = std::set<std::string>;
 
-// In the current directory: a socket's name is short.
-bool make_socket(const std::string& name) {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  name.copy(address.sun_path, sizeof address.sun_path - 1);
-  const bool made = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  ::close(fd);
-  return made;
-}
-
 TEST_F(PosixFiles, SpecialFilesAreNeitherYieldedNorOpened) {
   put(u"t/f");
-  ASSERT_EQ(::chdir(native(at(u"t")).c_str()), 0);
-  ASSERT_EQ(::mkfifo("fifo.exe", 0600), 0);
-  ASSERT_TRUE(make_socket("socket.exe"));
-  ASSERT_EQ(::chdir("/"), 0);
+  ASSERT_EQ(::mknod(native(at(u"t/fifo.exe")).c_str(), S_IFIFO | 0600, 0), 0);
+  ASSERT_EQ(::mknod(native(at(u"t/socket.exe")).c_str(), S_IFSOCK | 0600, 0), 0);
   link("fifo.exe", u"t/to-fifo.exe");
   link("/dev/null", u"t/to-null.exe");
   EXPECT_EQ(walk(u"t"), (Names{"t/", "t/f"}));
@@ -79,28 +65,17 @@ TEST_F(PosixFiles, LinksAreWhatTheyLeadTo) {
   link("d/f", u"t/to-f");
   link("nowhere", u"t/dangling");
   link("loop", u"t/loop");
-  EXPECT_EQ(walk(u"t"), (Names{"t/", "t/d/", "t/d/f", "t/to-d/@", "t/to-d/f", "t/to-f@", "t/dangling@", "t/loop@"}));
-  EXPECT_EQ(walk(u"t", QFILE_ITR_NO_REPARSE).count("t/to-d/f"), 0U);
-  EXPECT_EQ(walk(u"t/to-d"), (Names{"t/to-d/@", "t/to-d/f"}));
+  link("..", u"t/d/up");
+  EXPECT_EQ(walk(u"t"), (Names{"t/", "t/d/", "t/d/f", "t/d/up/@", "t/to-d/@", "t/to-d/f", "t/to-d/up/@", "t/to-f@",
+                               "t/dangling@", "t/loop@"}));
+  EXPECT_EQ(walk(u"t/to-d", QFILE_ITR_NO_REPARSE), (Names{"t/to-d/@"}));
   EXPECT_EQ(walk(u"t/dangling"), (Names{"t/dangling@"}));
   EXPECT_EQ(open_code(at(u"t/dangling"), QFILE_READ), QERR_NOT_FOUND);
   EXPECT_EQ(open_code(at(u"t/loop"), QFILE_READ), 40U);
-}
-
-TEST_F(PosixFiles, LinkCyclesEnd) {
-  put(u"t/a/f");
-  put(u"t/b/g");
-  link("..", u"t/a/up");
-  link("../b", u"t/a/b");
-  link("../a", u"t/b/a");
-  link(".", u"t/self");
-  const Names found = walk(u"t");
-  EXPECT_EQ(found.count("t/self/@"), 1U);
-  EXPECT_EQ(found.count("t/a/up/@"), 1U);
-  EXPECT_EQ(found.count("t/a/b/g"), 1U);
-  EXPECT_EQ(found.count("t/b/a/f"), 1U);
-  EXPECT_EQ(found.count("t/self/a/"), 0U);
-  EXPECT_LT(found.size(), 40U);
+  // A log is not written through a link.
+  EXPECT_EQ(qlog_set_log_file(at(u"t/to-f").c_str()), 40U);
+  EXPECT_EQ(qlog_set_log_file(u""), QERR_OK);
+  EXPECT_EQ(get(at(u"t/d/f")), "x");
 }
 
 TEST_F(PosixFiles, AnyBytesMakeAName) {
@@ -110,10 +85,7 @@ TEST_F(PosixFiles, AnyBytesMakeAName) {
   put(u"t/plain");
   Names expected{"t/", "t/plain"};
   for (const std::string& name : odd) {
-    const int fd = ::open((native(at(u"t/")) + name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::write(fd, name.data(), name.size()), static_cast<ssize_t>(name.size()));
-    ::close(fd);
+    std::ofstream(native(at(u"t/")) + name) << name;
     expected.insert("t/" + name);
   }
   EXPECT_EQ(walk(u"t"), expected);
@@ -176,68 +148,41 @@ TEST_F(PosixFiles, FullPathIsLexical) {
     std::u16string path, full;
   } cases[] = {
       {u"/", u"/"},
-      {u"//", u"/"},
       {u"/..", u"/"},
-      {u"/a/b/", u"/a/b"},
       {u"/a/./b//c/../../d", u"/a/d"},
       {u"/../../a", u"/a"},
       {u"x", root() + u"/x"},
       {u".", root()},
-      {u"./a/..", root()},
       {u"/a\\..\\b", u"/a\\..\\b"},
-      {u"C:", root() + u"/C:"},
       {u"\\\\server\\share", u"\\\\server\\share"},
-      {u"\\\\server\\share\\", u"\\\\server\\share"},
       {u"\\\\server\\share\\..\\..\\x", u"\\\\server\\share\\x"},
       {u"\\\\server\\share\\a\\.\\b\\..\\c/..", u"\\\\server\\share\\a\\c/.."},
-      {u"\\\\server", u"\\\\server"},
   };
   for (const auto& one : cases) EXPECT_EQ(full(one.path), one.full) << qstr_to_utf8(one.path);
   ASSERT_EQ(::chdir("/"), 0);
 }
 
 TEST_F(PosixFiles, RootListsItsContents) {
-  for (const char16_t* start : {u"/", u"//", u"/tmp/.."}) {
-    qfile_itr iterator;
-    const qchar* path = nullptr;
-    std::uint32_t directory = 0;
-    ASSERT_EQ(qfile_itr_open_ex(&iterator, start, QFILE_ITR_ONE_LEVEL), QERR_OK);
-    ASSERT_EQ(qfile_itr_next(&iterator, &path, &directory, nullptr), QERR_OK);
-    EXPECT_EQ(path[0], u'/');
-    EXPECT_NE(path[1], u'/');
-    EXPECT_NE(path[1], 0);
-  }
+  qfile_itr iterator;
+  const qchar* path = nullptr;
+  ASSERT_EQ(qfile_itr_open_ex(&iterator, u"//", QFILE_ITR_ONE_LEVEL), QERR_OK);
+  ASSERT_EQ(qfile_itr_next(&iterator, &path, nullptr, nullptr), QERR_OK);
+  EXPECT_TRUE(path[0] == u'/' && path[1] != u'/' && path[1] != 0) << qstr_to_utf8(path);
 }
 
 TEST_F(PosixFiles, WriteWholeReplacesALinkAndDoesNotFollowIt) {
   put(u"victim", "precious");
   put(u"d/");
-  const struct {
-    const char* target;
-    const char16_t* name;
-  } links[] = {{"victim", u"to-file"}, {"nowhere", u"dangling"}, {"d", u"to-directory"}};
-  for (const auto& one : links) {
-    link(one.target, one.name);
-    EXPECT_EQ(qfile_write_whole(at(one.name).c_str(), "new", 3, 0), QERR_OK);
+  for (const char* target : {"victim", "nowhere", "d"}) {
+    const std::u16string name = u"to-" + qstr_to_wide(target);
+    link(target, name);
+    EXPECT_EQ(qfile_write_whole(at(name).c_str(), "new", 3, 0), QERR_OK);
     struct stat about {};
-    ASSERT_EQ(::lstat(native(at(one.name)).c_str(), &about), 0);
+    ASSERT_EQ(::lstat(native(at(name)).c_str(), &about), 0);
     EXPECT_TRUE(S_ISREG(about.st_mode));
   }
   EXPECT_EQ(get(at(u"victim")), "precious");
   EXPECT_FALSE(qfile_exists(at(u"nowhere").c_str()));
-}
-
-TEST_F(PosixFiles, ShrunkFileReadsAsZeroes) {
-  const std::u16string path = put(u"f", std::string(8192, 'x'));
-  QfileOwner file;
-  ASSERT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
-  EXPECT_EQ(::truncate(native(path).c_str(), 10), 0);
-  char buffer[100];
-  std::uint32_t done = 0;
-  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
-  EXPECT_EQ(done, 10U);
-  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
-  EXPECT_EQ(done, 0U);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <chrono>
 #include <cstring>
 
@@ -25,66 +24,65 @@ class Files : public ScratchTest {
     EXPECT_EQ(qfile_seek(file, 0, QFILE_FROM_CURRENT, &at), QERR_OK);
     return at;
   }
+  // Up to `most` bytes from the position on.
+  static std::string read(qfile_t file, std::uint32_t most = 16) {
+    std::string bytes(most, 0);
+    std::uint32_t done = 9;
+    EXPECT_EQ(qfile_read(file, bytes.data(), most, &done), QERR_OK);
+    return bytes.substr(0, done);
+  }
   static void write(qfile_t file, std::string_view bytes) {
     std::uint32_t done = 0;
     ASSERT_EQ(qfile_write(file, bytes.data(), static_cast<std::uint32_t>(bytes.size()), &done), QERR_OK);
     ASSERT_EQ(done, bytes.size());
   }
+  static qerr_t write_whole(const std::u16string& path, std::string_view bytes, std::uint32_t flush = 0) {
+    return qfile_write_whole(path.c_str(), bytes.data(), bytes.size(), flush);
+  }
+  [[nodiscard]] std::ptrdiff_t entries() const {
+    return std::distance(std::filesystem::directory_iterator(root()), std::filesystem::directory_iterator());
+  }
 };
 
-TEST_F(Files, OpenFlagsAreChecked) {
-  const std::u16string path = put(u"f");
+// For each set of flags the code for a file that is there, what it then holds, and the code for one that is not.
+TEST_F(Files, OpenFlagsDecide) {
   const struct {
     std::uint32_t flags;
     qerr_t code;
+    const char* left;
+    qerr_t missing;
   } cases[] = {
-      {0, QERR_ARG3},
-      {QFILE_APPEND, QERR_ARG3},
-      {QFILE_CREATE, QERR_ARG3},
-      {QFILE_TRUNCATE, QERR_ARG3},
-      {READ | QFILE_APPEND, QERR_ARG3},
-      {READ | QFILE_CREATE, QERR_ARG3},
-      {READ | QFILE_TRUNCATE, QERR_ARG3},
-      {WRITE | QFILE_APPEND | QFILE_TRUNCATE, QERR_ARG3},
-      {WRITE | QFILE_APPEND | QFILE_UNBUFFERED, QERR_ARG3},
-      {READ, QERR_OK},
-      {WRITE, QERR_OK},
-      {READ | WRITE | QFILE_APPEND | QFILE_CREATE, QERR_OK},
-      {READ | QFILE_UNBUFFERED, QERR_OK},
-      {WRITE | QFILE_TRUNCATE, QERR_OK},
+      {0, QERR_ARG3, "x", QERR_ARG3},
+      {QFILE_TRUNCATE, QERR_ARG3, "x", QERR_ARG3},
+      {READ | QFILE_APPEND, QERR_ARG3, "x", QERR_ARG3},
+      {READ | QFILE_CREATE, QERR_ARG3, "x", QERR_ARG3},
+      {READ | QFILE_TRUNCATE, QERR_ARG3, "x", QERR_ARG3},
+      {WRITE | QFILE_APPEND | QFILE_TRUNCATE, QERR_ARG3, "x", QERR_ARG3},
+      {WRITE | QFILE_APPEND | QFILE_UNBUFFERED, QERR_ARG3, "x", QERR_ARG3},
+      {READ, QERR_OK, "x", QERR_NOT_FOUND},
+      {WRITE, QERR_OK, "x", QERR_NOT_FOUND},
+      {READ | QFILE_UNBUFFERED, QERR_OK, "x", QERR_NOT_FOUND},
+      {WRITE | QFILE_TRUNCATE, QERR_OK, "", QERR_NOT_FOUND},
+      {WRITE | QFILE_CREATE, QERR_OK, "x", QERR_OK},
+      {WRITE | QFILE_CREATE | QFILE_TRUNCATE, QERR_OK, "", QERR_OK},
+      {READ | WRITE | QFILE_APPEND | QFILE_CREATE, QERR_OK, "x", QERR_OK},
   };
-  for (const auto& one : cases) EXPECT_EQ(open_code(path, one.flags), one.code) << one.flags;
-}
-
-TEST_F(Files, DispositionsDiffer) {
-  const std::u16string path = put(u"f", "content");
-  EXPECT_EQ(open_code(path, WRITE | QFILE_CREATE), QERR_OK);
-  EXPECT_EQ(get(path), "content");
-  EXPECT_EQ(open_code(path, WRITE | QFILE_TRUNCATE), QERR_OK);
-  EXPECT_EQ(get(path), "");
-  put(u"f", "content");
-  EXPECT_EQ(open_code(path, WRITE | QFILE_CREATE | QFILE_TRUNCATE), QERR_OK);
-  EXPECT_EQ(get(path), "");
-  for (const std::uint32_t flags : {READ, WRITE, WRITE | QFILE_TRUNCATE}) {
-    EXPECT_EQ(open_code(at(u"missing"), flags), QERR_NOT_FOUND);
-    EXPECT_EQ(open_code(at(u"missing/f"), flags), QERR_NOT_FOUND);
+  for (const auto& one : cases) {
+    const std::u16string path = put(u"f");
+    EXPECT_EQ(open_code(path, one.flags), one.code) << one.flags;
+    EXPECT_EQ(get(path), one.left) << one.flags;
+    const std::u16string missing = at(u"missing/" + std::u16string(1, static_cast<char16_t>(u'A' + one.flags)) + u"/f");
+    EXPECT_EQ(open_code(missing, one.flags), one.missing) << "directories are made for a file that is created";
+    EXPECT_EQ(qfile_exists(missing.c_str()), one.missing == QERR_OK) << one.flags;
   }
-  EXPECT_FALSE(qfile_exists(at(u"missing").c_str()));
+  EXPECT_NE(open_code(at(u"f/below/a/file"), WRITE | QFILE_CREATE), QERR_OK);
 }
 
-TEST_F(Files, CreateMakesMissingDirectories) {
-  constexpr std::uint32_t LOG_FLAGS = QFILE_APPEND | QFILE_CREATE | READ | WRITE;
-  EXPECT_EQ(open_code(at(u"a/b/c/log"), LOG_FLAGS), QERR_OK);
-  EXPECT_TRUE(qfile_exists(at(u"a/b/c/log").c_str()));
-  EXPECT_NE(open_code(at(u"a/b/c/log/below/a/file"), LOG_FLAGS), QERR_OK);
+TEST_F(Files, ParentsAreMadeUntilAnotherError) {
   EXPECT_EQ(qfile_mkdir_parents(at(u"p/q/r").c_str()), QERR_OK);
   EXPECT_TRUE(qfile_exists(at(u"p/q").c_str()));
   EXPECT_FALSE(qfile_exists(at(u"p/q/r").c_str()));
   EXPECT_EQ(qfile_mkdir_parents(u"no-separator"), QERR_OK);
-  EXPECT_EQ(qfile_mkdir_parents(nullptr), QERR_ARG1);
-}
-
-TEST_F(Files, MkdirParentsStopsAtTheFirstOtherError) {
   faulty_provider disk;
   disk.fail(file_op::make_directory, 2, QERR_PERMISSION);
   EXPECT_EQ(qfile_mkdir_parents(at(u"a/b/c").c_str()), QERR_PERMISSION);
@@ -101,17 +99,7 @@ TEST_F(Files, DirectoriesOpenForReadersOnly) {
   EXPECT_EQ(size, 0U);
 }
 
-TEST_F(Files, AppendIgnoresThePosition) {
-  const std::u16string path = put(u"f", "start");
-  QfileOwner file;
-  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ | WRITE | QFILE_APPEND), QERR_OK);
-  EXPECT_EQ(qfile_seek(file.get(), 1, QFILE_FROM_START, nullptr), QERR_OK);
-  write(file.get(), "+end");
-  EXPECT_EQ(position(file.get()), 9U);
-  EXPECT_EQ(get(path), "start+end");
-}
-
-TEST_F(Files, SeekReadAndTruncate) {
+TEST_F(Files, SeekReadAppendAndTruncate) {
   const std::u16string path = put(u"f", "0123456789");
   QfileOwner file;
   ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ | WRITE), QERR_OK);
@@ -121,8 +109,8 @@ TEST_F(Files, SeekReadAndTruncate) {
     bool valid;
     std::uint64_t position;
   } cases[] = {
-      {4, QFILE_FROM_START, true, 4},
-      {3, QFILE_FROM_CURRENT, true, 7},
+      {3, QFILE_FROM_START, true, 3},
+      {4, QFILE_FROM_CURRENT, true, 7},
       {-7, QFILE_FROM_CURRENT, true, 0},
       {-1, QFILE_FROM_CURRENT, false, 0},
       {-2, QFILE_FROM_END, true, 8},
@@ -137,18 +125,18 @@ TEST_F(Files, SeekReadAndTruncate) {
     EXPECT_EQ(qfile_seek(file.get(), one.offset, one.origin, nullptr) == QERR_OK, one.valid) << one.offset;
     EXPECT_EQ(position(file.get()), one.position) << one.offset;
   }
-  char buffer[16] = {};
-  std::uint32_t done = 9;
-  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
-  EXPECT_EQ(done, 0U) << "beyond 4 GiB and beyond the end there is nothing, and no error";
+  EXPECT_EQ(read(file.get()), "") << "beyond 4 GiB and beyond the end there is nothing, and no error";
   EXPECT_EQ(qfile_seek(file.get(), 6, QFILE_FROM_START, nullptr), QERR_OK);
-  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
-  EXPECT_EQ(std::string(buffer, done), "6789");
+  EXPECT_EQ(read(file.get()), "6789");
   EXPECT_EQ(qfile_truncate(file.get(), 3), QERR_OK);
+  EXPECT_EQ(qfile_truncate(file.get(), 1ULL << 63U), QERR_ARG2);
   EXPECT_EQ(position(file.get()), 3U);
   write(file.get(), "x");
-  EXPECT_EQ(get(path), "012x");
-  EXPECT_EQ(qfile_truncate(file.get(), 1ULL << 63U), QERR_ARG2);
+  ASSERT_EQ(qfile_open(file.out(), path.c_str(), WRITE | QFILE_APPEND), QERR_OK);
+  EXPECT_EQ(qfile_seek(file.get(), 1, QFILE_FROM_START, nullptr), QERR_OK);
+  write(file.get(), "+end");
+  EXPECT_EQ(position(file.get()), 8U) << "what is appended ignores the position";
+  EXPECT_EQ(get(path), "012x+end");
 }
 
 TEST_F(Files, AReaderKeepsItsFirstBlockAndAsksForTheSize) {
@@ -156,18 +144,15 @@ TEST_F(Files, AReaderKeepsItsFirstBlockAndAsksForTheSize) {
   QfileOwner file;
   ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
   const auto byte_at = [&](std::int64_t offset) {
-    char byte = 0;
-    std::uint32_t done = 0;
     EXPECT_EQ(qfile_seek(file.get(), offset, QFILE_FROM_START, nullptr), QERR_OK);
-    EXPECT_EQ(qfile_read(file.get(), &byte, 1, &done), QERR_OK);
-    return byte;
+    return read(file.get(), 1);
   };
-  EXPECT_EQ(byte_at(7), 'a');
+  EXPECT_EQ(byte_at(7), "a");
   put(u"f", std::string(400000, 'b'));
-  EXPECT_EQ(byte_at(0), 'a');
-  EXPECT_EQ(byte_at(262143), 'a');
+  EXPECT_EQ(byte_at(0), "a");
+  EXPECT_EQ(byte_at(262143), "a");
   EXPECT_EQ(qfile_held(file.get()).size(), 0U);
-  EXPECT_EQ(byte_at(262144), 'b');
+  EXPECT_EQ(byte_at(262144), "b");
   std::uint64_t size = 0;
   EXPECT_EQ(qfile_size(file.get(), &size), QERR_OK);
   EXPECT_EQ(size, 400000U);
@@ -176,54 +161,50 @@ TEST_F(Files, AReaderKeepsItsFirstBlockAndAsksForTheSize) {
 }
 
 TEST_F(Files, MissingArguments) {
-  const std::u16string path = put(u"f");
   QfileOwner file;
-  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  ASSERT_EQ(qfile_open(file.out(), put(u"f").c_str(), READ), QERR_OK);
   qfile_t const f = file.get();
   char byte = 0;
   std::uint32_t done = 0;
   std::uint64_t size = 0;
   qfile_info info{};
   const std::byte* view = nullptr;
-  qchar full[1];
-  const qerr_t first[] = {qfile_read(nullptr, &byte, 1, &done),  qfile_write(nullptr, &byte, 1, &done),
-                          qfile_seek(nullptr, 0, 0, nullptr),    qfile_size(nullptr, &size),
-                          qfile_size_by_name(nullptr, &size),    qfile_truncate(nullptr, 0),
-                          qfile_get_info(nullptr, &info),        qfile_get_info_by_name(nullptr, &info),
-                          qfile_map(nullptr, 1, &view),          qfile_rename(nullptr, u"x"),
-                          qfile_copy(nullptr, u"x", 0),          qfile_delete(nullptr),
-                          qfile_full_path(nullptr, full, &done), qfile_open(nullptr, path.c_str(), READ)};
-  const qerr_t second[] = {qfile_read(f, nullptr, 1, &done), qfile_write(f, nullptr, 1, &done),
-                           qfile_size(f, nullptr),           qfile_get_info_by_name(path.c_str(), nullptr),
-                           qfile_rename(u"x", nullptr),      qfile_open(file.out(), nullptr, READ)};
+  const qerr_t first[] = {qfile_read(nullptr, &byte, 1, &done), qfile_write(nullptr, &byte, 1, &done),
+                          qfile_seek(nullptr, 0, 0, nullptr),   qfile_size(nullptr, &size),
+                          qfile_size_by_name(nullptr, &size),   qfile_truncate(nullptr, 0),
+                          qfile_get_info(nullptr, &info),       qfile_get_info_by_name(nullptr, &info),
+                          qfile_map(nullptr, 1, &view),         qfile_rename(nullptr, u"x"),
+                          qfile_copy(nullptr, u"x", 0),         qfile_delete(nullptr),
+                          qfile_mkdir_parents(nullptr),         qfile_full_path(nullptr, nullptr, &done),
+                          qfile_open(nullptr, u"x", READ),      qfile_write_whole(nullptr, "x", 1, 0)};
+  const qerr_t second[] = {
+      qfile_read(f, nullptr, 1, &done),      qfile_write(f, nullptr, 1, &done), qfile_size(f, nullptr),
+      qfile_get_info_by_name(u"x", nullptr), qfile_rename(u"x", nullptr),       qfile_open(file.out(), nullptr, READ),
+      qfile_write_whole(u"x", nullptr, 1, 0)};
   EXPECT_THAT(first, testing::Each(QERR_ARG1));
   EXPECT_THAT(second, testing::Each(QERR_ARG2));
   EXPECT_EQ(qfile_map(f, 1, nullptr), QERR_ARG3);
-  EXPECT_EQ(qfile_full_path(u"x", full, nullptr), QERR_ARG3);
-  EXPECT_EQ(qfile_compress(nullptr), QERR_INVALID);
-  EXPECT_EQ(qfile_size_by_name(path.c_str(), nullptr), QERR_OK) << "only whether it opens";
+  EXPECT_EQ(qfile_full_path(u"x", nullptr, nullptr), QERR_ARG3);
   EXPECT_EQ(qfile_close(QFILE_INVALID), QERR_OK);
   EXPECT_FALSE(qfile_exists(nullptr));
 }
 
 TEST_F(Files, ViewHoldsNoMoreThanTheFile) {
-  const std::u16string path = put(u"f", "MZ56789");
-  const std::u16string empty = put(u"empty", "");
   QfileOwner file;
-  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
+  ASSERT_EQ(qfile_open(file.out(), put(u"f", "MZ56789").c_str(), READ), QERR_OK);
   ASSERT_EQ(qfile_seek(file.get(), 5, QFILE_FROM_START, nullptr), QERR_OK);
-  for (const std::uint64_t length : {std::uint64_t{2}, std::uint64_t{7}, std::uint64_t{8192}, ~std::uint64_t{0}}) {
-    const std::byte* view = nullptr;
-    ASSERT_EQ(qfile_map(file.get(), length, &view), QERR_OK) << length;
-    EXPECT_EQ(std::memcmp(view, "MZ56789", std::min<std::uint64_t>(length, 7)), 0);
+  const std::byte* view = nullptr;
+  for (const std::uint64_t length : {std::uint64_t{2}, std::uint64_t{8192}, ~std::uint64_t{0}}) {
+    std::uint64_t mapped = 0;
+    ASSERT_EQ(qfile_map(file.get(), length, &view, &mapped), QERR_OK) << length;
+    EXPECT_EQ(mapped, std::min<std::uint64_t>(length, 7));
+    EXPECT_EQ(std::memcmp(view, "MZ56789", mapped), 0);
     EXPECT_EQ(qfile_unmap(view), QERR_OK);
   }
   EXPECT_EQ(position(file.get()), 5U) << "a view leaves the position alone";
-  const std::byte* view = nullptr;
   EXPECT_EQ(qfile_map(file.get(), 0, &view), QERR_INVALID);
-  ASSERT_EQ(qfile_open(file.out(), empty.c_str(), READ), QERR_OK);
+  ASSERT_EQ(qfile_open(file.out(), put(u"empty", "").c_str(), READ), QERR_OK);
   EXPECT_EQ(qfile_map(file.get(), 8192, &view), QERR_INVALID);
-  EXPECT_EQ(view, nullptr);
 }
 
 TEST_F(Files, FaultsComeBackAsTheyAre) {
@@ -235,13 +216,12 @@ TEST_F(Files, FaultsComeBackAsTheyAre) {
   const std::byte* view = nullptr;
   EXPECT_EQ(qfile_map(file.get(), 4, &view), QERR_BAD_ADDRESS);
   EXPECT_EQ(view, nullptr);
-  char buffer[16];
-  std::uint32_t done = 9;
   disk.most_read(3);
-  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_OK);
-  EXPECT_EQ(done, 3U);
+  EXPECT_EQ(read(file.get()), "012");
   disk.fail(file_op::read, 1, QERR_IO);
-  EXPECT_EQ(qfile_read(file.get(), buffer, sizeof buffer, &done), QERR_IO);
+  std::uint32_t done = 9;
+  char byte = 0;
+  EXPECT_EQ(qfile_read(file.get(), &byte, 1, &done), QERR_IO);
   EXPECT_EQ(done, 0U);
   file.reset();
   EXPECT_EQ(disk.open_files(), 0U);
@@ -254,7 +234,6 @@ TEST_F(Files, RenameReplacesAndMakesDirectories) {
   put(u"a", "new");
   put(u"b", "old");
   EXPECT_EQ(qfile_rename(at(u"a").c_str(), at(u"b").c_str()), QERR_OK);
-  EXPECT_EQ(get(at(u"b")), "new");
   EXPECT_FALSE(qfile_exists(at(u"a").c_str()));
   EXPECT_EQ(qfile_rename(at(u"b").c_str(), at(u"x/y/b").c_str()), QERR_OK);
   EXPECT_EQ(get(at(u"x/y/b")), "new");
@@ -263,21 +242,22 @@ TEST_F(Files, RenameReplacesAndMakesDirectories) {
 }
 
 TEST_F(Files, CopyDeleteAndDirectories) {
-  put(u"a", std::string(200000, 'z'));
-  EXPECT_EQ(qfile_copy(at(u"a").c_str(), at(u"b").c_str(), 1), QERR_OK);
-  EXPECT_EQ(get(at(u"b")), std::string(200000, 'z'));
+  const std::u16string a = put(u"a", std::string(200000, 'z'));
+  const std::u16string b = at(u"b");
+  EXPECT_EQ(qfile_copy(a.c_str(), b.c_str(), 1), QERR_OK);
+  EXPECT_EQ(get(b), std::string(200000, 'z'));
   put(u"a", "short");
-  EXPECT_NE(qfile_copy(at(u"a").c_str(), at(u"b").c_str(), 1), QERR_OK);
-  EXPECT_EQ(qfile_copy(at(u"a").c_str(), at(u"b").c_str(), 0), QERR_OK);
-  EXPECT_EQ(get(at(u"b")), "short");
-  EXPECT_NE(qfile_copy(at(u"a").c_str(), at(u"a").c_str(), 0), QERR_OK);
-  EXPECT_EQ(get(at(u"a")), "short") << "a file copied onto itself stays whole";
-  EXPECT_EQ(qfile_delete(at(u"a").c_str()), QERR_OK);
-  EXPECT_EQ(qfile_delete(at(u"a").c_str()), QERR_NOT_FOUND);
-  EXPECT_EQ(qfile_mkdir(at(u"d").c_str()), QERR_OK);
-  EXPECT_NE(qfile_mkdir(at(u"d").c_str()), QERR_OK);
-  EXPECT_EQ(qfile_rmdir(at(u"d").c_str()), QERR_OK);
-  EXPECT_EQ(qfile_rmdir(at(u"d").c_str()), QERR_NOT_FOUND);
+  EXPECT_NE(qfile_copy(a.c_str(), b.c_str(), 1), QERR_OK);
+  EXPECT_EQ(qfile_copy(a.c_str(), b.c_str(), 0), QERR_OK);
+  EXPECT_EQ(get(b), "short");
+  EXPECT_NE(qfile_copy(a.c_str(), a.c_str(), 0), QERR_OK);
+  EXPECT_EQ(get(a), "short") << "a file copied onto itself stays whole";
+  EXPECT_EQ(qfile_delete(a.c_str()), QERR_OK);
+  EXPECT_EQ(qfile_delete(a.c_str()), QERR_NOT_FOUND);
+  EXPECT_EQ(qfile_mkdir(a.c_str()), QERR_OK);
+  EXPECT_NE(qfile_mkdir(a.c_str()), QERR_OK);
+  EXPECT_EQ(qfile_rmdir(a.c_str()), QERR_OK);
+  EXPECT_EQ(qfile_rmdir(a.c_str()), QERR_NOT_FOUND);
 }
 
 TEST_F(Files, InfoIsLocalTimeSince1601) {
@@ -301,27 +281,65 @@ TEST_F(Files, InfoIsLocalTimeSince1601) {
 TEST_F(Files, FullPathTellsTheNeededSize) {
   const std::u16string path = at(u"a/../b");
   const std::u16string expected = at(u"b");
-  std::uint32_t size = 0;
-  EXPECT_EQ(qfile_full_path(path.c_str(), nullptr, &size), QERR_BUFFER_SMALL);
-  EXPECT_EQ(size, expected.size() + 1);
-  std::u16string buffer(size, u'#');
-  size = static_cast<std::uint32_t>(expected.size());
-  EXPECT_EQ(qfile_full_path(path.c_str(), buffer.data(), &size), QERR_BUFFER_SMALL);
-  EXPECT_EQ(size, expected.size() + 1);
-  EXPECT_EQ(qfile_full_path(path.c_str(), buffer.data(), &size), QERR_OK);
-  EXPECT_EQ(buffer.c_str(), expected);
-  EXPECT_NE(qfile_full_path(u"", buffer.data(), &size), QERR_OK);
+  std::u16string buffer(expected.size() + 1, u'#');
+  for (const bool has_buffer : {false, true}) {
+    auto size = has_buffer ? static_cast<std::uint32_t>(expected.size()) : 0;
+    EXPECT_EQ(qfile_full_path(path.c_str(), has_buffer ? buffer.data() : nullptr, &size), QERR_BUFFER_SMALL);
+    EXPECT_EQ(size, expected.size() + 1);
+    EXPECT_EQ(qfile_full_path(path.c_str(), buffer.data(), &size), QERR_OK);
+    EXPECT_EQ(buffer.c_str(), expected);
+    EXPECT_NE(qfile_full_path(u"", buffer.data(), &size), QERR_OK);
+  }
 }
 
 TEST_F(Files, ExclusiveIsRefusedToTheSecond) {
   const std::u16string path = put(u"f");
   QfileOwner first;
   ASSERT_EQ(qfile_open(first.out(), path.c_str(), READ | QFILE_EXCLUSIVE), QERR_OK);
-  EXPECT_EQ(open_code(path, READ | QFILE_EXCLUSIVE), QERR_SHARING);
   EXPECT_EQ(open_code(path, WRITE | QFILE_TRUNCATE | QFILE_EXCLUSIVE), QERR_SHARING);
   first.reset();
   EXPECT_EQ(get(path), "x") << "a refused opener does not truncate";
   EXPECT_EQ(open_code(path, READ | QFILE_EXCLUSIVE), QERR_OK);
+}
+
+TEST_F(Files, WriteWholeCreatesAndReplaces) {
+  const std::u16string path = at(u"report.xml");
+  for (const char* bytes : {"first, and longer", "second", ""}) {
+    EXPECT_EQ(write_whole(path, bytes, 1), QERR_OK);
+    EXPECT_EQ(get(path), bytes);
+  }
+  EXPECT_EQ(entries(), 1);
+  EXPECT_EQ(write_whole(at(u"missing/f"), "x"), QERR_NOT_FOUND) << "directories are not created";
+  put(u"directory/kept");
+  EXPECT_NE(write_whole(at(u"directory"), "x"), QERR_OK);
+  EXPECT_EQ(entries(), 2);
+}
+
+TEST_F(Files, AnyFailureOfWriteWholeLeavesTheTargetAndNothingElse) {
+  const std::u16string path = put(u"f", "old");
+  faulty_provider disk;
+  for (const file_op step : {file_op::create_exclusive, file_op::write, file_op::flush, file_op::rename}) {
+    disk.fail(step, 1, QERR_IO);
+    EXPECT_EQ(write_whole(path, "new", 1), QERR_IO) << static_cast<int>(step);
+    EXPECT_EQ(disk.open_files(), 0U);
+    EXPECT_EQ(get(path), "old");
+    EXPECT_EQ(entries(), 1) << static_cast<int>(step);
+  }
+  disk.room(2);
+  EXPECT_EQ(write_whole(path, "newer"), QERR_NO_SPACE);
+  EXPECT_EQ(get(path), "old");
+  EXPECT_EQ(entries(), 1);
+}
+
+TEST_F(Files, WriteWholeTakesAnotherNameWhenOneIsTakenAndFlushesWhenAsked) {
+  faulty_provider disk;
+  disk.fail(file_op::create_exclusive, 1, QERR_EXISTS, 3, qsys_condition::already_exists);
+  EXPECT_EQ(write_whole(at(u"f"), "x"), QERR_OK);
+  EXPECT_EQ(disk.calls(file_op::create_exclusive), 4U);
+  EXPECT_EQ(disk.calls(file_op::flush), 0U);
+  disk.fail(file_op::create_exclusive, 1, QERR_EXISTS, faulty_provider::ALWAYS, qsys_condition::already_exists);
+  EXPECT_EQ(write_whole(at(u"f"), "y"), QERR_EXISTS);
+  EXPECT_EQ(get(at(u"f")), "x");
 }
 
 }  // namespace

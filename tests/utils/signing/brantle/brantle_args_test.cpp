@@ -1,6 +1,4 @@
 // Argument sequences of the command line: which flags they set, where the credentials stand, what is refused.
-#include <gmock/gmock.h>
-
 #include <sstream>
 #include <vector>
 
@@ -57,13 +55,8 @@ TEST_F(Args, SequencesSetTheirModes) {
     const std::int32_t result = parse(request, row.at("options"), usage);
     EXPECT_EQ(std::to_string(result), row.at("result")) << row.at("options");
     EXPECT_EQ(usage.find("beextracted from a cab file") != std::string::npos, result == 22) << row.at("options");
-    if (result == 0) {
-      EXPECT_EQ(modes_of(request), row.at("modes")) << row.at("options");
-    }
+    EXPECT_EQ(result == 0 ? modes_of(request) : "", row.at("modes")) << row.at("options");
   }
-}
-
-TEST_F(Args, FewerThanThreeArgumentsAreRefused) {
   const qchar* argv[] = {u"brantle", u"in"};
   for (int argc = 0; argc <= 2; ++argc) {
     Brantle request;
@@ -76,8 +69,8 @@ TEST_F(Args, CredentialsReachTheConnectionFromEveryPosition) {
     Brantle request;
     std::string usage;
     ASSERT_EQ(parse(request, options, usage), 0);
-    EXPECT_THAT(said([&] { EXPECT_EQ(request.invoke(), BRANTLE_CONNECT_FAILED); }),
-                testing::StartsWith("Netuseadd() returned 1326 (arge# = 0)"));
+    EXPECT_EQ(said([&] { EXPECT_EQ(request.invoke(), BRANTLE_CONNECT_FAILED); }).rfind("Netuseadd() returned 1326", 0),
+              0U);
     EXPECT_TEXT(std::exchange(last_use, u""), u"\\\\srv\\share\\dir|DOM|user|secret");
   }
 }

@@ -1,14 +1,16 @@
 // The driver's result codes and messages, over a scratch tree, a replaced share and a faulty disk.
 #include <gmock/gmock.h>
 
-#include <filesystem>
-#include <string>
+#include <cstdlib>
+#include <regex>
+#include <set>
 
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/replaced.h"
 #include "support/scratch.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_cli.h"
 #include "utils/signing/brantle/brantle_share.h"
 
 namespace {
@@ -17,98 +19,89 @@ namespace fs = std::filesystem;
 
 std::uint32_t connect_code = 0;
 int disconnects = 0;
-std::uint32_t fakeConnect(const brantle_share_use&, std::uint32_t* bad) {
-  *bad = connect_code == 0 ? 0 : 2;
-  return connect_code;
-}
-std::uint32_t fakeDisconnect(const std::u16string&) {
-  ++disconnects;
-  return 0;
-}
-constexpr brantle_share_operations kFake = {fakeConnect, fakeDisconnect};
+constexpr brantle_share_operations fake_share = {[](const brantle_share_use&, std::uint32_t* bad) {
+                                                   *bad = connect_code == 0 ? 0 : 2;
+                                                   return connect_code;
+                                                 },
+                                                 [](const std::u16string&) {
+                                                   ++disconnects;
+                                                   return std::uint32_t{0};
+                                                 }};
 
 class Driver : public ScratchTest {
  protected:
   void SetUp() override {
     ScratchTest::SetUp();
     qlib_set_standalone(true);
-    root_ = root();
-    fs::create_directories(root_ / "in");
-    fs::create_directories(root_ / "out");
+    put(u"in/a.txt", "text");
+    put(u"out/");
     connect_code = 0;
     disconnects = 0;
   }
-  static std::u16string text(const fs::path& path) { return path.u16string(); }
-
-  std::int32_t run(const fs::path& in, const fs::path& out, std::string* printed = nullptr, bool access = false,
-                   bool share = false) {
+  // The result of a request from in to out, after `prepare`; what it said is in `text`.
+  template <class Prepare>
+  std::int32_t run(Prepare prepare) {
     std::int32_t result = 0;
-    const std::string out_text = said([&] {
+    text = said([&] {
       Brantle request;
-      request.setReposPath(text(in));
-      request.setOutputPath(text(out));
-      request.checkAccess = access ? 1 : 0;
-      request.nwMode = share ? 1 : 0;
+      request.setReposPath(at(u"in"));
+      request.setOutputPath(at(u"out"));
+      prepare(request);
       result = request.invoke();
+      incomplete = request.incompleteText();
     });
-    if (printed != nullptr) *printed = out_text;
     return result;
   }
+  std::int32_t run() {
+    return run([](Brantle&) {});
+  }
+  [[nodiscard]] std::set<std::string> written() const {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(at(u"out"))) names.insert(entry.path().filename().string());
+    return names;
+  }
 
-  fs::path root_;
-  replaced<brantle_share_set_operations> share_{&kFake};
+  std::string text, incomplete;
+  replaced<brantle_share_set_operations> share_{&fake_share};
 };
 
-// What the program's own tests cannot see, since it asks for none of this without a share.
-TEST_F(Driver, WhatIsNotThereLeavesNothing) {
-  put(u"in/a.txt", "text");
+TEST_F(Driver, ShareAndPathFailuresLeaveNothing) {
   const struct {
-    fs::path in, out;
+    std::uint32_t share;  // the connection's code
+    const char16_t* in;
     bool access;
     std::int32_t result;
-  } cases[] = {{"", root_ / "out", false, BRANTLE_INVALID_PATH},
-               {root_ / "in", root_ / "out", true, 0},
-               {root_ / "in", root_ / "absent", false, 0}};
+    int disconnects;
+  } cases[] = {{53, u"in", false, 20001, 0},    {67, u"in", false, 20001, 0},  {1219, u"in", false, 20003, 0},
+               {5, u"in", false, 20002, 0},     {1326, u"in", true, 20002, 0}, {0, u"nowhere", false, 20001, 1},
+               {0, u"nowhere", true, 20001, 2}, {0, u"in", true, 0, 3}};
   for (const auto& c : cases) {
-    std::string printed;
-    EXPECT_EQ(run(c.in, c.out, &printed, c.access), c.result);
-    EXPECT_EQ(printed, "");
-    EXPECT_TRUE(!fs::exists(c.out) || fs::is_empty(c.out));
+    connect_code = c.share;
+    EXPECT_EQ(run([&](Brantle& request) {
+                request.setReposPath(at(c.in));
+                request.nwMode = 1;
+                request.checkAccess = c.access ? 1 : 0;
+              }),
+              c.result)
+        << c.share;
+    EXPECT_EQ(text.starts_with("Netuseadd() returned " + std::to_string(c.share) + " (arge# = 2)"), c.share != 0);
+    EXPECT_EQ(disconnects, c.disconnects) << "a connection that was made, and no other, is removed";
+    EXPECT_TRUE(written().empty());
   }
+  EXPECT_EQ(run([](Brantle& request) { request.setReposPath(u""); }), BRANTLE_INVALID_PATH);
+  EXPECT_EQ(run([&](Brantle& request) { request.setOutputPath(at(u"absent")); }), 0);
+  EXPECT_FALSE(qfile_exists(at(u"absent").c_str()));
+  EXPECT_EQ(disconnects, 3);
 }
 
 TEST_F(Driver, AFileIsOpenedOnceForAllThatIsSaidAboutIt) {
-  for (const char* name : {"images/exe64_rsa.exe", "images/exe32.exe", "packages/product_rsa.msi", "tree/readme.txt"}) {
-    fs::copy_file(fixture_path(name), root_ / "in" / fs::path(name).filename());
+  for (const char* name : {"images/exe64_rsa.exe", "images/exe32.exe", "packages/product_rsa.msi"}) {
+    fs::copy_file(fixture_path(name), fs::path(at(u"in")) / fs::path(name).filename());
   }
   faulty_provider disk;
-  EXPECT_EQ(run(root_ / "in", root_ / "out"), 0);
+  EXPECT_EQ(run(), 0);
   EXPECT_EQ(disk.calls(file_op::open), 4U);
-  EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "out"), fs::directory_iterator()), 2);
-}
-
-TEST_F(Driver, ShareFailuresMapToTheirResults) {
-  const struct {
-    std::uint32_t system;
-    std::int32_t result;
-  } cases[] = {{53, 20001}, {67, 20001}, {1219, 20003}, {5, 20002}, {1326, 20002}, {50, 20002}};
-  for (const auto& c : cases) {
-    connect_code = c.system;
-    std::string printed;
-    EXPECT_EQ(run(root_ / "in", root_ / "out", &printed, false, true), c.result) << c.system;
-    EXPECT_THAT(printed, testing::StartsWith("Netuseadd() returned " + std::to_string(c.system) + " (arge# = 2)"));
-    EXPECT_TRUE(fs::is_empty(root_ / "out"));
-  }
-  EXPECT_EQ(disconnects, 0) << "a connection that was never made must not be removed";
-}
-
-TEST_F(Driver, AConnectionIsRemovedWhenTheRequestEnds) {
-  EXPECT_EQ(run(root_ / "in", root_ / "out", nullptr, false, true), 0);
-  EXPECT_EQ(disconnects, 1);
-  EXPECT_EQ(run(root_ / "nowhere", root_ / "out", nullptr, true, true), BRANTLE_INVALID_PATH);
-  EXPECT_EQ(disconnects, 2);
-  EXPECT_EQ(run(root_ / "in", root_ / "out", nullptr, false, false), 0);
-  EXPECT_EQ(disconnects, 2);
+  EXPECT_EQ(written().size(), 2U);
 }
 
 // Whatever fails, the scan ends well, says what it left out, and keeps the old report when there is no new one.
@@ -122,31 +115,55 @@ TEST_F(Driver, WhatWasLeftOutIsSaidAndAFailedReportKeepsTheOldOne) {
                {file_op::open, u".exe", QERR_PERMISSION, "incomplete: 1 file"},
                {file_op::open, u".exe", QERR_LOW_MEMORY, "incomplete: 1 file"},
                {file_op::read, u".exe", QERR_IO, "incomplete: 1 file"},
+               {file_op::read, u".exe", QERR_OK, "incomplete: 1 file"},  // it shrinks
                {file_op::list, u"sub", QERR_PERMISSION, "incomplete: 1 directory"},
                {file_op::next, u"sub", QERR_IO, "incomplete: the walk ended early"},
                {file_op::write, u".tmp", QERR_NO_SPACE, nullptr},
                {file_op::create_exclusive, u".tmp", QERR_PERMISSION, nullptr}};
   for (const auto& c : cases) {
-    put(u"in/a.exe", file_text(fixture_path("images/exe32_rsa.exe")));
+    const std::u16string image = put(u"in/a.exe", file_text(fixture_path("images/exe32_rsa.exe")));
     put(u"in/sub/b.txt", "text");
     put(u"out/info.xml", "old");
     faulty_provider disk;
     disk.only(std::u16string(c.path));
-    disk.fail(c.op, 1, c.code, faulty_provider::ALWAYS);
-    Brantle request;
-    request.setReposPath(text(root_ / "in"));
-    request.setOutputPath(text(root_ / "out"));
-    EXPECT_EQ(request.invoke(), BRANTLE_OK);
+    disk.before(c.op, [&] {
+      if (c.op == file_op::read && c.code == QERR_OK) fs::resize_file(image, 700);
+    });
+    disk.fail(c.op, c.code == QERR_OK ? 0 : 1, c.code, faulty_provider::ALWAYS);
+    EXPECT_EQ(run(), BRANTLE_OK);
     const std::string report = get(at(u"out/info.xml"));
-    if (c.text == nullptr) {
-      EXPECT_EQ(report, "old");
-      EXPECT_EQ(request.incompleteText(), "");
-    } else {
-      EXPECT_EQ(request.incompleteText(), c.text);
-      EXPECT_EQ(report.find(std::string("<!-- ") + c.text + " -->") != std::string::npos, *c.text != 0) << report;
-    }
-    for (const auto& entry : fs::directory_iterator(root_ / "out")) EXPECT_NE(entry.path().extension(), ".tmp");
+    EXPECT_EQ(report == "old", c.text == nullptr);
+    EXPECT_EQ(incomplete, c.text == nullptr ? "" : c.text);
+    EXPECT_EQ(report.find("<!-- " + incomplete + " -->") != std::string::npos, !incomplete.empty()) << report;
+    for (const std::string& name : written()) EXPECT_FALSE(name.ends_with(".tmp"));
   }
+}
+
+// The program's own log, of all modules: lines are said to come from the files by whose names they are looked for.
+TEST_F(Driver, TheEnvironmentNamesTheProgramsLog) {
+  static std::string variable;  // stays the environment's
+  variable = "BRANTLE_LOG=" + fs::path(at(u"program.log")).string();
+  ASSERT_EQ(::putenv(variable.data()), 0);
+  for (std::uint32_t module = 0; module < QLOG_MODULE_COUNT; ++module) (void)qlog_set_module_bits(module, 127);
+  (void)qlog_recompute_union();
+  (void)qlog_set_format(QLOG_COLUMN_SOURCE);
+  const std::u16string in = fixture_wide("tree");
+  const std::u16string out = at(u"out");
+  const qchar* argv[] = {u"brantle", in.c_str(), out.c_str(), u"-A"};
+  EXPECT_EQ(said([&] { EXPECT_EQ(brantle_cli_run(argv, 4), 0); }), "");
+  EXPECT_EQ(qlog_set_log_file(u""), QERR_OK);
+  std::string log = get(at(u"program.log"));
+  std::erase(log, '\0');
+  std::set<std::string> names;
+  const std::regex source("(^|\n)([A-Za-z0-9_]+\\.cpp) *: ");
+  for (std::sregex_iterator line(log.begin(), log.end(), source); line != std::sregex_iterator(); ++line) {
+    names.insert((*line)[2]);
+  }
+  EXPECT_THAT(names,
+              testing::IsSubsetOf({"blib_bin.cpp", "blib_cert.cpp", "blib_res.cpp", "brantle.cpp", "cert_sign.cpp",
+                                   "inv_cfci.cpp", "msiExtractProductInfo.cpp", "qcksum.cpp", "scan_filetype.cpp",
+                                   "sgn_msi.cpp", "sgn_pkcs7.cpp", "sgn_x509.cpp", "utl.cpp"}));
+  EXPECT_THAT(names, testing::IsSupersetOf({"brantle.cpp", "sgn_x509.cpp", "inv_cfci.cpp"}));
 }
 
 }  // namespace
