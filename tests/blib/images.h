@@ -16,8 +16,20 @@ class Images : public Runtime {
     EXPECT_EQ(image != nullptr, code == QERR_OK);
     return code;
   }
-  static qerr_t open(memory_file& file) {
+  static BlibBinByHandleOwner opened(memory_file& file, std::uint32_t flags = BLIB_READ) {
     BlibBinByHandleOwner image;
-    return open(file, image);
+    EXPECT_EQ(open(file, image, flags), QERR_OK);
+    return image;
+  }
+  // Each image of a table of fixtures, opened in memory.
+  template <class Body>
+  static void each_row(const char* table, std::size_t least, Body&& body) {
+    const auto rows = fixture_table(table);
+    ASSERT_GT(rows.size(), least);
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.at("file"));
+      memory_file file(fixture_bytes(row.at("file")));
+      body(row, file, *opened(file));
+    }
   }
 };
