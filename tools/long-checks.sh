@@ -66,7 +66,14 @@ two_machines() {
   tools/package.sh "$work/package"
   rm -rf "$work/programs"
   dpkg-deb -x "$work"/package/brantle_*.deb "$work/programs"
-  tools/long/two-machines.sh "$work/programs/usr/bin" "${REPOSITORY:-/usr/lib/x86_64-linux-gnu/wine/x86_64-windows}"
+  # Folders of forty files each: a part is a folder.
+  local tree=$work/machines number=0 file
+  rm -rf "$tree"
+  find build/real tests/fixtures/images "${REPOSITORY:-/usr/lib/x86_64-linux-gnu/wine/x86_64-windows}" -type f | while read -r file; do
+    mkdir -p "$tree/$((number / 40))"
+    cp "$file" "$tree/$((number / 40))/$((number++))-${file##*/}"
+  done
+  tools/long/two-machines.sh "$work/programs/usr/bin" "$tree"
 }
 
 # The packages in a bare Debian root.
