@@ -40,9 +40,9 @@ step "scanned and reported: $records records"
 # A share of the tree, served from inside the root on loopback.
 inside apt-get -qq install -y --no-install-recommends samba >/dev/null
 mkdir -p "$root/samba" "$root/out-share"
-printf '%s\n' '[global]' 'server role = standalone server' 'interfaces = 127.0.0.53/32' 'bind interfaces only = yes' \
+printf '%s\n' '[global]' 'server role = standalone server' 'interfaces = 127.0.0.53/8' 'bind interfaces only = yes' \
   'map to guest = bad user' 'disable netbios = yes' 'private dir = /samba' 'lock directory = /samba' 'state directory = /samba' \
-  'cache directory = /samba' 'pid directory = /samba' 'ncalrpc dir = /samba' '[tree]' 'path = /tree' 'guest ok = yes' >"$root/samba/smb.conf"
+  'cache directory = /samba' 'pid directory = /samba' 'ncalrpc dir = /samba' 'log file = /samba/log' '[tree]' 'path = /tree' 'guest ok = yes' >"$root/samba/smb.conf"
 setsid chroot "$root" smbd --foreground --no-process-group --configfile=/samba/smb.conf >/dev/null 2>&1 &
 share=$!
 for _ in $(seq 50); do (exec 3<>/dev/tcp/127.0.0.53/445) 2>/dev/null && break; sleep 0.2; done
