@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cfg/cfg.h"
-#include "inv/record_text.h"
+#include "inv/record.h"
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/scratch.h"
@@ -48,7 +48,7 @@ std::u16string text(const qchar* value) { return value == nullptr ? std::u16stri
 
 // The installer check leaves three names of an exe in lower case.
 std::u16string folded(const fs::path& file, std::u16string value) {
-  if (file.extension() == ".exe") qstr_lower_ascii(value.data());
+  if (qstr_equal_nocase(file.extension().u16string().c_str(), u".exe")) qstr_lower_ascii(value.data());
   return value;
 }
 
@@ -57,18 +57,19 @@ TEST_F(InformationRecord, HoldsWhatEachResourceSays) {
   ASSERT_GT(rows.size(), 60U);
   for (const auto& row : rows) {
     const fs::path file = fixture_path(row.at("file"));
-    const auto told = [&](const char* column) { return fixture_text(row.at(column)); };
     SCOPED_TRACE(file.string());
     const Record record = gather(file);
     ASSERT_EQ(code, QERR_OK);
     EXPECT_EQ(record->classification_flags, row.at("isInstaller") == "yes" ? INV_CLASS_INSTALLER : 0);
-    EXPECT_EQ(text(record->CompanyName), told("CompanyName"));
-    EXPECT_EQ(text(record->FileVersion), told("FileVersion"));
-    EXPECT_EQ(text(record->ProductName), told("ProductName"));
-    EXPECT_EQ(text(record->ProductVersion), told("ProductVersion"));
-    EXPECT_EQ(text(record->OriginalFilename), folded(file, told("OriginalFilename")));
-    EXPECT_EQ(text(record->FileDescription), folded(file, told("FileDescription")));
-    EXPECT_EQ(text(record->InternalName), folded(file, told("InternalName")));
+    const std::pair<const char*, const qchar*> fields[] = {
+        {"CompanyName", record->CompanyName},           {"FileVersion", record->FileVersion},
+        {"ProductName", record->ProductName},           {"ProductVersion", record->ProductVersion},
+        {"OriginalFilename", record->OriginalFilename}, {"FileDescription", record->FileDescription},
+        {"InternalName", record->InternalName}};
+    for (std::size_t i = 0; i < std::size(fields); ++i) {
+      const std::u16string told = fixture_text(row.at(fields[i].first));
+      EXPECT_EQ(text(fields[i].second), i < 4 ? told : folded(file, told)) << fields[i].first;
+    }
     EXPECT_EQ(record->is_signed, 0U);
     EXPECT_EQ(record->file_size, fs::file_size(file));
   }
@@ -77,17 +78,12 @@ TEST_F(InformationRecord, HoldsWhatEachResourceSays) {
 TEST_F(InformationRecord, HasTypeKindAndSigned) {
   const struct {
     const char* file;
-    std::uint16_t type;
-    std::uint16_t kind;
+    std::uint16_t type, kind;
     std::uint32_t is_signed;
-  } rows[] = {{"images/exe32.exe", INV_TYPE_IMAGE32, 2, 0},
-              {"images/exe64_rsa.exe", INV_TYPE_IMAGE64, 2, 1},
-              {"images/lib32_ec.dll", INV_TYPE_IMAGE32, 1, 1},
-              {"images/lib64.dll", INV_TYPE_IMAGE64, 1, 0},
-              {"images/driver64.sys", INV_TYPE_IMAGE64, 4, 0},
+  } rows[] = {{"images/lib64_rsa.dll", INV_TYPE_IMAGE64, 1, 1},
+              {"images/driver32.sys", INV_TYPE_IMAGE32, 4, 0},
               {"images/cert_table/security_size_0.exe", INV_TYPE_IMAGE32, 2, 0},
-              {"images/cert_table/security_address_0.exe", INV_TYPE_IMAGE32, 2, 0},
-              {"images/bare64.exe", INV_TYPE_IMAGE64, 2, 0}};
+              {"images/cert_table/security_address_0.exe", INV_TYPE_IMAGE32, 2, 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.file);
     const Record record = gather(fs::path(fixture_path(row.file)));
@@ -96,58 +92,47 @@ TEST_F(InformationRecord, HasTypeKindAndSigned) {
     EXPECT_EQ(record->image_kind, row.kind);
     EXPECT_EQ(record->is_signed, row.is_signed);
     EXPECT_EQ(record->cert_count, INV_CERTS_NOT_GATHERED);
-    EXPECT_EQ(record->status_flags, 0U);
   }
 }
 
 TEST_F(InformationRecord, HasTheDigestsThatAreAskedFor) {
-  const fs::path file = fixture_path("tree/tools/tool32.exe");
-  const auto rows = fixture_table("tree");
-  const auto told =
-      std::find_if(rows.begin(), rows.end(), [](const auto& row) { return row.at("file") == "tools/tool32.exe"; });
-  ASSERT_NE(told, rows.end());
-  Record record = gather(file, 1);
-  EXPECT_EQ(hex(record->sha1), told->at("SHA1"));
-  EXPECT_EQ(hex(record->sha256), told->at("SHA256"));
-  EXPECT_EQ(record->md5.type, 0);
-  cfg_ProdIntegrationConfig() = 1;
-  record = gather(file, 1);
+  const fs::path file = fixture_path("images/exe32.exe");
   const std::string bytes = file_text(file);
   qcksum md5{QCKSUM_MD5, QCKSUM_MD5_BIN_LEN, {}};
+  qcksum sha256{QCKSUM_SHA256, QCKSUM_SHA256_BIN_LEN, {}};
   ASSERT_EQ(qcksum_buf_md5(bytes.data(), bytes.size(), md5.value), QERR_OK);
-  EXPECT_EQ(hex(record->sha256), told->at("SHA256"));
-  EXPECT_EQ(hex(record->md5), hex(md5));
-  record = gather(file, 0);
-  EXPECT_EQ(record->sha1.length + record->sha256.length + record->md5.length, 0);
+  ASSERT_EQ(qcksum_buf_sha256(bytes.data(), bytes.size(), sha256.value), QERR_OK);
+  for (const std::uint32_t with_md5 : {0U, 1U}) {
+    cfg_ProdIntegrationConfig() = with_md5;
+    Record record = gather(file, 1);
+    EXPECT_EQ(hex(record->sha256), hex(sha256));
+    EXPECT_EQ(hex(record->md5), hex(with_md5 != 0 ? md5 : qcksum{}));
+    record = gather(file, 0);
+    EXPECT_EQ(record->sha1.length + record->sha256.length + record->md5.length, 0);
+  }
 }
 
 TEST_F(InformationRecord, OutsideStandaloneModeStepsNeedTheirFeatures) {
   qlib_set_standalone(false);
-  const fs::path file = fs::path(fixture_path("images/resources/setup_description.exe"));
   constexpr std::uint64_t base = std::uint64_t{1} << 40;
   constexpr std::uint64_t installer = std::uint64_t{1} << 41;
   constexpr std::uint64_t details = std::uint64_t{1} << 42;
   const struct {
-    const char* what;
-    std::uint64_t installed;
-    std::uint64_t enabled;
-    bool has_details;
-    bool is_installer;
-  } rows[] = {{"nothing", 0, 0, false, false},
-              {"not installed", 0, base | installer | details, false, false},
-              {"not enabled", base, installer | details, false, false},
-              {"no details", base, base | installer, false, false},
-              {"details", base, base | details, true, false},
-              {"all", base, base | installer | details, true, true}};
+    std::uint64_t installed, enabled;
+    bool has_details, is_installer;
+  } rows[] = {{0, base | installer | details, false, false},
+              {base, installer | details, false, false},
+              {base, base | installer, false, false},
+              {base, base | details, true, false},
+              {base, base | installer | details, true, true}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
     cfg_FeaturesInstalled() = row.installed;
     cfg_FeaturesEnabled() = row.enabled;
-    const Record record = gather(file);
+    const Record record = gather(fs::path(fixture_path("images/resources/setup_description.exe")));
     ASSERT_EQ(code, QERR_OK);
     EXPECT_EQ(record->sha1.length, QCKSUM_SHA1_BIN_LEN);
-    EXPECT_EQ(record->file_size != 0, row.has_details);
-    EXPECT_EQ(record->classification_flags, row.is_installer ? INV_CLASS_INSTALLER : 0);
+    EXPECT_EQ(record->file_size != 0, row.has_details) << row.enabled;
+    EXPECT_EQ(record->classification_flags, row.is_installer ? INV_CLASS_INSTALLER : 0) << row.enabled;
     // Only the installer check folds the names.
     EXPECT_EQ(text(record->FileDescription), !row.has_details   ? u""
                                              : row.is_installer ? u"product setup"
@@ -168,37 +153,26 @@ TEST_F(InformationRecord, TimeIsTheLaterOfCreationAndLastWrite) {
   }
 }
 
-TEST_F(InformationRecord, OtherFilesHaveNone) {
+TEST_F(InformationRecord, OtherFilesAndThoseThatFailHaveNone) {
+  const fs::path image = fs::path(fixture_path("images/resources/all_keys.exe"));
   const struct {
     fs::path path;
+    file_op fails;
     qerr_t expected;
-  } rows[] = {{put(u"text.exe", "no image"), QERR_BAD_IMAGE},
-              {put(u"empty.dll", ""), QERR_BAD_IMAGE},
-              {at(u"missing.exe"), QERR_NOT_FOUND},
-              {fs::path(fixture_path("images/headers/e_magic_ZM.exe")), QERR_BAD_IMAGE}};
+  } rows[] = {{put(u"text.exe", "no image"), file_op::count, QERR_BAD_IMAGE},
+              {put(u"empty.dll", ""), file_op::count, QERR_BAD_IMAGE},
+              {at(u"missing.exe"), file_op::count, QERR_NOT_FOUND},
+              {fs::path(fixture_path("images/headers/e_magic_ZM.exe")), file_op::count, QERR_BAD_IMAGE},
+              {image, file_op::open, QERR_PERMISSION},
+              {image, file_op::info, QERR_PERMISSION},
+              {image, file_op::view, QERR_BAD_IMAGE}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path.string());
+    faulty_provider disk;
+    if (row.fails != file_op::count) disk.fail(row.fails, 1, QERR_PERMISSION);
     EXPECT_EQ(gather(row.path), nullptr);
     EXPECT_EQ(code, row.expected);
     EXPECT_EQ(time, -1);
-  }
-  inv_cfci_t* record = nullptr;
-  EXPECT_EQ(inv_get_cfci_alloc(nullptr, &record, nullptr, 1), QERR_ARG1);
-  EXPECT_EQ(inv_get_cfci_alloc(u"a", nullptr, nullptr, 1), QERR_ARG2);
-  inv_free_cfci(nullptr);
-}
-
-TEST_F(InformationRecord, FaultsOfTheDiskAreTold) {
-  const fs::path file = fs::path(fixture_path("images/resources/all_keys.exe"));
-  const struct {
-    file_op op;
-    qerr_t expected;
-  } rows[] = {{file_op::open, QERR_PERMISSION}, {file_op::info, QERR_PERMISSION}, {file_op::view, QERR_BAD_IMAGE}};
-  for (const auto& row : rows) {
-    faulty_provider disk;
-    disk.fail(row.op, 1, QERR_PERMISSION);
-    (void)gather(file);
-    EXPECT_EQ(code, row.expected);
   }
 }
 
@@ -218,16 +192,24 @@ TEST_F(InformationRecord, ReadThatFailsHalfWayKeepsTheRecord) {
 }
 
 TEST_F(InformationRecord, ResourceDataOfAPath) {
-  const Record record = new_record();
-  const std::u16string path = (fs::path(fixture_path("images/resources/all_keys.exe"))).u16string();
-  EXPECT_EQ(inv_get_resource_data(path.c_str(), record.get()), QERR_OK);
-  EXPECT_EQ(text(record->ProductName), u"Fixture Tool");
-  EXPECT_EQ(text(record->OriginalFilename), u"tool.exe");
-  // The last step's code: an image without a resource section, and a file that is no image.
-  const std::u16string bare = (fs::path(fixture_path("images/bare32.exe"))).u16string();
-  EXPECT_EQ(inv_get_resource_data(bare.c_str(), new_record().get()), QERR_NOT_FOUND);
-  const std::u16string damaged = (fs::path(fixture_path("images/headers/e_magic_ZM.exe"))).u16string();
-  EXPECT_EQ(inv_get_resource_data(damaged.c_str(), new_record().get()), QERR_BAD_IMAGE);
+  const std::pair<const char*, qerr_t> rows[] = {{"images/resources/all_keys.exe", QERR_OK},
+                                                 {"images/bare32.exe", QERR_NOT_FOUND},  // the last step's code
+                                                 {"images/headers/e_magic_ZM.exe", QERR_BAD_IMAGE}};
+  for (const auto& [file, expected] : rows) {
+    const Record record = new_record();
+    EXPECT_EQ(inv_get_resource_data(fs::path(fixture_path(file)).u16string().c_str(), record.get()), expected) << file;
+    EXPECT_EQ(text(record->ProductName), expected == QERR_OK ? u"Fixture Tool" : u"");
+  }
+}
+
+TEST_F(InformationRecord, TellsHowInstallersAreKnown) {
+  const std::string log =
+      logged(QLOG_UTL, [&] { (void)gather(fs::path(fixture_path("images/resources/manifest_wix.exe"))); });
+  EXPECT_NE(log.find("manifest_wix.exe\nutl_is_installer_heuristic\n"
+                     "utl_is_installer_Heuristic - manifestDescription:WIX toolset Bootstrapper\n"
+                     "utl_is_installer_cfci - returns:0x1\n"),
+            std::string::npos)
+      << log;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "inv/record_text.h"
+#include "inv/record.h"
 #include "support/fixture_table.h"
 
 namespace {
@@ -52,18 +52,6 @@ TEST(VersionWalk, StaysInsideWhateverTheFieldsSay) {
     std::fill_n(cut.begin(), std::min<std::size_t>(size, 2), std::byte{0});  // else the declared length refuses it
     EXPECT_EQ(read(cut, longest), size < 46 ? QERR_INVALID : QERR_OK) << size;
   }
-}
-
-TEST(VersionWalk, KeepsWhatTheRecordAlreadyHas) {
-  const auto record = new_record();
-  record->CompanyName = qstr_dup(u"");
-  inv_version_outcome outcome{};
-  EXPECT_EQ(inv_read_version(resource_of("version_ok.exe"), *record, outcome), QERR_OK);
-  EXPECT_EQ(outcome, inv_version_outcome::read_strings);
-  EXPECT_EQ(text_or(record->CompanyName), u"");
-  EXPECT_EQ(text_or(record->ProductName), u"Fixture Tool");
-  EXPECT_EQ(inv_read_version(resource_of("neutral_only.exe"), *record, outcome), QERR_OK);
-  EXPECT_EQ(text_or(record->ProductVersion), u"9.9");
 }
 
 }  // namespace
