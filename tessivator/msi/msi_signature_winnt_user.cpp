@@ -11,6 +11,7 @@
 #include "msi/msi_path_winnt.h"
 #include "msi/msi_signature.h"
 #include "msi/package_object.h"
+#include "msi/signature_stream.h"
 
 namespace {
 
@@ -48,18 +49,9 @@ class message_reader {
   qerr_t code_ = QERR_OK;
 };
 
-}  // namespace
-
-// A missing reader is told for every file, be it a package or not.
-qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, std::uint32_t* length) noexcept try {
-  if (out == nullptr) return QERR_ARG2;
-  if (length == nullptr) return QERR_ARG3;
-  const message_reader reader;
-  if (reader.code() != QERR_OK) return reader.code();
-  msi_system_path path;
-  if (package == nullptr || !package->compound().has_whole_streams(u'\5') || !path.find(package->path().c_str())) {
-    return QERR_NOT_FOUND;
-  }
+// By the system's reader.
+qerr_t read_message(const message_reader& reader, const msi_system_path& path, QmemPtr<std::byte>& bytes,
+                    std::uint32_t& length) noexcept {
   GUID type = package_subject;
   SIP_SUBJECTINFO subject{};
   subject.cbSize = sizeof(subject);
@@ -68,9 +60,34 @@ qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, st
   subject.dwEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
   DWORD size = 0;
   if (!reader.call(subject, size, nullptr)) return QERR_NOT_FOUND;
-  QmemPtr<std::byte> bytes(static_cast<std::byte*>(qmem_calloc(size, 1)));
+  bytes.reset(static_cast<std::byte*>(qmem_calloc(size, 1)));
   if (!bytes) return QERR_LOW_MEMORY;
-  if (!reader.call(subject, size, bytes.get())) return QERR_NOT_FOUND;
+  length = size;
+  return reader.call(subject, size, bytes.get()) ? QERR_OK : QERR_NOT_FOUND;
+}
+
+}  // namespace
+
+// A missing reader is told for every file, be it a package or not.
+qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, std::uint32_t* length) noexcept try {
+  if (out == nullptr) return QERR_ARG2;
+  if (length == nullptr) return QERR_ARG3;
+  const message_reader reader;
+  if (reader.code() != QERR_OK) return reader.code();
+  if (package == nullptr || !package->compound().has_whole_streams(u'\5')) return QERR_NOT_FOUND;
+  const auto stream = signature_stream_open(package->compound());
+  if (!stream) return QERR_NOT_FOUND;
+  QmemPtr<std::byte> bytes;
+  std::uint32_t size = 0;
+  qerr_t code = QERR_NOT_FOUND;
+  msi_system_path path;
+  // The system's reader would hand out the whole of any stream.
+  if (stream->size() >= MSI_MAX_SIGNATURE) {
+    code = signature_message_read(*stream, bytes, size);
+  } else if (path.find(package->path().c_str())) {
+    code = read_message(reader, path, bytes, size);
+  }
+  if (code != QERR_OK) return code;
   *out = bytes.release();
   *length = size;
   return QERR_OK;

@@ -39,9 +39,13 @@ qerr_t signature_message_read(msi_source& stream, QmemPtr<std::byte>& bytes, std
   return QERR_OK;
 }
 
-qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length) {
-  const auto stream = package.stream(
+std::unique_ptr<msi_source> signature_stream_open(compound_file& package) {
+  return package.stream(
       u"\x0005"
       u"DigitalSignature");
+}
+
+qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length) {
+  const auto stream = signature_stream_open(package);
   return stream ? signature_message_read(*stream, bytes, length) : QERR_NOT_FOUND;
 }

@@ -9,5 +9,8 @@
 [[nodiscard]] qerr_t signature_message_read(msi_source& stream, QmemPtr<std::byte>& bytes,
                                             std::uint32_t& length) noexcept;
 
-// The message in the stream "\005DigitalSignature" of `package`. May throw std::bad_alloc.
+// The stream "\005DigitalSignature" of `package`; null when there is none or it is not whole. May throw std::bad_alloc.
+[[nodiscard]] std::unique_ptr<msi_source> signature_stream_open(compound_file& package);
+
+// The message in that stream. May throw std::bad_alloc.
 [[nodiscard]] qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length);

@@ -9,7 +9,7 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures" / "scripts"))
 from msi import CLASS, Package  # noqa: E402
 from ole import Compound  # noqa: E402
-from read_package import ANSWERS  # noqa: E402
+from read_package import ANSWERS, fingerprint  # noqa: E402
 
 WORKS = [("ProductName", b"Fixture Product"), ("Manufacturer", b"Fixture Works"), ("ProductVersion", b"1.2.3")]
 FOUND = ["0", "Fixture Product", "Fixture Works", "1.2.3", "-"]
@@ -30,6 +30,16 @@ def with_rows(count, wide):
     return Package([("P%d" % i, b"V%d" % i) for i in range(count)] + WORKS, wide=wide).bytes()
 
 
+# One byte more than anybody decodes is read of a longer signature: here zeros behind the header.
+MOST = (16 << 20) + 1
+HEAD = b"\x30\x84\x01\x10\0\0"
+
+
+def cut_signature():
+    head = int(fingerprint(HEAD).split(":")[1], 16)
+    return "%d:%08x" % (MOST, head * pow(0x01000193, MOST - len(HEAD), 1 << 32) % (1 << 32))
+
+
 def main(folder):
     packages = [
         ("streams_1030_in_line", with_streams(1030, True), FOUND, 40),
@@ -38,6 +48,7 @@ def main(folder):
         ("streams_65540", with_streams(65540, False), REFUSED, 1200),
         ("sectors_512_30_MB", with_cabinet(3), FOUND, 60),
         ("sectors_4096_30_MB", with_cabinet(4), FOUND, 40),
+        ("signature_17_MiB", Package(WORKS, signature=HEAD + bytes(17 << 20)).bytes(), [*FOUND[:4], cut_signature()], 80),
         ("rows_5000", with_rows(5000, False), FOUND, 400),
         ("strings_70000", with_rows(35000, True), FOUND, 2000),
     ]

@@ -104,6 +104,25 @@ TEST_F(Driver, AFileIsOpenedOnceForAllThatIsSaidAboutIt) {
   EXPECT_EQ(written().size(), 2U);
 }
 
+// Each way to a signature knows what the request has written.
+TEST_F(Driver, ACertificateIsWrittenOnceARequest) {
+  for (const char* name : {"cabinets/signed_rsa.cab", "images/exe64_rsa.exe", "packages/product_rsa.msi"}) {
+    const fs::path from(name);
+    const std::u16string folder = u"in/" + from.stem().u16string();
+    for (const char16_t* copy : {u"/a", u"/b"}) {
+      put(folder + copy + from.extension().u16string(), file_text(fixture_path(name)));
+    }
+    faulty_provider disk;
+    EXPECT_EQ(run([&](Brantle& request) {
+                request.setReposPath(at(folder));
+                request.certsOnly = 1;
+                request.cabFile = from.extension() == ".cab" ? 1 : 0;
+              }),
+              0);
+    EXPECT_EQ(disk.calls(file_op::create_exclusive), 1U) << name;
+  }
+}
+
 // Whatever fails, the scan ends well, says what it left out, and keeps the old report when there is no new one.
 TEST_F(Driver, WhatWasLeftOutIsSaidAndAFailedReportKeepsTheOldOne) {
   const struct {
