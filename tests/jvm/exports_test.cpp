@@ -92,7 +92,14 @@ TEST_F(Library, ALocalScanWritesItsReportAndGivesEveryStringBack) {
   FakeString from{(fs::path(std::getenv("TESSIVATOR_FIXTURES")) / "tree").u16string()};
   from.text += std::u16string(u"\0behind the zero", 16);
   FakeString to{out.u16string()};  // no zero unit at all: the search must end with the string
+  // A log of its own keeps the library's lines out of the host's output.
+  static std::string variable;  // stays the environment's
+  variable = "BRANTLE_LOG=" + (out / "log").string();
+  ASSERT_EQ(::putenv(variable.data()), 0);
+  testing::internal::CaptureStdout();
   EXPECT_EQ(call("getCertsAndInfoByScanningLocalPath", java(from), java(to)), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_GT(fs::file_size(out / "log"), 1000U);
   EXPECT_TRUE(fs::exists(out / "info.xml"));
   refuse_characters = true;
   EXPECT_EQ(call("getCertsAndInfoByScanningLocalPath", java(from), java(to)), -1);
