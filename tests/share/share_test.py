@@ -66,10 +66,9 @@ class Result:
 class Scans(unittest.TestCase):
     def scan(self, path, *options, logon=LOGON, home=None, program=None):
         out = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home))
-        environment = dict(os.environ, HOME=str(home or SERVER.home))
         arguments = [*options, *logon] if options else []
-        done = subprocess.run([program or OPTIONS.brantle, path, out, *arguments], env=environment, capture_output=True,
-                              timeout=120, check=False)
+        done = subprocess.run([program or OPTIONS.brantle, path, out, *arguments], capture_output=True, timeout=120,
+                              env=dict(os.environ, HOME=str(home or SERVER.home)), check=False)
         result = Result(done, out)
         self.assertNotIn(PASSWORD, result.said)
         return result

@@ -102,8 +102,6 @@ TEST_F(ShareTest, EachFailureHasItsSystemError) {
     qshare_credentials credentials;
     std::uint32_t code;
   } cases[] = {
-      {"good", SHARE, GOOD, QSHARE_OK},
-      {"a folder inside", u"\\\\127.0.0.1\\tree\\tree\\deep", GOOD, QSHARE_OK},
       {"a folder that does not exist is the walk's affair", u"\\\\127.0.0.1\\tree\\nothing", GOOD, QSHARE_OK},
       {"wrong password", SHARE, {GOOD.domain, GOOD.user, u"wrong"}, QSHARE_LOGON_FAILURE},
       {"empty password", SHARE, {GOOD.domain, GOOD.user, u""}, QSHARE_LOGON_FAILURE},
