@@ -103,13 +103,6 @@ class Scans(unittest.TestCase):
                          self.scan(r"\\127.0.0.1\tree\tree", "-n").records(r"\\127.0.0.1\tree\tree"))
         self.assertEqual(self.scan(r"\\127.0.0.1\tree\tree").code, 20001 & 255)
 
-    def test_nothing_is_written_to_a_share(self):
-        out = SERVER.home / "empty"
-        out.chmod(0o777)
-        subprocess.run([OPTIONS.brantle, r"\\127.0.0.1\tree\tree", r"\\127.0.0.1\empty", "-n", *LOGON], cwd=out,
-                       capture_output=True, timeout=120, check=False)
-        self.assertEqual(list(out.iterdir()), [])
-
     def test_the_machines_configuration_does_not_decide(self):
         home = pathlib.Path(tempfile.mkdtemp(dir=SERVER.home))
         (home / ".smb").mkdir()
@@ -148,7 +141,7 @@ class Scans(unittest.TestCase):
                     self.assertEqual(self.scan(rf"\\{relay.address}\tree\{folder}", *options).code, 0)
                     counts[folder] = relay.requests
             with self.subTest(options):
-                self.assertLessEqual(counts["more"] - counts["few"], 4 * 30 + 2)
+                self.assertLessEqual(counts["more"] - counts["few"], 4 * 30 + 2, counts)
 
     def test_the_share_program_ends_with_its_host(self):
         with Relay(SERVER, 20000, Relay.silence) as relay, subprocess.Popen(
@@ -183,14 +176,19 @@ class Scans(unittest.TestCase):
         self.assertEqual(result.code, 20001 & 255, result.said)
 
     def test_a_listing_without_end_is_left_out_alone(self):
-        answers = []
+        names, times = b"", 0
 
         def again(frame):
-            """In place of "no more files" the names come once more, more than a million in all."""
-            if frame[12:14] != b"\x0e\0" or len(answers) > 1010:
+            """In place of "no more files" the last names come once more, more than a million in all."""
+            nonlocal names, times
+            if frame[12:14] != b"\x0e\0":
                 return frame
-            answers.append(frame if frame[8:12] == bytes(4) else frame[:8] + bytes(4) + frame[12:64] + answers[-1][64:])
-            return answers[-1] if len(answers[-1]) > 50000 else frame
+            if frame[8:12] == bytes(4):
+                names = frame[64:] if len(frame) > 20000 else b""
+            elif names and times < 3000:
+                times += 1
+                return frame[:8] + bytes(4) + frame[12:64] + names
+            return frame
         with Relay(SERVER, change=again) as relay:
             path = rf"\\{relay.address}\tree\wide"
             result = self.scan(path, "-n")

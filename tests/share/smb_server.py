@@ -140,38 +140,43 @@ class Relay:
         self.address = address or new_address()
         family = socket.AF_INET6 if ":" in self.address else socket.AF_INET
         self.listener = socket.create_server((self.address, 445), family=family)
-        threading.Thread(target=self.accept, daemon=True).start()
+        self.threads = []
+        self.start(self.accept)
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
-        self.listener.close()
+        """Closes nothing that a thread may use: its number could be another relay's by the time that it does."""
+        end(self.listener)
+        self.threads[0].join()
         self.cut()
+        for thread in self.threads:
+            thread.join()
+        for one in (self.listener, *self.sockets):
+            one.close()
+
+    def start(self, *work):
+        self.threads.append(threading.Thread(target=work[0], args=work[1:], daemon=True))
+        self.threads[-1].start()
 
     def cut(self):
         for one in self.sockets:
             end(one)
-            one.close()
 
     def silence(self):
         self.silent = True
 
     def accept(self):
-        while True:
-            try:
-                client, _ = self.listener.accept()
-            except OSError:
-                return
-            self.sockets.append(client)
-            try:
-                server = socket.create_connection((self.server.address, 445))
-            except OSError:
-                client.close()
-                continue
-            self.sockets.append(server)
-            threading.Thread(target=self.pump, args=(client, server, False), daemon=True).start()
-            threading.Thread(target=self.pump, args=(server, client, True), daemon=True).start()
+        with contextlib.suppress(OSError):
+            while True:
+                client, server = self.listener.accept()[0], socket.socket()
+                self.sockets += client, server
+                if server.connect_ex((self.server.address, 445)) == 0:
+                    self.start(self.pump, client, server, False)
+                    self.start(self.pump, server, client, True)
+                else:
+                    end(client)
 
     def pump(self, source, target, from_server):
         frames = source.makefile("rb")
