@@ -47,12 +47,17 @@ with Server() as good, Server(good.tree) as other, Relay(good, delay=0.05) as sl
     servers = [DOMAIN, USER, PASSWORD, good.address, slow.address, dying.address, silent.address]
     failed = False
     for arguments in ([tree, good.home / "scratch", sys.argv[2], *servers], [small, good.home / "scratch", sys.argv[3]]):
+        if arguments[0] == small:
+            done.set()
         if failed or int(arguments[2]) == 0:
             continue
         with subprocess.Popen([*host, *arguments], env=dict(os.environ, BRANTLE_LOG=str(good.home / "log")), text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as running:
-            lines = [line for line in running.stdout if not re.match(r"\n|Netuseadd|Invalid Repos", line)]
-        print("".join(lines), flush=True)
+            lines = []
+            for line in running.stdout:
+                if not re.match(r"\n|Netuseadd|Invalid Repos", line):
+                    lines.append(line)
+                    print(line, end="", flush=True)
         failed = running.returncode != 0 or re.search("in native method|FATAL|WARNING: JNI", "".join(lines))
     done.set()
     fate.join()
