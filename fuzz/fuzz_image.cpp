@@ -1,17 +1,11 @@
 // Images: open, certificate table, resource walk. Whatever the bytes, nothing comes out that the file does not hold,
 // and the walk costs no more than a few times the file.
-#include <cstdlib>
-
 #include "blib/blib_cert.h"
 #include "blib/blib_res.h"
-#include "budget.h"
 #include "support/memory_file.h"
+#include "target.h"
 
 namespace {
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
 
 qerr_t visit(std::uint32_t, const void* data, std::uint32_t size, std::uint32_t, std::uint32_t*, void* context,
              std::size_t) {
@@ -40,16 +34,13 @@ void read_image(blib_bin* image, std::size_t size) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const budget spent(size);
-  const auto* const bytes = reinterpret_cast<const std::byte*>(data);
-  memory_file file(Bytes(bytes, size));
+void fuzz(Bytes input) {
+  memory_file file(input);
   for (const std::uint32_t flags : {BLIB_READ, BLIB_READ | BLIB_READ_NOT_MAP}) {
     blib_bin* image = nullptr;
     if (blib_bin_open_by_handle(&file, u"", &image, flags, 0) != QERR_OK) continue;
-    read_image(image, size);
-    (void)blib_bin_close_by_handle(image);
+    const BlibBinByHandleOwner owner(image);
+    read_image(image, input.size());
   }
   (void)blib_bin_is_16bit_by_handle(&file);
-  return 0;
 }

@@ -1,13 +1,11 @@
 // The log's mask parser and the formatter: arbitrary texts, with arguments that may not fit the format.
 #include <array>
-#include <cstring>
 #include <memory>
+#include <string>
 
-#include "budget.h"
 #include "common/qlib/qfmt.h"
-#include "common/qlib/qlib.h"
-#include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
+#include "target.h"
 
 namespace {
 
@@ -18,9 +16,8 @@ void parse_masks(const std::u16string& text) {
   static std::array<qchar, 4096> shown, again;
   (void)qlog_set_logtype(nullptr);
   (void)qlog_set_logtype(text.c_str());
-  if (qlog_get_logtype(shown.data()) != 0 || qlog_set_logtype(shown.data()) != 0) std::abort();
-  if (qlog_get_logtype(again.data()) != 0 || qstr_len(again.data()) != qstr_len(shown.data())) std::abort();
-  if (std::memcmp(shown.data(), again.data(), qstr_size(shown.data())) != 0) std::abort();
+  check(qlog_get_logtype(shown.data()) == 0 && qlog_set_logtype(shown.data()) == 0);
+  check(qlog_get_logtype(again.data()) == 0 && std::u16string_view(again.data()) == shown.data());
 }
 
 void format(const std::u16string& text) {
@@ -29,28 +26,21 @@ void format(const std::u16string& text) {
       qfmt_arg(text)};
   for (std::size_t shift = 0; shift < arguments.size(); ++shift) {
     std::u16string out;
-    if (qfmt_to_string(out, text.c_str(), std::span(arguments).subspan(shift)) &&
-        out.size() > widest * (1 + text.size() / 2))
-      std::abort();
+    check(!qfmt_to_string(out, text.c_str(), std::span(arguments).subspan(shift)) ||
+          out.size() <= widest * (1 + text.size() / 2));
     for (const std::size_t capacity : {std::size_t{1}, std::size_t{7}, out.size() + 1}) {
       const auto buffer = std::make_unique<qchar[]>(capacity);  // its end is seen by a sanitizer
       const int units = qstr_printf(buffer.get(), capacity * sizeof(qchar), text.c_str(), -1, u"wide", "narrow", 200);
-      if (units >= static_cast<int>(capacity) ||
-          buffer[units < 0 ? capacity - 1 : static_cast<std::size_t>(units)] != 0)
-        std::abort();
+      check(units < static_cast<int>(capacity));
+      check(buffer[units < 0 ? capacity - 1 : static_cast<std::size_t>(units)] == 0);
     }
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const bool started = qlib_lib_init_basic() == 0;
-  const budget spent(size);
-  if (!started) std::abort();
-  qlog_console_off();
-  const std::u16string text = qstr_to_wide(std::string(reinterpret_cast<const char*>(data), size));
+void fuzz(Bytes input) {
+  const std::u16string text = qstr_to_wide(std::string(reinterpret_cast<const char*>(input.data()), input.size()));
   parse_masks(text);
   format(text.substr(0, 200));
-  return 0;
 }
