@@ -104,22 +104,24 @@ TEST_F(Driver, AFileIsOpenedOnceForAllThatIsSaidAboutIt) {
   EXPECT_EQ(written().size(), 2U);
 }
 
-// Each way to a signature knows what the request has written.
+// Each way to a signature knows what the request has written, and forgets the file before.
 TEST_F(Driver, ACertificateIsWrittenOnceARequest) {
-  for (const char* name : {"cabinets/signed_rsa.cab", "images/exe64_rsa.exe", "packages/product_rsa.msi"}) {
-    const fs::path from(name);
-    const std::u16string folder = u"in/" + from.stem().u16string();
-    for (const char16_t* copy : {u"/a", u"/b"}) {
-      put(folder + copy + from.extension().u16string(), file_text(fixture_path(name)));
+  for (const std::string kind : {"cabinets/signed_*.cab", "images/exe64_*.exe", "packages/product_*.msi"}) {
+    const std::u16string folder = u"in/" + qstr_to_wide(kind.substr(0, kind.find('/')));
+    const std::string extension = kind.substr(kind.find('.'));
+    for (const std::string file : {"1_rsa", "2_ec", "3_rsa"}) {
+      std::string name = kind;
+      name.replace(name.find('*'), 1, file.substr(2));
+      put(folder + u"/" + qstr_to_wide(file + extension), file_text(fixture_path(name)));
     }
     faulty_provider disk;
     EXPECT_EQ(run([&](Brantle& request) {
                 request.setReposPath(at(folder));
                 request.certsOnly = 1;
-                request.cabFile = from.extension() == ".cab" ? 1 : 0;
+                request.cabFile = extension == ".cab" ? 1 : 0;
               }),
               0);
-    EXPECT_EQ(disk.calls(file_op::create_exclusive), 1U) << name;
+    EXPECT_EQ(disk.calls(file_op::create_exclusive), 2U) << kind;
   }
 }
 
