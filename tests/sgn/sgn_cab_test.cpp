@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "sgn/support.h"
-#include "sgn/tables.h"
 #include "support/faulty_provider.h"
 
 namespace {
@@ -23,9 +22,9 @@ TEST_F(SgnCab, FollowsTheTable) {
   const fs::path folder = scratch_folder("cabinets");
   const auto rows = fixture_table("cabinets");
   ASSERT_GT(rows.size(), 60U);
-  for (const Row& row : rows) {
+  for (const fixture_row& row : rows) {
     SCOPED_TRACE(row.at("file"));
-    const Outcome outcome = extract_cabinet(fixture(row.at("file")), folder);
+    const Outcome outcome = extract_cabinet(fixture_path(row.at("file")), folder);
     EXPECT_EQ(static_cast<std::int32_t>(outcome.code), std::stoi(row.at("extraction")));
     EXPECT_EQ(outcome.names.size(), std::stoul(row.at("named")));
     expect_certificate_files(folder, outcome.names);
@@ -33,9 +32,8 @@ TEST_F(SgnCab, FollowsTheTable) {
 }
 
 TEST_F(SgnCab, GivesTheFilesCode) {
-  EXPECT_EQ(extract_cabinet(fixture("cabinets/there is none.cab"), "").code, QERR_NOT_FOUND);
-  EXPECT_NE(extract_cabinet(fixture("cabinets"), "").code, QERR_OK) << "a folder";
   sgn_p7* out = nullptr;
+  EXPECT_EQ(sgn_extract_cab_cert_alloc(u"there is none.cab", &out), QERR_NOT_FOUND);
   EXPECT_EQ(sgn_extract_cab_cert_alloc(nullptr, &out), QERR_ARG1);
   EXPECT_EQ(sgn_extract_cab_cert_alloc(u"x", nullptr), QERR_ARG2);
 }
@@ -51,12 +49,12 @@ TEST_F(SgnCab, PassesOnWhatTheDiskAnswers) {
   for (const auto& step : steps) {
     faulty_provider disk;
     disk.fail(step.op, step.nth, QERR_PERMISSION);
-    EXPECT_EQ(extract_cabinet(fixture("cabinets/signed_rsa.cab"), "").code, QERR_PERMISSION)
+    EXPECT_EQ(extract_cabinet(fixture_path("cabinets/signed_rsa.cab"), "").code, QERR_PERMISSION)
         << static_cast<int>(step.op) << " " << step.nth;
   }
   faulty_provider disk;
   disk.most_read(7);
-  EXPECT_EQ(extract_cabinet(fixture("cabinets/signed_rsa.cab"), scratch_folder("short_reads")).names.size(), 1U);
+  EXPECT_EQ(extract_cabinet(fixture_path("cabinets/signed_rsa.cab"), scratch_folder("short_reads")).names.size(), 1U);
 }
 
 }  // namespace

@@ -1,24 +1,24 @@
-// Name digests, places of certificate files, texts of certificate names, and the error queue's log.
+// Name digests, places of certificate files, texts of certificate names, and one certificate's file.
 #include <gtest/gtest.h>
 
-#include "common/qlib/qcksum.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_oneline.h"
 #include "sgn/sgn_utl.h"
 #include "sgn/support.h"
-#include "sgn/tables.h"
 #include "support/faulty_provider.h"
-#include "utl/utl_user.h"
 
 namespace {
 
 using SgnNames = Runtime;
 
-using Text = QmemPtr<qchar>;
 using IntegerPtr = std::unique_ptr<ASN1_INTEGER, FreeWith<ASN1_INTEGER_free>>;
 
-std::string narrow(const Text& text) { return text ? qstr_to_utf8(text.get()) : "(null)"; }
+// Frees it.
+std::string taken(qchar* text) {
+  const QmemPtr<qchar> owner(text);
+  return text != nullptr ? qstr_to_utf8(text) : "(null)";
+}
 
 IntegerPtr integer(std::int64_t value) {
   IntegerPtr out(ASN1_INTEGER_new());
@@ -27,28 +27,22 @@ IntegerPtr integer(std::int64_t value) {
 }
 
 // The digests of "/CN=a" and the serial's magnitude, worked out with sha1sum and sha256sum.
-struct DigestCase {
-  std::int64_t serial;
-  const char* sha1;
-  const char* sha256;
-};
-const DigestCase digest_cases[] = {
-    {0x1234, "afc7c24113302e1cbbf110c74ad71f380d977564",
-     "534a11a40e0791707b08edff7d2ef95b9ecc1719f73c97c480a1e74a00252e93"},
-    {-0x1234, "afc7c24113302e1cbbf110c74ad71f380d977564",
-     "534a11a40e0791707b08edff7d2ef95b9ecc1719f73c97c480a1e74a00252e93"},  // the magnitude counts
-    {0x80, "e3f8ad0006df92fe7350a255cf907a845e52aca3",
-     "c5ee838d2bc73345a65c0337f339f5345e801d31168d834d36933721259f15a4"},  // no leading zero octet
-};
-
 TEST_F(SgnNames, DigestsIssuerAndSerial) {
-  for (const DigestCase& one : digest_cases) {
+  const struct {
+    std::int64_t serial;
+    const char* sha1;
+    const char* sha256;
+  } cases[] = {{-0x1234, "afc7c24113302e1cbbf110c74ad71f380d977564",
+                "534a11a40e0791707b08edff7d2ef95b9ecc1719f73c97c480a1e74a00252e93"},
+               {0x80, "e3f8ad0006df92fe7350a255cf907a845e52aca3",
+                "c5ee838d2bc73345a65c0337f339f5345e801d31168d834d36933721259f15a4"}};  // no leading zero octet
+  for (const auto& one : cases) {
     for (const std::uint32_t which : {0U, 2U, 4U, 6U}) {
       qchar* sha1 = nullptr;
       qchar* sha256 = nullptr;
       ASSERT_EQ(sgn_get_qsha_issuer_serial("/CN=a", integer(one.serial).get(), &sha1, &sha256, which), QERR_OK);
-      EXPECT_EQ(narrow(Text(sha1)), (which & SGN_QSHA_SHA1) != 0 ? one.sha1 : "(null)") << which;
-      EXPECT_EQ(narrow(Text(sha256)), (which & SGN_QSHA_SHA256) != 0 ? one.sha256 : "(null)") << which;
+      EXPECT_EQ(taken(sha1), (which & SGN_QSHA_SHA1) != 0 ? one.sha1 : "(null)") << which;
+      EXPECT_EQ(taken(sha256), (which & SGN_QSHA_SHA256) != 0 ? one.sha256 : "(null)") << which;
     }
   }
 }
@@ -66,45 +60,24 @@ TEST_F(SgnNames, RefusesWhatCannotBeDigested) {
   EXPECT_EQ(text, nullptr);
 }
 
+// Without a directory it depends on the service, which no test machine has.
 TEST_F(SgnNames, PutsTogetherThePlaceOfAFile) {
-  const std::u16string separator(1, qpath_native_separator());
+  const std::string separator(1, static_cast<char>(qpath_native_separator()));
   const struct {
     const qchar* directory;
     const qchar* stem;
-    std::u16string path;
-  } cases[] = {
-      {u"out", u"abc", u"out" + separator + u"abc.cer"},
-      {u"", u"abc", separator + u"abc.cer"},
-      {u"out", nullptr, u"out" + separator},
-      {u"\\\\server\\share", u"abc", u"\\\\server\\share\\abc.cer"},
-  };
+    qerr_t code;
+    std::string path;
+  } cases[] = {{u"", u"abc", QERR_OK, separator + "abc.cer"},
+               {u"out", nullptr, QERR_OK, "out" + separator},
+               {u"\\\\server\\share", u"abc", QERR_OK, "\\\\server\\share\\abc.cer"},
+               {nullptr, u"abc", QERR_NOT_FOUND, "(null)"}};
   for (const auto& one : cases) {
     qchar* path = nullptr;
-    ASSERT_EQ(sgn_get_internal_dir_alloc(&path, one.directory, one.stem), QERR_OK);
-    EXPECT_EQ(narrow(Text(path)), qstr_to_utf8(one.path));
+    EXPECT_EQ(sgn_get_internal_dir_alloc(&path, one.directory, one.stem), one.code);
+    EXPECT_EQ(taken(path), one.path);
   }
   EXPECT_EQ(sgn_get_internal_dir_alloc(nullptr, u"out", u"abc"), QERR_ARG1);
-}
-
-// Without a directory everything depends on the service, which no test machine has.
-TEST_F(SgnNames, WithoutAServiceThereIsNoInternalDirectory) {
-  qchar* path = nullptr;
-  for (const qchar* const stem : {static_cast<const qchar*>(nullptr), u"abc"}) {
-    EXPECT_EQ(sgn_get_internal_dir_alloc(&path, nullptr, stem), QERR_NOT_FOUND);
-  }
-  EXPECT_EQ(path, nullptr);
-  EXPECT_EQ(sgn_store_x509(certificate("pki/rsa/leaf.pem").get(), nullptr, nullptr, 5), QERR_NOT_FOUND);
-}
-
-TEST_F(SgnNames, WritesNamesInOneLine) {
-  const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
-  ASSERT_TRUE(leaf);
-  EXPECT_EQ(narrow(Text(sgn_get_subject_alloc(leaf.get()))), "/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf");
-  EXPECT_EQ(narrow(Text(sgn_get_issuer_alloc(leaf.get()))),
-            "/C=SE/O=Fixture Works/OU=Signing/CN=Fixture Intermediate RSA");
-  EXPECT_EQ(narrow(Text(sgn_get_issuer_alloc(certificate("pki/odd/issuer_empty.pem").get()))), "");
-  EXPECT_EQ(sgn_get_subject_alloc(nullptr), nullptr);
-  EXPECT_EQ(sgn_get_issuer_alloc(nullptr), nullptr);
 }
 
 std::string line_of(const char* type, int kind, std::string_view value) {
@@ -122,7 +95,7 @@ std::string line_of(const char* type, int kind, std::string_view value) {
 
 // The table is made without the linked OpenSSL, which knows more types than those that print with a name.
 TEST_F(SgnNames, PrintsTheTypesOfOldByName) {
-  std::istringstream in(file_text(fixture("scripts/attribute_types.tsv")));
+  std::istringstream in(file_text(fixture_path("scripts/attribute_types.tsv")));
   std::size_t rows = 0;
   for (std::string type, name; in >> type && std::getline(in >> std::ws, name); ++rows) {
     EXPECT_EQ(line_of(type.c_str(), V_ASN1_UTF8STRING, "v"), "/" + name + "=v");
@@ -155,37 +128,25 @@ TEST_F(SgnNames, PrintsValuesByteForByte) {
   for (const auto& one : cases) EXPECT_EQ(line_of("2.5.4.3", one.kind, one.value), one.line);
 }
 
-TEST_F(SgnNames, StoresOneCertificate) {
-  const fs::path folder = scratch_folder("one");
-  const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
-  EXPECT_EQ(sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5), QERR_OK);
-  expect_certificate_files(folder, {"6094c63c905babeb29376d7219b1387b45f401bb9a2adec98dac47c74f7e91da"});
-  EXPECT_NE(sgn_store_x509(leaf.get(), (folder / "missing").u16string().c_str(), nullptr, 5), QERR_OK);
-  EXPECT_EQ(sgn_store_x509(nullptr, u"", nullptr, 5), QERR_ARG1);
-}
-
 // A file that cannot be opened is the caller's business; one that cannot be filled is only logged. Neither leaves
 // anything behind.
-TEST_F(SgnNames, LeavesNothingOfAFileThatCannotBeWritten) {
-  const fs::path folder = scratch_folder("faults");
+TEST_F(SgnNames, StoresACertificateOrNothing) {
+  const fs::path folder = scratch_folder("one");
   const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
   const auto store = [&] { return sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5); };
-  {
+  for (const file_op op : {file_op::create_exclusive, file_op::rename, file_op::write}) {
     faulty_provider disk;
-    disk.fail(file_op::create_exclusive, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
-    EXPECT_EQ(store(), QERR_PERMISSION);
+    if (op == file_op::write) {
+      disk.room(100);
+    } else {
+      disk.fail(op, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
+    }
+    EXPECT_EQ(store(), op == file_op::write ? QERR_OK : QERR_PERMISSION);
+    EXPECT_TRUE(fs::is_empty(folder));
   }
-  {
-    faulty_provider disk;
-    disk.room(100);
-    EXPECT_EQ(store(), QERR_OK);
-  }
-  {
-    faulty_provider disk;
-    disk.fail(file_op::rename, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
-    EXPECT_EQ(store(), QERR_PERMISSION);
-  }
-  EXPECT_TRUE(fs::is_empty(folder));
+  EXPECT_EQ(store(), QERR_OK);
+  expect_certificate_files(folder, {"6094c63c905babeb29376d7219b1387b45f401bb9a2adec98dac47c74f7e91da"});
+  EXPECT_EQ(sgn_store_x509(nullptr, u"", nullptr, 5), QERR_ARG1);
 }
 
 }  // namespace

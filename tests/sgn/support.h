@@ -1,4 +1,4 @@
-// What the signature tests share: places, names, bytes, and a writer of DER structures.
+// What the signature tests share: places, names, the tables' certificate files, and a writer of DER structures.
 #pragma once
 
 #include <openssl/pem.h>
@@ -19,8 +19,6 @@ namespace fs = std::filesystem;
 
 using Names = std::vector<std::string>;
 
-inline fs::path fixture(const std::string& name) { return fixture_path(name); }
-
 inline void write_bytes(const fs::path& path, std::string_view bytes) {
   std::ofstream out(path, std::ios::binary);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -36,6 +34,18 @@ inline Names take_names(sgn_cert_name* list) {
   }
   sgn_cert_names_free(list);
   return names;
+}
+
+// A list of stems as a table writes it.
+inline Names list_of(const std::string& cell) { return cell.empty() ? Names() : fixture_cells(cell, ','); }
+
+// Every name has its file in `folder`, byte for byte as openssl writes the certificate.
+inline void expect_certificate_files(const fs::path& folder, const Names& names) {
+  for (const std::string& name : names) {
+    const std::string expected = file_text(fixture_path("expected/certificates/" + name + ".cer"));
+    EXPECT_FALSE(expected.empty()) << name;
+    EXPECT_EQ(file_text(folder / (name + ".cer")), expected) << name;
+  }
 }
 
 struct Outcome {
@@ -75,17 +85,9 @@ inline Outcome extract_bytes(std::string_view bytes, const fs::path& folder, std
 
 // The certificate of a PEM file below the fixtures, decoded by OpenSSL's own reader.
 inline SgnX509Owner certificate(const std::string& name) {
-  const std::string pem = file_text(fixture(name));
+  const std::string pem = file_text(fixture_path(name));
   const std::unique_ptr<BIO, FreeWith<BIO_free>> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   return SgnX509Owner(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
-}
-
-inline std::string encoding(const X509* x509) {
-  unsigned char* data = nullptr;
-  const int length = i2d_X509(x509, &data);
-  std::string out(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
-  OPENSSL_free(data);
-  return out;
 }
 
 // DER: one element, and the structures that the tests put together by hand.
