@@ -2,16 +2,18 @@
 # Proves the Debian packages in a bare Debian 12 root of their own: install, scan, report, share, Java host, a C++ user
 # of the components, remove. Needs root and mmdebstrap; apt is set up in the root as it is here.
 #
-#   tools/long/bare-root.sh PACKAGES FIXTURE_TREE CONSUMER      folders of *.deb, of files to scan, of a C++ user's project
+#   tools/long/bare-root.sh PACKAGES FIXTURE_TREE CONSUMER SAMPLE
+#     folders of *.deb, of files to scan, of a C++ user's project, of the built sample host and its bridge
 set -euo pipefail
 packages=$(cd "$1" && pwd)
 tree=$(cd "$2" && pwd)
 consumer=$(cd "$3" && pwd)
+sample=$(cd "$4" && pwd)
 root=$(mktemp -d)
 share=
 finish() {
   [ -z "$share" ] || kill -- "-$share" 2>/dev/null || true
-  umount "$root/proc" 2>/dev/null || true
+  umount "$root/dev/pts" "$root/proc" 2>/dev/null || true
   rm -rf "$root"
 }
 trap finish EXIT
@@ -19,10 +21,13 @@ mmdebstrap --quiet --variant=minbase --include=ca-certificates bookworm "$root" 
   --customize-hook='cp -r /etc/apt/sources.list* /etc/apt/*.gpg /etc/apt/trusted.gpg.d "$1/etc/apt/" 2>/dev/null || true'
 cp /etc/resolv.conf "$root/etc/" 2>/dev/null || true
 mount -t proc proc "$root/proc"
+mount -t devpts devpts "$root/dev/pts" 2>/dev/null || true
 mkdir -p "$root/packages" "$root/tree" "$root/out"
 cp "$packages"/*.deb "$root/packages/"
 cp -r "$tree/." "$root/tree/"
 cp -r "$consumer" "$root/consumer"
+mkdir "$root/sample"
+cp "$sample/brantle-sample.jar" "$sample/libbrantle_sample_bridge.so" "$root/sample/"
 inside() { chroot "$root" env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 "$@"; }
 step() { echo "bare-root: $*"; }
 
@@ -52,8 +57,9 @@ step "the same over a share"
 
 inside apt-get -qq install -y --no-install-recommends openjdk-17-jre-headless >/dev/null
 library=$(inside dpkg -L libbrantle-java | grep '/libbrantle\.so$')
-inside java "-Djava.library.path=${library%/*}" -cp "$(inside sh -c 'ls /usr/share/java/brantle*.jar' | grep -v -e sources -e javadoc | paste -sd:)" \
-  com.kestal.tamb.brantle.sample.SampleHost /tree /out
+inside java -cp /usr/share/java/brantle.jar:/sample/brantle-sample.jar com.kestal.tamb.brantle.sample.SampleHost \
+  /sample/libbrantle_sample_bridge.so "$library" /out-java /tree
+[ "$(grep -c '<Executable>' "$root/out-java/1/info.xml")" -eq "$records" ]
 step "the sample Java host has run"
 
 inside apt-get -qq install -y --no-install-recommends g++ cmake make >/dev/null
