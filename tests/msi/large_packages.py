@@ -48,7 +48,7 @@ def main(folder):
         ("streams_65540", with_streams(65540, False), REFUSED, 1200),
         ("sectors_512_30_MB", with_cabinet(3), FOUND, 60),
         ("sectors_4096_30_MB", with_cabinet(4), FOUND, 40),
-        ("signature_17_MiB", Package(WORKS, signature=HEAD + bytes(17 << 20)).bytes(), [*FOUND[:4], cut_signature()], 80),
+        ("signature_17_MiB", Package(WORKS, signature=HEAD + bytes(17 << 20)).bytes(), [*FOUND[:4], cut_signature()], 120),
         ("rows_5000", with_rows(5000, False), FOUND, 400),
         ("strings_70000", with_rows(35000, True), FOUND, 2000),
     ]

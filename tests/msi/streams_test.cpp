@@ -27,10 +27,7 @@ class memory_source final : public msi_source {
 
 std::string words(std::initializer_list<unsigned> values) {
   std::string bytes;
-  for (const unsigned value : values) {
-    bytes.push_back(static_cast<char>(value));
-    bytes.push_back(static_cast<char>(value >> 8));
-  }
+  for (const unsigned value : values) bytes += {static_cast<char>(value), static_cast<char>(value >> 8)};
   return bytes;
 }
 

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 """Compares the certificates of real signed images with those that osslsigncode and openssl find.
 
-real_images.py FOLDER SCRATCH PROGRAM...: every signed .efi image below FOLDER goes through PROGRAM (sgn_extract, perhaps
-with an emulator before it)."""
-import glob
+real_images.py FOLDER SCRATCH PROGRAM...: every signed .efi image below FOLDER is scanned with PROGRAM (perhaps with an
+emulator before it). In which order names come is the fixtures' business."""
 import os
+import pathlib
 import re
 import shutil
 import struct
@@ -18,13 +18,13 @@ import oneline  # noqa: E402
 EXPECTED_IMAGES = 2
 
 
-def output(*command):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+def output(*command, **options):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, **options).stdout
 
 
 def table_entries(image):
     """The signatures of the attribute certificate table, taken apart here."""
-    data = read(image)
+    data = image.read_bytes()
     (nt,) = struct.unpack_from("<I", data, 60)
     (magic,) = struct.unpack_from("<H", data, nt + 24)
     offset, size = struct.unpack_from("<II", data, nt + 24 + (112 if magic == 0x20B else 96) + 4 * 8)
@@ -37,74 +37,44 @@ def table_entries(image):
     return entries
 
 
-def osslsigncode_signature(image, path):
-    """What osslsigncode takes for the signature; it refuses a table of several."""
-    if os.path.exists(path):
-        os.remove(path)
-    output("osslsigncode", "extract-signature", "-in", image, "-out", path)
-    return read(path)
-
-
-def openssl(blob, *options):
-    return subprocess.run(("openssl", "pkcs7", "-inform", "DER") + options, input=blob, check=True,
-                          stdout=subprocess.PIPE).stdout
-
-
-def printed_certificates(blob):
-    """A signature's certificates as PEM, in the order in which it lists them."""
-    return re.findall(rb"-----BEGIN CERTIFICATE-----\n.*?-----END CERTIFICATE-----\n", openssl(blob, "-print_certs"), re.S)
+def certificates(blob):
+    text = output("openssl", "pkcs7", "-inform", "DER", "-print_certs", input=blob)
+    return set(re.findall(rb"-----BEGIN CERTIFICATE-----\n.*?-----END CERTIFICATE-----\n", text, re.S))
 
 
 def signer_serials(blob):
-    text = openssl(blob, "-print", "-noout").decode(errors="replace")
+    text = output("openssl", "pkcs7", "-inform", "DER", "-print", "-noout", input=blob).decode(errors="replace")
     found = re.findall(r"issuer_and_serial:.*?serial: (0x)?([0-9A-Fa-f]+)", text[text.index("signer_info:"):], re.S)
-    return [int(digits, 16 if prefix else 10) for prefix, digits in found]
+    return {int(digits, 16 if prefix else 10) for prefix, digits in found}
 
 
-def serial_of(path):
-    return int(output("openssl", "x509", "-in", path, "-noout", "-serial").decode().strip().split("=")[1], 16)
-
-
-def extracted(program, image, folder, every):
-    shutil.rmtree(folder, ignore_errors=True)
-    os.makedirs(folder)
-    names = output(*program, image, folder, every).decode().split()
-    files = sorted(os.listdir(folder))
-    assert sorted({name + ".cer" for name in names}) == files, (image, names, files)
-    return [os.path.join(folder, name + ".cer") for name in names]
-
-
-def read(path):
-    with open(path, "rb") as file:
-        return file.read()
+def extracted(program, image, scratch, *options):
+    """What the program writes, by stem; it goes by an image's extension."""
+    shutil.rmtree(scratch, ignore_errors=True)
+    (scratch / "out").mkdir(parents=True)
+    output(*program, shutil.copy(image, scratch / "image.exe"), scratch / "out", "-O", *options)
+    return {path.stem: path.read_bytes() for path in (scratch / "out").iterdir()}
 
 
 def compare(program, image, scratch):
     entries = table_entries(image)
-    assert entries, image
-    if len(entries) == 1:
-        assert entries[0].rstrip(b"\0") == osslsigncode_signature(image, os.path.join(scratch, "signature.der")).rstrip(b"\0")
-    folder = os.path.join(scratch, "certificates")
-    expected = [one for blob in entries for one in printed_certificates(blob)]
-    found = [read(path) for path in extracted(program, image, folder, "1")]
-    stems = [oneline.stem(output("openssl", "x509", "-in", path, "-outform", "DER")) for path in extracted(program, image, folder, "1")]
-    assert stems == [os.path.basename(path)[:-4] for path in extracted(program, image, folder, "1")], (image, stems)
-    assert expected and found == expected[::-1], f"{image}: {len(found)} of {len(expected)} certificates, or other bytes"
-    serials = [one for blob in entries for one in signer_serials(blob)]
-    signers = [serial_of(path) for path in extracted(program, image, folder, "0")]
-    assert serials and signers == serials[::-1], (image, signers, serials)
-    print(f"{image}: {len(entries)} signatures, {len(found)} certificates, {len(signers)} signers")
+    if len(entries) == 1:  # osslsigncode refuses a table of several
+        scratch.mkdir(parents=True, exist_ok=True)
+        signature = scratch / "signature.der"
+        signature.unlink(missing_ok=True)
+        output("osslsigncode", "extract-signature", "-in", image, "-out", signature)
+        assert entries[0].rstrip(b"\0") == signature.read_bytes().rstrip(b"\0")
+    found = extracted(program, image, scratch, "-A")
+    assert set(found.values()) == set.union(*map(certificates, entries)) != set(), image
+    for stem, pem in found.items():
+        assert stem == oneline.stem(output("openssl", "x509", "-outform", "DER", input=pem)), (image, stem)
+    serials = {int(output("openssl", "x509", "-noout", "-serial", input=pem).split(b"=")[1], 16)
+               for pem in extracted(program, image, scratch).values()}
+    assert serials == set.union(*map(signer_serials, entries)) != set(), (image, serials)
+    print(f"{image}: {len(entries)} signatures, {len(found)} certificates, {len(serials)} signers")
 
 
-def main():
-    folder, scratch, program = sys.argv[1], sys.argv[2], sys.argv[3:]
-    os.makedirs(scratch, exist_ok=True)
-    images = sorted(glob.glob(os.path.join(folder, "**", "*.efi*"), recursive=True))
-    signed = [image for image in images if image.endswith(".signed")]
-    assert len(signed) >= EXPECTED_IMAGES, images
-    for image in signed:
-        compare(program, image, scratch)
-
-
-if __name__ == "__main__":
-    main()
+images = sorted(pathlib.Path(sys.argv[1]).rglob("*.efi*.signed"))
+assert len(images) >= EXPECTED_IMAGES, images
+for signed in images:
+    compare(sys.argv[3:], signed, pathlib.Path(sys.argv[2]))

@@ -12,6 +12,10 @@ namespace {
 
 using SgnLog = Runtime;
 
+void expect_lines(const std::string& log, std::initializer_list<std::string> lines) {
+  for (const std::string& line : lines) EXPECT_NE(log.find(line), log.npos) << line << " in\n" << log;
+}
+
 TEST_F(SgnLog, TellsAFilesExtraction) {
   const fs::path folder = scratch_folder("log_files");
   const auto cabinet = [](const char* name) { return fixture_path("cabinets/" + std::string(name)); };
@@ -26,24 +30,16 @@ TEST_F(SgnLog, TellsAFilesExtraction) {
       EXPECT_NE(sgn_extract_cab_cert_alloc(qstr_to_wide(cabinet(name)).c_str(), &out), 0U);
     }
   });
-  const std::string lines[] = {"Trying to extracing certs from ",
-                               "Found 1 PKCS7 to verify in ",
-                               "Decrypting 0x",
-                               "Extracted cert. Subject: '/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf'. Issuer: "
-                               "'/C=SE/O=Fixture Works/OU=Signing/CN=Fixture Intermediate RSA'",
-                               ".cer' to Vantry cert store",
-                               "Failed to get Authenticode Info from ",
-                               "Extracting certificate from file [",
-                               "] completed with size [0]. err = 2",
-                               "Failed to open file '" + folder.string(),
-                               "Unable to load PKCS7 object",
-                               "1 of 1 signatures of ",
-                               "signature_damaged.exe cannot be decoded",
-                               "Failed to open file " + cabinet("none.cab") + ". Error = 2",
-                               cabinet("size_3.cab") + " is not a valid cab file",
-                               "Cab file " + cabinet("plain.cab") + " is not signed.",
-                               "Failed to decrypt certificate. Error = -1"};
-  for (const std::string& line : lines) EXPECT_NE(log.find(line), std::string::npos) << line << " in\n" << log;
+  expect_lines(
+      log,
+      {"Trying to extracing certs from ", "Found 1 PKCS7 to verify in ", "Decrypting 0x",
+       "Extracted cert. Subject: '/C=SE/O=Fixture Works/CN=Fixture Signer RSA leaf'. Issuer: "
+       "'/C=SE/O=Fixture Works/OU=Signing/CN=Fixture Intermediate RSA'",
+       ".cer' to Vantry cert store", "Failed to get Authenticode Info from ", "Extracting certificate from file [",
+       "] completed with size [0]. err = 2", "Failed to open file '" + folder.string(), "Unable to load PKCS7 object",
+       "1 of 1 signatures of ", "signature_damaged.exe cannot be decoded",
+       "Failed to open file " + cabinet("none.cab") + ". Error = 2", cabinet("size_3.cab") + " is not a valid cab file",
+       "Cab file " + cabinet("plain.cab") + " is not signed.", "Failed to decrypt certificate. Error = -1"});
   const std::size_t first = log.find("cannot be decoded");
   EXPECT_EQ(log.find("cannot be decoded", first + 1), std::string::npos) << "of an unsigned file";
 }
@@ -68,9 +64,8 @@ TEST_F(SgnLog, NamesBothFilesOfOneName) {
     EXPECT_NE(extract(forged, u"forged.msi"), first);
     EXPECT_EQ(extract(genuine, u"late.msi"), first);
   });
-  EXPECT_NE(log.find("the certificate from genuine.msi is overwritten by another one from forged.msi"), log.npos)
-      << log;
-  EXPECT_NE(log.find("the certificate from forged.msi is overwritten by another one from late.msi"), log.npos) << log;
+  expect_lines(log, {"the certificate from genuine.msi is overwritten by another one from forged.msi",
+                     "the certificate from forged.msi is overwritten by another one from late.msi"});
 }
 
 TEST_F(SgnLog, DumpsAndEmptiesTheErrorQueue) {
@@ -78,11 +73,9 @@ TEST_F(SgnLog, DumpsAndEmptiesTheErrorQueue) {
   ERR_raise(ERR_LIB_PEM, ERR_R_MALLOC_FAILURE);
   ERR_raise(ERR_LIB_ASN1, ERR_R_NESTED_ASN1_ERROR);
   const std::string log = logged(QLOG_SGN, [] { sgn_dump_err(); });
-  for (const char* const line :
-       {"    SSL Error Stack Entry:[", "        LIB:    PEM routines", "        LIB:    asn1 encoding routines",
-        "        FUNC:   ", "        REASON: malloc failure", "        REASON: nested asn1 error"}) {
-    EXPECT_NE(log.find(line), log.npos) << line;
-  }
+  expect_lines(log,
+               {"    SSL Error Stack Entry:[", "        LIB:    PEM routines", "        LIB:    asn1 encoding routines",
+                "        FUNC:   ", "        REASON: malloc failure", "        REASON: nested asn1 error"});
   EXPECT_EQ(ERR_peek_error(), 0UL);
 }
 

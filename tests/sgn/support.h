@@ -19,19 +19,10 @@ namespace fs = std::filesystem;
 
 using Names = std::vector<std::string>;
 
-inline void write_bytes(const fs::path& path, std::string_view bytes) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
 // Takes the list over and frees it.
 inline Names take_names(sgn_cert_name* list) {
   Names names;
-  for (const sgn_cert_name* node = list; node != nullptr; node = node->next) {
-    std::string name;
-    for (const qchar* unit = node->name; *unit != 0; ++unit) name += static_cast<char>(*unit);
-    names.push_back(name);
-  }
+  for (const sgn_cert_name* node = list; node != nullptr; node = node->next) names.push_back(qstr_to_utf8(node->name));
   sgn_cert_names_free(list);
   return names;
 }
