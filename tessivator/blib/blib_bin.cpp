@@ -17,9 +17,10 @@ bool borrow_view(blib_bin& image, std::uint64_t length) noexcept {
   std::uint64_t position = 0;
   if (qfile_seek(image.file, 0, QFILE_FROM_CURRENT, &position) != QERR_OK || position != 0) return false;
   const Bytes held = qfile_held(image.file);
-  image.view_is_held = held.size() >= length;
-  if (image.view_is_held) image.view = held.first(static_cast<std::size_t>(length));
-  return image.view_is_held;
+  if (held.size() < length) return false;
+  image.held = held.first(static_cast<std::size_t>(std::min<std::uint64_t>(held.size(), image.full_size)));
+  image.view = held.first(static_cast<std::size_t>(length));
+  return true;
 }
 
 // Fills the view with the first `length` bytes, by mapping or by reading.
@@ -166,7 +167,7 @@ qerr_t blib_bin_get_buf(blib_bin* image, void* destination, std::uint32_t offset
 qerr_t blib_bin_close_by_handle(blib_bin* image) noexcept {
   if (image == nullptr) return QERR_OK;
   const std::unique_ptr<blib_bin> owner(image);
-  if (image->view.data() == nullptr || image->view_is_held) return QERR_OK;
+  if (image->view.data() == nullptr || !image->held.empty()) return QERR_OK;
   if (image->view_is_buffer) {
     qmem_free(const_cast<std::byte*>(image->view.data()));
     return QERR_OK;

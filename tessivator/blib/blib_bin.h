@@ -41,11 +41,11 @@ struct blib_bin {
   std::u16string file_name;      // for messages
   qfile_t file = QFILE_INVALID;  // borrowed by blib_bin_open_by_handle, owned by blib_bin_open
   std::uint32_t access_mode = 0;
-  std::uint32_t file_size = 0;          // low 32 bits
-  std::uint64_t full_size = 0;          // what every bound is checked against
-  Bytes view;                           // the leading bytes of the file
-  bool view_is_buffer = false;          // from qmem_alloc, else from qfile_map
-  bool view_is_held = false;            // neither: the open file's own
+  std::uint32_t file_size = 0;  // low 32 bits
+  std::uint64_t full_size = 0;  // what every bound is checked against
+  Bytes view;                   // the leading bytes of the file
+  bool view_is_buffer = false;  // from qmem_alloc, else from qfile_map
+  Bytes held;  // what the open file itself keeps of its start; unless empty, the view is the beginning of that
   bool is_64bit = false;                // PE32+
   std::vector<std::byte> nt_copy;       // the NT headers when they lie beyond the view
   std::vector<std::byte> section_copy;  // the section table when the NT headers had to be copied

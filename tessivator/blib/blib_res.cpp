@@ -68,9 +68,11 @@ class resource_reader {
   [[nodiscard]] bool exists(std::uint64_t offset) const noexcept {
     return offset < image_.full_size && offset <= 0xFFFFFFFF;
   }
-  // What needs no read: bytes of the view, where small images have their whole tree, or of the window. Else empty.
+  // What needs no read: bytes that the open file or the view has, where small images have their whole tree, or of the
+  // window. Else empty.
   [[nodiscard]] Bytes held(std::uint64_t offset, std::uint32_t length) const noexcept {
-    if (const auto in_view = qbytes_slice(image_.view, offset, length)) return *in_view;
+    const Bytes start = image_.held.empty() ? image_.view : image_.held;
+    if (const auto at_start = qbytes_slice(start, offset, length)) return *at_start;
     if (offset < start_) return {};
     return qbytes_slice(Bytes(window_).first(filled_), offset - start_, length).value_or(Bytes{});
   }

@@ -36,7 +36,7 @@ void pushCertificates(tinyxml2::XMLPrinter& xml, const sgn_cert_name* names) {
   int count = 0;
   for (const sgn_cert_name* node = names; node != nullptr; node = node->next) ++count;
   xml.OpenElement("CertificatesExtracted");
-  xml.PushAttribute("count", count);
+  xml.PushAttribute("count", std::to_string(count).c_str());
   for (const sgn_cert_name* node = names; node != nullptr; node = node->next) {
     xml.OpenElement("Certificate");
     xml.PushAttribute("name", qstr_to_utf8(node->name).c_str());
