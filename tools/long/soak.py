@@ -10,6 +10,7 @@ import re
 import shutil
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 
@@ -31,11 +32,12 @@ def come_and_go(server, relay, done):
 
 enter_own_network()
 build = pathlib.Path(sys.argv[1]).resolve()
-with Server() as good, Server(good.tree) as other, Relay(good, delay=0.05) as slow, Relay(other) as dying, \
-        Relay(good, 1, Relay.silence) as silent:
+with tempfile.TemporaryDirectory(dir="/dev/shm") as scratch, Server() as good, Server(good.tree) as other, \
+        Relay(good, delay=0.05) as slow, Relay(other) as dying, Relay(good, 1, Relay.silence) as silent:
     tree, small, classes = (good.tree / "software", good.tree / "small", f"{build}/java/brantle.jar:{build}/tests/jvm/classes")
     shutil.copytree(ROOT / "tests/fixtures/tree", tree)
-    shutil.copytree(ROOT / "tests/fixtures/tree/tools", small)
+    small.mkdir()
+    shutil.copy(tree / "tools" / "tool64.exe", small)
     subprocess.run(["chmod", "-R", "a+rX", good.tree], check=True)
     done = threading.Event()
     fate = threading.Thread(target=come_and_go, args=(other, dying, done))
@@ -46,12 +48,12 @@ with Server() as good, Server(good.tree) as other, Relay(good, delay=0.05) as sl
             build / "tessivator/utils/signing/brantle/libbrantle.so"]
     servers = [DOMAIN, USER, PASSWORD, good.address, slow.address, dying.address, silent.address]
     failed = False
-    for arguments in ([tree, good.home / "scratch", sys.argv[2], *servers], [small, good.home / "scratch", sys.argv[3]]):
+    for arguments in ([tree, scratch, sys.argv[2], *servers], [small, scratch, sys.argv[3]]):
         if arguments[0] == small:
             done.set()
         if failed or int(arguments[2]) == 0:
             continue
-        with subprocess.Popen([*host, *arguments], env=dict(os.environ, BRANTLE_LOG=str(good.home / "log")), text=True,
+        with subprocess.Popen([*host, *arguments], env=dict(os.environ, BRANTLE_LOG=scratch + "/log"), text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as running:
             lines = []
             for line in running.stdout:

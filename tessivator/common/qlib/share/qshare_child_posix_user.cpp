@@ -23,12 +23,6 @@ constexpr std::string_view program_folder = "libexec/brantle/";
 // The program finds its end of the pair here, and nothing behind it.
 constexpr int pair_in_child = 3;
 
-// Read when a child starts; set by tests before any does.
-std::string& replaced_program() {
-  static std::string path;
-  return path;
-}
-
 std::string real_path(const char* name) {
   const std::unique_ptr<char, FreeWith<std::free>> resolved(::realpath(name, nullptr));
   return resolved ? resolved.get() : "";
@@ -38,7 +32,7 @@ std::string real_path(const char* name) {
 std::string own_path() {
   Dl_info about{};
   void* extra = nullptr;
-  if (::dladdr1(reinterpret_cast<const void*>(&qshare_set_program), &about, &extra, RTLD_DL_LINKMAP) == 0) return {};
+  if (::dladdr1(reinterpret_cast<const void*>(&qshare_child::start), &about, &extra, RTLD_DL_LINKMAP) == 0) return {};
   const auto* const map = static_cast<const link_map*>(extra);
   // The program itself has no name in the loader's list, only what the caller chose to call it.
   const bool is_program = map == nullptr || map->l_name == nullptr || map->l_name[0] == 0;
@@ -71,7 +65,6 @@ bool is_trusted(const std::string& path, const struct stat& own) noexcept {
 }
 
 std::string find_program() {
-  if (!replaced_program().empty()) return replaced_program();
   const std::string own = own_path();
   struct stat about {};
   if (own.empty() || ::stat(own.c_str(), &about) != 0) return {};
@@ -165,8 +158,6 @@ class start_plan {
 };
 
 }  // namespace
-
-void qshare_set_program(std::string path) { replaced_program() = std::move(path); }
 
 std::unique_ptr<qshare_child> qshare_child::start() {
   std::string program = find_program();

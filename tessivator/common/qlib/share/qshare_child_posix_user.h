@@ -37,6 +37,3 @@ class qshare_child {
   pid_t process_ = -1;
   qsys_descriptor handle_;  // of the process; invalid on a kernel that has none
 };
-
-// For tests: the program to start in place of the installed one; empty ends that. Not for concurrent use.
-void qshare_set_program(std::string path);
