@@ -31,22 +31,14 @@ public final class JvmTest {
         scratch = Path.of(args[4]).resolve(args[0]);
         removeAll(scratch);
         Files.createDirectories(scratch);
-        Path library = Path.of(args[2]).toAbsolutePath();
+        String library = Path.of(args[2]).toAbsolutePath().toString();
         System.load(args[1]);
+        if (!args[0].equals("hooks")) System.load(library);
         switch (args[0]) {
-            case "named" -> {
-                System.load(library.toString());
-                natives();
-            }
-            case "hooks" -> hooks(library.toString());
-            case "report" -> {
-                System.load(library.toString());
-                reports();
-            }
-            case "share" -> {
-                System.load(library.toString());
-                share(args[5], args[6], args[7], args[8]);
-            }
+            case "named" -> natives();
+            case "hooks" -> hooks(library);
+            case "report" -> reports();
+            case "share" -> share(args[5], args[6], args[7], args[8]);
             default -> throw new IllegalArgumentException(args[0]);
         }
         System.out.println(args[0] + ": " + checks + " checks");
