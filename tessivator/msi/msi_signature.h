@@ -1,7 +1,7 @@
 // The digital signature of a Windows Installer package, as its platform hands it out.
 //
-// On Windows the installer's own subject interface package (msisip.dll) is asked. Elsewhere the stream
-// "\005DigitalSignature" of the compound file holds the same bytes and is read directly.
+// On Windows the installer's own subject interface package (msisip.dll) is asked. Elsewhere, and there too when it is
+// longer than MSI_MAX_SIGNATURE, the stream "\005DigitalSignature" of the compound file is read directly.
 #pragma once
 
 #include "common/qlib/qerr.h"

@@ -62,8 +62,9 @@ qerr_t read_message(const message_reader& reader, const msi_system_path& path, Q
   if (!reader.call(subject, size, nullptr)) return QERR_NOT_FOUND;
   bytes.reset(static_cast<std::byte*>(qmem_calloc(size, 1)));
   if (!bytes) return QERR_LOW_MEMORY;
+  if (!reader.call(subject, size, bytes.get())) return QERR_NOT_FOUND;
   length = size;
-  return reader.call(subject, size, bytes.get()) ? QERR_OK : QERR_NOT_FOUND;
+  return QERR_OK;
 }
 
 }  // namespace
