@@ -125,6 +125,9 @@ TEST_F(Images, ViewIsThatOfTheHeadersOrOfAll) {
     EXPECT_EQ(opened(file, BLIB_READ | BLIB_WHOLE_FILE | flags)->view.size(), 20000U);
     EXPECT_EQ(opened(file, BLIB_READ | flags)->view.size(), 8192U);
   }
+  blib_section section{};
+  EXPECT_TRUE(blib_bin_get_section(opened(file).get(), 0, &section));
+  EXPECT_STREQ(section.name, ".rsrc");
 }
 
 TEST_F(Images, CopyOfTheHeadersEndsBeforeTheLastDirectories) {
