@@ -10,60 +10,30 @@
 
 namespace {
 
-// Standard output leads into a pipe until the end of the scope.
-class RedirectedOutput {
- public:
-  RedirectedOutput() : saved_(dup(STDOUT_FILENO)) {
-    EXPECT_EQ(pipe(ends_), 0);
-    EXPECT_EQ(dup2(ends_[1], STDOUT_FILENO), STDOUT_FILENO);
-    close(ends_[1]);
+class Console : public Runtime {
+ protected:
+  // What `body` returns while standard output leads into a pipe, of which this leaves the end to read from.
+  template <class Body>
+  int piped(Body body) {
+    int ends[2] = {-1, -1};
+    const int saved = dup(STDOUT_FILENO);
+    EXPECT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    EXPECT_EQ(dup2(ends[1], STDOUT_FILENO), STDOUT_FILENO);
+    close(ends[1]);
+    const int result = body(ends[0]);
+    EXPECT_EQ(dup2(saved, STDOUT_FILENO), STDOUT_FILENO);
+    close(saved);
+    return result;
   }
-  RedirectedOutput(const RedirectedOutput&) = delete;
-  RedirectedOutput& operator=(const RedirectedOutput&) = delete;
-  ~RedirectedOutput() {
-    restore();
-    close(ends_[0]);
-  }
-  void restore() {
-    if (saved_ < 0) return;
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-    saved_ = -1;
-  }
-  void close_reader() {
-    close(ends_[0]);
-    ends_[0] = -1;
-  }
-  [[nodiscard]] std::string read_all() const {
-    std::string all;
-    char bytes[4096];
-    for (ssize_t count = 0; (count = read(ends_[0], bytes, sizeof(bytes))) > 0;) {
-      all.append(bytes, static_cast<std::size_t>(count));
-    }
-    return all;
-  }
-
- private:
-  int saved_;
-  int ends_[2] = {-1, -1};
 };
-
-using Console = Runtime;
 
 TEST_F(Console, ClosedPipeIsAFailureAndNoSignal) {
   struct sigaction before {};
   struct sigaction fatal {};
   fatal.sa_handler = SIG_DFL;
   ASSERT_EQ(sigaction(SIGPIPE, &fatal, &before), 0);
-  int result = 0;
-  {
-    RedirectedOutput output;
-    output.close_reader();
-    result = qstr_console_printf(u"lost\n");
-  }
-  EXPECT_EQ(result, -1);
+  EXPECT_EQ(piped([](int reader) { return close(reader) + qstr_console_printf(u"lost\n"); }), -1);
   sigset_t pending;
-  sigemptyset(&pending);
   EXPECT_EQ(sigpending(&pending), 0);
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
   EXPECT_EQ(sigaction(SIGPIPE, &before, nullptr), 0);
@@ -71,25 +41,28 @@ TEST_F(Console, ClosedPipeIsAFailureAndNoSignal) {
 
 // A pipe that does not block and holds less than is written: the reader is waited for.
 TEST_F(Console, ReaderThatIsLateLosesNothing) {
-  std::string bytes;
-  RedirectedOutput output;
-  ASSERT_EQ(fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK), 0);
-  std::thread reader([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    bytes = output.read_all();
-  });
   const std::u16string text(300000, u'x');
-  EXPECT_EQ(qstr_console_printf(u"%s", text), 300000);
-  output.restore();
-  reader.join();
-  EXPECT_EQ(bytes.size(), text.size());
+  std::size_t bytes = 0;
+  std::thread late;
+  EXPECT_EQ(piped([&](int reader) {
+              EXPECT_EQ(fcntl(reader, F_SETFL, 0), 0);
+              late = std::thread([&bytes, reader] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                char part[4096];
+                for (ssize_t count = 0; (count = read(reader, part, sizeof(part))) > 0;) {
+                  bytes += static_cast<std::size_t>(count);
+                }
+                close(reader);
+              });
+              return qstr_console_printf(u"%s", text);
+            }),
+            300000);
+  late.join();
+  EXPECT_EQ(bytes, text.size());
 }
 
 TEST_F(Console, NamesKeepTheirBytes) {
-  RedirectedOutput output;
-  EXPECT_EQ(qstr_console_printf(u"a\xDCFFz\xD800\u00E9\n"), 6);
-  output.restore();
-  EXPECT_EQ(output.read_all(), "a\xFFz\xEF\xBF\xBD\xC3\xA9\n");
+  EXPECT_EQ(said([] { EXPECT_EQ(qstr_console_printf(u"a\xDCFFz\xD800\u00E9\n"), 6); }), "a\xFFz\xEF\xBF\xBD\xC3\xA9\n");
 }
 
 }  // namespace

