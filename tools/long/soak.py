@@ -34,7 +34,8 @@ enter_own_network()
 build = pathlib.Path(sys.argv[1]).resolve()
 with tempfile.TemporaryDirectory(dir="/dev/shm") as scratch, Server() as good, Server(good.tree) as other, \
         Relay(good, delay=0.05) as slow, Relay(other) as dying, Relay(good, 1, Relay.silence) as silent:
-    tree, small, classes = (good.tree / "software", good.tree / "small", f"{build}/java/brantle.jar:{build}/tests/jvm/classes")
+    tree, small = good.tree / "software", good.tree / "small"
+    classes = f"{build}/java/brantle.jar:{build}/tests/jvm/classes"
     shutil.copytree(ROOT / "tests/fixtures/tree", tree)
     small.mkdir()
     shutil.copy(tree / "tools" / "tool64.exe", small)
@@ -42,10 +43,14 @@ with tempfile.TemporaryDirectory(dir="/dev/shm") as scratch, Server() as good, S
     done = threading.Event()
     fate = threading.Thread(target=come_and_go, args=(other, dying, done))
     fate.start()
-    subprocess.run(["javac", "-encoding", "UTF-8", "-cp", classes, "-d", good.home, ROOT / "tools/long/Soak.java"], check=True)
-    host = ["java", "-Xcheck:jni", "-Xmx96m", "-Xms96m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-cp", f"{classes}:{good.home}",
-            "-XX:-UseDynamicNumberOfCompilerThreads", "-Dfile.encoding=UTF-8", "-Dsun.jnu.encoding=UTF-8", "Soak",
+    subprocess.run(["javac", "-encoding", "UTF-8", "-cp", classes, "-d", good.home, ROOT / "tools/long/Soak.java"],
+                   check=True)
+    # The compiler's own memory, and a heap for each thread, would come and go by tens of megabytes.
+    host = ["java", "-Xcheck:jni", "-XX:TieredStopAtLevel=1", "-Xmx96m", "-Xms96m", "-XX:+AlwaysPreTouch",
+            "-XX:+UseSerialGC", "-XX:-UseDynamicNumberOfCompilerThreads", "-Dfile.encoding=UTF-8",
+            "-Dsun.jnu.encoding=UTF-8", "-cp", f"{classes}:{good.home}", "Soak",
             build / "tessivator/utils/signing/brantle/libbrantle.so"]
+    environment = dict(os.environ, BRANTLE_LOG=scratch + "/log", MALLOC_ARENA_MAX="2")
     servers = [DOMAIN, USER, PASSWORD, good.address, slow.address, dying.address, silent.address]
     failed = False
     for arguments in ([tree, scratch, sys.argv[2], *servers], [small, scratch, sys.argv[3]]):
@@ -53,8 +58,8 @@ with tempfile.TemporaryDirectory(dir="/dev/shm") as scratch, Server() as good, S
             done.set()
         if failed or int(arguments[2]) == 0:
             continue
-        with subprocess.Popen([*host, *arguments], env=dict(os.environ, BRANTLE_LOG=scratch + "/log"), text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as running:
+        with subprocess.Popen([*host, *arguments], env=environment, text=True, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT) as running:
             lines = []
             for line in running.stdout:
                 if not re.match(r"\n|Netuseadd|Invalid Repos", line):
