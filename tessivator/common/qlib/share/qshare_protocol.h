@@ -37,6 +37,8 @@ inline constexpr std::uint32_t QSHARE_MOST_ANSWER = QSHARE_MOST_READ + 64;
 inline constexpr std::uint32_t QSHARE_MOST_ENTRIES = std::uint32_t{128} << 10U;  // bytes of entries in one answer
 inline constexpr std::uint32_t QSHARE_MOST_TEXT = 0xFFFF;
 inline constexpr std::uint32_t QSHARE_MOST_NAMES = 1000000;  // in one directory
+inline constexpr std::uint32_t QSHARE_MOST_DIRECTORIES =
+    1000000;  // in one session: a server can invent them without end
 
 // Results of a connection attempt: the system error values that the network management interface of Windows gives.
 inline constexpr std::uint32_t QSHARE_OK = 0;

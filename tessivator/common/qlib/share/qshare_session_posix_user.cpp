@@ -207,6 +207,8 @@ int qshare_session::read(qshare_subject& subject, const qshare_info& about, qsha
 
 int qshare_session::list(qshare_subject& subject, qshare_number& list, const std::string& after, listing& out) {
   if (subject.path.size() > QSHARE_MOST_TEXT || after.size() > QSHARE_MOST_TEXT) return ENAMETOOLONG;
+  if (after.empty() && directories_ == QSHARE_MOST_DIRECTORIES) return EOVERFLOW;
+  if (after.empty()) ++directories_;
   return with_program(subject, [&] { return ask_list(subject.path, list, after, out); });
 }
 

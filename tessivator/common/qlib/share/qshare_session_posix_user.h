@@ -65,7 +65,7 @@ class qshare_session {
   [[nodiscard]] int read(qshare_subject& subject, const qshare_info& about, qshare_number& file, std::uint64_t offset,
                          std::byte* buffer, std::uint32_t size, std::uint32_t& done);
   // The entries of a directory that follow the name `after`, as many as come at once. ENOMEM, ETIME, EOVERFLOW: the
-  // program's memory, the time or the count of names did not suffice for it.
+  // program's memory, the time or the count of names did not suffice for it, or too many directories came before.
   struct listing {
     std::vector<qshare_entry> entries;
     std::uint64_t directory = 0;  // its own number
@@ -88,7 +88,8 @@ class qshare_session {
 
   std::unique_ptr<const qshare_target> target_;
   std::unique_ptr<qshare_child> program_;
-  std::uint64_t programs_ = 0;  // started so far
+  std::uint64_t programs_ = 0;     // started so far
+  std::uint32_t directories_ = 0;  // listed so far
   qshare_subject last_lost_;
   bool dead_ = false;
 };
