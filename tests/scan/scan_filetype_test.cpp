@@ -38,7 +38,6 @@ TEST_F(FileType, ImagesAreToldByWidthNameAndCharacteristics) {
       {true, 0x2002, u"a.exe", SCAN_KIND_DLL},      {false, 0x2000, u"a", SCAN_KIND_DLL},
       {true, 0x0000, u"a.exe", SCAN_KIND_OTHER},    {false, 0x2002, u"a.b.SyS", SCAN_KIND_DRIVER},
       {false, 0x0002, u"a.sys.exe", SCAN_KIND_EXE}, {false, 0x0002, u"x.sys/a", SCAN_KIND_EXE},
-      {false, 0x0102, u"sys", SCAN_KIND_EXE},
   };
   for (const auto& one : cases) {
     const image_layout layout{one.is_64bit};
@@ -79,7 +78,6 @@ TEST_F(FileType, ScriptsAreToldByTheDatabaseOnly) {
       {"echo", u"a.txt", QERR_BAD_IMAGE, {u"txt"}},
       {"echo", u"\\\\s\\x.bat\\a", QERR_BAD_IMAGE, {}},
       {"MZ old", u"a.com", QERR_OK, {u"16bit"}},
-      {"", u"a.bat", QERR_OK, {u"bat"}},
   };
   for (const auto& one : cases) {
     SCOPED_TRACE(one.bytes);

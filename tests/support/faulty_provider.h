@@ -1,4 +1,4 @@
-// File providers for tests: one that stands before another provider and lets chosen operations fail.
+// A file provider that stands before another one and lets chosen operations fail.
 #pragma once
 
 #include <algorithm>
@@ -52,20 +52,16 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   // The `nth` operation of this kind from now (1: the next one) fails with `code`, and `times` - 1 more after it.
   void fail(file_op op, std::uint32_t nth, qerr_t code, std::uint32_t times = 1,
             qsys_condition condition = qsys_condition::none) {
-    auto& planned = state_->at(op);
-    planned.nth = nth;
-    planned.times = times;
-    planned.status = {code, condition};
+    operation& planned = state_->at(op);
+    planned = {nth, times, {code, condition}, std::move(planned.event), planned.calls};
   }
   void before(file_op op, std::function<void()> event) { state_->at(op).event = std::move(event); }
   void only(std::u16string suffix) { state_->suffix = std::move(suffix); }
   void most_read(std::uint32_t bytes) { state_->most_read = bytes; }
   void room(std::uint64_t bytes) { state_->room = bytes; }
 
-  // Calls so far (faulty ones and those on other paths included), and objects that are open now.
+  // Calls so far, faulty ones and those on other paths included.
   [[nodiscard]] std::uint32_t calls(file_op op) const { return state_->at(op).calls; }
-  [[nodiscard]] std::uint32_t open_files() const { return state_->open_files; }
-  [[nodiscard]] std::uint32_t open_searches() const { return state_->open_searches; }
   [[nodiscard]] std::uint32_t parked() const { return state_->parked; }
 
   qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) override {
@@ -117,8 +113,6 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
     std::u16string suffix;
     std::uint32_t most_read = std::numeric_limits<std::uint32_t>::max();
     std::uint64_t room = std::numeric_limits<std::uint64_t>::max();
-    std::uint32_t open_files = 0;
-    std::uint32_t open_searches = 0;
     std::uint32_t parked = 0;
 
     operation& at(file_op op) { return operations[static_cast<std::size_t>(op)]; }
@@ -142,22 +136,16 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   class faulty_file final : public qfile_object {
    public:
     faulty_file(std::shared_ptr<state> shared, std::unique_ptr<qfile_object> below, bool concerned)
-        : state_(std::move(shared)), below_(std::move(below)), concerned_(concerned) {
-      ++state_->open_files;
-    }
-    ~faulty_file() override { --state_->open_files; }
+        : state_(std::move(shared)), below_(std::move(below)), concerned_(concerned) {}
     qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
       const std::uint32_t most = concerned_ && size > state_->most_read ? state_->most_read : size;
       return on<&qfile_object::read>(file_op::read, buffer, most, done);
     }
     qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-      std::uint64_t unbounded = std::numeric_limits<std::uint64_t>::max();
-      std::uint64_t& room = concerned_ ? state_->room : unbounded;
-      if (room == 0 && size > 0) return {QERR_NO_SPACE, qsys_condition::none};
-      const auto part = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, room));
-      const qsys_status status = on<&qfile_object::write>(file_op::write, buffer, part, done);
-      if (status.ok() && room != std::numeric_limits<std::uint64_t>::max()) room -= done;
-      return status;
+      if (state_->room == 0 && size > 0) return {QERR_NO_SPACE};
+      const auto part = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, state_->room));
+      state_->room -= part;
+      return on<&qfile_object::write>(file_op::write, buffer, part, done);
     }
     qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
       return on<&qfile_object::seek>(file_op::seek, offset, origin, position);
@@ -184,10 +172,7 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   class faulty_search final : public qfile_search {
    public:
     faulty_search(std::shared_ptr<state> shared, std::unique_ptr<qfile_search> below, bool concerned)
-        : state_(std::move(shared)), below_(std::move(below)), concerned_(concerned) {
-      ++state_->open_searches;
-    }
-    ~faulty_search() override { --state_->open_searches; }
+        : state_(std::move(shared)), below_(std::move(below)), concerned_(concerned) {}
     qsys_status next(qfile_entry& entry) override {
       const qsys_status status = state_->meet(file_op::next, concerned_);
       return status.ok() ? below_->next(entry) : status;

@@ -12,23 +12,26 @@
 #include "common/qlib/qpath.h"
 #include "support/runtime.h"
 
+inline std::filesystem::path scratch_path(std::string_view name) {
+  const char* const place = std::getenv("TESSIVATOR_SCRATCH");
+  return std::filesystem::absolute(std::filesystem::path(place != nullptr ? place : "build/scratch") / name)
+      .make_preferred();
+}
+
 // An empty folder of the running test program, where a test needs more than its own.
 inline std::filesystem::path scratch_folder(std::string_view name) {
-  const char* const place = std::getenv("TESSIVATOR_SCRATCH");
-  std::filesystem::path folder = std::filesystem::path(place != nullptr ? place : "build/scratch") / name;
+  std::filesystem::path folder = scratch_path(name);
   std::filesystem::remove_all(folder);
   std::filesystem::create_directories(folder);
-  return std::filesystem::absolute(folder).make_preferred();
+  return folder;
 }
 
 class ScratchTest : public Runtime {
  protected:
   void SetUp() override {
     Runtime::SetUp();
-    const char* const place = std::getenv("TESSIVATOR_SCRATCH");
     const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
-    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    root_ = full(qstr_to_wide(place != nullptr ? place : "build/scratch")) + sep() + qstr_to_wide(name);
+    root_ = scratch_path(std::string(test->test_suite_name()) + "." + test->name()).u16string();
     remove_tree(root_);
     ASSERT_EQ(qfile_mkdir_parents((root_ + sep()).c_str()), QERR_OK);
   }
@@ -38,12 +41,6 @@ class ScratchTest : public Runtime {
   }
 
   static qchar sep() { return qpath_native_separator(); }
-  static std::u16string full(const std::u16string& path) {
-    std::vector<qchar> buffer(32768);
-    auto size = static_cast<std::uint32_t>(buffer.size());
-    EXPECT_EQ(qfile_full_path(path.c_str(), buffer.data(), &size), QERR_OK);
-    return buffer.data();
-  }
 
   [[nodiscard]] const std::u16string& root() const { return root_; }
   // `relative` is written with slashes.
@@ -86,21 +83,13 @@ class ScratchTest : public Runtime {
   // Removes what is below `path` and itself; links are removed, not followed. Our own walk reaches long paths on
   // Windows, the standard library special files on Linux.
   static void remove_tree(const std::u16string& path) {
-    std::vector<std::u16string> directories;
+    std::vector<std::u16string> entries;
     qfile_itr walk;
     const qchar* entry = nullptr;
-    std::uint32_t is_directory = 0;
-    std::uint32_t is_symlink = 0;
     if (qfile_itr_open_ex(&walk, path.c_str(), QFILE_ITR_NO_REPARSE) != QERR_OK) return;
-    while (qfile_itr_next(&walk, &entry, &is_directory, &is_symlink) == QERR_OK) {
-      if (is_directory != 0 && is_symlink == 0)
-        directories.emplace_back(entry);
-      else if (qfile_delete(entry) != QERR_OK)
-        (void)qfile_rmdir(entry);
-    }
-    while (!directories.empty()) {
-      (void)qfile_rmdir(directories.back().c_str());
-      directories.pop_back();
+    while (qfile_itr_next(&walk, &entry, nullptr, nullptr) == QERR_OK) entries.emplace_back(entry);
+    for (; !entries.empty(); entries.pop_back()) {
+      if (qfile_delete(entries.back().c_str()) != QERR_OK) (void)qfile_rmdir(entries.back().c_str());
     }
     std::error_code ignored;
     std::filesystem::remove_all(std::filesystem::path(path), ignored);

@@ -106,6 +106,12 @@ TEST_F(Logging, BitsChangeTheMaskButNotTheUnion) {
   EXPECT_EQ(qlog_set_module_bits(87, 1), QERR_ALL_BITS);
 }
 
+TEST_F(Logging, LevelsHaveNames) {
+  EXPECT_EQ(qlog_level_index(u"FNEXIT"), 6);
+  EXPECT_TEXT(qlog_level_name(2), u"SYSTEM");
+  EXPECT_EQ(qlog_level_name(7), nullptr);
+}
+
 TEST_F(Logging, MasksAreParsed) {
   const struct {
     const qchar* text;

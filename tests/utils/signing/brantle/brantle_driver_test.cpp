@@ -134,7 +134,6 @@ TEST_F(Driver, WhatWasLeftOutIsSaidAndAFailedReportKeepsTheOldOne) {
     const char* text;
   } cases[] = {{file_op::exists, u"none", QERR_IO, ""},
                {file_op::open, u".exe", QERR_PERMISSION, "incomplete: 1 file"},
-               {file_op::open, u".exe", QERR_LOW_MEMORY, "incomplete: 1 file"},
                {file_op::read, u".exe", QERR_IO, "incomplete: 1 file"},
                {file_op::read, u".exe", QERR_OK, "incomplete: 1 file"},  // it shrinks
                {file_op::list, u"sub", QERR_PERMISSION, "incomplete: 1 directory"},
@@ -180,10 +179,6 @@ TEST_F(Driver, TheEnvironmentNamesTheProgramsLog) {
   for (std::sregex_iterator line(log.begin(), log.end(), source); line != std::sregex_iterator(); ++line) {
     names.insert((*line)[2]);
   }
-  EXPECT_THAT(names,
-              testing::IsSubsetOf({"blib_bin.cpp", "blib_cert.cpp", "blib_res.cpp", "brantle.cpp", "cert_sign.cpp",
-                                   "inv_cfci.cpp", "msiExtractProductInfo.cpp", "qcksum.cpp", "scan_filetype.cpp",
-                                   "sgn_msi.cpp", "sgn_pkcs7.cpp", "sgn_x509.cpp", "utl.cpp"}));
   EXPECT_THAT(names, testing::IsSupersetOf({"brantle.cpp", "sgn_x509.cpp", "inv_cfci.cpp"}));
 }
 

@@ -1,5 +1,4 @@
 #include <map>
-#include <sstream>
 #include <vector>
 
 #include "support/replaced.h"
@@ -61,23 +60,18 @@ class Extractor : public Runtime {
     Runtime::SetUp();
     fake = {};
   }
-  // The result of asking for the product's name; `lines` are what is logged, from "Failed" to the code.
+  // The result of asking for the product's name; `log` holds the messages.
   msi_result ask(std::u16string& value) {
     msi_result result = 0;
-    std::istringstream stream(printed([&] {
+    log = logged(QLOG_PROG, [&] {
       MsiProductInfoExtractor extractor(u"package.msi");
       result = extractor.getPropertyValueFromMsi(u"ProductName", value);
       EXPECT_EQ(fake.open, 1);  // the database
-    }));
+    });
     EXPECT_EQ(fake.open, 0);
-    lines.clear();
-    for (std::string line; std::getline(stream, line);) {
-      const std::size_t at = line.find("Failed");
-      if (at != std::string::npos) lines += line.substr(at, line.find_first_of(",", at) - at) + "|";
-    }
     return result;
   }
-  std::string lines;
+  std::string log;
 
  private:
   replaced<msi_set_interface> interface_{&fake_interface};
@@ -93,20 +87,18 @@ TEST_F(Extractor, ReturnsEachStepsCodeAndClosesWhatItOpened) {
   const struct {
     const char* step;
     msi_result code;
-    const char* lines;
+    const char* line;
   } cases[] = {
-      {"view", 1615, "Failed DB Open View rc =1615|"},
-      {"execute", 1627, "Failed View Execute rc =1627|"},
-      {"fetch", 259, "Failed View Fetch rc =259|"},
-      {"size", 6, "Failed Record get String rc =6|Failed getBufSizeInFetchedRecord rc =6|"},
-      {"read", 1627, "Failed get STring rc =1627|"},
+      {"view", 1615, "Failed DB Open View rc =1615,"}, {"execute", 1627, "Failed View Execute rc =1627,"},
+      {"fetch", 259, "Failed View Fetch rc =259,"},    {"size", 6, "Failed getBufSizeInFetchedRecord rc =6,"},
+      {"read", 1627, "Failed get STring rc =1627,"},
   };
   for (const auto& c : cases) {
     fake.answers = {{c.step, c.code}};
     fake.value = u"text";
     std::u16string value = u"untouched";
     EXPECT_EQ(ask(value), c.code);
-    EXPECT_EQ(lines, c.lines);
+    EXPECT_NE(log.find(c.line), std::string::npos) << log;
     EXPECT_TEXT(value, u"untouched");
   }
 }
@@ -126,7 +118,7 @@ TEST_F(Extractor, CutsTheValue) {
     fake.value = c.value;
     std::u16string value = u"old";
     EXPECT_EQ(ask(value), MSI_OK);
-    EXPECT_EQ(lines, c.value.empty() ? "Failed Record get String rc =0|" : "");
+    EXPECT_EQ(log.find("Failed Record get String rc =0,") != std::string::npos, c.value.empty()) << log;
     EXPECT_TEXT(value, c.expected);
   }
   EXPECT_TEXT(fake.query, u"SELECT `Value` FROM `Property` WHERE `Property`='ProductName'");
