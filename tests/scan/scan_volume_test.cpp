@@ -36,25 +36,22 @@ class fake_system final : public scan_system, replaced<scan_set_system> {
   std::string steps;
 
  private:
-  class query final : public scan_bus_query {
-   public:
-    explicit query(fake_system& system) : system_(system) {}
+  struct query final : scan_bus_query {
+    fake_system& system;
+    explicit query(fake_system& asked) : system(asked) {}
     std::uint32_t start(const std::u16string& device) noexcept override {
-      system_.steps += "start[" + qstr_to_utf8(device) + "]";
-      return system_.start_error;
+      system.steps += "start[" + qstr_to_utf8(device) + "]";
+      return system.start_error;
     }
     bool wait(std::uint32_t timeout_ms) noexcept override {
-      system_.steps += "wait" + std::to_string(timeout_ms);
-      return system_.answers;
+      system.steps += "wait" + std::to_string(timeout_ms);
+      return system.answers;
     }
     std::uint32_t cancel() noexcept override {
-      system_.steps += "cancel";
-      return system_.cancel_error;
+      system.steps += "cancel";
+      return system.cancel_error;
     }
-    [[nodiscard]] std::uint32_t bus_type() const noexcept override { return system_.bus; }
-
-   private:
-    fake_system& system_;
+    [[nodiscard]] std::uint32_t bus_type() const noexcept override { return system.bus; }
   };
 };
 

@@ -123,6 +123,12 @@ TEST_F(Paths, VolumeOfAPath) {
   ASSERT_TRUE(here.has_value());
   EXPECT_TRUE(root().starts_with(*here));
   EXPECT_EQ(volume(sep() == u'\\' ? u"C:" : u"/"), sep() == u'\\' ? u"C:\\" : u"/");
+  if (sep() == u'/') {  // the deepest part that exists decides
+    std::filesystem::create_directory_symlink("/proc", at(u"to-proc"));
+    for (const std::u16string& path :
+         {std::u16string(u"/proc"), std::u16string(u"/proc/no/thing"), at(u"to-proc/self")})
+      EXPECT_EQ(volume(path), u"/proc") << qstr_to_utf8(path);
+  }
   EXPECT_EQ(volume(u"\\\\server\\share\\dir\\file"), u"\\\\server\\share\\");
   EXPECT_EQ(volume(u"\\\\?\\UNC\\server\\share\\dir"), u"\\\\?\\UNC\\server\\share\\");
   qchar* text = nullptr;

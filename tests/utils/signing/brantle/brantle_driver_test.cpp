@@ -1,9 +1,10 @@
-// The driver's result codes and messages, over a scratch tree, a replaced share and a faulty disk.
+// The driver's arguments, result codes and messages, over a scratch tree, a replaced share and a faulty disk.
 #include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <regex>
 #include <set>
+#include <sstream>
 
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
@@ -19,7 +20,10 @@ namespace fs = std::filesystem;
 
 std::uint32_t connect_code = 0;
 int disconnects = 0;
-constexpr brantle_share_operations fake_share = {[](const brantle_share_use&, std::uint32_t* bad) {
+std::u16string last_use;
+constexpr brantle_share_operations fake_share = {[](const brantle_share_use& use, std::uint32_t* bad) {
+                                                   last_use = use.remote + u"|" + use.domain + u"|" + use.user + u"|" +
+                                                              use.password;
                                                    *bad = connect_code == 0 ? 0 : 2;
                                                    return connect_code;
                                                  },
@@ -55,6 +59,17 @@ class Driver : public ScratchTest {
   std::int32_t run() {
     return run([](Brantle&) {});
   }
+  // The result of `options` behind two paths; what it said is in `text`.
+  std::int32_t parse(Brantle& request, const std::string& options) {
+    words_ = {u"brantle", u"\\\\srv\\share\\dir", u"out"};
+    std::istringstream stream(options);
+    for (std::string word; stream >> word;) words_.push_back(qstr_to_wide(word));
+    std::vector<const qchar*> argv;
+    for (const std::u16string& word : words_) argv.push_back(word.c_str());
+    std::int32_t result = -1;
+    text = said([&] { result = request.parseArgs(argv.data(), static_cast<int>(argv.size())); });
+    return result;
+  }
   [[nodiscard]] std::set<std::string> written() const {
     std::set<std::string> names;
     for (const auto& entry : fs::directory_iterator(at(u"out"))) names.insert(entry.path().filename().string());
@@ -62,8 +77,46 @@ class Driver : public ScratchTest {
   }
 
   std::string text, incomplete;
+  std::vector<std::u16string> words_;
   replaced<brantle_share_set_operations> share_{&fake_share};
 };
+
+std::string modes_of(const Brantle& request) {
+  std::string modes;
+  if (request.allCerts != 0) modes += 'A';
+  if (request.certsOnly != 0) modes += 'O';
+  if (request.cabFile != 0) modes += 'C';
+  if (request.nwMode != 0) modes += 'N';
+  if (request.checkAccess != 0) modes += 'X';
+  return modes;
+}
+
+// Options from argument 3 on; the modes' letters are A all, O only, C cabinets, N share, X access.
+TEST_F(Driver, SequencesOfArgumentsSetTheirModes) {
+  const auto rows = fixture_rows("utils/signing/brantle/arguments.tsv");
+  ASSERT_GT(rows.size(), 40U);
+  for (const auto& row : rows) {
+    Brantle request;
+    const std::int32_t result = parse(request, row.at("options"));
+    EXPECT_EQ(std::to_string(result), row.at("result")) << row.at("options");
+    EXPECT_EQ(text.find("beextracted from a cab file") != std::string::npos, result == 22) << row.at("options");
+    EXPECT_EQ(result == 0 ? modes_of(request) : "", row.at("modes")) << row.at("options");
+  }
+  const qchar* argv[] = {u"brantle", u"in"};
+  Brantle request;
+  (void)said([&] { EXPECT_EQ(request.parseArgs(argv, 2), 22); });
+}
+
+TEST_F(Driver, CredentialsReachTheConnectionFromEveryPosition) {
+  connect_code = BRANTLE_SHARE_LOGON_FAILURE;
+  for (const char* options : {"-n DOM user secret", "--cab -O -n DOM user secret"}) {
+    Brantle request;
+    last_use = {};
+    ASSERT_EQ(parse(request, options), 0);
+    (void)said([&] { EXPECT_EQ(request.invoke(), BRANTLE_CONNECT_FAILED); });
+    EXPECT_TEXT(last_use, u"\\\\srv\\share\\dir|DOM|user|secret");
+  }
+}
 
 TEST_F(Driver, ShareAndPathFailuresLeaveNothing) {
   const struct {
