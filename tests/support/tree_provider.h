@@ -10,7 +10,7 @@
 #include "support/replaced.h"
 
 // Puts itself before all providers while it lives. Nodes are numbered; a directory maps names to nodes, and a link is
-// an entry that names a node which stands elsewhere, too. All stands below a share, node 0 being its top folder.
+// an entry that names a node which stands elsewhere, too. Node 0 is the root of a share.
 class tree_provider final : public refusing_provider, replaced<qfile_set_provider> {
  public:
   enum class kind : std::uint8_t { plain, symlink, junction, placeholder };
@@ -25,14 +25,9 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
     nodes_[static_cast<std::size_t>(in)].push_back({name, node, how});
   }
 
-  std::u16string root_path = u"\\\\server\\share\\top";
+  static constexpr const qchar* root_path = u"\\\\server\\share";
   bool identities = true;
 
-  qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
-    if (pattern != root_path) return missing();
-    out = std::make_unique<listing>(std::vector<item>{{root_path.substr(root_path.rfind(u'\\') + 1), 0, kind::plain}});
-    return {};
-  }
   qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
     std::u16string path(wanted.path);
     if (path.ends_with(u'\\')) path.pop_back();
@@ -56,7 +51,7 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
 
   class listing final : public qfile_search {
    public:
-    explicit listing(std::vector<item> items, int node = -1) : items_(std::move(items)), node_(node) {}
+    listing(std::vector<item> items, int node) : items_(std::move(items)), node_(node) {}
     bool identity(qfile_identity& out) const noexcept override {
       out = {1, static_cast<std::uint64_t>(node_), 0};
       return node_ >= 0;
