@@ -46,23 +46,22 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
  public:
   static constexpr std::uint32_t ALWAYS = std::numeric_limits<std::uint32_t>::max();
 
-  explicit faulty_provider(qfile_provider& below = qfile_local_provider())
-      : replaced(this), state_(std::make_shared<state>()), below_(below) {}
+  faulty_provider() : replaced(this) {}
 
   // The `nth` operation of this kind from now (1: the next one) fails with `code`, and `times` - 1 more after it.
   void fail(file_op op, std::uint32_t nth, qerr_t code, std::uint32_t times = 1,
             qsys_condition condition = qsys_condition::none) {
-    operation& planned = state_->at(op);
+    operation& planned = at(op);
     planned = {nth, times, {code, condition}, std::move(planned.event), planned.calls};
   }
-  void before(file_op op, std::function<void()> event) { state_->at(op).event = std::move(event); }
-  void only(std::u16string suffix) { state_->suffix = std::move(suffix); }
-  void most_read(std::uint32_t bytes) { state_->most_read = bytes; }
-  void room(std::uint64_t bytes) { state_->room = bytes; }
+  void before(file_op op, std::function<void()> event) { at(op).event = std::move(event); }
+  void only(std::u16string suffix) { suffix_ = std::move(suffix); }
+  void most_read(std::uint32_t bytes) { most_read_ = bytes; }
+  void room(std::uint64_t bytes) { room_ = bytes; }
 
   // Calls so far, faulty ones and those on other paths included.
-  [[nodiscard]] std::uint32_t calls(file_op op) const { return state_->at(op).calls; }
-  [[nodiscard]] std::uint32_t parked() const { return state_->parked; }
+  [[nodiscard]] std::uint32_t calls(file_op op) { return at(op).calls; }
+  std::uint32_t parked = 0;  // searches that gave their handle back
 
   qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) override {
     return opened(path, out, on<&qfile_provider::open>(file_op::open, path, flags, out));
@@ -76,13 +75,13 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
     qfile_listing inner(wanted);
     if (wanted.above != nullptr) inner.above = static_cast<faulty_search*>(wanted.above)->below();
-    const qsys_status status = state_->meet(file_op::list, state_->concerns(wanted.path));
+    const qsys_status status = meet(file_op::list, concerns(wanted.path));
     return searched(wanted.path, out, status.ok() ? below_.list(inner, out) : status);
   }
   qsys_status exists(const qchar* path) override { return on<&qfile_provider::exists>(file_op::exists, path); }
   qsys_status remove(const qchar* path) override { return on<&qfile_provider::remove>(file_op::remove, path); }
   qsys_status rename(const qchar* source, const qchar* target) override {
-    const qsys_status status = state_->meet(file_op::rename, state_->concerns(target));
+    const qsys_status status = meet(file_op::rename, concerns(target));
     return status.ok() ? below_.rename(source, target) : status;
   }
   qsys_status make_directory(const qchar* path) override {
@@ -107,44 +106,35 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
     std::uint32_t calls = 0;
   };
 
-  // Shared with the open objects, which may outlive the provider.
-  struct state {
-    std::array<operation, static_cast<std::size_t>(file_op::count)> operations;
-    std::u16string suffix;
-    std::uint32_t most_read = std::numeric_limits<std::uint32_t>::max();
-    std::uint64_t room = std::numeric_limits<std::uint64_t>::max();
-    std::uint32_t parked = 0;
+  operation& at(file_op op) { return operations_[static_cast<std::size_t>(op)]; }
+  [[nodiscard]] bool concerns(std::u16string_view path) const { return path.ends_with(suffix_); }
 
-    operation& at(file_op op) { return operations[static_cast<std::size_t>(op)]; }
-    bool concerns(std::u16string_view path) const { return path.ends_with(suffix); }
-
-    // The status with which this call must fail, or success.
-    qsys_status meet(file_op op, bool concerned) noexcept {
-      operation& planned = at(op);
-      ++planned.calls;
-      if (concerned && planned.event) planned.event();
-      if (!concerned || planned.nth == 0) return {};
-      if (planned.nth > 1) {
-        --planned.nth;
-        return {};
-      }
-      if (planned.times != ALWAYS && --planned.times == 0) planned.nth = 0;
-      return planned.status;
+  // The status with which this call must fail, or success.
+  qsys_status meet(file_op op, bool concerned) noexcept {
+    operation& planned = at(op);
+    ++planned.calls;
+    if (concerned && planned.event) planned.event();
+    if (!concerned || planned.nth == 0) return {};
+    if (planned.nth > 1) {
+      --planned.nth;
+      return {};
     }
-  };
+    if (planned.times != ALWAYS && --planned.times == 0) planned.nth = 0;
+    return planned.status;
+  }
 
   class faulty_file final : public qfile_object {
    public:
-    faulty_file(std::shared_ptr<state> shared, std::unique_ptr<qfile_object> below, bool concerned)
-        : state_(std::move(shared)), below_(std::move(below)), concerned_(concerned) {}
+    faulty_file(faulty_provider& owner, std::unique_ptr<qfile_object> below, bool concerned)
+        : owner_(owner), below_(std::move(below)), concerned_(concerned) {}
     qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-      const std::uint32_t most = concerned_ && size > state_->most_read ? state_->most_read : size;
+      const std::uint32_t most = concerned_ && size > owner_.most_read_ ? owner_.most_read_ : size;
       return on<&qfile_object::read>(file_op::read, buffer, most, done);
     }
     qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-      if (state_->room == 0 && size > 0) return {QERR_NO_SPACE};
-      const auto part = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, state_->room));
-      state_->room -= part;
+      if (owner_.room_ == 0 && size > 0) return {QERR_NO_SPACE};
+      const auto part = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, owner_.room_));
+      owner_.room_ -= part;
       return on<&qfile_object::write>(file_op::write, buffer, part, done);
     }
     qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
@@ -161,24 +151,24 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
    private:
     template <auto Method, class... Args>
     qsys_status on(file_op op, Args&&... args) noexcept {
-      const qsys_status status = state_->meet(op, concerned_);
+      const qsys_status status = owner_.meet(op, concerned_);
       return status.ok() ? (below_.get()->*Method)(args...) : status;
     }
-    std::shared_ptr<state> state_;
+    faulty_provider& owner_;
     std::unique_ptr<qfile_object> below_;
     bool concerned_;
   };
 
   class faulty_search final : public qfile_search {
    public:
-    faulty_search(std::shared_ptr<state> shared, std::unique_ptr<qfile_search> below, bool concerned)
-        : state_(std::move(shared)), below_(std::move(below)), concerned_(concerned) {}
+    faulty_search(faulty_provider& owner, std::unique_ptr<qfile_search> below, bool concerned)
+        : owner_(owner), below_(std::move(below)), concerned_(concerned) {}
     qsys_status next(qfile_entry& entry) override {
-      const qsys_status status = state_->meet(file_op::next, concerned_);
+      const qsys_status status = owner_.meet(file_op::next, concerned_);
       return status.ok() ? below_->next(entry) : status;
     }
     void park() override {
-      ++state_->parked;
+      ++owner_.parked;
       below_->park();
     }
     bool identity(qfile_identity& out) const noexcept override { return below_->identity(out); }
@@ -189,25 +179,28 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
     [[nodiscard]] qfile_search* below() const noexcept { return below_.get(); }
 
    private:
-    std::shared_ptr<state> state_;
+    faulty_provider& owner_;
     std::unique_ptr<qfile_search> below_;
     bool concerned_;
   };
 
   template <auto Method, class... Args>
   qsys_status on(file_op op, const qchar* path, Args&&... args) {
-    const qsys_status status = state_->meet(op, state_->concerns(path));
+    const qsys_status status = meet(op, concerns(path));
     return status.ok() ? (below_.*Method)(path, args...) : status;
   }
   qsys_status opened(std::u16string_view path, std::unique_ptr<qfile_object>& out, qsys_status status) {
-    if (status.ok()) out = std::make_unique<faulty_file>(state_, std::move(out), state_->concerns(path));
+    if (status.ok()) out = std::make_unique<faulty_file>(*this, std::move(out), concerns(path));
     return status;
   }
   qsys_status searched(std::u16string_view path, std::unique_ptr<qfile_search>& out, qsys_status status) {
-    if (status.ok()) out = std::make_unique<faulty_search>(state_, std::move(out), state_->concerns(path));
+    if (status.ok()) out = std::make_unique<faulty_search>(*this, std::move(out), concerns(path));
     return status;
   }
 
-  std::shared_ptr<state> state_;
-  qfile_provider& below_;
+  std::array<operation, static_cast<std::size_t>(file_op::count)> operations_;
+  std::u16string suffix_;
+  std::uint32_t most_read_ = std::numeric_limits<std::uint32_t>::max();
+  std::uint64_t room_ = std::numeric_limits<std::uint64_t>::max();
+  qfile_provider& below_ = qfile_local_provider();
 };

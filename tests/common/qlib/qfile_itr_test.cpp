@@ -104,7 +104,7 @@ TEST_F(Walk, DepthAndLengthHaveNoBound) {
     EXPECT_TRUE(parent == 0 || seen.count(entry.substr(0, parent)) == 1) << entry;
   }
   EXPECT_EQ(seen.size(), 1U + 300U + 30U * 4U + 1U);
-  EXPECT_GE(disk.parked(), 284U);
+  EXPECT_GE(disk.parked, 284U);
 }
 
 TEST_F(Walk, SearchFaults) {
