@@ -8,7 +8,6 @@ class replaced {
   explicit replaced(Part* part) {
     Set(part);
   }
-  replaced(const replaced&) = delete;
-  replaced& operator=(const replaced&) = delete;
+  replaced(replaced&&) = delete;
   ~replaced() { Set(nullptr); }
 };
