@@ -32,7 +32,7 @@ build() {
   step "$preset built in $((SECONDS - start)) s"
 }
 # The packages are made of the same objects in build folders of their own.
-export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+export CCACHE_NOHASHDIR=1
 build linux-release all -DTESSIVATOR_BENCH=ON -DTESSIVATOR_PACKAGES=ON
 build linux-asan all
 build linux-tsan tsan_tests

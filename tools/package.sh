@@ -11,7 +11,7 @@ cd "$root"
 dest=${1:-$root/build/package}
 options=("${@:2}")
 # What was compiled for another build folder with the same options need not be compiled again.
-export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+export CCACHE_NOHASHDIR=1
 mkdir -p "$dest"
 dest=$(cd "$dest" && pwd)
 rm -f "$dest"/*.deb "$dest"/*.zip
