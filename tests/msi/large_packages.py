@@ -7,9 +7,8 @@ import pathlib
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures" / "scripts"))
-from msi import CLASS, Package  # noqa: E402
+from msi import ANSWERS, CLASS, Package, fingerprint  # noqa: E402
 from ole import Compound  # noqa: E402
-from read_package import ANSWERS, fingerprint  # noqa: E402
 
 WORKS = [("ProductName", b"Fixture Product"), ("Manufacturer", b"Fixture Works"), ("ProductVersion", b"1.2.3")]
 FOUND = ["0", "Fixture Product", "Fixture Works", "1.2.3", "-"]

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdio>
-#include <utility>
 
 #include "common/qlib/qmem.h"
 #include "msi/msi_database.h"
@@ -12,7 +11,6 @@
 #include "msi/msi_signature.h"
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
-#include "support/memory_file.h"
 #include "support/scratch.h"
 
 namespace {
@@ -114,35 +112,6 @@ TEST_F(MsiPackage, AnswersAsTheTableHasIt) {
     EXPECT_EQ(found, own ? found : expected_of(row)) << row["file"];
     const std::string& most = row["reads"];
     EXPECT_LE(disk.calls(file_op::read), most.empty() ? 100 : std::stoul(most)) << row["file"];
-  }
-}
-
-// package_bytes.tsv tells where the answers change with one byte.
-TEST_F(MsiPackage, AnswersAsTheTableHasItForEveryChangedByte) {
-  if (on_windows) return;  // the system would read the file as it is
-  const auto rows = fixture_table("package_bytes");
-  ASSERT_GT(rows.size(), 100U);
-  const std::string name = rows[0].at("file");
-  const std::u16string path = fixture_wide(name);
-  std::vector<std::byte> bytes = fixture_bytes(name);
-  const auto with_length = [](answers all) {  // of the signature
-    all[4].resize(all[4].find(':') != std::string::npos ? all[4].find(':') : all[4].size());
-    return all;
-  };
-  const answers whole = with_length(by_path(path));
-  for (const int value : {0x00, 0x02, 0x7F, 0xFE, 0xFF}) {
-    std::vector<answers> expected(bytes.size(), whole);
-    for (const auto& row : rows) {
-      if (std::stoi(row.at("value")) != value) continue;
-      for (std::size_t at = std::stoul(row.at("from")); at < std::stoul(row.at("to")); ++at)
-        expected[at] = expected_of(row);
-    }
-    for (std::size_t at = 0; at < bytes.size(); ++at) {
-      const std::byte old = std::exchange(bytes[at], static_cast<std::byte>(value));
-      memory_file file{Bytes(bytes)};
-      EXPECT_EQ(with_length(by_open_file(path, &file)), expected[at]) << value << " at " << at;
-      bytes[at] = old;
-    }
   }
 }
 
