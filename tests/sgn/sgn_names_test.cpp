@@ -4,6 +4,7 @@
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_oneline.h"
+#include "sgn/sgn_types.h"
 #include "sgn/sgn_utl.h"
 #include "sgn/support.h"
 #include "support/faulty_provider.h"
@@ -124,8 +125,10 @@ TEST_F(SgnNames, PrintsValuesByteForByte) {
 // anything behind.
 TEST_F(SgnNames, StoresACertificateOrNothing) {
   const fs::path folder = scratch_folder("one");
-  const SgnX509Owner leaf = certificate("pki/rsa/leaf.pem");
-  const auto store = [&] { return sgn_store_x509(leaf.get(), folder.u16string().c_str(), nullptr, 5); };
+  SgnP7Owner p7;
+  ASSERT_EQ(decode(file_text(fixture_path("pkcs7/signed_rsa.der")), p7), QERR_OK);
+  X509* const leaf = p7->certificates.front()->x509.get();
+  const auto store = [&] { return sgn_store_x509(leaf, folder.u16string().c_str(), nullptr, 5); };
   for (const file_op op : {file_op::create_exclusive, file_op::rename, file_op::write}) {
     faulty_provider disk;
     if (op == file_op::write) disk.room(100);

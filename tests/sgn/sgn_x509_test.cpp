@@ -1,9 +1,6 @@
 // Whole files: images with their tables, packages, and everything else.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <thread>
-
 #include "sgn/sgn_cache.h"
 #include "sgn/support.h"
 
@@ -11,17 +8,11 @@ namespace {
 
 using SgnX509 = Runtime;
 
-// Rows of images and packages. Cabinets have a routine of their own and are nothing here.
-std::vector<fixture_row> ordinary_rows() {
-  std::vector<fixture_row> rows = fixture_table("certificates");
-  std::erase_if(rows, [](const fixture_row& row) { return row.at("file").starts_with("cabinets/"); });
-  return rows;
-}
-
 TEST_F(SgnX509, YieldsTheNamesAndFilesOfTheTable) {
   const fs::path folder = scratch_folder("files");
   const SgnStoreCacheOwner cache(sgn_store_cache_create());
-  const auto rows = ordinary_rows();
+  auto rows = fixture_table("certificates");
+  std::erase_if(rows, [](const fixture_row& row) { return row.at("file").starts_with("cabinets/"); });  // none of these
   ASSERT_GT(rows.size(), 40U);
   for (const fixture_row& row : rows) {
     SCOPED_TRACE(row.at("file"));
@@ -59,32 +50,6 @@ TEST_F(SgnX509, WhatIsNeitherImageNorPackageIsNotFound) {
     EXPECT_EQ(extract_file(fixture_path(file), folder, 0).code, QERR_NOT_FOUND) << file;
   }
   EXPECT_TRUE(fs::is_empty(folder));
-}
-
-// Requests of separate threads share nothing but the process; half of them also share the folder that they write to.
-TEST_F(SgnX509, EightThreadsAtOnce) {
-  const auto rows = ordinary_rows();
-  const fs::path shared = scratch_folder("threads_shared");
-  const fs::path own = scratch_folder("threads");
-  std::array<std::thread, 8> threads;
-  for (std::size_t i = 0; i < threads.size(); ++i) {
-    threads.at(i) = std::thread([&, i] {
-      const fs::path folder = i % 2 == 0 ? shared : own / std::to_string(i);
-      fs::create_directories(folder);
-      const SgnStoreCacheOwner cache(sgn_store_cache_create());
-      for (int round = 0; round < 4; ++round) {
-        for (const fixture_row& row : rows) {
-          const Outcome outcome = extract_file(fixture_path(row.at("file")), folder, 1, cache.get());
-          EXPECT_EQ(outcome.names, list_of(row.at("all")));
-        }
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (const fixture_row& row : rows) {
-    expect_certificate_files(shared, list_of(row.at("all")));
-    expect_certificate_files(own / "1", list_of(row.at("all")));
-  }
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // What the signature tests share: places, names, the tables' certificate files, and a writer of DER structures.
 #pragma once
 
-#include <openssl/pem.h>
-
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -72,13 +70,6 @@ inline Outcome extract_bytes(std::string_view bytes, const fs::path& folder, std
   SgnP7Owner p7;
   const qerr_t code = decode(bytes, p7, cache);
   return code != 0 ? Outcome{code, {}} : process(p7.get(), folder, all, cache);
-}
-
-// The certificate of a PEM file below the fixtures, decoded by OpenSSL's own reader.
-inline SgnX509Owner certificate(const std::string& name) {
-  const std::string pem = file_text(fixture_path(name));
-  const std::unique_ptr<BIO, FreeWith<BIO_free>> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-  return SgnX509Owner(PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr));
 }
 
 // DER: one element, and the structures that the tests put together by hand.
