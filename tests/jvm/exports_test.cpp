@@ -1,12 +1,10 @@
-// The shared library as a host sees it on both systems, with a function table that stands in for the virtual machine;
-// what only a real one shows is JvmTest's.
+// A native of the shared library on both systems, with a function table that stands in for the virtual machine; what a
+// real one shows is JvmTest's.
 #include <gtest/gtest.h>
 #include <jni.h>
 
 #include <filesystem>
-#include <map>
 #include <string>
-#include <vector>
 
 #include "bridge/dynamic_library.h"
 
@@ -21,8 +19,6 @@ struct FakeString {
 };
 
 bool refuse_characters = false;
-std::map<std::string, void*> registered;  // by name and signature
-jint registration_result = 0;
 
 FakeString* fake(jstring text) { return reinterpret_cast<FakeString*>(text); }
 jstring java(FakeString& text) { return reinterpret_cast<jstring>(&text); }
@@ -34,58 +30,20 @@ const jchar* JNICALL getStringChars(JNIEnv*, jstring text, jboolean*) {
   return reinterpret_cast<const jchar*>(fake(text)->text.data());
 }
 void JNICALL releaseStringChars(JNIEnv*, jstring text, const jchar*) { --fake(text)->held; }
-jint JNICALL registerNatives(JNIEnv*, jclass, const JNINativeMethod* methods, jint count) {
-  registered.clear();
-  for (jint i = 0; i < count; ++i) registered[std::string(methods[i].name) + methods[i].signature] = methods[i].fnPtr;
-  return registration_result;
-}
-jint JNICALL unregisterNatives(JNIEnv*, jclass) { return 77; }
 
-class Library : public testing::Test {
- protected:
-  void SetUp() override {
-    table_.GetStringLength = getStringLength;
-    table_.GetStringChars = getStringChars;
-    table_.ReleaseStringChars = releaseStringChars;
-    table_.RegisterNatives = registerNatives;
-    table_.UnregisterNatives = unregisterNatives;
-    env_.functions = &table_;
-    library_ = dynamic_library_open(fs::path(std::getenv("TESSIVATOR_LIBRARY")));
-    ASSERT_NE(library_, nullptr);
-  }
-  void TearDown() override { dynamic_library_close(library_); }
-
-  void* find(const std::string& name) { return dynamic_library_find(library_, name.c_str()); }
-  void* native(const std::string& name) { return find("Java_com_kestal_tamb_brantle_manager_Brantle_" + name); }
-  jint hook(const char* name) { return reinterpret_cast<jint(JNICALL*)(JNIEnv*, jclass)>(find(name))(&env_, nullptr); }
-  template <class... Texts>
-  jint call(const char* name, Texts... texts) {
-    return reinterpret_cast<jint(JNICALL*)(JNIEnv*, jobject, Texts...)>(native(name))(&env_, nullptr, texts...);
-  }
-
-  JNINativeInterface_ table_{};
-  JNIEnv env_{};
-  void* library_ = nullptr;
-};
-
-TEST_F(Library, HooksRegisterTheThreeNatives) {
-  const auto signature = [](int count) {
-    std::string text = "(";
-    while (count-- > 0) text += "Ljava/lang/String;";
-    return text + ")I";
+TEST(Library, ALocalScanWritesItsReportAndGivesEveryStringBack) {
+  JNINativeInterface_ table{};
+  table.GetStringLength = getStringLength;
+  table.GetStringChars = getStringChars;
+  table.ReleaseStringChars = releaseStringChars;
+  JNIEnv env{&table};
+  void* const library = dynamic_library_open(fs::path(std::getenv("TESSIVATOR_LIBRARY")));
+  ASSERT_NE(library, nullptr);
+  const auto call = [&]<class... Texts>(const std::string& name, Texts... texts) {
+    void* const native =
+        dynamic_library_find(library, ("Java_com_kestal_tamb_brantle_manager_Brantle_" + name).c_str());
+    return reinterpret_cast<jint(JNICALL*)(JNIEnv*, jobject, Texts...)>(native)(&env, nullptr, texts...);
   };
-  const std::pair<std::string, int> natives[] = {{"getCertsAndInfoByScanningNwPath", 5},
-                                                 {"testAccessOnNwShareWithParams", 4},
-                                                 {"getCertsAndInfoByScanningLocalPath", 2}};
-  EXPECT_EQ(hook("Dravo_OnLoad"), 0);
-  EXPECT_EQ(registered.size(), 3U);
-  for (const auto& [name, count] : natives) EXPECT_EQ(registered[name + signature(count)], native(name)) << name;
-  registration_result = -5;
-  EXPECT_EQ(hook("Dravo_OnLoad"), -1);
-  EXPECT_EQ(hook("Dravo_OnUnload"), 77);
-}
-
-TEST_F(Library, ALocalScanWritesItsReportAndGivesEveryStringBack) {
   const fs::path out = fs::path(std::getenv("TESSIVATOR_SCRATCH"));
   fs::remove_all(out);
   fs::create_directories(out);
@@ -109,6 +67,7 @@ TEST_F(Library, ALocalScanWritesItsReportAndGivesEveryStringBack) {
   EXPECT_EQ(call("testAccessOnNwShareWithParams", some, some, some, none), -1);
   EXPECT_EQ(call("getCertsAndInfoByScanningNwPath", some, some, none, some, some), -1);
   EXPECT_EQ(from.held + to.held, 0);
+  dynamic_library_close(library);
 }
 
 }  // namespace

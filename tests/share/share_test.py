@@ -170,11 +170,6 @@ class Scans(unittest.TestCase):
                     self.assertIn("incomplete: the walk ended early", result.said)
                     self.assertIn(len(result.records(path)), range(1, whole))
 
-    def test_a_server_that_never_answers(self):
-        with Relay(SERVER, 1, Relay.silence) as relay:
-            result = self.scan(rf"\\{relay.address}\tree", "-n")
-        self.assertEqual(result.code, 20001 & 255, result.said)
-
     def test_a_listing_without_end_is_left_out_alone(self):
         names, times = b"", 0
 
