@@ -195,14 +195,4 @@ TEST_F(InformationRecord, ResourceDataOfAPath) {
   }
 }
 
-TEST_F(InformationRecord, TellsHowInstallersAreKnown) {
-  const std::string log =
-      logged(QLOG_UTL, [&] { (void)gather(fs::path(fixture_path("images/resources/manifest_wix.exe"))); });
-  EXPECT_NE(log.find("manifest_wix.exe\nutl_is_installer_heuristic\n"
-                     "utl_is_installer_Heuristic - manifestDescription:WIX toolset Bootstrapper\n"
-                     "utl_is_installer_cfci - returns:0x1\n"),
-            std::string::npos)
-      << log;
-}
-
 }  // namespace
