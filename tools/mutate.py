@@ -23,7 +23,9 @@ from sources import ROOT, all_files
 
 PRESET = "linux-release"
 # Components whose suites stand elsewhere than in the folder of the same name.
-SUITES = {"cert": ["inv", "sgn"]}
+SUITES = {"cert": ["inv", "sgn"], "common/qlib/share": ["share"], "common/qlib/smb": ["share"]}
+# What tests that are scripts run.
+PROGRAMS = {"share": ["brantle_cli", "brantle_smb", "share_unit_test"], "utils/report": ["brantle_report"]}
 FILES = {"tessivator/utl/utl.cpp": "inv"}  # built with the record
 SKIPPED = re.compile(r"^\s*(//|#|using |template|namespace|class |struct |enum |static_assert|friend |public:|private:|\*)|\[\[nodiscard\]\]")
 # Pattern and replacements; each match outside texts and comments is a fault.
@@ -117,8 +119,8 @@ class Tree:
         if os.path.isdir(os.path.join(ROOT, "build", "real")) and not os.path.exists(real):
             os.symlink(os.path.realpath(os.path.join(ROOT, "build", "real")), real)
         subprocess.run(["cmake", "--preset", PRESET], cwd=self.source, check=True, stdout=subprocess.DEVNULL)
-        only = sorted({suite for component in only for suite in self.suites(component)})
-        if self.make(only or ["all"], 7200) is not True or self.test(only, 3600) is not True:
+        targets, tests = (sorted(set().union(*(self.suites(one)[which] for one in only))) for which in (0, 1))
+        if self.make(targets or ["all"], 7200) is not True or self.test(tests, 3600) is not True:
             raise SystemExit("mutate: the sources as they are do not pass their own tests")
         self.sound = {name: self.code(name) for name in all_files() if name.startswith("tessivator/")}
 
@@ -173,26 +175,29 @@ class Tree:
         return None
 
     def suites(self, component):
-        """Names of the test programs of COMPONENT, which are their targets and their tests; none: all have to run."""
-        names = []
+        """The targets and the tests of COMPONENT; none: all have to run."""
+        targets, tests = [], []
         for folder in SUITES.get(component, [component]):
             path = os.path.join(self.source, "tests", folder, "CMakeLists.txt")
             if os.path.exists(path):
                 with open(path, encoding="utf-8") as file:
-                    names += re.findall(r"tessivator_test\((\w+)", file.read())
-        return names
+                    text = file.read()
+                names = re.findall(r"tessivator_test\((\w+)", text)
+                targets += names + PROGRAMS.get(folder, [])
+                tests += names + (re.findall(r"add_test\(NAME (\w+)", text) if folder in PROGRAMS else [])
+        return targets, tests
 
     def verdict(self, component, fault, seconds, quick):
         end = time.monotonic() + seconds
         self.plant(fault)
         try:
-            suites = self.suites(component)
-            built = self.make(suites or ["all"], seconds)
+            targets, tests = self.suites(component)
+            built = self.make(targets or ["all"], seconds)
             if built is not True:
                 return "no fault" if built is False else "out of time"
             if self.sound[fault.file] is not None and self.code(fault.file) == self.sound[fault.file]:
                 return "no fault"
-            if self.test(suites, end - time.monotonic()) is False:
+            if self.test(tests, end - time.monotonic()) is False:
                 return "caught by its component"
             if quick:
                 return "survived"
