@@ -7,17 +7,20 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "common/qlib/qlib.h"
+
 namespace {
 
 int milliseconds_to(qshare_deadline until) noexcept {
   if (until == QSHARE_NO_DEADLINE) return -1;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
-  constexpr std::chrono::milliseconds most(1000000);
+  constexpr std::chrono::milliseconds most(500);  // a signal may come just before the wait begins
   return static_cast<int>(std::clamp(left, std::chrono::milliseconds(0), most).count());
 }
 
 qshare_transfer wait_for(int pair, short events, qshare_deadline until) noexcept {
   for (;;) {
+    if (qlib_is_cancelled()) return qshare_transfer::ended;
     pollfd one{pair, events, 0};
     const int ready = ::poll(&one, 1, milliseconds_to(until));
     if (ready > 0) return qshare_transfer::done;

@@ -8,6 +8,7 @@
 using qshare_deadline = std::chrono::steady_clock::time_point;
 inline constexpr qshare_deadline QSHARE_NO_DEADLINE = qshare_deadline::max();
 
+// `ended`: the peer has gone away, or this process was told to end (qlib_cancel).
 enum class qshare_transfer { done, timed_out, ended };
 
 // All of `bytes`, or not `done`. A peer that has gone away never raises SIGPIPE.

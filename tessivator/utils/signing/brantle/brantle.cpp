@@ -98,6 +98,7 @@ std::int32_t Brantle::connectNwShare() {
   const std::uint32_t code = brantle_share_connect({reposPath, domain, userName, password}, &bad_argument);
   shareConnected = code == 0;
   if (shareConnected) return BRANTLE_OK;
+  if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
   (void)qstr_console_printf(u"Netuseadd() returned %lu (arge# = %lu)\n", code, bad_argument);
   switch (code) {
     case BRANTLE_SHARE_BAD_NETPATH:
