@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -144,17 +145,20 @@ class Scans(unittest.TestCase):
                 self.assertLessEqual(counts["more"] - counts["few"], 4 * 30 + 2, counts)
 
     def test_the_share_program_ends_with_its_host(self):
-        with Relay(SERVER, 20000, Relay.silence) as relay, subprocess.Popen(
-                [OPTIONS.brantle, rf"\\{relay.address}\tree", SERVER.home / "empty", "-n", *LOGON]) as host:
-            while not relay.silent:
+        for number, code in ((signal.SIGKILL, -signal.SIGKILL), (signal.SIGTERM, 143)):
+            with self.subTest(code), Relay(SERVER, 20000, Relay.silence) as relay, subprocess.Popen(
+                    [OPTIONS.brantle, rf"\\{relay.address}\tree", SERVER.home / "empty", "-n", *LOGON]) as host:
+                while not relay.silent and host.poll() is None:
+                    time.sleep(0.01)
+                child, = pathlib.Path(f"/proc/{host.pid}/task/{host.pid}/children").read_text().split()
+                host.send_signal(number)
+                # Whoever waits for the silent server connects to it once more.
+                self.assertEqual((host.wait(), len(relay.sockets)), (code, 2))
+            state = pathlib.Path(f"/proc/{child}/stat")
+            end = time.monotonic() + 5
+            while state.exists() and " Z " not in state.read_text() and time.monotonic() < end:
                 time.sleep(0.01)
-            child, = pathlib.Path(f"/proc/{host.pid}/task/{host.pid}/children").read_text().split()
-            host.kill()
-        state = pathlib.Path(f"/proc/{child}/stat")
-        end = time.monotonic() + 5
-        while state.exists() and " Z " not in state.read_text() and time.monotonic() < end:
-            time.sleep(0.01)
-        self.assertLess(time.monotonic(), end)
+            self.assertLess(time.monotonic(), end)
 
     def test_a_server_lost_in_the_middle(self):
         """Half of what a whole scan reads comes through; then the server ends, or says no more."""

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "common/qlib/qlib.h"
 #include "common/qlib/qmem.h"
 
 namespace {
@@ -78,7 +79,7 @@ std::uint32_t qshare_session::connect_once() {
   return done == qshare_transfer::timed_out ? QSHARE_BAD_NETPATH : head.result;
 }
 
-// Asks, and once more of a new program when the one that was asked or its server is lost.
+// Asks, and once more of a new program when the one that was asked or its server is lost; not for who is told to end.
 template <class Ask>
 int qshare_session::with_program(qshare_subject& subject, Ask ask) try {
   for (;;) {
@@ -88,7 +89,7 @@ int qshare_session::with_program(qshare_subject& subject, Ask ask) try {
     if (is_limit(error)) program_.reset();
     if (error != ENOTCONN) return error;
     program_.reset();
-    dead_ = subject.was_lost || (last_lost_.was_lost && last_lost_.path == subject.path);
+    dead_ = qlib_is_cancelled() || subject.was_lost || (last_lost_.was_lost && last_lost_.path == subject.path);
     subject.was_lost = true;
     last_lost_ = subject;
   }
