@@ -46,7 +46,7 @@ TEST_F(SgnCab, PassesOnWhatTheDiskAnswers) {
         << static_cast<int>(step.op) << " " << step.nth;
   }
   faulty_provider disk;
-  disk.most_read(7);
+  disk.most_read = 7;
   EXPECT_EQ(extract_cabinet(fixture_path("cabinets/signed_rsa.cab"), scratch_folder("short_reads")).names.size(), 1U);
 }
 

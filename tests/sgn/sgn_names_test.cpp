@@ -131,7 +131,7 @@ TEST_F(SgnNames, StoresACertificateOrNothing) {
   const auto store = [&] { return sgn_store_x509(leaf, folder.u16string().c_str(), nullptr, 5); };
   for (const file_op op : {file_op::create_exclusive, file_op::rename, file_op::write}) {
     faulty_provider disk;
-    if (op == file_op::write) disk.room(100);
+    if (op == file_op::write) disk.room = 100;
     if (op != file_op::write) disk.fail(op, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
     EXPECT_EQ(store(), op == file_op::write ? QERR_OK : QERR_PERMISSION);
     EXPECT_TRUE(fs::is_empty(folder));

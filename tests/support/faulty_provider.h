@@ -2,9 +2,9 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -39,8 +39,6 @@ enum class file_op : std::uint8_t {
 //   disk.fail(file_op::read, 2, QERR_IO);       // the second read from now on fails, once
 //   disk.fail(file_op::open, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
 //   disk.only(u".dll");                         // faults meet only paths with this end
-//   disk.most_read(7);                          // every read gives at most 7 bytes
-//   disk.room(1000);                            // after 1,000 written bytes the disk is full
 //   disk.before(file_op::read, [] { ... });     // something happens before each read
 class faulty_provider final : public qfile_provider, replaced<qfile_set_provider> {
  public:
@@ -51,32 +49,31 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   // The `nth` operation of this kind from now (1: the next one) fails with `code`, and `times` - 1 more after it.
   void fail(file_op op, std::uint32_t nth, qerr_t code, std::uint32_t times = 1,
             qsys_condition condition = qsys_condition::none) {
-    operation& planned = at(op);
-    planned = {nth, times, {code, condition}, std::move(planned.event), planned.calls};
+    operations_[op].planned = {nth, times, {code, condition}};
   }
-  void before(file_op op, std::function<void()> event) { at(op).event = std::move(event); }
+  void before(file_op op, std::function<void()> event) { operations_[op].event = std::move(event); }
   void only(std::u16string suffix) { suffix_ = std::move(suffix); }
-  void most_read(std::uint32_t bytes) { most_read_ = bytes; }
-  void room(std::uint64_t bytes) { room_ = bytes; }
+  std::uint32_t most_read = std::numeric_limits<std::uint32_t>::max();  // bytes that one read gives
+  std::uint64_t room = std::numeric_limits<std::uint64_t>::max();       // bytes until the disk is full
 
   // Calls so far, faulty ones and those on other paths included.
-  [[nodiscard]] std::uint32_t calls(file_op op) { return at(op).calls; }
+  [[nodiscard]] std::uint32_t calls(file_op op) { return operations_[op].calls; }
   std::uint32_t parked = 0;  // searches that gave their handle back
 
   qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) override {
-    return opened(path, out, on<&qfile_provider::open>(file_op::open, path, flags, out));
+    return wrapped<file>(path, out, on<&qfile_provider::open>(file_op::open, path, flags, out));
   }
   qsys_status create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) override {
-    return opened(path, out, on<&qfile_provider::create_exclusive>(file_op::create_exclusive, path, out));
+    return wrapped<file>(path, out, on<&qfile_provider::create_exclusive>(file_op::create_exclusive, path, out));
   }
   qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) override {
-    return searched(pattern, out, below_.search(pattern, out));
+    return wrapped<searching>(pattern, out, below_.search(pattern, out));
   }
   qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) override {
     qfile_listing inner(wanted);
-    if (wanted.above != nullptr) inner.above = static_cast<faulty_search*>(wanted.above)->below();
+    if (wanted.above != nullptr) inner.above = static_cast<searching*>(wanted.above)->below_.get();
     const qsys_status status = meet(file_op::list, concerns(wanted.path));
-    return searched(wanted.path, out, status.ok() ? below_.list(inner, out) : status);
+    return wrapped<searching>(wanted.path, out, status.ok() ? below_.list(inner, out) : status);
   }
   qsys_status exists(const qchar* path) override { return on<&qfile_provider::exists>(file_op::exists, path); }
   qsys_status remove(const qchar* path) override { return on<&qfile_provider::remove>(file_op::remove, path); }
@@ -99,42 +96,52 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
 
  private:
   struct operation {
-    std::uint32_t nth = 0;
-    std::uint32_t times = 0;
-    qsys_status status;
+    struct {
+      std::uint32_t nth, times;
+      qsys_status status;
+    } planned{};
     std::function<void()> event;
     std::uint32_t calls = 0;
   };
 
-  operation& at(file_op op) { return operations_[static_cast<std::size_t>(op)]; }
   [[nodiscard]] bool concerns(std::u16string_view path) const { return path.ends_with(suffix_); }
 
   // The status with which this call must fail, or success.
-  qsys_status meet(file_op op, bool concerned) noexcept {
-    operation& planned = at(op);
-    ++planned.calls;
-    if (concerned && planned.event) planned.event();
-    if (!concerned || planned.nth == 0) return {};
-    if (planned.nth > 1) {
-      --planned.nth;
-      return {};
-    }
-    if (planned.times != ALWAYS && --planned.times == 0) planned.nth = 0;
+  qsys_status meet(file_op op, bool concerned) {
+    auto& [planned, event, calls] = operations_[op];
+    ++calls;
+    if (!concerned) return {};
+    if (event) event();
+    if (planned.times == 0 || planned.nth == 0 || --planned.nth > 0) return {};
+    if (--planned.times > 0) planned.nth = 1;
     return planned.status;
   }
 
-  class faulty_file final : public qfile_object {
-   public:
-    faulty_file(faulty_provider& owner, std::unique_ptr<qfile_object> below, bool concerned)
+  // What stands before an open file or a search.
+  template <class Kind>
+  struct before_one : Kind {
+    before_one(faulty_provider& owner, std::unique_ptr<Kind> below, bool concerned)
         : owner_(owner), below_(std::move(below)), concerned_(concerned) {}
+    template <auto Method, class... Args>
+    qsys_status on(file_op op, Args&&... args) noexcept {
+      const qsys_status status = owner_.meet(op, concerned_);
+      return status.ok() ? (below_.get()->*Method)(args...) : status;
+    }
+    faulty_provider& owner_;
+    std::unique_ptr<Kind> below_;
+    bool concerned_;
+  };
+
+  struct file final : before_one<qfile_object> {
+    using before_one::before_one;
     qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-      const std::uint32_t most = concerned_ && size > owner_.most_read_ ? owner_.most_read_ : size;
+      const std::uint32_t most = concerned_ ? std::min(size, owner_.most_read) : size;
       return on<&qfile_object::read>(file_op::read, buffer, most, done);
     }
     qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-      if (owner_.room_ == 0 && size > 0) return {QERR_NO_SPACE};
-      const auto part = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, owner_.room_));
-      owner_.room_ -= part;
+      if (owner_.room == 0 && size > 0) return {QERR_NO_SPACE};
+      const auto part = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, owner_.room));
+      owner_.room -= part;
       return on<&qfile_object::write>(file_op::write, buffer, part, done);
     }
     qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override {
@@ -147,41 +154,20 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
     qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {
       return on<&qfile_object::view>(file_op::view, destination, length, done);
     }
-
-   private:
-    template <auto Method, class... Args>
-    qsys_status on(file_op op, Args&&... args) noexcept {
-      const qsys_status status = owner_.meet(op, concerned_);
-      return status.ok() ? (below_.get()->*Method)(args...) : status;
-    }
-    faulty_provider& owner_;
-    std::unique_ptr<qfile_object> below_;
-    bool concerned_;
   };
 
-  class faulty_search final : public qfile_search {
-   public:
-    faulty_search(faulty_provider& owner, std::unique_ptr<qfile_search> below, bool concerned)
-        : owner_(owner), below_(std::move(below)), concerned_(concerned) {}
-    qsys_status next(qfile_entry& entry) override {
-      const qsys_status status = owner_.meet(file_op::next, concerned_);
-      return status.ok() ? below_->next(entry) : status;
-    }
+  struct searching final : before_one<qfile_search> {
+    using before_one::before_one;
+    qsys_status next(qfile_entry& entry) override { return on<&qfile_search::next>(file_op::next, entry); }
     void park() override {
       ++owner_.parked;
       below_->park();
     }
     bool identity(qfile_identity& out) const noexcept override { return below_->identity(out); }
     void resume(const qfile_search& below) noexcept override {
-      below_->resume(*static_cast<const faulty_search&>(below).below_);
+      below_->resume(*static_cast<const searching&>(below).below_);
     }
     void offer(std::u16string_view directory) override { below_->offer(directory); }
-    [[nodiscard]] qfile_search* below() const noexcept { return below_.get(); }
-
-   private:
-    faulty_provider& owner_;
-    std::unique_ptr<qfile_search> below_;
-    bool concerned_;
   };
 
   template <auto Method, class... Args>
@@ -189,18 +175,13 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
     const qsys_status status = meet(op, concerns(path));
     return status.ok() ? (below_.*Method)(path, args...) : status;
   }
-  qsys_status opened(std::u16string_view path, std::unique_ptr<qfile_object>& out, qsys_status status) {
-    if (status.ok()) out = std::make_unique<faulty_file>(*this, std::move(out), concerns(path));
-    return status;
-  }
-  qsys_status searched(std::u16string_view path, std::unique_ptr<qfile_search>& out, qsys_status status) {
-    if (status.ok()) out = std::make_unique<faulty_search>(*this, std::move(out), concerns(path));
+  template <class Faulty, class Kind>
+  qsys_status wrapped(std::u16string_view path, std::unique_ptr<Kind>& out, qsys_status status) {
+    if (status.ok()) out = std::make_unique<Faulty>(*this, std::move(out), concerns(path));
     return status;
   }
 
-  std::array<operation, static_cast<std::size_t>(file_op::count)> operations_;
+  std::map<file_op, operation> operations_;
   std::u16string suffix_;
-  std::uint32_t most_read_ = std::numeric_limits<std::uint32_t>::max();
-  std::uint64_t room_ = std::numeric_limits<std::uint64_t>::max();
   qfile_provider& below_ = qfile_local_provider();
 };

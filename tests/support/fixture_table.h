@@ -1,8 +1,11 @@
 // The fixtures, and the one reader of the tables of what they must yield: tab-separated, with a heading line.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 
 inline std::string fixture_path(const std::string& relative) {
@@ -21,15 +23,12 @@ inline std::string fixture_path(const std::string& relative) {
 
 // The path in the platform's own form, as the product meets it.
 inline std::u16string fixture_wide(const std::string& relative) {
-  std::u16string path = qstr_to_wide(fixture_path(relative));
-  for (qchar& unit : path) {
-    if (unit == u'/') unit = qpath_native_separator();
-  }
-  return path;
+  return std::filesystem::path(fixture_path(relative)).make_preferred().u16string();
 }
 
+// None for an empty line.
 inline std::vector<std::string> fixture_cells(const std::string& line, char separator) {
-  std::vector<std::string> cells(1);
+  std::vector<std::string> cells(line.empty() ? 0 : 1);
   for (const char c : line) {
     if (c == separator)
       cells.emplace_back();
@@ -37,27 +36,6 @@ inline std::vector<std::string> fixture_cells(const std::string& line, char sepa
       cells.back().push_back(c);
   }
   return cells;
-}
-
-using fixture_row = std::map<std::string, std::string>;
-
-// Rows by column name of a table below tests/; empty when it is missing, which the caller checks.
-inline std::vector<fixture_row> fixture_rows(const std::string& file) {
-  std::ifstream in(fixture_path("../" + file), std::ios::binary);
-  std::string line;
-  std::getline(in, line);
-  const std::vector<std::string> heading = fixture_cells(line, '\t');
-  std::vector<fixture_row> rows;
-  while (std::getline(in, line)) {
-    const std::vector<std::string> values = fixture_cells(line, '\t');
-    auto& row = rows.emplace_back();
-    for (std::size_t i = 0; i < heading.size() && i < values.size(); ++i) row[heading[i]] = values[i];
-  }
-  return rows;
-}
-
-inline std::vector<fixture_row> fixture_table(const std::string& name) {
-  return fixture_rows("fixtures/expected/" + name + ".tsv");
 }
 
 // A cell's text: \uXXXX stands for one unit.
@@ -70,6 +48,36 @@ inline std::u16string fixture_text(const std::string& cell) {
   return text;
 }
 
+// Cells by column name.
+struct fixture_row : std::map<std::string, std::string> {
+  [[nodiscard]] std::u16string wide(const char* column) const { return fixture_text(at(column)); }
+  // Decimal, or hexadecimal after 0x.
+  template <class T = std::uint32_t>
+  [[nodiscard]] T number(const char* column) const {
+    return static_cast<T>(std::stoull(at(column), nullptr, 0));
+  }
+};
+
+// The rows of a table below tests/; no table is empty.
+inline std::vector<fixture_row> fixture_rows(const std::string& file) {
+  std::ifstream in(fixture_path("../" + file), std::ios::binary);
+  std::string line;
+  std::getline(in, line);
+  const std::vector<std::string> heading = fixture_cells(line, '\t');
+  std::vector<fixture_row> rows;
+  while (std::getline(in, line)) {
+    const std::vector<std::string> values = fixture_cells(line, '\t');
+    auto& row = rows.emplace_back();
+    for (std::size_t i = 0; i < heading.size() && i < values.size(); ++i) row[heading[i]] = values[i];
+  }
+  EXPECT_FALSE(rows.empty()) << file;
+  return rows;
+}
+
+inline std::vector<fixture_row> fixture_table(const std::string& name) {
+  return fixture_rows("fixtures/expected/" + name + ".tsv");
+}
+
 // The bytes of any file; empty when there is none.
 inline std::string file_text(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
@@ -80,4 +88,13 @@ inline std::vector<std::byte> fixture_bytes(const std::string& relative) {
   const std::string text = file_text(fixture_path(relative));
   const auto bytes = std::as_bytes(std::span(text));
   return {bytes.begin(), bytes.end()};
+}
+
+// The text of a file in UTF-16LE after its byte-order mark; "?" when the mark is missing.
+inline std::string utf16_text(const std::filesystem::path& path) {
+  const std::string bytes = file_text(path);
+  if (!bytes.starts_with("\xFF\xFE") || bytes.size() % 2 != 0) return "?";
+  std::u16string text(bytes.size() / 2, u'\0');
+  std::memcpy(text.data(), bytes.data(), bytes.size());
+  return qstr_to_utf8(text.substr(1));
 }

@@ -37,8 +37,6 @@ class byte_builder {
 struct image_layout {
   bool is_64bit = false;
   static constexpr std::size_t nt = 0x80;
-  static constexpr std::size_t section_count = nt + 6;
-  static constexpr std::size_t optional_size = nt + 20;
   static constexpr std::size_t characteristics = nt + 22;
   static constexpr std::uint32_t section_rva = 0x1000;
   static constexpr std::uint32_t section_offset = 0x400;
@@ -48,8 +46,8 @@ struct image_layout {
 
   [[nodiscard]] byte_builder build() const {
     byte_builder out;
-    out.text(0, "MZ").u32(60, nt).text(nt, "PE").u16(nt + 4, is_64bit ? 0x8664 : 0x14C).u16(section_count, 1);
-    out.u16(optional_size, is_64bit ? 240 : 224).u16(characteristics, 2).u16(nt + 24, is_64bit ? 0x20B : 0x10B);
+    out.text(0, "MZ").u32(60, nt).text(nt, "PE").u16(nt + 4, is_64bit ? 0x8664 : 0x14C).u16(nt + 6, 1);
+    out.u16(nt + 20, is_64bit ? 240 : 224).u16(characteristics, 2).u16(nt + 24, is_64bit ? 0x20B : 0x10B);
     out.u32(directory(2), section_rva).u32(directory(2) + 4, section_size);
     out.text(sections(), ".rsrc").u32(sections() + 8, section_size).u32(sections() + 12, section_rva);
     out.u32(sections() + 16, section_size).u32(sections() + 20, section_offset);

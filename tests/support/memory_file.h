@@ -15,7 +15,6 @@
 // Pass &file as the handle; nobody closes it. What lies between and behind the pieces reads as zero up to `size`.
 class memory_file final : public qfile_object {
  public:
-  explicit memory_file(std::vector<std::byte> bytes) { put(0, std::move(bytes)); }
   explicit memory_file(Bytes bytes) { put(0, {bytes.begin(), bytes.end()}); }
   explicit memory_file(std::string_view text) : memory_file(std::as_bytes(std::span(text))) {}
 

@@ -1,86 +1,30 @@
 #include "common/qlib/qfile_itr.h"
 
-#include <algorithm>
+#include <gmock/gmock.h>
+
+#include <map>
 #include <set>
+#include <sstream>
 
 #include "support/faulty_provider.h"
+#include "support/fixture_table.h"
+#include "support/refusing_provider.h"
 #include "support/scratch.h"
-#include "support/tree_provider.h"
 
 namespace {
 
-using Entries = std::vector<std::string>;
-
-// What a walk yields, in order, relative to `base` with slashes; a directory ends in a slash, a symbolic link in "@".
-struct Walked {
-  Entries entries;
-  std::size_t present = 0;  // those that can be reached while the walk stands at them
-  qerr_t opened = 0;
-  qerr_t ended = 0;
-  qfile_left_out left_out;
-  [[nodiscard]] Entries sorted() const {
-    const std::multiset<std::string> all(entries.begin(), entries.end());
-    return {all.begin(), all.end()};
-  }
-};
-
-Walked walk(const std::u16string& path, const std::u16string& base = {}, std::uint32_t flags = 0) {
-  Walked result;
-  qfile_itr iterator;
-  result.opened = qfile_itr_open_ex(&iterator, path.c_str(), flags);
-  if (result.opened != QERR_OK) return result;
-  const qchar* entry = nullptr;
-  std::uint32_t directory = 9;
-  std::uint32_t symlink = 9;
-  while ((result.ended = qfile_itr_next(&iterator, &entry, &directory, &symlink)) == QERR_OK) {
-    result.present += qfile_exists(entry) ? 1 : 0;
-    std::u16string name(entry);
-    if (name.starts_with(base)) name.erase(0, base.size());
-    std::replace(name.begin(), name.end(), u'\\', u'/');
-    result.entries.push_back(qstr_to_utf8(name) + (directory == 1 ? "/" : "") + (symlink == 1 ? "@" : ""));
-    if (result.entries.size() > 500000) break;
-  }
-  result.left_out = iterator.left_out;
-  EXPECT_EQ(entry, nullptr);
-  EXPECT_EQ(qfile_itr_next(&iterator, &entry, &directory, &symlink), QERR_END) << "a walk that has ended stays so";
-  EXPECT_EQ(qfile_itr_close(&iterator), QERR_OK);
-  return result;
-}
+using testing::ElementsAreArray;
+using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 using Walk = ScratchTest;
 
 TEST_F(Walk, StartDecidesWhatIsYielded) {
-  put(u"top/one.exe");
-  put(u"top/two.dll");
-  put(u"top/a/b/three.exe");
-  put(u"empty/");
-  const Entries below = {"top/a/", "top/a/b/", "top/a/b/three.exe"};
-  const Entries inside = {"top/a/", "top/a/b/", "top/a/b/three.exe", "top/one.exe", "top/two.dll"};
-  const Entries all = {"top/", "top/a/", "top/a/b/", "top/a/b/three.exe", "top/one.exe", "top/two.dll"};
-  const struct {
-    const char16_t* start;
-    std::uint32_t flags;
-    Entries expected;
-  } cases[] = {
-      {u"top", 0, all},
-      {u"top/", 0, all},
-      {u"top/a/.././a", 0, below},
-      {u"top", QFILE_ITR_ONE_LEVEL, {"top/", "top/a/", "top/one.exe", "top/two.dll"}},
-      {u"top/one.exe", 0, {"top/one.exe"}},
-      {u"empty", 0, {"empty/"}},
-      {u"top/O*.EXE", 0, {"top/one.exe"}},
-      {u"top/*.*", 0, inside},
-      {u"empty/../top/a/b.*", 0, {"top/a/b/", "top/a/b/three.exe"}},
-      {u"top/?", 0, below},
-      {u"top/t?o.*", 0, {"top/two.dll"}},
-      {u"top/*.sys", 0, {}},
-      {u"missing/deep/er", 0, {}},
-      {u"top/one.exe/x", 0, {}},
-  };
-  for (const auto& one : cases) {
-    const Walked got = walk(at(one.start), root() + sep(), one.flags);
+  for (const char16_t* name : {u"top/one.exe", u"top/two.dll", u"top/a/b/three.exe", u"empty/"}) put(name);
+  for (const fixture_row& row : fixture_rows("common/qlib/walks.tsv")) {
+    const walked got = walk_at(row.wide("start"), row.number("flags"));
     EXPECT_EQ(got.ended, QERR_END);
-    EXPECT_EQ(got.sorted(), one.expected) << qstr_to_utf8(one.start);
+    EXPECT_THAT(got.entries, UnorderedElementsAreArray(fixture_cells(row.at("yields"), ','))) << row.at("start");
   }
 }
 
@@ -94,16 +38,14 @@ TEST_F(Walk, DepthAndLengthHaveNoBound) {
     for (const char16_t* name : {u"/1", u"/2", u"/z/4"}) put(path + name);
   }
   EXPECT_EQ(get(put(path + u"/last", "deepest")), "deepest");
+  EXPECT_TRUE(qfile_exists(at(path + u"/last").c_str()));
   faulty_provider disk;
-  const Walked walked = walk(at(u"deep"), root() + sep());
-  EXPECT_EQ(walked.present, walked.entries.size());
-  std::set<std::string> seen;
-  for (const std::string& entry : walked.entries) {
+  std::set<std::string> seen{""};
+  for (const std::string& entry : walk_at(u"deep").entries) {
+    EXPECT_TRUE(seen.contains(entry.substr(0, entry.rfind('/', entry.size() - 2) + 1))) << entry;
     EXPECT_TRUE(seen.insert(entry).second) << entry;
-    const std::size_t parent = entry.rfind('/', entry.size() - 2) + 1;
-    EXPECT_TRUE(parent == 0 || seen.count(entry.substr(0, parent)) == 1) << entry;
   }
-  EXPECT_EQ(seen.size(), 1U + 300U + 30U * 4U + 1U);
+  EXPECT_EQ(seen.size(), 1U + 1U + 300U + 30U * 4U + 1U);
   EXPECT_GE(disk.parked, 284U);
 }
 
@@ -113,101 +55,126 @@ TEST_F(Walk, SearchFaults) {
   faulty_provider disk;
   disk.only(u"a");
   disk.fail(file_op::list, 1, QERR_PERMISSION);
-  Walked got;
-  const auto walked = [&] { got = walk(at(u"t"), root() + sep()); };
-  EXPECT_EQ(logged(QLOG_PROG, walked),
-            "Failed to list directory " + qstr_to_utf8(at(u"t/a")) + ". ecode 13: Permission denied.\n");
-  EXPECT_EQ(got.sorted(), (Entries{"t/", "t/a/", "t/b/", "t/b/y"})) << "it is passed over";
+  walked got;
+  const auto log = [&] { return logged(QLOG_PROG, [&] { got = walk_at(u"t"); }); };
+  EXPECT_EQ(log(), "Failed to list directory " + qstr_to_utf8(at(u"t/a")) + ". ecode 13: Permission denied.\n");
+  EXPECT_THAT(got.entries, UnorderedElementsAre("t/", "t/a/", "t/b/", "t/b/y")) << "it is passed over";
   EXPECT_EQ(got.left_out.directories, 1U);
   EXPECT_FALSE(got.left_out.ended_early);
   disk.only(u"t");
   disk.fail(file_op::next, 3, QERR_IO);
-  EXPECT_EQ(logged(QLOG_PROG, walked), "The walk ended early at " + qstr_to_utf8(at(u"t")) + ". ecode 5: I/O error.\n");
+  EXPECT_EQ(log(), "The walk ended early at " + qstr_to_utf8(at(u"t")) + ". ecode 5: I/O error.\n");
   EXPECT_EQ(got.ended, QERR_IO) << "any other search error ends the walk";
   EXPECT_TRUE(got.left_out.ended_early);
   disk.fail(file_op::list, 1, QERR_PERMISSION);
-  walked();
-  EXPECT_EQ(got.ended, QERR_PERMISSION) << "a start that cannot be listed";
-  EXPECT_TRUE(got.entries.empty());
+  EXPECT_EQ(walk_at(u"t").ended, QERR_PERMISSION) << "a start that cannot be listed";
   disk.fail(file_op::full_path, 1, QERR_PERMISSION);
-  EXPECT_EQ(walk(at(u"t")).opened, QERR_PERMISSION);
+  EXPECT_EQ(walk_at(u"t").opened, QERR_PERMISSION);
 }
 
 TEST_F(Walk, TheTopFolderListsItsContents) {
   for (const char16_t* start : {sep() == u'\\' ? u"C:" : u"/", sep() == u'\\' ? u"C:\\" : u"//"}) {
-    const Entries found = walk(start, {}, QFILE_ITR_ONE_LEVEL).entries;
-    EXPECT_EQ(std::count(found.begin(), found.end(), sep() == u'\\' ? "C:/windows/" : "/usr/"), 1);
+    EXPECT_THAT(walk(start, 0, QFILE_ITR_ONE_LEVEL).entries,
+                testing::Contains(sep() == u'\\' ? "C:/windows/" : "/usr/").Times(1));
   }
 }
 
-// Trees in memory stand under a share's path, whose separator is the same on every platform.
-class WalkLinks : public ::testing::Test {
- protected:
-  using kind = tree_provider::kind;
-  [[nodiscard]] Entries entries(std::uint32_t flags = 0) const {
-    return walk(tree_provider::root_path, u"\\\\server\\share\\", flags).entries;
+// A file tree in memory, with links that a disk of the test machine need not offer. "0 a = 1, 1 f . 0" tells of each
+// entry the number of its directory, its name, its kind, and the number of the directory that it leads to: "." a file,
+// "=" a directory, "@" a symbolic link, ">" a junction, "~" a directory of a cloud folder, which is a reparse point
+// without being a link. Directory 0 is the root of a share, whose separator is the same on every platform.
+class tree_provider final : public refusing_provider, replaced<qfile_set_provider> {
+ public:
+  static constexpr const qchar* root = u"\\\\server\\share";
+
+  explicit tree_provider(const std::string& tree, bool has_identities = true)
+      : replaced(this), has_identities_(has_identities) {
+    std::istringstream text(tree);
+    int directory = 0;
+    item one;
+    for (char comma = 0; text >> directory >> one.name >> one.kind >> one.node; text >> comma) {
+      directories_[directory].push_back(one);
+    }
   }
-  tree_provider tree;
-  const int top = tree.directory();
+  qsys_status list(const qfile_listing& wanted, Search& out) override {
+    std::u16string path(wanted.path);
+    if (path.ends_with(u'\\')) path.pop_back();
+    const auto found = reached_.find(path);
+    if (found == reached_.end()) return missing();
+    const int node = found->second;
+    for (const item& one : directories_[node]) {
+      if (one.kind != '.') reached_[path + u'\\' + qstr_to_wide(one.name)] = one.node;
+    }
+    out = std::make_unique<listing>(directories_[node], has_identities_ ? node : -1);
+    return {};
+  }
+
+ private:
+  struct item {
+    std::string name;
+    char kind;
+    int node;
+  };
+
+  struct listing final : qfile_search {
+    listing(std::vector<item> items, int node) : items_(std::move(items)), node_(node) {}
+    bool identity(qfile_identity& out) const noexcept override {
+      out = {1, static_cast<std::uint64_t>(node_), 0};
+      return node_ >= 0;
+    }
+    qsys_status next(qfile_entry& entry) override {
+      if (taken_ == items_.size()) return {QERR_END, qsys_condition::end_of_directory};
+      const auto& [name, kind, node] = items_[taken_++];
+      const bool is_plain = kind == '.' || kind == '=';
+      entry = {qstr_to_wide(name), kind != '.', !is_plain, kind == '@', kind == '@' || kind == '>'};
+      return {};
+    }
+    std::vector<item> items_;
+    int node_;
+    std::size_t taken_ = 0;
+  };
+
+  bool has_identities_;
+  std::map<int, std::vector<item>> directories_;
+  std::map<std::u16string, int> reached_{{root, 0}};  // as far as they were listed
 };
 
-TEST_F(WalkLinks, ShareRootListsItsContents) {
-  EXPECT_TRUE(entries().empty());
-  tree.add(top, u"f.exe");
-  tree.add(top, u"sub", tree.directory());
-  tree.add(top, u"up", top, kind::junction);
-  for (const char16_t* start : {u"\\\\server\\share", u"\\\\server\\share\\"}) {
-    EXPECT_EQ(walk(start).entries, (Entries{"//server/share/f.exe", "//server/share/sub/", "//server/share/up/"}));
-  }
-}
-
-TEST_F(WalkLinks, LinksAreReportedAndFollowedOnce) {
-  const int a = tree.directory();
-  const int b = tree.directory();
-  tree.add(top, u"a", a);
-  tree.add(a, u"f");
-  tree.add(a, u"b", b);
-  tree.add(b, u"to-a", a, kind::symlink);
-  tree.add(b, u"to-top", top, kind::junction);
-  const Entries once = {"a/", "a/f", "a/b/", "a/b/to-a/@", "a/b/to-top/"};
-  EXPECT_EQ(entries(), once);
-  EXPECT_EQ(entries(QFILE_ITR_NO_REPARSE), once);
+std::vector<std::string> links(const std::string& tree, std::uint32_t flags = 0, const char16_t* end = u"") {
+  const tree_provider disk(tree);
+  return walk(tree_provider::root + std::u16string(end), 15, flags).entries;
 }
 
 // A second way to a folder gives its own entries. One that leads above the start meets the start on its way down.
-TEST_F(WalkLinks, AliasesAreWalkedAndCyclesThroughPlainDirectoriesEnd) {
-  const int above = tree.directory();
-  tree.add(top, u"up", above, kind::symlink);
-  tree.add(above, u"f");
-  tree.add(above, u"top", top);
-  tree.add(top, u"again", above, kind::junction);
-  EXPECT_EQ(entries(), (Entries{"up/@", "up/f", "up/top/", "again/", "again/f", "again/top/"}));
-  EXPECT_EQ(entries(QFILE_ITR_NO_REPARSE), (Entries{"up/@", "again/"}));
+TEST(WalkLinks, AreReportedAndFollowedOnce) {
+  for (const fixture_row& row : fixture_rows("common/qlib/links.tsv")) {
+    const auto all = fixture_cells(row.at("walked"), ',');
+    EXPECT_THAT(links(row.at("tree")), ElementsAreArray(all));
+    EXPECT_THAT(links(row.at("tree"), 0, u"\\"), ElementsAreArray(all));
+    EXPECT_THAT(links(row.at("tree"), QFILE_ITR_NO_REPARSE),
+                ElementsAreArray(fixture_cells(row.at("no_reparse"), ',')));
+  }
 }
 
 // The seventeenth link is reported, not entered.
-TEST_F(WalkLinks, WithoutIdentitiesTheNumberOfLinksEndsACycle) {
-  tree.identities = false;
-  tree.add(top, u"self", top, kind::symlink);
-  EXPECT_EQ(entries().size(), 17U);
+TEST(WalkLinks, WithoutIdentitiesTheirNumberEndsACycle) {
+  const tree_provider disk("0 self @ 0", false);
+  EXPECT_EQ(walk(tree_provider::root, 15).entries.size(), 17U);
 }
 
-// Directories of a cloud folder are reparse points without being links.
-TEST_F(WalkLinks, PlaceholdersAreNoLinks) {
-  for (int from = top; from < top + 40; ++from) tree.add(from, u"n", tree.directory(), kind::placeholder);
-  EXPECT_EQ(entries().size(), 40U);
-  EXPECT_EQ(entries(QFILE_ITR_NO_REPARSE).size(), 1U);
+TEST(WalkLinks, PlaceholdersAreNone) {
+  std::string tree;
+  for (int from = 0; from < 40; ++from) tree += std::to_string(from) + " n ~ " + std::to_string(from + 1) + ",";
+  EXPECT_EQ(links(tree).size(), 40U);
+  EXPECT_EQ(links(tree, QFILE_ITR_NO_REPARSE).size(), 1U);
 }
 
 // Ten links to the next one in each of seventeen folders make 10^16 paths; each directory is entered sixteen times.
-TEST_F(WalkLinks, LatticesEnd) {
-  int from = top;
-  for (int level = 0; level < 17; ++level) {
-    const int to = tree.directory();
-    for (char16_t link = u'0'; link <= u'9'; ++link) tree.add(from, std::u16string(1, link), to, kind::symlink);
-    from = to;
+TEST(WalkLinks, LatticesEnd) {
+  std::string tree;
+  for (int link = 0; link < 170; ++link) {
+    tree += std::to_string(link / 10) + " " + std::to_string(link) + " @ " + std::to_string(link / 10 + 1) + ",";
   }
-  EXPECT_EQ(entries().size(), 10U + 10U * 10U + 15U * 16U * 10U);
+  EXPECT_EQ(links(tree).size(), 10U + 10U * 10U + 15U * 16U * 10U);
 }
 
 }  // namespace

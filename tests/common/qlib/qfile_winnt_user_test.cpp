@@ -11,15 +11,6 @@ using WinFiles = ScratchTest;
 
 const wchar_t* wide(const std::u16string& text) { return reinterpret_cast<const wchar_t*>(text.c_str()); }
 
-TEST_F(WinFiles, PathsBeyond260Units) {
-  std::u16string relative = u"t";
-  for (int level = 0; level < 12; ++level) relative += u"/" + std::u16string(60, u'd');
-  const std::u16string path = put(relative + u"/f.exe", "deep");
-  ASSERT_GT(path.size(), 700U);
-  EXPECT_EQ(qfile_write_whole(path.c_str(), "new", 3, 0), QERR_OK);
-  EXPECT_EQ(get(path), "new");
-}
-
 // Names that only the prefixed form can reach; an archive made elsewhere can hold them.
 TEST_F(WinFiles, NamesAreTakenAsTheyStand) {
   for (const char16_t* name : {u"t/nul", u"t/com1.exe", u"t/ends in a stop.", u"t/ends in a blank "}) {
