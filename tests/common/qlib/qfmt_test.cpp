@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "common/qlib/qstr.h"
+#include "support/fixture_table.h"
 
 namespace {
 
@@ -17,13 +16,11 @@ std::string formatted(const qchar* format, const Args&... args) {
 }
 
 TEST(Formatting, TheConversionDecidesHowAnIntegerPrints) {
-  EXPECT_EQ(formatted(u"%d|%i|%u|%lu", 0xFFFFFFFFU, -1, -1, -1LL), "-1|-1|4294967295|4294967295");
-  EXPECT_EQ(formatted(u"%lld|%llu|%zu|%I64d", -1, -1, std::size_t{7}, INT64_MIN),
-            "-1|18446744073709551615|7|-9223372036854775808");
-  EXPECT_EQ(formatted(u"%hd|%hhu|%I32d|%d", 0x1FFFF, 0x1FF, 0x1FFFFFFFFLL, INT32_MIN), "-1|255|-1|-2147483648");
-  EXPECT_EQ(formatted(u"[%5d][%-5d][%05d][%+d][% d]", 42, 42, -42, 42, 42), "[   42][42   ][-0042][+42][ 42]");
-  EXPECT_EQ(formatted(u"[%.4u][%8.3d][%08.3d][%.0d]", 7, -7, 7, 0), "[0007][    -007][     007][]");
-  EXPECT_EQ(formatted(u"[%#x][%#X][%#o][%#x][%0#6x]", 255, 255, 8, 0, 255), "[0xff][0XFF][010][0][0x00ff]");
+  for (const fixture_row& row : fixture_rows("common/qlib/formats.tsv")) {
+    EXPECT_EQ(formatted(row.wide("format").c_str(), row.number<std::int64_t>("value")), row.at("text"));
+  }
+  EXPECT_EQ(formatted(u"%d|%i|%u|%hd|%zu|%lu", 0xFFFFFFFFU, -1, -1, 0x1FFFF, std::size_t{7}, -1LL),
+            "-1|-1|4294967295|-1|7|4294967295");
   EXPECT_EQ(formatted(u"[%*d][%-*d][%*d][%.*s]", 4, 1, 4, 2, -4, 3, 2, u"abc"), "[   1][2   ][3   ][ab]");
   EXPECT_EQ(formatted(u"%p", reinterpret_cast<const void*>(0xABCD)), "000000000000ABCD");
 }

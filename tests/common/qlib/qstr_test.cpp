@@ -5,6 +5,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr_name.h"
+#include "support/fixture_table.h"
 #include "support/runtime.h"
 
 namespace {
@@ -28,35 +29,27 @@ TEST(Strings, WidenWhatFitsAndIsAscii) {
   EXPECT_EQ(qstr_from_ascii(buffer, 8, "\x80"), nullptr);
 }
 
-// UTF-8 and its wide form; the way back gives the same where nothing was replaced.
-TEST(Strings, ConvertWithReplacementCharacters) {
-  const struct {
-    const char* utf8;
-    const qchar* wide;
-  } rows[] = {
-      {"", u""},
-      {"a\xC3\xA9\xE2\x82\xAC", u"a\u00E9\u20AC"},
-      {"\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", u"\U0001F600\U0010FFFF"},
-      {"\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBD", u"\uD7FF\uE000\uFFFD"},
-      {"x\x80y\xFFz", u"x\uFFFDy\uFFFDz"},
-      {"\xC0\xAF", u"\uFFFD\uFFFD"},                      // overlong slash
-      {"\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},            // overlong, three bytes
-      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},            // an encoded surrogate
-      {"\xE2\x82", u"\uFFFD"},                            // cut off at the end
-      {"\xF0\x9F\x98z", u"\uFFFDz"},                      // cut off before a letter
-      {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},  // above U+10FFFF
-  };
-  for (const auto& row : rows) {
-    const std::u16string wide = qstr_to_wide(row.utf8);
-    EXPECT_TRUE(wide == row.wide) << row.utf8;
-    const std::string again = qstr_to_utf8(wide);
-    EXPECT_TRUE(again == row.utf8 || (wide.find(0xFFFD) != wide.npos && qstr_to_wide(again) == wide)) << row.utf8;
-    std::vector<qchar> exact(wide.size() + 1);
-    ASSERT_EQ(qstr_utoq(exact.data(), exact.size() * 2, row.utf8), exact.data());
-    EXPECT_TEXT(exact.data(), row.wide);
+// Bytes, each as one unit of the table, and what stands for them in texts and in names of files. Names, and texts in
+// which nothing was replaced, lead back to the same bytes, or a file could be listed but not opened.
+TEST(Strings, ConvertBetweenBytesAndUnits) {
+  for (const fixture_row& row : fixture_rows("common/qlib/utf8.tsv")) {
+    SCOPED_TRACE(row.at("what"));
+    const std::u16string units = row.wide("bytes");
+    const std::string bytes(units.begin(), units.end());
+    const std::u16string text = qstr_to_wide(bytes);
+    EXPECT_EQ(text, row.wide("text"));
+    const std::string again = qstr_to_utf8(text);
+    EXPECT_TRUE(again == bytes || (text.find(0xFFFD) != text.npos && qstr_to_wide(again) == text));
+    std::vector<qchar> exact(text.size() + 1);
+    ASSERT_EQ(qstr_utoq(exact.data(), exact.size() * 2, bytes.c_str()), exact.data());
+    EXPECT_EQ(exact.data(), text);
     std::vector<char> narrow(again.size() + 1);
-    ASSERT_EQ(qstr_qtou(narrow.data(), narrow.size(), row.wide), narrow.data());
+    ASSERT_EQ(qstr_qtou(narrow.data(), narrow.size(), text.c_str()), narrow.data());
     EXPECT_EQ(narrow.data(), again);
+    std::string back;
+    EXPECT_EQ(qstr_name_from_bytes(bytes), row.wide("name"));
+    EXPECT_TRUE(qstr_name_to_bytes(row.wide("name"), back));
+    EXPECT_EQ(back, bytes);
   }
   EXPECT_EQ(qstr_to_utf8(u"\xD800z\xDC00\xDBFF"), "\xEF\xBF\xBDz\xEF\xBF\xBD\xEF\xBF\xBD");
 }
@@ -82,21 +75,7 @@ TEST_F(StringsPrinted, ConsoleTextHasItsUnitsCounted) {
   EXPECT_EQ(units, 40006);
 }
 
-// Any byte string must come back as it was, or a file could be listed but not opened.
 TEST(FileNames, SurviveTheWayThereAndBack) {
-  const struct {
-    std::string bytes;
-    std::u16string name;
-  } rows[] = {{"\xC3\xA9\xF0\x9F\x98\x80", u"\u00E9\U0001F600"},
-              {"\xED\xB2\x80", u"\xDCED\xDCB2\xDC80"},
-              {"\xE2\x82/x", u"\xDCE2\xDC82/x"},
-              {"\xF0\x9F\x98\x80\x80", u"\U0001F600\xDC80"}};
-  for (const auto& row : rows) {
-    EXPECT_TRUE(qstr_name_from_bytes(row.bytes) == row.name) << row.bytes;
-    std::string back;
-    EXPECT_TRUE(qstr_name_to_bytes(row.name, back));
-    EXPECT_EQ(back, row.bytes);
-  }
   // All strings of three bytes out of those that begin, continue, end or break a sequence.
   const std::string bytes("\x00\x41\x7F\x80\x8F\x90\x9F\xA0\xB2\xBF\xC0\xC2\xDF\xE0\xED\xEF\xF0\xF4\xF5\xFF", 20);
   for (std::size_t i = 0; i < 20 * 20 * 20; ++i) {
@@ -120,25 +99,17 @@ TEST(Paths, AreCutAtTheirOwnSeparator) {
   EXPECT_TRUE(qpath_join(u"d", u"n") == (windows ? u"d\\n" : u"d/n"));
 }
 
+// Without a root in the table it is no path to a share.
 TEST(Paths, PartsOfAPathToAShare) {
-  const struct {
-    std::u16string_view path, root, server, share;  // no root: no path to a share
-  } rows[] = {{u"\\\\s\\x", u"\\\\s\\x", u"s", u"x"},
-              {u"\\\\s\\x\\a\\b", u"\\\\s\\x", u"s", u"x"},
-              {u"\\\\?\\uNC\\s\\x\\a", u"\\\\?\\uNC\\s\\x", u"s", u"x"},
-              {u"\\\\?\\UNCLE\\a", u"\\\\?\\UNCLE", u"?", u"UNCLE"},
-              {u"\\\\?\\C:\\a", u"\\\\?\\C:", u"?", u"C:"},
-              {u"\\\\?\\UNC\\s", {}, {}, {}},
-              {u"\\\\s\\", {}, {}, {}},
-              {u"\\\\\\x", {}, {}, {}},
-              {u"\\\\s\\\\a", {}, {}, {}},
-              {u"\\s\\x", {}, {}, {}},
-              {u"//s/x", {}, {}, {}}};
-  for (const auto& row : rows) {
+  for (const fixture_row& row : fixture_rows("common/qlib/share_paths.tsv")) {
+    const std::u16string path = row.wide("path");
+    const std::u16string root = row.wide("root");
     qpath_share parts;
-    EXPECT_EQ(qpath_parse_share(row.path, parts), !row.root.empty()) << qstr_to_utf8(row.path);
-    EXPECT_TRUE(parts.root == row.root && parts.server == row.server && parts.share == row.share);
-    EXPECT_TRUE(parts.rest == (row.root.empty() ? row.root : row.path.substr(row.root.size())));
+    EXPECT_EQ(qpath_parse_share(path, parts), !root.empty()) << row.at("path");
+    EXPECT_TEXT(parts.root, root);
+    EXPECT_TEXT(parts.server, row.wide("server"));
+    EXPECT_TEXT(parts.share, row.wide("share"));
+    EXPECT_TEXT(parts.rest, path.substr(root.empty() ? path.size() : root.size()));
   }
 }
 
