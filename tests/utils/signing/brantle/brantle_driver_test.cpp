@@ -1,14 +1,11 @@
 // The driver's arguments, result codes and messages, over a scratch tree, a replaced share and a faulty disk.
-#include <cstdlib>
 #include <set>
-#include <sstream>
 
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/replaced.h"
 #include "support/scratch.h"
 #include "utils/signing/brantle/brantle.h"
-#include "utils/signing/brantle/brantle_cli.h"
 #include "utils/signing/brantle/brantle_share.h"
 
 namespace {
@@ -37,8 +34,8 @@ class Driver : public ScratchTest {
     disconnects = 0;
   }
   // The result of a request from in to out, after `prepare`; what it said is in `text`.
-  template <class Prepare>
-  std::int32_t run(Prepare prepare) {
+  template <class Prepare = void (*)(Brantle&)>
+  std::int32_t run(Prepare prepare = [](Brantle&) {}) {
     std::int32_t result = 0;
     text = said([&] {
       Brantle request;
@@ -50,20 +47,6 @@ class Driver : public ScratchTest {
     });
     return result;
   }
-  std::int32_t run() {
-    return run([](Brantle&) {});
-  }
-  // The result of `options` behind two paths; what it said is in `text`.
-  std::int32_t parse(Brantle& request, const std::string& options) {
-    words_ = {u"brantle", u"\\\\srv\\share\\dir", u"out"};
-    std::istringstream stream(options);
-    for (std::string word; stream >> word;) words_.push_back(qstr_to_wide(word));
-    std::vector<const qchar*> argv;
-    for (const std::u16string& word : words_) argv.push_back(word.c_str());
-    std::int32_t result = -1;
-    text = said([&] { result = request.parseArgs(argv.data(), static_cast<int>(argv.size())); });
-    return result;
-  }
   [[nodiscard]] std::set<std::string> written() const {
     std::set<std::string> names;
     for (const auto& entry : fs::directory_iterator(at(u"out"))) names.insert(entry.path().filename().string());
@@ -71,34 +54,28 @@ class Driver : public ScratchTest {
   }
 
   std::string text, incomplete;
-  std::vector<std::u16string> words_;
   replaced<brantle_share_set_operations> share_{&fake_share};
 };
 
-std::string modes_of(const Brantle& request) {
-  std::string modes;
-  if (request.allCerts != 0) modes += 'A';
-  if (request.certsOnly != 0) modes += 'O';
-  if (request.cabFile != 0) modes += 'C';
-  if (request.nwMode != 0) modes += 'N';
-  if (request.checkAccess != 0) modes += 'X';
-  return modes;
-}
-
-// Options from argument 3 on; the modes' letters are A all, O only, C cabinets, N share, X access.
+// The modes' letters are A all, O only, C cabinets, N share, X access.
 TEST_F(Driver, SequencesOfArgumentsSetTheirModes) {
   const auto rows = fixture_rows("utils/signing/brantle/arguments.tsv");
   ASSERT_GT(rows.size(), 40U);
   for (const auto& row : rows) {
+    std::vector<std::u16string> words;
+    for (const std::string& word : fixture_cells(row.at("arguments"), ' ')) words.push_back(qstr_to_wide(word));
+    std::vector<const qchar*> argv;
+    for (const std::u16string& word : words) argv.push_back(word.c_str());
     Brantle request;
-    const std::int32_t result = parse(request, row.at("options"));
-    EXPECT_EQ(std::to_string(result), row.at("result")) << row.at("options");
-    EXPECT_EQ(text.find("beextracted from a cab file") != std::string::npos, result == 22) << row.at("options");
-    EXPECT_EQ(result == 0 ? modes_of(request) : "", row.at("modes")) << row.at("options");
+    std::string result, modes;
+    text = said([&] { result = std::to_string(request.parseArgs(argv.data(), static_cast<int>(argv.size()))); });
+    EXPECT_EQ(result, row.at("result")) << row.at("arguments");
+    EXPECT_EQ(text.find("beextracted from a cab file") != std::string::npos, result == "22") << row.at("arguments");
+    const std::int32_t set[] = {request.allCerts, request.certsOnly, request.cabFile, request.nwMode,
+                                request.checkAccess};
+    for (std::size_t i = 0; i < std::size(set); ++i) modes += std::string(set[i] != 0 ? 1 : 0, "AOCNX"[i]);
+    EXPECT_EQ(result == "0" ? modes : "", row.at("modes")) << row.at("arguments");
   }
-  const qchar* argv[] = {u"brantle", u"in"};
-  Brantle request;
-  (void)said([&] { EXPECT_EQ(request.parseArgs(argv, 2), 22); });
 }
 
 TEST_F(Driver, ShareAndPathFailuresLeaveNothing) {
@@ -186,32 +163,14 @@ TEST_F(Driver, WhatWasLeftOutIsSaidAndAFailedReportKeepsTheOldOne) {
       if (c.op == file_op::read && c.code == QERR_OK) fs::resize_file(image, 700);
     });
     disk.fail(c.op, c.code == QERR_OK ? 0 : 1, c.code, faulty_provider::ALWAYS);
+    qlog_console_on();
     EXPECT_EQ(run(), BRANTLE_OK);
+    EXPECT_EQ(text.find("Failed to read file") != std::string::npos, c.op == file_op::read);
     const std::string report = get(at(u"out/info.xml"));
     EXPECT_EQ(report == "old", c.text == nullptr);
     EXPECT_EQ(incomplete, c.text == nullptr ? "" : c.text);
     EXPECT_EQ(report.find("<!-- " + incomplete + " -->") != std::string::npos, !incomplete.empty()) << report;
     for (const std::string& name : written()) EXPECT_FALSE(name.ends_with(".tmp"));
-  }
-}
-
-// The program's own log, of all modules: lines are said to come from the files by whose names they are looked for.
-TEST_F(Driver, TheEnvironmentNamesTheProgramsLog) {
-  static std::string variable;  // stays the environment's
-  variable = "BRANTLE_LOG=" + fs::path(at(u"program.log")).string();
-  ASSERT_EQ(::putenv(variable.data()), 0);
-  for (std::uint32_t module = 0; module < QLOG_MODULE_COUNT; ++module) (void)qlog_set_module_bits(module, 127);
-  (void)qlog_recompute_union();
-  (void)qlog_set_format(QLOG_COLUMN_SOURCE);
-  const std::u16string in = fixture_wide("tree");
-  const std::u16string out = at(u"out");
-  const qchar* argv[] = {u"brantle", in.c_str(), out.c_str(), u"-A"};
-  EXPECT_EQ(said([&] { EXPECT_EQ(brantle_cli_run(argv, 4), 0); }), "");
-  EXPECT_EQ(qlog_set_log_file(u""), QERR_OK);
-  std::string log = get(at(u"program.log"));
-  std::erase(log, '\0');
-  for (const char* source : {"brantle.cpp ", "sgn_x509.cpp", "inv_cfci.cpp"}) {
-    EXPECT_NE(log.find(source), std::string::npos) << log;
   }
 }
 
