@@ -17,20 +17,15 @@ USER = "daemon"  # any account that every Debian system has
 DOMAIN = "TESTGROUP"
 PASSWORD = "pässword, \"long\" €"
 
+FOLDERS = ("private dir", "lock directory", "state directory", "cache directory", "pid directory", "ncalrpc dir")
 CONFIGURATION = """[global]
 workgroup = {domain}
 netbios name = TESTSERVER
 smb ports = 445
 interfaces = {address}/32
 bind interfaces only = yes
-private dir = {home}/private
-lock directory = {home}/lock
-state directory = {home}/state
-cache directory = {home}/cache
-pid directory = {home}/pid
-ncalrpc dir = {home}/rpc
-log file = {home}/log/smbd
-passdb backend = tdbsam:{home}/private/passdb.tdb
+{folders}
+log file = {home}/log
 load printers = no
 disable spoolss = yes
 map to guest = never
@@ -75,7 +70,7 @@ class Server:
     def __init__(self, tree=None):
         self.home = pathlib.Path(tempfile.mkdtemp(prefix="smb", dir="/tmp"))  # short: it holds sockets
         self.home.chmod(0o755)  # the server reads as nobody
-        for name in ("private", "lock", "state", "cache", "pid", "rpc", "log", "empty"):
+        for name in (*FOLDERS, "empty"):
             (self.home / name).mkdir()
         self.tree = pathlib.Path(tree) if tree else self.home / "tree"
         self.tree.mkdir(exist_ok=True)
@@ -96,7 +91,8 @@ class Server:
 
     def start(self):
         configuration = self.home / "smb.conf"
-        configuration.write_text(CONFIGURATION.format(domain=DOMAIN, address=self.address, home=self.home, tree=self.tree))
+        folders = "\n".join(f"{name} = {self.home / name}" for name in FOLDERS)
+        configuration.write_text(CONFIGURATION.format(domain=DOMAIN, folders=folders, **vars(self)))
         subprocess.run(["smbpasswd", "-c", configuration, "-s", "-a", USER], check=True, stdout=subprocess.DEVNULL,
                        input=f"{PASSWORD}\n{PASSWORD}\n".encode())
         self.process = subprocess.Popen(
@@ -110,7 +106,7 @@ class Server:
             if self.process.poll() is not None:
                 break
             time.sleep(0.05)
-        raise RuntimeError("smbd did not start:\n" + (self.home / "log" / "smbd").read_text(errors="replace"))
+        raise RuntimeError("smbd did not start:\n" + (self.home / "log").read_text(errors="replace"))
 
     def stop(self):
         """Ends the server and what serves its connections, at once."""
