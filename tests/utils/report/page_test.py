@@ -9,8 +9,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
 
-import made_report
-from made_report import folder, record, run
+from made_report import folder, programs, record, run
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",
          "--disable-background-networking", "--disable-component-update", "--window-size=1300,900",
@@ -108,4 +107,4 @@ class Page(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    made_report.main()
+    programs.main()

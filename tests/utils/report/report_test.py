@@ -3,32 +3,17 @@ import csv
 import io
 import json
 import re
+import shutil
 import subprocess
 import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-import made_report
-from made_report import STEMS, folder, record, run
+from made_report import HERE, STEMS, folder, programs, record, run
 
 LEAF, LEAF2, ROOT = "Fixture Signer RSA leaf", "Fixture Signer RSA leaf2", "Fixture Root RSA"
 HOSTILE = ["</script><script>alert(1)</script>", "<!--<script>", "a\u202egpj.exe", "\u2066x\u2069", "'\"&amp;\\", "=1+1",
            "x" * 8000]
-# A report's text around what is wrong with it, and where the program must point.
-ENTRY = record("/a")
-DAMAGED = [
-    ("", "1:1"), ("<ExecutableData>", "1:17"), ("<Other/>", "1:1"), ("<ExecutableData><Else/></ExecutableData>", "1:17"),
-    (f"<ExecutableData>\n{ENTRY[:-20]}", "10:42"), (f"<ExecutableData>\n{ENTRY}", "12:1"),
-    ('<!DOCTYPE x [<!ENTITY e "e">]><ExecutableData/>', "1:"), ("<ExecutableData>text</ExecutableData>", "1:17"),
-    ("<ExecutableData>\n<Executable/></ExecutableData>", "2:"),
-    (f"<ExecutableData>\n{ENTRY.replace('</Name>', '</Name><Name>b</Name>')}</ExecutableData>", "3:"),
-    (f"<ExecutableData>\n{ENTRY.replace('1' * 64, '1' * 63)}</ExecutableData>", "11:5"),
-    (f"<ExecutableData>\n{ENTRY.replace('1' * 40, 'g' * 40)}</ExecutableData>", "11:5"),
-    (f"<ExecutableData>\n{ENTRY.replace('>no<', '>perhaps<')}</ExecutableData>", "11:5"),
-    ("<ExecutableData>\n" + record("/a", "a").replace("a" * 64, "../" + "a" * 61) + "</ExecutableData>", "10:42"),
-    ("<ExecutableData>\n" + record("/" + "x" * (1 << 20)) + "</ExecutableData>", "3:"),
-    ("<ExecutableData>\x00</ExecutableData>", "1:17"), ("<ExecutableData>\xff</ExecutableData>", "1:17"),
-]
 # The most memory, in KiB, that a command has held.
 PEAK = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
         "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
@@ -63,17 +48,21 @@ class Commands(unittest.TestCase):
         self.assertEqual([row[-2] for row in found], ["yes" if letters else "no" for letters in rows])
 
     def test_damaged(self):
+        """Each row is a good report of which one place was changed, and where the program must point."""
         made = folder(self, "in")
         target = made / "out"
-        for text, place in DAMAGED:
+        good = (HERE / "good.xml").read_text(encoding="ascii")
+        for row in filter(lambda row: row["program"], programs.table("utils/report/reports.tsv")):
+            new = row["new"].encode().decode("unicode_escape").replace("{long}", "x" * (1 << 20))
+            text = re.sub(row["old"], lambda _: new, good, count=1)
             commands = [("csv", made, "-o", target), ("diff", made, made), ("merge", made / "all", made)]
             for command in commands[:1 if text else 3]:
-                with self.subTest(report=text[:80], command=command[0]):
+                with self.subTest(old=row["old"], new=row["new"], command=command[0]):
                     (made / "info.xml").write_bytes(text.encode("latin-1"))
                     target.write_text("old")
                     code, _, error = run(*command)
                     self.assertEqual(code, 2)
-                    self.assertRegex(error.decode(), rf"info\.xml:{place}")
+                    self.assertRegex(error.decode(), rf"info\.xml:{row['program']}")
                     self.assertEqual(target.read_text(), "old")
                     self.assertEqual(sorted(p.name for p in made.iterdir() if p.suffix != ".cer" and p.name != "all"),
                                      ["info.xml", "out"])
@@ -135,7 +124,7 @@ class Commands(unittest.TestCase):
         (two / f"{STEMS['d']}.cer").write_bytes((two / f"{STEMS['c']}.cer").read_bytes())
         (one / f"{STEMS['b']}.cer").unlink()
         out = one.parent / "out"
-        made_report.shutil.rmtree(out, ignore_errors=True)
+        shutil.rmtree(out, ignore_errors=True)
         out.mkdir()
         (out / f"{STEMS['d']}.cer").write_text("before")
         self.succeed("merge", out, one, two, three, said=[STEMS["b"], STEMS["d"] + ".cer: another certificate"])
@@ -146,7 +135,7 @@ class Commands(unittest.TestCase):
         canonical = lambda text: ElementTree.canonicalize(re.sub("<!--.*?-->", "", text), strip_text=True)
         parts = "".join("".join((part / "info.xml").read_text().splitlines(True)[2:-1]) for part in (one, two, three))
         self.assertEqual(canonical(merged), canonical(f"<ExecutableData>{parts}</ExecutableData>"))
-        subprocess.run(["xmllint", "--noout", "--schema", made_report.OPTIONS.schema, out / "info.xml"], check=True,
+        subprocess.run(["xmllint", "--noout", "--schema", programs.SCHEMA, out / "info.xml"], check=True,
                        capture_output=True)
         before = merged
         code, _, error = run("merge", out, one, three, folder(self, "twice", record("/2")))
@@ -167,16 +156,16 @@ class Commands(unittest.TestCase):
 
     def test_memory(self):
         """What is kept of a report does not grow with its paths."""
-        if not made_report.OPTIONS.measure:
+        if not programs.OPTIONS.measure:
             return
         made = folder(self, "in", *(record(f"/{number}/{'x' * 60000}") for number in range(1500)))
         for command in (["csv", made, "-o", made / "x"], ["html", made, "-o", made / "x"],
                         ["cyclonedx", made, "-o", made / "x"], ["merge", made / "all", made], ["diff", made, made]):
-            done = subprocess.run([sys.executable, "-c", PEAK, made_report.OPTIONS.report, *command], check=True,
+            done = subprocess.run([sys.executable, "-c", PEAK, programs.OPTIONS.report, *command], check=True,
                                   capture_output=True)
             self.assertLess(int(done.stdout), 64 << 10, command[0])
-        made_report.shutil.rmtree(made)
+        shutil.rmtree(made)
 
 
 if __name__ == "__main__":
-    made_report.main()
+    programs.main()
