@@ -31,7 +31,6 @@ class memory_file final : public qfile_object {
   std::uint64_t size_told = ~0ULL;  // what `size` answers of a file that grows or shrinks behind it
   std::uint32_t most_read = ~0U;    // bytes that one read gives at most
   bool shrinks_after_size = false;  // the first `size` is the last to tell the full size; then it is 70 bytes
-  std::string* written = nullptr;   // takes what is written, in its order
   // What the reader asked for.
   std::uint64_t bytes_read = 0;
   std::uint32_t reads = 0, sizes = 0;
@@ -66,11 +65,7 @@ class memory_file final : public qfile_object {
     done = view_fault == QERR_OK ? copy(0, destination, static_cast<std::uint32_t>(length)) : 0;
     return {view_fault};
   }
-  qsys_status write(const void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override {
-    if (written == nullptr) return {QERR_PERMISSION};
-    written->append(static_cast<const char*>(buffer), done = size);
-    return {};
-  }
+  qsys_status write(const void*, std::uint32_t, std::uint32_t&) noexcept override { return {QERR_PERMISSION}; }
   qsys_status truncate(std::uint64_t) noexcept override { return {QERR_PERMISSION}; }
 
  private:
