@@ -1,9 +1,13 @@
-// Images: open, certificate table, resource walk. Whatever the bytes, nothing comes out that the file does not hold,
-// and the walk costs no more than a few times the file.
+// Images: open, certificate table, resource walk, and the readers of versions and manifests, which get the input itself
+// as a resource, too. Whatever the bytes, nothing comes out that the file does not hold, and the walk costs no more
+// than a few times the file.
 #include "blib/blib_cert.h"
 #include "blib/blib_res.h"
+#include "common/qlib/qstr.h"
+#include "inv/inv_resource.h"
 #include "support/memory_file.h"
 #include "target.h"
+#include "utl/utl.h"
 
 namespace {
 
@@ -32,6 +36,20 @@ void read_image(blib_bin* image, std::size_t size) {
   }
 }
 
+// Has `read` fill a record: no string is longer than the input, and none but a single character ends with a blank.
+template <class Read>
+void read_record(std::size_t size, Read&& read) {
+  const InvCfciOwner owner(static_cast<inv_cfci_t*>(qmem_calloc(1, sizeof(inv_cfci_t))));
+  inv_cfci_t& r = *owner;
+  read(&r);
+  for (const qchar* text : {r.CompanyName, r.FileVersion, r.ProductName, r.ProductVersion, r.OriginalFilename,
+                            r.FileDescription, r.InternalName}) {
+    const std::size_t length = qstr_len(text);
+    check(length <= size / 2 && (length < 2 || text[length - 1] != u' '));
+  }
+  check(qstr_len(r.manifest_description) <= size);
+}
+
 }  // namespace
 
 void fuzz(Bytes input) {
@@ -41,6 +59,13 @@ void fuzz(Bytes input) {
     if (blib_bin_open_by_handle(&file, u"", &image, flags, 0) != QERR_OK) continue;
     const BlibBinByHandleOwner owner(image);
     read_image(image, input.size());
+    read_record(input.size(), [&](inv_cfci_t* record) { (void)inv_get_resource_data(u"fuzz.exe", image, record); });
   }
   (void)blib_bin_is_16bit_by_handle(&file);
+  read_record(input.size(), [&](inv_cfci_t* record) {
+    const auto size = static_cast<std::uint32_t>(input.size());
+    std::uint32_t stop = 0;
+    (void)utl_res_clbk(16, input.data(), size, 0, &stop, record, sizeof(inv_cfci_t));
+    (void)utl_manifest_clbk(24, input.data(), size, 0, &stop, record, sizeof(inv_cfci_t));
+  });
 }

@@ -19,7 +19,6 @@ fuzz() {
       fuzz_image) seeds+=(tests/fixtures/images) ;;
       fuzz_signature) seeds+=(tests/fixtures/pkcs7) ;;
       fuzz_package) seeds+=(tests/fixtures/packages) ;;
-      fuzz_cabinet) seeds+=(tests/fixtures/cabinets) ;;
       fuzz_request) seeds+=(tests/fixtures/images tests/fixtures/packages tests/fixtures/cabinets) ;;
     esac
     mkdir -p "$work/found/${target##*/}" fuzz/corpus/"${target##*/}"
