@@ -1,6 +1,4 @@
 // Name digests, places of certificate files, texts of certificate names, and one certificate's file.
-#include <gtest/gtest.h>
-
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_oneline.h"
@@ -9,11 +7,18 @@
 #include "sgn/support.h"
 #include "support/faulty_provider.h"
 
+// The linker sends the product's calls here.
+static bool memory_is_out = false;
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" void* __real_calloc(std::size_t count, std::size_t size);
+extern "C" void* __wrap_calloc(std::size_t count, std::size_t size) {
+  return memory_is_out ? nullptr : __real_calloc(count, size);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
 namespace {
 
 using SgnNames = Runtime;
-
-using IntegerPtr = std::unique_ptr<ASN1_INTEGER, FreeWith<ASN1_INTEGER_free>>;
 
 // Frees it.
 std::string taken(qchar* text) {
@@ -21,54 +26,43 @@ std::string taken(qchar* text) {
   return text != nullptr ? qstr_to_utf8(text) : "(null)";
 }
 
-IntegerPtr integer(std::int64_t value) {
-  IntegerPtr out(ASN1_INTEGER_new());
-  EXPECT_EQ(ASN1_INTEGER_set_int64(out.get(), value), 1);
-  return out;
-}
-
-// The digests of "/CN=a" and the serial's magnitude, worked out with sha1sum and sha256sum.
+// The digests of "/CN=a" and 0x80 without a leading zero octet, worked out with sha1sum and sha256sum.
 TEST_F(SgnNames, DigestsIssuerAndSerial) {
-  const struct {
-    std::int64_t serial;
-    const char* sha1;
-    const char* sha256;
-  } cases[] = {{-0x1234, "afc7c24113302e1cbbf110c74ad71f380d977564",
-                "534a11a40e0791707b08edff7d2ef95b9ecc1719f73c97c480a1e74a00252e93"},
-               {0x80, "e3f8ad0006df92fe7350a255cf907a845e52aca3",
-                "c5ee838d2bc73345a65c0337f339f5345e801d31168d834d36933721259f15a4"}};  // no leading zero octet
-  for (const auto& one : cases) {
-    for (const std::uint32_t which : {0U, 2U, 4U, 6U}) {
-      qchar* sha1 = nullptr;
-      qchar* sha256 = nullptr;
-      ASSERT_EQ(sgn_get_qsha_issuer_serial("/CN=a", integer(one.serial).get(), &sha1, &sha256, which), QERR_OK);
-      EXPECT_EQ(taken(sha1), (which & SGN_QSHA_SHA1) != 0 ? one.sha1 : "(null)") << which;
-      EXPECT_EQ(taken(sha256), (which & SGN_QSHA_SHA256) != 0 ? one.sha256 : "(null)") << which;
-    }
+  const std::unique_ptr<ASN1_INTEGER, FreeWith<ASN1_INTEGER_free>> serial(ASN1_INTEGER_new());
+  ASSERT_EQ(ASN1_INTEGER_set(serial.get(), 0x80), 1);
+  const std::string digests[] = {"e3f8ad0006df92fe7350a255cf907a845e52aca3",
+                                 "c5ee838d2bc73345a65c0337f339f5345e801d31168d834d36933721259f15a4"};
+  qchar* sha1 = nullptr;
+  qchar* sha256 = nullptr;
+  for (const std::uint32_t which : {0U, 2U, 4U, 6U}) {
+    ASSERT_EQ(sgn_get_qsha_issuer_serial("/CN=a", serial.get(), &sha1, &sha256, which), QERR_OK);
+    EXPECT_EQ(taken(std::exchange(sha1, nullptr)), (which & SGN_QSHA_SHA1) != 0 ? digests[0] : "(null)") << which;
+    EXPECT_EQ(taken(std::exchange(sha256, nullptr)), (which & SGN_QSHA_SHA256) != 0 ? digests[1] : "(null)") << which;
   }
-  const IntegerPtr serial = integer(1);
+  EXPECT_THAT(logged(QLOG_SGN,
+                     [&] {
+                       memory_is_out = true;
+                       EXPECT_EQ(sgn_get_qsha_issuer_serial("", serial.get(), &sha1, &sha256, 6), QERR_LOW_MEMORY);
+                       memory_is_out = false;
+                     }),
+              HasSubstr("Failed to get memory for SHA1 to qstr\n"));
   const int length = std::exchange(serial->length, -1);
-  qchar* text = nullptr;
-  EXPECT_EQ(sgn_get_qsha_issuer_serial("", serial.get(), &text, &text, 6), QERR_INVALID);
+  EXPECT_EQ(sgn_get_qsha_issuer_serial("", serial.get(), &sha1, &sha256, 6), QERR_INVALID);
   serial->length = length;
 }
 
 // Without a directory it depends on the service, which no test machine has.
 TEST_F(SgnNames, PutsTogetherThePlaceOfAFile) {
   const std::string separator(1, static_cast<char>(qpath_native_separator()));
-  const struct {
-    const qchar* directory;
-    const qchar* stem;
-    qerr_t code;
-    std::string path;
-  } cases[] = {{u"", u"abc", QERR_OK, separator + "abc.cer"},
-               {u"out", nullptr, QERR_OK, "out" + separator},
-               {u"\\\\server\\share", u"abc", QERR_OK, "\\\\server\\share\\abc.cer"},
-               {nullptr, u"abc", QERR_NOT_FOUND, "(null)"}};
-  for (const auto& one : cases) {
+  const std::tuple<const qchar*, const qchar*, qerr_t, std::string> rows[] = {
+      {u"", u"abc", QERR_OK, separator + "abc.cer"},
+      {u"out", nullptr, QERR_OK, "out" + separator},
+      {u"\\\\server\\share", u"abc", QERR_OK, "\\\\server\\share\\abc.cer"},
+      {nullptr, u"abc", QERR_NOT_FOUND, "(null)"}};
+  for (const auto& [directory, name, code, expected] : rows) {
     qchar* path = nullptr;
-    EXPECT_EQ(sgn_get_internal_dir_alloc(&path, one.directory, one.stem), one.code);
-    EXPECT_EQ(taken(path), one.path);
+    EXPECT_EQ(sgn_get_internal_dir_alloc(&path, directory, name), code);
+    EXPECT_EQ(taken(path), expected);
   }
   EXPECT_EQ(sgn_get_internal_dir_alloc(nullptr, u"out", u"abc"), QERR_ARG1);
 }
@@ -104,11 +98,7 @@ TEST_F(SgnNames, PrintsTheTypesOfOldByName) {
 TEST_F(SgnNames, PrintsValuesByteForByte) {
   using namespace std::string_literals;
   constexpr std::size_t most = std::size_t{1} << 20;
-  const struct {
-    int kind;
-    std::string value;
-    std::string line;
-  } cases[] = {
+  const std::tuple<int, std::string, std::string> rows[] = {
       {V_ASN1_UTF8STRING, " a/b+c\\d=~"s, "/CN= a/b+c\\d=~"},
       {V_ASN1_UTF8STRING, "\x1f\x7f\xc3\xa5\0"s, "/CN=\\x1F\\x7F\\xC3\\xA5\\x00"},
       {V_ASN1_GENERALSTRING, "\0\0\0a\0\0\0\n"s, "/CN=a\\x0A"},
@@ -118,7 +108,7 @@ TEST_F(SgnNames, PrintsValuesByteForByte) {
       {V_ASN1_IA5STRING, std::string(most - 4, 'a'), "/CN=" + std::string(most - 4, 'a')},
       {V_ASN1_IA5STRING, std::string(most - 3, 'a'), "22"},
   };
-  for (const auto& one : cases) EXPECT_EQ(line_of("2.5.4.3", one.kind, one.value), one.line);
+  for (const auto& [kind, value, line] : rows) EXPECT_EQ(line_of("2.5.4.3", kind, value), line);
 }
 
 // A file that cannot be opened is the caller's business; one that cannot be filled is only logged. Neither leaves
