@@ -11,9 +11,8 @@ constexpr int THREADS = 8;
 
 template <class Body>
 void run_threads(Body body) {
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;  // waited for at the end
   for (int i = 0; i < THREADS; ++i) threads.emplace_back([i, body] { body(i); });
-  for (std::thread& thread : threads) thread.join();
 }
 
 using Threads = Runtime;
