@@ -31,8 +31,8 @@ build() {
   quiet "build/$preset-build.log" cmake --build "build/$preset" --target "$target" -j "$(nproc)"
   step "$preset built in $((SECONDS - start)) s"
 }
-# The packages are made of the same objects in build folders of their own.
-export CCACHE_NOHASHDIR=1
+# The packages are made of the same objects in build folders of their own; the compiler cache tells languages apart.
+export CCACHE_NOHASHDIR=1 LC_ALL=C.UTF-8
 build linux-release all -DTESSIVATOR_BENCH=ON -DTESSIVATOR_PACKAGES=ON
 build linux-asan all
 build linux-tsan tsan_tests
@@ -42,7 +42,7 @@ build windows-release all
 export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:check_initialization_order=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
-export TESSIVATOR_REAL=$root/build/real LC_ALL=C.UTF-8
+export TESSIVATOR_REAL=$root/build/real
 
 /usr/bin/python3 tools/gather-tests.py build/check linux-release linux-asan linux-tsan:tsan windows-release
 # Kernels that randomise more than 28 bits of an address put memory where this compiler's sanitizers do not expect it.
