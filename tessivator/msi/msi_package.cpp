@@ -46,8 +46,9 @@ msi_package::msi_package(const qchar* path, std::unique_ptr<compound_file> compo
   const auto pool = compound_->stream(msi_table_stream_name("_StringPool"));
   is_database_ = pool != nullptr && compound_->stream(msi_table_stream_name("_StringData")) != nullptr;
   std::array<std::byte, 4> header{};
-  if (pool != nullptr && pool->read(0, header))
-    code_page_ = qbytes_le<std::uint32_t>(header, 0).value_or(0) & 0x7FFFFFFF;
+  if (pool == nullptr || pool->size() < header.size()) return;
+  is_database_ = pool->read(0, header) && is_database_;
+  code_page_ = qbytes_le<std::uint32_t>(header, 0).value_or(0) & 0x7FFFFFFF;
 }
 
 std::u16string msi_table_stream_name(std::string_view name) {

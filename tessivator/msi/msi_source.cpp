@@ -63,7 +63,10 @@ Bytes msi_window::at(std::uint64_t offset, std::size_t length) noexcept {
     if (offset > source_.size() || length > source_.size() - offset) return {};
     const auto available = static_cast<std::size_t>(std::min<std::uint64_t>(piece_, source_.size() - offset));
     filled_ = 0;
-    if (!source_.read(offset, std::span(buffer_).first(available))) return {};
+    if (!source_.read(offset, std::span(buffer_).first(available))) {
+      failed_ = true;
+      return {};
+    }
     start_ = offset;
     filled_ = available;
   }

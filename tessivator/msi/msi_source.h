@@ -35,11 +35,14 @@ class msi_window {
   // The `length` bytes at `offset`, valid until the next call; empty when they cannot be read or are more than a piece.
   // Offsets may go in any order; rising ones are cheap.
   [[nodiscard]] Bytes at(std::uint64_t offset, std::size_t length) noexcept;
+  // Whether a read of the source has failed since the window was made.
+  [[nodiscard]] bool failed() const noexcept { return failed_; }
 
  private:
   msi_source& source_;
   std::size_t piece_;
   std::uint64_t start_ = 0;
   std::size_t filled_ = 0;
+  bool failed_ = false;
   std::array<std::byte, largest> buffer_;
 };

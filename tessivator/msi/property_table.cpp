@@ -42,6 +42,7 @@ property_result property_table::value(std::string_view name, std::u16string& out
   if (rows_->size() % row_size != 0) return property_result::unreadable;
   const std::uint64_t rows = rows_->size() / row_size;
   const std::vector<std::uint32_t> wanted = strings_.find(name);
+  if (!strings_.readable()) return property_result::unreadable;
   msi_window window(*rows_);
   for (std::uint64_t row = 0; row < rows && !wanted.empty(); ++row) {
     const auto number = reference(window.at(row * size, size));

@@ -38,6 +38,7 @@ std::uint64_t string_pool::walk(long_form form, Visit visit) {
     if (visit(item{number, total, length})) break;
     total += length;
   }
+  failed_ |= window.failed();
   return total;
 }
 
@@ -49,7 +50,7 @@ bool string_pool::open() noexcept {
   if (walk(long_form::length_follows, all) != data_.size() && walk(long_form::halves, all) == data_.size()) {
     form_ = long_form::halves;
   }
-  return true;
+  return readable();
 }
 
 std::vector<std::uint32_t> string_pool::find(std::string_view text) {
@@ -63,6 +64,7 @@ std::vector<std::uint32_t> string_pool::find(std::string_view text) {
     }
     return false;
   });
+  failed_ |= data.failed();
   return found;
 }
 

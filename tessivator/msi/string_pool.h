@@ -16,13 +16,17 @@
 
 class string_pool {
  public:
-  // Both streams are borrowed. `open` reads through the entries once; false when there is no whole header.
+  // Both streams are borrowed. `open` reads through the entries once; false when there is no whole header, or when
+  // they cannot be read.
   string_pool(msi_source& pool, msi_source& data) noexcept : pool_(pool), data_(data) {}
   [[nodiscard]] bool open() noexcept;
 
   // Bytes of a string number in a table: 2 or 3.
   [[nodiscard]] std::uint32_t reference_size() const noexcept { return (header_ & long_references) != 0 ? 3 : 2; }
   [[nodiscard]] std::uint32_t code_page() const noexcept { return header_ & ~long_references; }
+
+  // Whether all reads so far succeeded; what was found by others is not all there is.
+  [[nodiscard]] bool readable() const noexcept { return !failed_; }
 
   // The numbers, rising, of the strings with the very bytes of `text`: some writers keep a string twice. May throw
   // std::bad_alloc.
@@ -50,4 +54,5 @@ class string_pool {
   msi_source& data_;
   std::uint32_t header_ = 0;
   long_form form_ = long_form::length_follows;
+  bool failed_ = false;
 };

@@ -115,6 +115,25 @@ TEST_F(MsiPackage, AnswersAsTheTableHasIt) {
   }
 }
 
+// A read that fails takes an answer away; none is made of what was not read.
+TEST_F(MsiPackage, ReadThatFailsTakesAnAnswerAway) {
+  const std::u16string path = fixture_wide("packages/product_rsa.msi");
+  const answers expected = by_path(path);
+  bool met = true;
+  for (std::uint32_t nth = 1; met; ++nth) {
+    faulty_provider disk;
+    QfileOwner file;
+    ASSERT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
+    disk.fail(file_op::read, nth, QERR_IO);
+    const answers found = by_open_file(path, file.get());
+    met = disk.calls(file_op::read) >= nth;
+    EXPECT_EQ(found != expected, met) << nth;
+    for (std::size_t i = 1; i < found.size(); ++i) {
+      EXPECT_TRUE(found[i] == expected[i] || found[i].size() < 2 || found[i][0] == '!') << nth << found[i];
+    }
+  }
+}
+
 // Views and records keep what they need when what they came from is closed; a handle that is closed is none.
 TEST_F(MsiPackage, KeepsTheInstallersRules) {
   msi_handle database = 0;

@@ -51,6 +51,12 @@ inline std::u16string fixture_text(const std::string& cell) {
 // Cells by column name.
 struct fixture_row : std::map<std::string, std::string> {
   [[nodiscard]] std::u16string wide(const char* column) const { return fixture_text(at(column)); }
+  // \u00XX stands for one byte.
+  [[nodiscard]] std::string octets(const char* column) const {
+    std::string bytes;
+    for (const char16_t unit : wide(column)) bytes.push_back(static_cast<char>(unit));
+    return bytes;
+  }
   // Decimal, or hexadecimal after 0x.
   template <class T = std::uint32_t>
   [[nodiscard]] T number(const char* column) const {
