@@ -24,6 +24,11 @@ def with_cabinet(version):
     return Compound([*Package(WORKS).streams.items(), ("Cabinet", b"c" * (30 << 20))], CLASS, version).bytes()
 
 
+def patched(data, offset):
+    """DATA with a sector number at OFFSET that lies past the end of any file."""
+    return data[:offset] + b"\xff\xff\xff\x7f" + data[offset + 4:]
+
+
 def with_rows(count, wide):
     """The three properties behind as many others."""
     return Package([("P%d" % i, b"V%d" % i) for i in range(count)] + WORKS, wide=wide).bytes()
@@ -40,12 +45,16 @@ def cut_signature():
 
 
 def main(folder):
+    cabinet = with_cabinet(3)
+    difat = 512 * (1 + int.from_bytes(cabinet[68:72], "little"))
     packages = [
         ("streams_1030_in_line", with_streams(1030, True), FOUND, 40),
         ("streams_60000_in_line", with_streams(60000, True), FOUND, 1200),
         ("streams_4200_balanced", with_streams(4200, False), FOUND, 100),
         ("streams_65540", with_streams(65540, False), REFUSED, 1200),
-        ("sectors_512_30_MB", with_cabinet(3), FOUND, 60),
+        ("sectors_512_30_MB", cabinet, FOUND, 60),
+        ("difat_past_end", patched(cabinet, 68), REFUSED, 60),
+        ("difat_place_past_end", patched(cabinet, difat), REFUSED, 60),
         ("sectors_4096_30_MB", with_cabinet(4), FOUND, 40),
         ("signature_17_MiB", Package(WORKS, signature=HEAD + bytes(17 << 20)).bytes(), [*FOUND[:4], cut_signature()], 120),
         ("rows_5000", with_rows(5000, False), FOUND, 400),
