@@ -18,9 +18,7 @@ const char* table_of(const blib_bin& image) {
 }
 
 TEST_F(Images, OpenAsTheirHeadersDeserve) {
-  const auto rows = fixture_table("headers");
-  ASSERT_GT(rows.size(), 50U);
-  for (const auto& row : rows) {
+  for (const auto& row : fixture_table("headers")) {
     const std::string& file = row.at("file");
     for (const char* const mode : {"open", "strict"}) {
       cfg_CustomerConfig().store(mode[0] == 's' ? kStrict : 0);

@@ -45,7 +45,7 @@ memory_file with_table(const byte_builder& table, std::uint32_t size, std::uint3
 }
 
 TEST_F(Images, YieldTheEntriesOfTheirCertificateTable) {
-  each_row("cert_table", 50, [](const fixture_row& row, memory_file&, blib_bin& image) {
+  each_row("cert_table", [](const fixture_row& row, memory_file&, blib_bin& image) {
     const Outcome found = read_table(image);
     EXPECT_EQ(std::to_string(found.code), row.at("code"));
     EXPECT_EQ(found.entries, row.at("entries"));
@@ -83,22 +83,20 @@ TEST_F(Images, EntryThatCannotBeReadIsEmptyAndTheOthersCome) {
 // Of a long entry no more is read than the signature that it begins with, and nothing of a signature over 16 MiB.
 TEST_F(Images, LongEntriesAreReadAsFarAsTheirSignatureGoes) {
   constexpr std::uint32_t length = 100U << 20;
-  struct {
-    std::string_view header;  // of the signature
-    const char* entries;
-  } const cases[] = {
+  const std::pair<std::string_view, const char*> cases[] = {
+      // Header of the signature, and its entry; of open length: as long as the entry.
       {"\x30\x03\x02\x01\x01", "5:0200:0002"},
       {"\x30\x83\xff\xff\xfb", "16777216:0200:0002"},
       {"\x30\x83\xff\xff\xfc", "0:0000:0000"},
       {"\x30\x84\x7f\xff\xff\xff", "0:0000:0000"},
-      {"\x30\x80", "0:0000:0000"},  // of open length: as long as the entry
+      {"\x30\x80", "0:0000:0000"},
   };
-  for (const auto& one : cases) {
-    memory_file file = with_table(entry(length, one.header), length);
+  for (const auto& [header, entries] : cases) {
+    memory_file file = with_table(entry(length, header), length);
     file.size_bytes = 0xC00 + std::uint64_t{length};
     const Outcome found = read_table(*opened(file));
     EXPECT_EQ(found.code, QERR_OK);
-    EXPECT_EQ(found.entries, one.entries) << one.header;
+    EXPECT_EQ(found.entries, entries) << header;
   }
 }
 

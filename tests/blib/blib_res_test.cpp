@@ -58,7 +58,7 @@ byte_builder two_languages(std::size_t root = image_layout::section_offset) {
 // Among them are trees whose directories lead to themselves or all to one child, with far more paths than the file has
 // bytes: a walk costs a few times the file at most.
 TEST_F(Images, ResourceTreesOfEveryShapeEnd) {
-  each_row("resource_trees", 25, [](const fixture_row& row, memory_file& file, blib_bin& image) {
+  each_row("resource_trees", [](const fixture_row& row, memory_file& file, blib_bin& image) {
     Visits visits;
     EXPECT_EQ(std::to_string(walk(image, visits)), row.at("walk"));
     EXPECT_EQ(row.at("seen") == "-" ? "-" : std::to_string(visits.count), row.at("seen"));
@@ -84,33 +84,17 @@ TEST_F(Images, BothLanguagesAreVisitedUnlessTheVisitorFails) {
 }
 
 TEST_F(Images, ResourcesAreCutAndNeverLeaveTheFile) {
-  constexpr std::string_view zeros("\0\0\0\0", 4);
-  struct {
-    const char* what;
-    std::uint32_t rva;
-    std::uint32_t size;
-    std::uint32_t length;
-    std::string_view begins;
-  } const cases[] = {
-      {"empty", 0x1400, 0, 0, ""},
-      {"below the cut", 0x1400, 7999, 7999, "first"},
-      {"above it", 0x1400, 8001, 8000, "first"},
-      {"negative", 0x1400, 0xFFFFFFFF, 8000, "first"},
-      {"below the section, in the headers", 0x1000 - 0x400, 2, 2, "MZ"},
-      {"below the file", 0, 4, 4, zeros},
-      {"behind the file", 0x9000, 4, 4, zeros},
-      {"at the end of 32 bits", 0xFFFFFFFF, 4, 4, zeros},
-  };
-  for (const auto& one : cases) {
-    SCOPED_TRACE(one.what);
+  for (const auto& row : fixture_rows("blib/resource_data.tsv")) {
+    SCOPED_TRACE(row.at("what"));
     byte_builder bytes = two_languages();
-    bytes.u32(image_layout::section_offset + 0x300, one.rva).u32(image_layout::section_offset + 0x304, one.size);
+    bytes.u32(image_layout::section_offset + 0x300, row.number("rva"));
+    bytes.u32(image_layout::section_offset + 0x304, row.number("size"));
     memory_file file(bytes.bytes());
     Visits visits;
     EXPECT_EQ(walk(*opened(file), visits), QERR_OK);
     ASSERT_EQ(visits.count, 2U);
-    EXPECT_EQ(visits.seen[0].second.size(), one.length);
-    EXPECT_TRUE(visits.seen[0].second.starts_with(one.begins));
+    EXPECT_EQ(visits.seen[0].second.size(), row.number("length"));
+    EXPECT_TRUE(visits.seen[0].second.starts_with(row.octets("begins")));
     EXPECT_EQ(visits.seen[1].second, "second");
   }
 }

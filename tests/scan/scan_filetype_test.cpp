@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "support/fixture_table.h"
 #include "support/image_builder.h"
 #include "support/memory_file.h"
 #include "support/replaced.h"
@@ -29,23 +30,14 @@ class FileType : public Runtime {
 };
 
 TEST_F(FileType, ImagesAreToldByWidthNameAndCharacteristics) {
-  const struct {
-    bool is_64bit;
-    std::uint32_t characteristics;
-    const qchar* name;
-    std::uint32_t kind;
-  } cases[] = {
-      {true, 0x2002, u"a.exe", SCAN_KIND_DLL},      {false, 0x2000, u"a", SCAN_KIND_DLL},
-      {true, 0x0000, u"a.exe", SCAN_KIND_OTHER},    {false, 0x2002, u"a.b.SyS", SCAN_KIND_DRIVER},
-      {false, 0x0002, u"a.sys.exe", SCAN_KIND_EXE}, {false, 0x0002, u"x.sys/a", SCAN_KIND_EXE},
-  };
-  for (const auto& one : cases) {
-    const image_layout layout{one.is_64bit};
-    memory_file file(layout.build().u16(image_layout::characteristics, one.characteristics).bytes());
+  for (const auto& row : fixture_rows("scan/images.tsv")) {
+    const image_layout layout{row.at("bits") == "64"};
+    const std::uint32_t characteristics = row.number("characteristics");
+    memory_file file(layout.build().u16(image_layout::characteristics, characteristics).bytes());
     for (const std::uint32_t read : {0U, 1U}) {
-      EXPECT_EQ(classify(file, one.name, read), QERR_OK);
-      EXPECT_EQ(type_, one.is_64bit ? SCAN_TYPE_IMAGE64 : SCAN_TYPE_IMAGE32);
-      EXPECT_EQ(kind_, one.kind) << std::string(one.name, one.name + std::u16string_view(one.name).size());
+      EXPECT_EQ(classify(file, row.wide("name").c_str(), read), QERR_OK);
+      EXPECT_EQ(type_, layout.is_64bit ? SCAN_TYPE_IMAGE64 : SCAN_TYPE_IMAGE32);
+      EXPECT_EQ(kind_, row.number("kind")) << row.at("name");
       EXPECT_EQ(file.reads != 0, read != 0) << "read instead of mapped";
     }
   }

@@ -4,6 +4,7 @@
 #include "scan/scan.h"
 #include "scan/scan_system.h"
 #include "support/faulty_provider.h"
+#include "support/fixture_table.h"
 #include "support/replaced.h"
 #include "support/scratch.h"
 
@@ -70,37 +71,18 @@ class Volumes : public ScratchTest {
 };
 
 TEST_F(Volumes, AttributesFollowDriveFlagsAndBus) {
-  constexpr std::uint32_t READ_ONLY = SCAN_FS_READ_ONLY_VOLUME;
-  constexpr std::uint64_t ASK_FOR_BUS = 0x2000;
-  const std::u16string longest(SCAN_FS_NAME_UNITS, u'f');
-  const struct {
-    std::uint32_t drive, flags;
-    std::u16string file_system;
-    std::uint64_t config;
-    qerr_t code;
-    std::uint32_t attributes, supported;
-  } cases[] = {
-      {3, 0xFFF7FFFF, u"ReFS", 0, 0, SCAN_VOL_FIXED, 1},
-      {3, READ_ONLY, u"NTFS", 0, 0, SCAN_VOL_FIXED | SCAN_VOL_READ_ONLY, 0},
-      {3, 0, longest + u"x", 0, 0, SCAN_VOL_FIXED, 0},
-      {3, 0, u"NTFS", ASK_FOR_BUS, 0, SCAN_VOL_REMOVABLE, 0},
-      {3, 0, u"NTFS", ~ASK_FOR_BUS, 0, SCAN_VOL_FIXED, 1},
-      {4, 0, u"NTFS", 0, 0, SCAN_VOL_REMOTE, 0},
-      {5, READ_ONLY, u"UDF", 0, 0, SCAN_VOL_OPTICAL | SCAN_VOL_READ_ONLY, 0},
-      {6, READ_ONLY, u"NTFS", 0, QERR_DRIVE_TYPE, SCAN_VOL_READ_ONLY, 0},
-      {1, 0, u"NTFS", 0, QERR_DRIVE_TYPE, 0, 0},
-  };
   system.bus = SCAN_BUS_USB;
-  for (const auto& one : cases) {
-    system.drive = one.drive;
-    system.flags = one.flags;
-    system.file_system = one.file_system;
-    cfg_CustomerConfig() = one.config;
-    EXPECT_EQ(ask(), one.code);
-    EXPECT_EQ(found.attributes, one.attributes) << one.drive;
-    EXPECT_EQ(found.supported, one.supported) << one.drive;
+  for (const auto& row : fixture_rows("scan/volumes.tsv")) {
+    SCOPED_TRACE(row.at("what"));
+    system.drive = row.number("drive");
+    system.flags = row.number("flags");
+    system.file_system = row.wide("file_system");
+    cfg_CustomerConfig() = row.number<std::uint64_t>("config");
+    EXPECT_EQ(ask(), row.number("code"));
+    EXPECT_EQ(found.attributes, row.number("attributes"));
+    EXPECT_EQ(found.supported, row.number("supported"));
     EXPECT_EQ(system.error_mode, 3U) << "the previous mode is back";
-    EXPECT_TEXT(found.file_system, one.file_system.substr(0, SCAN_FS_NAME_UNITS));
+    EXPECT_TEXT(found.file_system, system.file_system.substr(0, SCAN_FS_NAME_UNITS));
   }
 }
 
