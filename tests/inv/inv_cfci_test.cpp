@@ -23,12 +23,7 @@ class InformationRecord : public ScratchTest {
   void SetUp() override {
     ScratchTest::SetUp();
     qlib_set_standalone(true);
-  }
-  void TearDown() override {
     cfg_ProdIntegrationConfig() = 0;
-    cfg_FeaturesInstalled() = 0;
-    cfg_FeaturesEnabled() = 0;
-    ScratchTest::TearDown();
   }
   Record gather(const fs::path& path, std::uint32_t compute_md5 = 1) {
     inv_cfci_t* record = nullptr;
@@ -73,7 +68,7 @@ TEST_F(InformationRecord, HasTypeKindAndSigned) {
                                                {"images/cert_table/security_size_0.exe", {INV_TYPE_IMAGE32, 2, 0}},
                                                {"images/cert_table/security_address_0.exe", {INV_TYPE_IMAGE32, 2, 0}}};
   for (const auto& [file, told] : rows) {
-    const Record record = gather(fs::path(fixture_path(file)));
+    const Record record = gather(fixture_path(file));
     ASSERT_EQ(code, QERR_OK);
     EXPECT_EQ(Told(record->type_flags, record->image_kind, record->is_signed), told) << file;
     EXPECT_EQ(record->cert_count, INV_CERTS_NOT_GATHERED);
@@ -111,7 +106,7 @@ TEST_F(InformationRecord, OutsideStandaloneModeStepsNeedTheirFeatures) {
   for (const auto& [installed, enabled, description] : rows) {
     cfg_FeaturesInstalled() = installed;
     cfg_FeaturesEnabled() = enabled;
-    const Record record = gather(fs::path(fixture_path("images/resources/setup_description.exe")));
+    const Record record = gather(fixture_path("images/resources/setup_description.exe"));
     ASSERT_EQ(code, QERR_OK);
     EXPECT_EQ(record->sha1.length, QCKSUM_SHA1_BIN_LEN);
     EXPECT_EQ(text(record->FileDescription), description) << enabled;
@@ -134,12 +129,12 @@ TEST_F(InformationRecord, TimeIsTheLaterOfCreationAndLastWrite) {
 }
 
 TEST_F(InformationRecord, OtherFilesAndThoseThatFailHaveNone) {
-  const fs::path image = fs::path(fixture_path("images/resources/all_keys.exe"));
+  const fs::path image = fixture_path("images/resources/all_keys.exe");
   const std::tuple<fs::path, file_op, qerr_t> rows[] = {
       {put(u"text.exe", "no image"), file_op::count, QERR_BAD_IMAGE},
       {put(u"empty.dll", ""), file_op::count, QERR_BAD_IMAGE},
       {at(u"missing.exe"), file_op::count, QERR_NOT_FOUND},
-      {fs::path(fixture_path("images/headers/e_magic_ZM.exe")), file_op::count, QERR_BAD_IMAGE},
+      {fixture_path("images/headers/e_magic_ZM.exe"), file_op::count, QERR_BAD_IMAGE},
       {image, file_op::open, QERR_PERMISSION},
       {image, file_op::info, QERR_PERMISSION},
       {image, file_op::view, QERR_BAD_IMAGE}};
@@ -159,7 +154,7 @@ TEST_F(InformationRecord, OfAScriptIsReadByItsPath) {
   const replaced<scan_set_sa> database(&all_scripts);
   faulty_provider disk;
   disk.fail(file_op::view, 1, QERR_PERMISSION);
-  const Record record = gather(fs::path(fixture_path("images/resources/all_keys.exe")));
+  const Record record = gather(fixture_path("images/resources/all_keys.exe"));
   ASSERT_EQ(code, QERR_OK);
   EXPECT_EQ(record->type_flags, INV_TYPE_SCRIPT);
   EXPECT_EQ(text(record->ProductName), u"Fixture Tool");
@@ -186,7 +181,7 @@ TEST_F(InformationRecord, ResourceDataOfAPath) {
                                                  {"images/headers/e_magic_ZM.exe", QERR_BAD_IMAGE}};
   for (const auto& [file, expected] : rows) {
     const Record record = new_record();
-    EXPECT_EQ(inv_get_resource_data(fs::path(fixture_path(file)).u16string().c_str(), record.get()), expected) << file;
+    EXPECT_EQ(inv_get_resource_data(fixture_wide(file).c_str(), record.get()), expected) << file;
     EXPECT_EQ(text(record->ProductName), expected == QERR_OK ? u"Fixture Tool" : u"");
   }
 }
