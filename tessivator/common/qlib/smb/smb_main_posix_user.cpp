@@ -57,7 +57,7 @@ class program {
   bool fail(qshare_frame& frame, int error) {
     return send(frame.fail(static_cast<std::uint32_t>(error))) && error != ENOTCONN;
   }
-  int fetch(const open_file& file, std::uint64_t offset, std::size_t size);
+  int fetch(const open_file& file, std::uint64_t offset, std::size_t size, std::size_t kept = 0);
   void fetch_ahead(std::uint32_t number, const open_file& file, std::uint64_t offset, std::size_t size);
 
   smb_server server_{port};
@@ -122,18 +122,20 @@ bool program::connect(ByteReader& question) {
   return send(frame.finish(code)) && code == QSHARE_OK;
 }
 
-int program::fetch(const open_file& file, std::uint64_t offset, std::size_t size) {
+// Of the piece, the first `kept` bytes are what was fetched before.
+int program::fetch(const open_file& file, std::uint64_t offset, std::size_t size, std::size_t kept) {
   SMBCCTX* const context = server_.context();
   piece_.resize(size);
   piece_file_ = 0;
   errno = 0;
   // Positions are libsmbclient's own; setting one costs no request.
-  if (smbc_getFunctionLseek(context)(context, file.handle, static_cast<off_t>(offset), SEEK_SET) < 0) {
+  if (smbc_getFunctionLseek(context)(context, file.handle, static_cast<off_t>(offset + kept), SEEK_SET) < 0) {
     return server_.failure();
   }
-  const ssize_t got = size == 0 ? 0 : smbc_getFunctionRead(context)(context, file.handle, piece_.data(), size);
+  const std::size_t rest = size - kept;
+  const ssize_t got = rest == 0 ? 0 : smbc_getFunctionRead(context)(context, file.handle, piece_.data() + kept, rest);
   if (got < 0) return server_.failure();
-  piece_.resize(static_cast<std::size_t>(got));
+  piece_.resize(kept + static_cast<std::size_t>(got));
   return 0;
 }
 
@@ -173,8 +175,10 @@ bool program::read(ByteReader& question) {
   qshare_frame frame(qshare_kind::read);
   size = offset < file->size ? static_cast<std::uint32_t>(std::min<std::uint64_t>(size, file->size - offset)) : 0;
   const bool goes_on = offset == read_to_;
-  if (piece_file_ != number || piece_at_ != offset || piece_.size() < size) {
-    if (const int error = fetch(*file, offset, size); error != 0) return fail(frame, error);
+  const bool is_ahead = piece_file_ == number && piece_at_ == offset;
+  const std::size_t kept = is_ahead ? std::min<std::size_t>(piece_.size(), size) : 0;
+  if (kept < size) {
+    if (const int error = fetch(*file, offset, size, kept); error != 0) return fail(frame, error);
   }
   const std::string_view bytes = std::string_view(piece_).substr(0, size);
   read_to_ = offset + bytes.size();
