@@ -137,14 +137,16 @@ class Scans(unittest.TestCase):
             with self.subTest(other), Relay(SERVER, change=lambda frame: frame.replace(name, there)) as relay:
                 self.assertEqual(list(self.through(relay, "odd").records()), ["good/a.exe"])
 
-    def test_messages_of_a_file(self):
-        """A small one takes four, a long one as many more as it has pieces."""
-        for few, more, most, *options in (("few", "more", 4 * 30 + 2, "-n"), ("short", "long", 8, "-n"),
+    def test_what_a_file_costs(self):
+        """A small one four messages, a long one some more; and few bytes twice, for a reader who stalls turns smaller."""
+        for few, more, most, *options in (("few", "more", 4 * 30 + 2, "-n"), ("short", "long", 32, "-n"),
                                           ("few", "more", 4 * 30 + 2, "--cab", "-O", "-n")):
             with self.subTest(more, options=options), Relay(SERVER) as first, Relay(SERVER) as second:
                 self.through(first, few, *options)
                 self.through(second, more, *options)
+                short, long = (sum(one.stat().st_size for one in (SERVER.tree / name).iterdir()) for name in (few, more))
                 self.assertLessEqual(second.requests - first.requests, most)
+                self.assertLessEqual(second.passed - first.passed, long - short + (most << 16))
 
     def test_the_share_program_ends_with_its_host(self):
         for number, code in ((signal.SIGKILL, -signal.SIGKILL), (signal.SIGTERM, 143)):
