@@ -130,7 +130,7 @@ TEST_F(Certificates, FailuresKeepTheirCodesAndReleaseTheList) {
   EXPECT_EQ(gather(), QERR_ALL_BITS);
   EXPECT_THAT(log, ::testing::HasSubstr(" Cert: Cert module is not initialized.\n"));
   qcksum hash{};
-  const cert_context certificate;
+  const cert_context certificate{};
   EXPECT_EQ(cert_utl_get_cert_hash(&certificate, &hash), QERR_ALL_BITS);
   EXPECT_EQ(cert_utl_get_cert_pub_key_hash(&certificate, &hash), QERR_ALL_BITS);
 }

@@ -148,7 +148,7 @@ TEST_F(InformationRecord, OtherFilesAndThoseThatFailHaveNone) {
   }
 }
 
-// A script that opens as an image after all is read as one by its path, but nobody asks for its signers.
+// A script has no open image; one that opens after all is read as such.
 TEST_F(InformationRecord, OfAScriptIsReadByItsPath) {
   constexpr scan_sa all_scripts = {[] { return true; }, [](const qchar*) { return QERR_EXISTS; }};
   const replaced<scan_set_sa> database(&all_scripts);
