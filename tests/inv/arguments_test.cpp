@@ -21,7 +21,8 @@ TEST(Arguments, TheFirstThatIsMissingIsNamed) {
         cert_utl_get_cert_pub_key_hash(nullptr, nullptr), inv_get_cfci_alloc(nullptr, nullptr, nullptr, 0),
         utl_get_volume_path_alloc(nullptr, nullptr), utl_get_full_long_name_alloc(nullptr, nullptr),
         qfile_itr_open_ex(nullptr, u"x", 0), qfile_open(nullptr, u"x", 0), qfile_get_info_by_name(nullptr, nullptr),
-        qfile_delete(nullptr), qfile_mkdir(nullptr), qfile_rename(nullptr, u"x"), qfile_copy(nullptr, u"x", 0)},
+        qfile_delete(nullptr), qfile_mkdir(nullptr), qfile_rename(nullptr, u"x"), qfile_copy(nullptr, u"x", 0),
+        utl_get_long_name_alloc(nullptr, nullptr, 0), utl_split_existing_path(nullptr, nullptr, nullptr)},
        QERR_ARG1);
   qfile_t file = QFILE_INVALID;
   each({blib_bin_open(u"x", nullptr, BLIB_READ, 0), blib_bin_get_buf(&image, nullptr, 0, 1),
@@ -29,7 +30,8 @@ TEST(Arguments, TheFirstThatIsMissingIsNamed) {
         cert_utl_get_cert_pub_key_hash(certificate, nullptr), inv_get_cfci_alloc(u"x", nullptr, nullptr, 0),
         utl_get_volume_path_alloc(u"x", nullptr), utl_get_full_long_name_alloc(u"x", nullptr),
         qfile_itr_open_ex(&walk, nullptr, 0), qfile_open(&file, nullptr, 0), qfile_get_info_by_name(u"x", nullptr),
-        qfile_rename(u"x", nullptr), qfile_copy(u"x", nullptr, 0)},
+        qfile_rename(u"x", nullptr), qfile_copy(u"x", nullptr, 0), utl_get_long_name_alloc(u"x", nullptr, 0),
+        utl_split_existing_path(u"x", nullptr, nullptr)},
        QERR_ARG2);
   each({cert_sign_get_signed_file_cert_context(u"x", 1, nullptr), blib_res_get_dir_entry(&image, 0, nullptr)},
        QERR_ARG3);

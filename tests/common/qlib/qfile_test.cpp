@@ -102,6 +102,7 @@ TEST_F(Files, AReaderKeepsItsFirstBlockAndAsksForTheSize) {
   QfileOwner file;
   ASSERT_EQ(qfile_open(file.out(), path.c_str(), READ), QERR_OK);
   EXPECT_EQ(read(file.get(), 7, 1), "a");
+  EXPECT_EQ(qfile_held(file.get()).size(), 262144U - 8U);
   std::ofstream(std::filesystem::path(path)) << std::string(400000, 'b');
   EXPECT_EQ(read(file.get(), 0, 1), "a");
   EXPECT_EQ(read(file.get(), 262143, 1), "a");
