@@ -138,13 +138,14 @@ class Scans(unittest.TestCase):
                 self.assertEqual(list(self.through(relay, "odd").records()), ["good/a.exe"])
 
     def test_what_a_file_costs(self):
-        """A small one four messages, a long one some more; and few bytes twice, for a reader who stalls turns smaller."""
+        """A small one four messages, a long one some more; few bytes come twice, when a reader stalls."""
         for few, more, most, *options in (("few", "more", 4 * 30 + 2, "-n"), ("short", "long", 32, "-n"),
                                           ("few", "more", 4 * 30 + 2, "--cab", "-O", "-n")):
             with self.subTest(more, options=options), Relay(SERVER) as first, Relay(SERVER) as second:
                 self.through(first, few, *options)
                 self.through(second, more, *options)
-                short, long = (sum(one.stat().st_size for one in (SERVER.tree / name).iterdir()) for name in (few, more))
+                short, long = (sum(one.stat().st_size for one in (SERVER.tree / folder).iterdir())
+                               for folder in (few, more))
                 self.assertLessEqual(second.requests - first.requests, most)
                 self.assertLessEqual(second.passed - first.passed, long - short + (most << 16))
 
