@@ -128,6 +128,8 @@ TEST_F(Certificates, FailuresKeepTheirCodesAndReleaseTheList) {
   record->cert_count = INV_CERTS_NOT_GATHERED;
   cert_sign_init(nullptr);
   EXPECT_EQ(gather(), QERR_ALL_BITS);
+  cert_sign_list list;
+  EXPECT_EQ(cert_sign_get_signed_file_cert_context(u"x", 1, &list), QERR_ALL_BITS);
   EXPECT_THAT(log, ::testing::HasSubstr(" Cert: Cert module is not initialized.\n"));
   qcksum hash{};
   const cert_context certificate{};

@@ -119,11 +119,16 @@ TEST_F(SgnNames, StoresACertificateOrNothing) {
   ASSERT_EQ(decode(file_text(fixture_path("pkcs7/signed_rsa.der")), p7), QERR_OK);
   X509* const leaf = p7->certificates.front()->x509.get();
   const auto store = [&] { return sgn_store_x509(leaf, folder.u16string().c_str(), nullptr, 5); };
-  for (const file_op op : {file_op::create_exclusive, file_op::rename, file_op::write}) {
+  const std::pair<file_op, qerr_t> failures[] = {{file_op::create_exclusive, QERR_PERMISSION},
+                                                 {file_op::rename, QERR_PERMISSION},
+                                                 {file_op::write, QERR_NO_SPACE},
+                                                 {file_op::write, QERR_IO},
+                                                 {file_op::write, 27},
+                                                 {file_op::write, 122}};  // too large, over the quota
+  for (const auto& [op, code] : failures) {
     faulty_provider disk;
-    if (op == file_op::write) disk.room = 100;
-    if (op != file_op::write) disk.fail(op, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
-    EXPECT_EQ(store(), op == file_op::write ? QERR_OK : QERR_PERMISSION);
+    disk.fail(op, 1, code, faulty_provider::ALWAYS);
+    EXPECT_EQ(store(), op == file_op::write ? QERR_OK : code) << code;
     EXPECT_TRUE(fs::is_empty(folder));
   }
   EXPECT_EQ(store(), QERR_OK);
