@@ -123,6 +123,7 @@ TEST_F(Images, ViewIsThatOfTheHeadersOrOfAll) {
   blib_section section{};
   EXPECT_TRUE(blib_bin_get_section(opened(file).get(), 0, &section));
   EXPECT_STREQ(section.name, ".rsrc");
+  EXPECT_FALSE(blib_bin_get_section(opened(file).get(), 1, &section));
 }
 
 TEST_F(Images, CopyOfTheHeadersEndsBeforeTheLastDirectories) {
