@@ -100,6 +100,11 @@ TEST_F(Images, LongEntriesAreReadAsFarAsTheirSignatureGoes) {
   }
 }
 
+TEST_F(Images, EntryOfOneByteIsReadWhereItIs) {
+  memory_file file = with_table(entry(9, "x").size(16), 16);
+  EXPECT_EQ(static_cast<char>(*read_table(*opened(file)).list->entries[0].buffer), 'x');
+}
+
 TEST_F(Images, TableAtTheEndOf32BitOffsets) {
   for (const std::uint64_t more : {std::uint64_t{0}, std::uint64_t{1} << 33}) {
     memory_file file = with_table(entry(24), 0xFFFFFFFF, 0xFFFFFFF8);

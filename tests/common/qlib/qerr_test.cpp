@@ -1,5 +1,6 @@
 #include "common/qlib/qerr.h"
 
+#include "common/qlib/qerr_table.h"
 #include "common/qlib/qpath.h"
 #include "support/runtime.h"
 
@@ -19,6 +20,8 @@ TEST_F(Codes, TranslateAndHaveTexts) {
   for (const auto& [value, code] : windows) EXPECT_EQ(qerr_from_win32(value), code) << value;
   const std::pair<std::uint32_t, qerr_t> runtime[] = {{14, 14}, {15, 100015}};
   for (const auto& [value, code] : runtime) EXPECT_EQ(qerr_from_crt(value), code) << value;
+  for (const qerr_translation& row : qerr_win32_table) EXPECT_EQ(qerr_from_win32(row.value), row.code) << row.value;
+  for (const qerr_message& row : qerr_messages) EXPECT_TEXT(qerr_get_string(row.code), row.text) << row.code;
   EXPECT_TEXT(qerr_get_string(124), u"Wrong medium type");
   EXPECT_TEXT(qerr_get_string(1099), u"Fips driver is not loaded");
   for (const qerr_t code : {41U, 125U, 1104U, QERR_ALL_BITS}) {

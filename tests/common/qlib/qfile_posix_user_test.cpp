@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "common/qlib/qfile.h"
+#include "common/qlib/qfile_pattern_posix_user.h"
 #include "common/qlib/qstr_name.h"
 #include "support/fixture_table.h"
 #include "support/scratch.h"
@@ -17,6 +18,17 @@ using testing::UnorderedElementsAreArray;
 
 namespace fs = std::filesystem;
 using PosixFiles = ScratchTest;
+
+// The first and the last letter of each range, and what lies between two ranges.
+TEST_F(PosixFiles, NamesMatchInEitherCase) {
+  for (const fixture_row& row : fixture_rows("common/qlib/capitals.tsv")) {
+    EXPECT_TRUE(qfile_name_matches(row.wide("small"), row.wide("capital"))) << row.at("small");
+    EXPECT_TRUE(qfile_name_matches(row.wide("capital"), row.wide("small"))) << row.at("small");
+  }
+  EXPECT_FALSE(qfile_name_matches(u"\u00F7", u"\u00D7"));
+  EXPECT_FALSE(qfile_name_matches(u"\u0100", u"\u0102"));
+  EXPECT_TRUE(qfile_name_matches(std::u16string(64, u'?'), std::u16string(64, u'x')));
+}
 
 TEST_F(PosixFiles, SpecialFilesAreNeitherYieldedNorOpened) {
   put(u"t/f");

@@ -12,7 +12,7 @@ import xml.etree.ElementTree as ElementTree
 from made_report import HERE, STEMS, folder, programs, record, run
 
 LEAF, LEAF2, ROOT = "Fixture Signer RSA leaf", "Fixture Signer RSA leaf2", "Fixture Root RSA"
-HOSTILE = ["</script><script>alert(1)</script>", "<!--<script>", "a\u202egpj.exe", "\u2066x\u2069", "'\"&amp;\\", "=1+1",
+HOSTILE = ["</script><script>alert(1)</script>", "<!--<script>", "a\u202egpj.exe", "\u2066x\u2069", "\u061c\u200e\u200f", "'\"&amp;\\", "=1+1",
            "x" * 8000]
 # The most memory, in KiB, that a command has held.
 PEAK = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
@@ -138,9 +138,11 @@ class Commands(unittest.TestCase):
         subprocess.run(["xmllint", "--noout", "--schema", programs.SCHEMA, out / "info.xml"], check=True,
                        capture_output=True)
         before = merged
-        code, _, error = run("merge", out, one, three, folder(self, "twice", record("/2")))
+        marks = "/\u061c\u200e\u200f\u202a\u202e\u2066\u2069\u2028\x9f"  # turn or break a terminal's text
+        twice = [folder(self, name, record(marks)) for name in ("once", "twice")]
+        code, _, error = run("merge", out, one, three, *twice)
         self.assertEqual(code, 2)
-        self.assertRegex(error.decode(), r"/2: stands in \S*one and in \S*twice")
+        self.assertRegex(error.decode(), "/\ufffd{9}: stands in \\S*once and in \\S*twice")
         self.assertEqual((out / "info.xml").read_text(), before)
 
     def test_page(self):
@@ -152,6 +154,7 @@ class Commands(unittest.TestCase):
         self.assertEqual(re.findall(r'<[^<>]* (?:src|href)="[^#][^"]*', page), [])
         chunks = [json.loads(text) for text in re.findall('<script type="application/json"[^>]*>(.*?)</script', page, re.S)]
         self.assertEqual([chunks[0]["t"][n] for n in chunks[0]["c"]], HOSTILE)
+        self.assertEqual(len(chunks[0]["t"]), len(set(chunks[0]["t"])), "no text twice")
         self.assertEqual(chunks[1], {"now": 1760000000, "incomplete": "1 file"})
 
     def test_memory(self):
