@@ -34,7 +34,7 @@ def make_tree(tree):
     for i in range(1000):
         for folder in (tree / "many" / str(i % 10) / str(i % 7), tree / "wide" / "all"):
             folder.mkdir(parents=True, exist_ok=True)
-            (folder / f"file {i}.txt").write_text(str(i))
+            (folder / f"file {i}{' and more' * 15}.txt").write_text(str(i))  # a thousand take more than one answer
     for name in ["names/größe 100%/日 & %41#", "loop/inner/once", "odd/good/a", "odd/bad/QQQ", "wide/after", "refused",
                  "short/a", "long/a", *(f"few/{i}" for i in range(10)), *(f"more/{i}" for i in range(40))]:
         (tree / name).parent.mkdir(parents=True, exist_ok=True)
