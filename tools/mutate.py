@@ -23,7 +23,7 @@ from sources import ROOT, all_files
 
 PRESET = "linux-release"
 # Components whose suites stand elsewhere than in the folder of the same name.
-SUITES = {"cert": ["inv", "sgn"], "common/qlib/share": ["share"], "common/qlib/smb": ["share"]}
+SUITES = {"cert": ["inv", "sgn"], "share/program": ["share"]}
 # What tests that are scripts run.
 PROGRAMS = {"share": ["brantle_cli", "brantle_smb", "share_unit_test"], "utils/report": ["brantle_report"]}
 FILES = {"tessivator/utl/utl.cpp": "inv"}  # built with the record

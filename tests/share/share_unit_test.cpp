@@ -8,7 +8,8 @@
 
 #include "common/qlib/qfile.h"
 #include "common/qlib/qstr_name.h"
-#include "common/qlib/share/qshare_posix_user.h"
+#include "share/qshare.h"
+#include "share/qshare_connections_posix_user.h"
 #include "support/fixture_table.h"
 #include "support/runtime.h"
 
@@ -22,7 +23,9 @@ std::string setting(const char* name) {
   return value != nullptr ? value : "";
 }
 
-using ShareTest = Runtime;
+struct ShareTest : Runtime {
+  ShareTest() { qshare_enable(); }
+};
 
 // A use for the length of a scope.
 struct Use {

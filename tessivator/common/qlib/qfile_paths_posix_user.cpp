@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -18,6 +19,8 @@
 #include "common/qlib/qstr_name.h"
 
 namespace {
+
+std::atomic<qfile_provider*> share_provider{nullptr};
 
 template <class Call>
 qsys_status on_name(const qchar* path, Call call) {
@@ -193,6 +196,11 @@ qfile_provider& qfile_local_provider() noexcept {
   return provider;
 }
 
+void qfile_posix_set_share_provider(qfile_provider* provider) noexcept {
+  share_provider.store(provider, std::memory_order_release);
+}
+
 qfile_provider& qfile_platform_provider_for(const qchar* path) noexcept {
-  return qpath_is_unc(path) ? qfile_share_provider() : qfile_local_provider();
+  qfile_provider* const shares = qpath_is_unc(path) ? share_provider.load(std::memory_order_acquire) : nullptr;
+  return shares != nullptr ? *shares : qfile_local_provider();
 }

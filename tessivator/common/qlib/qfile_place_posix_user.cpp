@@ -5,6 +5,7 @@
 #include <mutex>
 #include <new>
 
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr_name.h"
 
 namespace {
@@ -64,6 +65,7 @@ int qfile_place::step(std::size_t length) noexcept {
 }
 
 int qfile_place::reach(const qchar* path) {
+  if (qpath_is_unc(path)) return QFILE_NO_SHARES;
   if (!qfile_native_path(path, path_)) return QFILE_NO_SUCH_NAME;
   if (path_.size() <= longest) return 0;
   while (path_.back() == '/' && path_.size() > 1) path_.pop_back();

@@ -14,7 +14,7 @@
 // is opened in pieces, or starts from the folder that a walk offered last.
 class qfile_place {
  public:
-  // 0 or an errno value. May throw std::bad_alloc.
+  // 0 or an errno value; QFILE_NO_SHARES for a path with two leading backslashes. May throw std::bad_alloc.
   [[nodiscard]] int reach(const qchar* path);
 
   [[nodiscard]] int directory() const noexcept;

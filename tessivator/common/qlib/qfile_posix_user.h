@@ -26,5 +26,7 @@ qsys_status qfile_posix_list(const qfile_listing& wanted, std::unique_ptr<qfile_
 // Of an open file, or with a descriptor of AT_FDCWD of a path.
 qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept;
 
-// Files on shares, for paths with two leading backslashes.
-[[nodiscard]] qfile_provider& qfile_share_provider() noexcept;
+// Serves every path with two leading backslashes from now on; null: nobody does, and they answer QFILE_NO_SHARES.
+// Borrowed for the rest of the process. Safe from any thread.
+void qfile_posix_set_share_provider(qfile_provider* provider) noexcept;
+inline constexpr int QFILE_NO_SHARES = EOPNOTSUPP;

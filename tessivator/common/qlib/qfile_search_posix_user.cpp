@@ -296,7 +296,7 @@ qsys_status qfile_posix_search(const qchar* pattern, std::unique_ptr<qfile_searc
     out = std::make_unique<single_search>(kind, std::u16string(last));
     return {};
   }
-  if (last.find_first_of(u"*?") != std::u16string_view::npos) {
+  if (error != QFILE_NO_SHARES && last.find_first_of(u"*?") != std::u16string_view::npos) {
     qsys_descriptor fd;
     error = open_by_path(parent_of(whole), 0, fd);
     if (error == 0) return search_opened(std::move(fd), std::u16string(last), out);

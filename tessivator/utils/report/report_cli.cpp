@@ -8,6 +8,7 @@
 #include "common/qlib/qlib.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qsys.h"
+#include "share/qshare.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_streams.h"
 #include "utils/report/report_text.h"
@@ -106,6 +107,7 @@ int run(const qchar* const* argv, int argc) {
 
 int reportMain(const qchar* const* argv, int argc) noexcept {
   if (qlib_lib_init_basic() != QERR_OK) return FAILED;
+  qshare_enable();
   int result = FAILED;
   try {
     result = run(argv, argc);

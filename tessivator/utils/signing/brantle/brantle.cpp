@@ -12,6 +12,7 @@
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "msi/msi_package.h"
+#include "share/qshare.h"
 #include "utils/signing/brantle/brantle_report.h"
 #include "utils/signing/brantle/brantle_share.h"
 
@@ -75,6 +76,7 @@ std::int32_t Brantle::invoke() noexcept {
 }
 
 std::int32_t Brantle::runScan() {
+  qshare_enable();
   if (nwMode != 0) {
     const std::int32_t connected = connectNwShare();
     if (connected != BRANTLE_OK) return connected;

@@ -1,5 +1,5 @@
 // Connections through the share program; the file layer counts them, because it reads through the same ones.
-#include "common/qlib/share/qshare_posix_user.h"
+#include "share/qshare_connections_posix_user.h"
 #include "utils/signing/brantle/brantle_share.h"
 
 namespace {

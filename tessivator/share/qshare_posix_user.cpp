@@ -1,4 +1,6 @@
 // Files on network shares, read-only: what a scan needs. Writing answers EROFS.
+#include "share/qshare.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,7 +12,7 @@
 #include "common/qlib/qfile_posix_user.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qstr_name.h"
-#include "common/qlib/share/qshare_posix_user.h"
+#include "share/qshare_connections_posix_user.h"
 
 namespace {
 
@@ -315,7 +317,7 @@ qsys_status share_provider::search(const qchar* pattern, std::unique_ptr<qfile_s
 
 }  // namespace
 
-qfile_provider& qfile_share_provider() noexcept {
+void qshare_enable() noexcept {
   static share_provider provider;
-  return provider;
+  qfile_posix_set_share_provider(&provider);
 }

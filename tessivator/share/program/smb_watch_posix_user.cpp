@@ -1,4 +1,4 @@
-#include "common/qlib/smb/smb_watch_posix_user.h"
+#include "share/program/smb_watch_posix_user.h"
 
 #include <fcntl.h>
 #include <malloc.h>

@@ -1,4 +1,4 @@
-#include "common/qlib/share/qshare_pair_posix_user.h"
+#include "share/qshare_pair_posix_user.h"
 
 #include <poll.h>
 #include <sys/socket.h>

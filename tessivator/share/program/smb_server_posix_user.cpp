@@ -1,4 +1,4 @@
-#include "common/qlib/smb/smb_server_posix_user.h"
+#include "share/program/smb_server_posix_user.h"
 
 #include <dlfcn.h>
 #include <netdb.h>

@@ -1,4 +1,4 @@
-#include "common/qlib/share/qshare_child_posix_user.h"
+#include "share/qshare_child_posix_user.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

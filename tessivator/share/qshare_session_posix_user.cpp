@@ -1,4 +1,4 @@
-#include "common/qlib/share/qshare_session_posix_user.h"
+#include "share/qshare_session_posix_user.h"
 
 #include <cerrno>
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/qlib/share/qshare_child_posix_user.h"
+#include "share/qshare_child_posix_user.h"
 
 // Texts in UTF-8; the password's memory is wiped before it is given back.
 struct qshare_target {

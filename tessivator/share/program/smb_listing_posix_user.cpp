@@ -1,4 +1,4 @@
-#include "common/qlib/smb/smb_listing_posix_user.h"
+#include "share/program/smb_listing_posix_user.h"
 
 #include <sys/stat.h>
 
@@ -7,7 +7,7 @@
 #include <limits>
 #include <string_view>
 
-#include "common/qlib/smb/smb_watch_posix_user.h"
+#include "share/program/smb_watch_posix_user.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "common/qlib/share/qshare_protocol.h"
+#include "share/qshare_protocol.h"
 
 // What to connect to; the password's memory is wiped before it is given back.
 struct smb_target {

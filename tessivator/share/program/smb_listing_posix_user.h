@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "common/qlib/smb/smb_server_posix_user.h"
+#include "share/program/smb_server_posix_user.h"
 
 class smb_listing {
  public:

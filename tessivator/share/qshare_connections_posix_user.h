@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/qlib/share/qshare_session_posix_user.h"
+#include "share/qshare_session_posix_user.h"
 
 // What "\\server\share\dir\file" names, in UTF-8.
 struct qshare_name {

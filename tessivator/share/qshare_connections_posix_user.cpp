@@ -1,4 +1,4 @@
-#include "common/qlib/share/qshare_posix_user.h"
+#include "share/qshare_connections_posix_user.h"
 
 #include <locale.h>
 #include <wctype.h>

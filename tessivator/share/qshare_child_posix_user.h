@@ -8,8 +8,8 @@
 #include <sys/types.h>
 
 #include "common/qlib/qsys_posix_user.h"
-#include "common/qlib/share/qshare_pair_posix_user.h"
-#include "common/qlib/share/qshare_protocol.h"
+#include "share/qshare_pair_posix_user.h"
+#include "share/qshare_protocol.h"
 
 // Lookups of the share program go by the place of the library or program that this code is part of, never by PATH, the
 // environment or the current directory: what a password is given to must not depend on them.

@@ -14,9 +14,9 @@
 #include <new>
 #include <variant>
 
-#include "common/qlib/share/qshare_pair_posix_user.h"
-#include "common/qlib/smb/smb_listing_posix_user.h"
-#include "common/qlib/smb/smb_watch_posix_user.h"
+#include "share/program/smb_listing_posix_user.h"
+#include "share/program/smb_watch_posix_user.h"
+#include "share/qshare_pair_posix_user.h"
 
 namespace {
 
