@@ -153,7 +153,6 @@ void fill_entry(qfile_entry& entry, std::u16string&& name, bool is_directory, bo
   entry.is_symlink = false;
   entry.is_link = is_directory && is_reparse;
   // Some servers follow links themselves and show only directories.
-  entry.may_repeat = is_directory;
 }
 
 class share_search final : public qfile_search {

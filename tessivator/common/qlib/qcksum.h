@@ -30,7 +30,8 @@ struct qcksum {
 static_assert(sizeof(qcksum) == 66);
 
 // Digests of an open file in one pass. `flags` is a mask of MD5, SHA-1 and SHA-256, each requested kind with its
-// record. `length` 0 reads from `offset` to the end. The handle's position is restored. Returns
+// record. `length` 0 reads from `offset` to the end. The handle's position is restored. What the handle keeps of
+// the file's start (qfile.h) is digested as it was first read, the rest as it is now. Returns
 // QERR_INVALID for a missing record, QERR_ARG1 when no kind is requested or the file is missing, QERR_LOW_MEMORY, or a
 // file error; a read that fails ends the pass with QERR_OK and digests of what was read.
 [[nodiscard]] qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,

@@ -62,8 +62,7 @@ qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_
   if (buffer == nullptr) return QERR_ARG2;
   if (bytes_read == nullptr) return QERR_ARG4;
   *bytes_read = 0;
-  if (qlib_is_cancelled()) return QERR_CANCELLED;
-  const qerr_t code = handle->read(buffer, size, *bytes_read).code;
+  const qerr_t code = qlib_is_cancelled() ? QERR_CANCELLED : handle->read(buffer, size, *bytes_read).code;
   handle->note(code);
   return code;
 }

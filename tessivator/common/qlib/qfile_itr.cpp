@@ -6,6 +6,7 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
+#include "common/qlib/qutf8.h"
 
 namespace {
 
@@ -63,6 +64,37 @@ void leave_out(qfile_itr& iterator, const std::u16string& directory, qerr_t code
   QLOG(QLOG_WARNING, u"Failed to list directory %s. ecode %d: %s.\n", directory, code, qerr_get_string(code));
 }
 
+// The bytes of the path in a report: U+FFFD, of three bytes, replaces what XML forbids and what is no character.
+std::size_t bytes_in_report(const std::u16string& path) noexcept {
+  constexpr std::size_t bytes_of_replacement = 3;
+  std::size_t bytes = 0;
+  for (std::u16string_view rest(path); !rest.empty();) {
+    const qutf8_step step = qutf16_next(rest);
+    rest.remove_prefix(step.length);
+    if (!step.valid || step.scalar < U' ' || step.scalar >= 0x800) {
+      bytes += step.length == 2 ? 4 : bytes_of_replacement;
+    } else {
+      bytes += step.scalar < 0x80 ? 1 : 2;
+    }
+  }
+  return bytes;
+}
+
+// Skips the entry that was just read when no reader of reports would take its path.
+bool skip_long_path(qfile_itr& iterator) {
+  constexpr std::size_t most_bytes_a_unit = 3;
+  if (iterator.path.size() <= QFILE_ITR_LONGEST_PATH / most_bytes_a_unit) return false;
+  const std::size_t bytes = bytes_in_report(iterator.path);
+  if (bytes <= QFILE_ITR_LONGEST_PATH) return false;
+  std::uint64_t& count = iterator.entry.is_directory ? iterator.left_out.directories : iterator.left_out.files;
+  ++count;
+  constexpr std::size_t shown = 200;
+  const std::u16string& path = iterator.path;
+  QLOG(QLOG_WARNING, u"Skipped a path of %llu bytes: %s...%s\n", std::uint64_t{bytes}, path.substr(0, shown),
+       path.substr(path.size() - shown));
+  return true;
+}
+
 void park_outermost(qfile_itr& iterator) {
   qfile_search* const outermost = iterator.levels[iterator.parked].search.get();
   ++iterator.parked;
@@ -97,8 +129,6 @@ qsys_status open_level(qfile_itr& iterator) {
   return qfile_provider_for(iterator.path.c_str()).search(iterator.path.c_str(), level.search);
 }
 
-// Below a link any directory can be one that is open above, not only the link's own target. Above the first link none
-// can.
 bool is_open_above(const qfile_itr& iterator) noexcept {
   const qfile_itr_level& entered = iterator.levels.back();
   for (const qfile_itr_level& above : iterator.levels) {
@@ -107,14 +137,21 @@ bool is_open_above(const qfile_itr& iterator) noexcept {
   return false;
 }
 
-// Whether the innermost level, now open, is to be read. Without an identity the number of links bounds the walk.
+// Whether the innermost level, now open, is to be read. Also a directory that is reached without a link can be open
+// above: a server follows links of its own, and Wine follows those of Unix. A level that is open above was entered, so
+// the levels are only searched for directories that come again.
 bool may_enter(qfile_itr& iterator) {
   qfile_itr_level& level = iterator.levels.back();
   if (iterator.levels.size() == 1 && !iterator.lists_start) return true;  // merely holds the start
-  level.has_identity = level.search->identity(level.identity);
-  if (!level.has_identity) return true;
-  if ((level.links > 0 || level.may_repeat) && is_open_above(iterator)) return false;
-  return iterator.entered.enter(level.identity);
+  level.has_identity = level.search->identity(level.identity) && level.identity.tells_apart();
+  const bool through_link = level.links > 0;
+  if (!level.has_identity) {
+    // All nameless directories of a volume count as one through links; without links each is entered.
+    level.identity.index_low = level.identity.index_high = 0;
+    return !through_link || iterator.entered.enter(level.identity, through_link);
+  }
+  if (iterator.entered.contains(level.identity) && is_open_above(iterator)) return false;
+  return iterator.entered.enter(level.identity, through_link);
 }
 
 void leave_level(qfile_itr& iterator) noexcept {
@@ -137,7 +174,6 @@ void enter_directory(qfile_itr& iterator) {
   level.directory_length = iterator.path.size();
   level.links = iterator.levels.back().links + (entry.is_link ? 1 : 0);
   level.is_link = entry.is_link;
-  level.may_repeat = entry.may_repeat;
   if (level.links <= most_links) iterator.levels.push_back(std::move(level));
 }
 
@@ -179,6 +215,7 @@ qerr_t read_entry(qfile_itr& iterator) {
     iterator.path.resize(level.directory_length);
     iterator.path += iterator.separator;
     iterator.path += iterator.entry.name;
+    if (skip_long_path(iterator)) continue;
     return QERR_OK;
   }
   return QERR_END;

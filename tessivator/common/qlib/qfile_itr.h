@@ -13,19 +13,22 @@
 inline constexpr std::uint32_t QFILE_ITR_ONE_LEVEL = 1;
 inline constexpr std::uint32_t QFILE_ITR_NO_REPARSE = 2;
 
+// The longest path that a walk yields, in bytes of the UTF-8 that a report holds of it; longer ones are skipped, logged
+// and counted as left out, a directory with all that is below it.
+inline constexpr std::size_t QFILE_ITR_LONGEST_PATH = std::size_t{1} << 20U;
+
 // One directory level of a walk.
 struct qfile_itr_level {
   std::unique_ptr<qfile_search> search;  // null until the level is first read
   std::size_t directory_length = 0;      // units of the path buffer that name this level's directory
   std::uint32_t links = 0;               // directory links on the way here
   bool is_link = true;                   // the directory was not listed as one of its own
-  bool may_repeat = false;               // it could be open above
   bool has_identity = false;
   qfile_identity identity;
 };
 
-// What a scan did not see. The walk counts directories that could not be listed or not to their end; files are for
-// whoever opens them to count.
+// What a scan did not see. The walk counts directories that could not be listed completely, and paths that are too
+// long; other files are counted by whoever opens them.
 struct qfile_left_out {
   std::uint64_t directories = 0;
   std::uint64_t files = 0;
@@ -57,8 +60,8 @@ struct qfile_itr {
 // null, become 1 or 0.
 // 1008 at the end; any other code is a search error and ends the walk. The first call answers a start directory that
 // cannot be listed with the listing's code; any other directory that cannot is logged, counted in `left_out` and passed
-// over. A directory is reported but not entered when it is open above, when the walk has entered it 16 times, or when
-// the path goes through 16 directory links, so that every walk ends.
+// over. A directory is reported but not entered when it is open above, when the walk has entered it 16 times through
+// links or 16 times without, or when the path goes through 16 directory links, so that every walk ends.
 [[nodiscard]] qerr_t qfile_itr_next(qfile_itr* iterator, const qchar** path_out, std::uint32_t* is_directory,
                                     std::uint32_t* is_symlink) noexcept;
 

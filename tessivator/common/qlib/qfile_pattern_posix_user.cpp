@@ -36,7 +36,12 @@ char16_t capital(char16_t unit) noexcept {
 
 bool is_wildcard(char16_t unit) noexcept { return unit == u'*' || unit == u'?'; }
 
-// Whether the pattern's unit at `at` can stand for nothing at the end of a name.
+// Before a period, * matches up to the last period of a name, but never that period itself.
+bool stops_at_last_period(std::u16string_view pattern, std::size_t at) noexcept {
+  return at + 1 < pattern.size() && pattern[at + 1] == u'.';
+}
+
+// Whether the pattern's unit at `at` may match nothing at the end of a name.
 bool can_end(std::u16string_view pattern, std::size_t at) noexcept {
   if (is_wildcard(pattern[at])) return true;
   return pattern[at] == u'.' && at + 1 < pattern.size() && is_wildcard(pattern[at + 1]);
@@ -44,18 +49,21 @@ bool can_end(std::u16string_view pattern, std::size_t at) noexcept {
 
 }  // namespace
 
-// Keeps all places of the pattern that fit the name so far: a wildcard leaves several, and none is tried twice.
+// The rules of [MS-FSA] 2.1.4.4 for the DOS wildcards that the search functions of Windows make of * and ?. Keeps all
+// places of the pattern that fit the name so far: a wildcard leaves several, and none is tried twice.
 bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name) {
   std::vector<bool> here(pattern.size() + 1);
   std::vector<bool> next(pattern.size() + 1);
   here[0] = true;
-  for (const char16_t unit : name) {
+  const std::size_t last_period = name.rfind(u'.');
+  for (std::size_t unit_at = 0; unit_at < name.size(); ++unit_at) {
+    const char16_t unit = name[unit_at];
     next.assign(next.size(), false);
     for (std::size_t at = 0; at < pattern.size(); ++at) {
       if (!here[at]) continue;
       if (pattern[at] == u'*') {
         here[at + 1] = true;
-        next[at] = true;
+        if (unit_at != last_period || !stops_at_last_period(pattern, at)) next[at] = true;
       } else if (pattern[at] == u'?') {
         (unit == u'.' ? here : next)[at + 1] = true;
       } else if (capital(pattern[at]) == capital(unit)) {

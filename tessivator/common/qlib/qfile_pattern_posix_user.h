@@ -5,7 +5,8 @@
 
 #include "common/qlib/qtypes.h"
 
-// Whether `name` fits `pattern`, in either case of its letters. * stands for any units. ? stands for one, but for no
-// period, and for none before a period or at the end. A period before a wildcard may stand at the end for nothing, so
-// that "*.*" is every name. Takes at most pattern x name steps. May throw std::bad_alloc.
+// Whether `name` matches `pattern`, ignoring case, as the search functions of Windows decide ([MS-FSA] 2.1.4.4). *
+// matches any units; directly before a period it does not pass the name's last period. ? matches one unit but no
+// period, and nothing before a period or at the name's end. A period before a wildcard matches nothing at the name's
+// end, so "*.*" is every name. Takes at most pattern x name steps. May throw std::bad_alloc.
 [[nodiscard]] bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name);

@@ -30,7 +30,6 @@ struct qfile_entry {
   bool is_reparse = false;    // a link or junction of any kind
   bool is_symlink = false;    // a symbolic link
   bool is_link = false;       // leads to another place of the tree: a symbolic link or junction, no cloud placeholder
-  bool may_repeat = false;    // could be a directory that is open above although it looks like no link
 };
 
 // What tells whether two listings are of the same directory.
@@ -39,6 +38,13 @@ struct qfile_identity {
   std::uint64_t index_low = 0;
   std::uint64_t index_high = 0;
   bool operator==(const qfile_identity&) const noexcept = default;
+
+  // Some storage has no numbers and answers 0 or all ones, in 64 or 128 bits, for every directory of a volume.
+  [[nodiscard]] bool tells_apart() const noexcept {
+    constexpr std::uint64_t ones = ~std::uint64_t{0};
+    if (index_low == 0) return index_high != 0;
+    return index_low != ones || (index_high != 0 && index_high != ones);
+  }
 };
 
 // Where a seek by `offset` from `base` leads; false when that lies before the start or past the largest offset.

@@ -87,8 +87,11 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
  public:
   static constexpr const qchar* root = u"\\\\server\\share";
 
-  explicit tree_provider(const std::string& tree, bool has_identities = true)
-      : replaced(this), has_identities_(has_identities) {
+  // What the storage answers when it is asked for a directory's number.
+  enum class numbers { own, none, zero, ones };
+
+  explicit tree_provider(const std::string& tree, numbers answered = numbers::own)
+      : replaced(this), answered_(answered) {
     std::istringstream text(tree);
     int directory = 0;
     item one;
@@ -105,7 +108,7 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
     for (const item& one : directories_[node]) {
       if (one.kind != '.') reached_[path + u'\\' + qstr_to_wide(one.name)] = one.node;
     }
-    out = std::make_unique<listing>(directories_[node], has_identities_ ? node : -1);
+    out = std::make_unique<listing>(directories_[node], node, answered_);
     return {};
   }
 
@@ -117,10 +120,13 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
   };
 
   struct listing final : qfile_search {
-    listing(std::vector<item> items, int node) : items_(std::move(items)), node_(node) {}
+    listing(std::vector<item> items, int node, numbers answered)
+        : items_(std::move(items)), node_(node), answered_(answered) {}
     bool identity(qfile_identity& out) const noexcept override {
-      out = {1, static_cast<std::uint64_t>(node_), 0};
-      return node_ >= 0;
+      out = {1, static_cast<std::uint64_t>(node_) + 1, 0};
+      if (answered_ == numbers::zero) out.index_low = 0;
+      if (answered_ == numbers::ones) out.index_low = out.index_high = ~std::uint64_t{0};
+      return answered_ != numbers::none;
     }
     qsys_status next(qfile_entry& entry) override {
       if (taken_ == items_.size()) return {QERR_END, qsys_condition::end_of_directory};
@@ -131,10 +137,11 @@ class tree_provider final : public refusing_provider, replaced<qfile_set_provide
     }
     std::vector<item> items_;
     int node_;
+    numbers answered_;
     std::size_t taken_ = 0;
   };
 
-  bool has_identities_;
+  numbers answered_;
   std::map<int, std::vector<item>> directories_;
   std::map<std::u16string, int> reached_{{root, 0}};  // as far as they were listed
 };
@@ -157,8 +164,61 @@ TEST(WalkLinks, AreReportedAndFollowedOnce) {
 
 // The seventeenth link is reported, not entered.
 TEST(WalkLinks, WithoutIdentitiesTheirNumberEndsACycle) {
-  const tree_provider disk("0 self @ 0", false);
-  EXPECT_EQ(walk(tree_provider::root, 15).entries.size(), 17U);
+  for (const auto answered : {tree_provider::numbers::none, tree_provider::numbers::zero}) {
+    const tree_provider disk("0 self @ 0", answered);
+    EXPECT_EQ(walk(tree_provider::root, 15).entries.size(), 17U);
+  }
+}
+
+// `ways` entries of the given kind lead from the root to folders of one file each: to one folder, or each to its own.
+std::string fan(int ways, char kind, bool one_folder, const std::string& more = "") {
+  std::string tree;
+  for (int way = 1; way <= ways; ++way) {
+    const std::string node = std::to_string(one_folder ? 1 : way);
+    tree += "0 " + std::to_string(way) + " " + kind + " " + node + ",";
+    if (way == 1 || !one_folder) tree += node + " f . 0,";
+  }
+  return tree + more;
+}
+
+TEST(WalkLinks, LimitIsSixteenWaysThroughLinksAndSixteenWithout) {
+  using enum tree_provider::numbers;
+  const struct {
+    std::string tree;
+    tree_provider::numbers answered;
+    std::ptrdiff_t files;
+  } rows[] = {
+      {fan(40, '=', false), zero, 40},         {fan(40, '=', false), ones, 40},
+      {fan(40, '@', false), zero, 16},         {fan(40, '@', false), own, 40},
+      {fan(20, '=', true), own, 16},           {fan(20, '@', true, "0 real = 1"), own, 17},
+      {"0 a = 1, 1 top = 0, 1 f . 0", own, 1},
+  };
+  for (const auto& row : rows) {
+    const tree_provider disk(row.tree, row.answered);
+    const walked got = walk(tree_provider::root, 15);
+    EXPECT_EQ(std::ranges::count_if(got.entries, [](const std::string& name) { return name.ends_with("f"); }),
+              row.files)
+        << row.tree;
+  }
+}
+
+TEST_F(Walk, SkipsWhatNoReportHolds) {
+  constexpr std::size_t fits = QFILE_ITR_LONGEST_PATH - 15;  // "\\server\share\" comes before the name
+  const auto tree = [](std::size_t length, const char* kind) {
+    const std::string name(length / 3 - 1, '\x01');
+    return "0 " + name + std::string(length - 3 * name.size(), 'n') + kind + ", 1 f . 0";
+  };
+  for (const auto& [beyond, kind, yielded, files, directories] : {std::tuple{0U, " . 0", 1U, 0U, 0U},
+                                                                  {1U, " . 0", 0U, 1U, 0U},
+                                                                  {0U, " = 1", 1U, 1U, 0U},
+                                                                  {1U, " = 1", 0U, 0U, 1U}}) {
+    const tree_provider disk(tree(fits + beyond, kind));
+    walked got;
+    EXPECT_EQ(logged(QLOG_PROG, [&] { got = walk(tree_provider::root, 15); }).size() > 400, beyond + files != 0);
+    EXPECT_EQ(got.entries.size(), yielded);
+    EXPECT_EQ(got.left_out.files, files);
+    EXPECT_EQ(got.left_out.directories, directories);
+  }
 }
 
 TEST(WalkLinks, PlaceholdersAreNone) {
