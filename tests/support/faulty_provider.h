@@ -30,6 +30,7 @@ enum class file_op : std::uint8_t {
   remove,
   make_directory,
   full_path,
+  pause,
   count
 };
 
@@ -87,6 +88,7 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
   qsys_status full_path(const qchar* path, std::u16string& out) override {
     return on<&qfile_provider::full_path>(file_op::full_path, path, out);
   }
+  void pause(std::uint32_t) noexcept override { (void)meet(file_op::pause, true); }  // takes no time
   qsys_status info(const qchar* path, qfile_info& out) override { return below_.info(path, out); }
   qsys_status remove_directory(const qchar* path) override { return below_.remove_directory(path); }
   qsys_status compress(const qchar* path) override { return below_.compress(path); }

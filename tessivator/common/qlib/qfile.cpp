@@ -1,9 +1,11 @@
 #include "common/qlib/qfile.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <thread>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile_provider.h"
@@ -32,6 +34,10 @@ qfile_provider& qfile_provider_for(const qchar* path) noexcept {
 }
 
 void qfile_set_provider(qfile_provider* own) noexcept { replaceable_provider.replace(own); }
+
+void qfile_provider::pause(std::uint32_t milliseconds) noexcept {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
 
 qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept try {
   if (handle == nullptr) return QERR_ARG1;

@@ -115,6 +115,11 @@ qsys_status qfile_status_of(DWORD error) noexcept {
     case ERROR_FILE_EXISTS:
       status.condition = qsys_condition::already_exists;
       break;
+    case ERROR_ACCESS_DENIED:  // also what a rename onto an open file gives
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_USER_MAPPED_FILE:
+      status.condition = qsys_condition::held;
+      break;
     case ERROR_NO_MORE_FILES:
       status = {QERR_END, qsys_condition::end_of_directory};
       break;

@@ -13,7 +13,8 @@
 #include "common/qlib/qfile.h"
 #include "common/qlib/qmem.h"
 
-enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory, no_handles };
+// `held`: perhaps only because another program has the file open (Windows).
+enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory, no_handles, held };
 
 // The code that comes with end_of_directory is QERR_END.
 
@@ -182,6 +183,8 @@ class qfile_provider {
   virtual qsys_status remove_directory(const qchar* path) = 0;
   virtual qsys_status copy(const qchar* source, const qchar* target, bool fail_if_exists) = 0;
   virtual qsys_status compress(const qchar* path) = 0;
+  // Waits before the next try at a file that is held.
+  virtual void pause(std::uint32_t milliseconds) noexcept;
   // The absolute form, lexically: it need not exist.
   virtual qsys_status full_path(const qchar* path, std::u16string& out) = 0;
 };

@@ -8,6 +8,7 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_provider.h"
+#include "common/qlib/qlib.h"
 #include "common/qlib/qpath.h"
 
 namespace {
@@ -20,10 +21,18 @@ constexpr std::size_t digit_count = 16;
 // Names are random, so that nobody can stand ready at one; a name that is taken all the same is tried anew.
 constexpr int name_attempts = 16;
 
-std::u16string temporary_beside(const std::u16string& path) {
+// A file that other programs have open is tried again for 5 s: a virus scanner lets go by then.
+constexpr std::uint32_t pause_ms = 100;
+constexpr int most_pauses = 50;
+constexpr std::size_t copy_block = std::size_t{1} << 18U;
+
+std::u16string sibling(const std::u16string& path, std::u16string_view name) {
   const std::size_t cut = path.rfind(qpath_separator(path.c_str()));
-  std::u16string name = cut == std::u16string::npos ? std::u16string() : path.substr(0, cut + 1);
-  name += name_start;
+  return std::u16string(path, 0, cut == std::u16string::npos ? 0 : cut + 1).append(name);
+}
+
+std::u16string temporary_beside(const std::u16string& path) {
+  std::u16string name = sibling(path, name_start);
   std::random_device source;
   for (std::size_t digit = 0; digit < digit_count; digit += 8) {
     std::uint32_t bits = source();
@@ -43,6 +52,27 @@ qsys_status with_new_name(const std::u16string& target, std::u16string& name, Ta
     if (status.condition != qsys_condition::already_exists) break;
   }
   return status;
+}
+
+qerr_t write_all(qfile_object& file, const void* bytes, std::size_t size) noexcept {
+  constexpr std::size_t largest_write = std::size_t{1} << 30U;
+  const auto* at = static_cast<const std::byte*>(bytes);
+  while (size > 0) {
+    std::uint32_t done = 0;
+    const auto part = static_cast<std::uint32_t>(std::min(size, largest_write));
+    const qsys_status status = file.write(at, part, done);
+    if (!status.ok()) return status.code;
+    if (done == 0 || done > part) return QERR_IO;
+    at += done;
+    size -= done;
+  }
+  return QERR_OK;
+}
+
+bool is_directory(qfile_provider& provider, const std::u16string& path) {
+  std::unique_ptr<qfile_search> search;
+  qfile_entry entry;
+  return provider.search(path.c_str(), search).ok() && search->next(entry).ok() && entry.is_directory;
 }
 
 }  // namespace
@@ -80,25 +110,17 @@ qerr_t qfile_replacement::begin(const qchar* path) noexcept try {
 qerr_t qfile_replacement::write(const void* bytes, std::size_t size) noexcept {
   if (!file_) return QERR_ARG1;
   if (bytes == nullptr && size > 0) return QERR_ARG2;
-  constexpr std::size_t largest_write = std::size_t{1} << 30U;
-  const auto* at = static_cast<const std::byte*>(bytes);
-  while (size > 0) {
-    std::uint32_t done = 0;
-    const auto part = static_cast<std::uint32_t>(std::min(size, largest_write));
-    const qsys_status status = file_->write(at, part, done);
-    if (!status.ok()) return status.code;
-    if (done == 0 || done > part) return QERR_IO;
-    at += done;
-    size -= done;
-  }
-  return QERR_OK;
+  return write_all(*file_, bytes, size);
 }
 
-qerr_t qfile_replacement::commit(bool flush) noexcept try {
-  if (!file_) return QERR_ARG1;
+qerr_t qfile_replacement::commit(bool flush) noexcept try { return file_ ? put(flush).code : QERR_ARG1; } catch (...) {
+  return QERR_LOW_MEMORY;
+}
+
+qsys_status qfile_replacement::put(bool flush) {
   if (flush) {
     const qsys_status flushed = file_->flush();
-    if (!flushed.ok()) return flushed.code;
+    if (!flushed.ok()) return {flushed.code};
   }
   if (name_.empty()) {
     // Nothing to replace: the file gets its name at once, and never has another.
@@ -108,17 +130,81 @@ qerr_t qfile_replacement::commit(bool flush) noexcept try {
     }
     if (!status.ok() || name_.empty()) {
       file_.reset();
-      return status.code;
+      return status;
     }
   } else {
     file_.reset();  // a name of its own may be renamed only when the file is closed
   }
-  const qsys_status renamed = provider_->rename(name_.c_str(), target_.c_str());
-  if (renamed.ok()) name_.clear();
+  const qsys_status renamed = rename_to(target_);
   file_.reset();
-  return renamed.code;
+  return renamed;
+}
+
+qsys_status qfile_replacement::rename_to(const std::u16string& path) {
+  const qsys_status renamed = provider_->rename(name_.c_str(), path.c_str());
+  if (renamed.ok()) name_.clear();
+  return renamed;
+}
+
+qerr_t qfile_replacement::commit_over_held(const qchar* other_name, qfile_committed* how) noexcept try {
+  if (!file_ || other_name == nullptr) return QERR_ARG1;
+  if (how == nullptr) return QERR_ARG2;
+  *how = qfile_committed::renamed;
+  const qsys_status status = put(true);
+  if (status.condition != qsys_condition::held || is_directory(*provider_, target_)) return status.code;
+  return put_over_held(other_name, *how).code;
 } catch (...) {
   return QERR_LOW_MEMORY;
+}
+
+qsys_status qfile_replacement::put_over_held(const qchar* other_name, qfile_committed& how) {
+  // As long as it is open, no other scan removes it as abandoned.
+  std::unique_ptr<qfile_object> kept;
+  (void)provider_->open(name_.c_str(), QFILE_READ, kept);
+  qsys_status status{QERR_SHARING, qsys_condition::held};
+  for (int i = 0; i < most_pauses && status.condition == qsys_condition::held && !qlib_is_cancelled(); ++i) {
+    provider_->pause(pause_ms);
+    status = rename_to(target_);
+  }
+  if (status.condition != qsys_condition::held) return status;
+  if (replace_aside()) return {};
+  if (copy_over()) {
+    how = qfile_committed::copied;
+    kept.reset();
+    abandon();
+    return {};
+  }
+  how = qfile_committed::beside;
+  return rename_to(sibling(target_, other_name));
+}
+
+// A file that is open may still be renamed when whoever opened it allows its removal.
+bool qfile_replacement::replace_aside() {
+  const std::u16string aside = temporary_beside(target_);
+  if (!provider_->rename(target_.c_str(), aside.c_str()).ok()) return false;
+  const bool replaced = rename_to(target_).ok();
+  if (replaced) {
+    (void)provider_->remove(aside.c_str());
+  } else {
+    (void)provider_->rename(aside.c_str(), target_.c_str());
+  }
+  return replaced;
+}
+
+bool qfile_replacement::copy_over() {
+  std::unique_ptr<qfile_object> from;
+  std::unique_ptr<qfile_object> to;
+  if (!provider_->open(name_.c_str(), QFILE_READ, from).ok()) return false;
+  if (!provider_->open(target_.c_str(), QFILE_WRITE | QFILE_NO_FOLLOW, to).ok()) return false;
+  std::vector<std::byte> buffer(copy_block);
+  std::uint64_t copied = 0;
+  for (;;) {  // ends with the file, which nobody else writes
+    std::uint32_t got = 0;
+    if (!from->read(buffer.data(), static_cast<std::uint32_t>(buffer.size()), got).ok()) return false;
+    if (got == 0) return to->truncate(copied).ok() && to->flush().ok();
+    if (write_all(*to, buffer.data(), got) != QERR_OK) return false;
+    copied += got;
+  }
 }
 
 bool qfile_is_temporary(const qchar* path) noexcept {

@@ -12,6 +12,14 @@
 
 class qfile_object;
 class qfile_provider;
+struct qsys_status;
+
+// Where qfile_replacement::commit_over_held has put the file.
+enum class qfile_committed : std::uint8_t {
+  renamed,  // at the target, in one step
+  copied,   // at the target, over the old file's bytes
+  beside    // under the other name; what the target holds is not the new file
+};
 
 // Used by one thread; when it is destroyed before commit has succeeded, the new file is gone and the target untouched.
 class qfile_replacement {
@@ -31,10 +39,22 @@ class qfile_replacement {
   // power cut can lose a file just written. QERR_ARG1 before begin, or the file's code; a directory at the target is an
   // error.
   [[nodiscard]] qerr_t commit(bool flush) noexcept;
+  // commit with a flush, for a target that other programs may have open, which Windows does not let us replace. Tries
+  // for 5 s, then moves the old file aside, then copies the new one over it, and last leaves the new file in the
+  // target's folder as `other_name`. While it copies, a reader may meet half a file, and a crash may leave one; the new
+  // file stays complete under its own name until the copy is flushed. `how` is set on success. QERR_ARG1 before begin
+  // or without a name, QERR_ARG2, or the file's code.
+  [[nodiscard]] qerr_t commit_over_held(const qchar* other_name, qfile_committed* how) noexcept;
   // Gives the new file up at once, and the space that it takes.
   void abandon() noexcept;
 
  private:
+  qsys_status put(bool flush);
+  qsys_status rename_to(const std::u16string& path);
+  qsys_status put_over_held(const qchar* other_name, qfile_committed& how);
+  bool replace_aside();
+  bool copy_over();
+
   qfile_provider* provider_ = nullptr;
   std::u16string target_;
   std::u16string name_;  // the new file's, empty while it has none

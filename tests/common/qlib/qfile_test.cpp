@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fstream>
 
+#include "common/qlib/qfile_replacement.h"
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/scratch.h"
@@ -231,6 +232,43 @@ TEST_F(Files, WriteWholeTakesAnotherNameWhenOneIsTakenAndFlushesWhenAsked) {
   disk.fail(file_op::create_exclusive, 1, QERR_EXISTS, faulty_provider::ALWAYS, qsys_condition::already_exists);
   EXPECT_EQ(write_whole(at(u"f"), "y"), QERR_EXISTS);
   EXPECT_EQ(get(at(u"f")), "x");
+}
+
+// What a commit does when the target is held: so many renames onto it fail, and it opens for writing or not.
+TEST_F(Files, CommitOverHeldGoesOnToTheNextWay) {
+  const struct {
+    std::uint32_t renames, opens;
+    qsys_condition condition;
+    qerr_t code;
+    qfile_committed how;
+    std::uint32_t pauses;
+    const char *target, *other;
+  } cases[] = {{0, 0, qsys_condition::held, QERR_OK, qfile_committed::renamed, 0, "new", "<2>"},
+               {4, 0, qsys_condition::held, QERR_OK, qfile_committed::renamed, 4, "new", "<2>"},
+               {51, 0, qsys_condition::held, QERR_OK, qfile_committed::renamed, 50, "new", "<2>"},  // aside
+               {52, 0, qsys_condition::held, QERR_OK, qfile_committed::copied, 50, "new", "<2>"},
+               {52, 1, qsys_condition::held, QERR_OK, qfile_committed::beside, 50, "older and longer", "new"},
+               {1, 0, qsys_condition::none, QERR_SHARING, qfile_committed::renamed, 0, "older and longer", "<2>"}};
+  for (const auto& c : cases) {
+    const std::u16string path = put(u"f", "older and longer");
+    faulty_provider disk;
+    disk.only(u"f");
+    disk.fail(file_op::rename, 1, QERR_SHARING, c.renames, c.condition);
+    disk.fail(file_op::open, 1, QERR_SHARING, c.opens, qsys_condition::held);
+    auto how = qfile_committed::renamed;
+    {
+      qfile_replacement file;
+      ASSERT_EQ(file.begin(path.c_str()), QERR_OK);
+      ASSERT_EQ(file.write("new", 3), QERR_OK);
+      EXPECT_EQ(file.commit_over_held(u"other", &how), c.code) << c.renames;
+    }
+    EXPECT_EQ(how, c.how) << c.renames;
+    EXPECT_EQ(disk.calls(file_op::pause), c.pauses) << c.renames;
+    EXPECT_EQ(get(path), c.target) << c.renames;
+    EXPECT_EQ(get(at(u"other")), c.other) << c.renames;
+    EXPECT_EQ(entries(), c.how == qfile_committed::beside ? 2 : 1) << "no temporary file stays";
+    (void)qfile_delete(at(u"other").c_str());
+  }
 }
 
 }  // namespace
