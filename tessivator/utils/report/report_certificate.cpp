@@ -20,9 +20,9 @@
 namespace {
 
 // No signature that a scan decodes is larger, and PEM takes a third more.
-constexpr std::uint64_t MAX_FILE = std::uint64_t{24} << 20U;
-constexpr std::size_t MAX_HOLDER = 256;
-constexpr std::size_t MAX_TEXT = 16384;
+constexpr std::uint64_t max_file = std::uint64_t{24} << 20U;
+constexpr std::size_t max_holder = 256;
+constexpr std::size_t max_text = 16384;
 
 using BioPtr = std::unique_ptr<BIO, FreeWith<BIO_free>>;
 using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<BN_free>>;
@@ -36,11 +36,11 @@ using OpensslPtr = std::unique_ptr<T, OpensslFree>;
 
 std::string nameText(const X509_NAME* name) {
   const BioPtr memory(BIO_new(BIO_s_mem()));
-  constexpr unsigned long FORM = (XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) | XN_FLAG_SEP_CPLUS_SPC;
+  constexpr unsigned long form = (XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB) | XN_FLAG_SEP_CPLUS_SPC;
   char* text = nullptr;
-  if (!memory || X509_NAME_print_ex(memory.get(), name, 0, FORM & ~XN_FLAG_SEP_COMMA_PLUS) < 0) return {};
+  if (!memory || X509_NAME_print_ex(memory.get(), name, 0, form & ~XN_FLAG_SEP_COMMA_PLUS) < 0) return {};
   const long size = BIO_get_mem_data(memory.get(), &text);
-  return size > 0 ? presentable({text, static_cast<std::size_t>(size)}, MAX_TEXT) : std::string();
+  return size > 0 ? presentable({text, static_cast<std::size_t>(size)}, max_text) : std::string();
 }
 
 std::string attribute(const X509_NAME* name, int nid) {
@@ -50,14 +50,14 @@ std::string attribute(const X509_NAME* name, int nid) {
   const int size = ASN1_STRING_to_UTF8(&bytes, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, at)));
   const OpensslPtr<unsigned char> owner(bytes);
   if (size <= 0) return {};
-  return presentable({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)}, MAX_HOLDER);
+  return presentable({reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)}, max_holder);
 }
 
 std::string holderOf(const X509_NAME* subject) {
   for (const int nid : {NID_commonName, NID_organizationName, NID_organizationalUnitName}) {
     if (std::string text = attribute(subject, nid); !text.empty()) return text;
   }
-  const std::string whole = presentable(nameText(subject), MAX_HOLDER);
+  const std::string whole = presentable(nameText(subject), max_holder);
   return whole.empty() ? "(no name)" : whole;
 }
 
@@ -106,7 +106,7 @@ std::string readCertificateFile(const std::u16string& path, std::string& bytes) 
   std::uint64_t size = 0;
   if (qfile_open(file.out(), path.c_str(), QFILE_READ) != QERR_OK) return "its file is missing";
   if (qfile_size(file.get(), &size) != QERR_OK) return "its file cannot be read";
-  if (size > MAX_FILE) return "its file is too large";
+  if (size > max_file) return "its file is too large";
   bytes.resize(static_cast<std::size_t>(size));
   std::size_t have = 0;
   std::uint32_t done = 0;

@@ -10,21 +10,21 @@
 
 namespace {
 
-constexpr std::size_t MAX_KNOWN = 16384;  // entries, each under a kilobyte
-constexpr std::size_t MAX_TOLD = 20;
+constexpr std::size_t max_known = 16384;  // entries, each under a kilobyte
+constexpr std::size_t max_told = 20;
 
 }  // namespace
 
 ReportWarnings::~ReportWarnings() {
-  if (count_ <= MAX_TOLD) return;
+  if (count_ <= max_told) return;
   try {
-    reportPutError(u"brantle-report: and " + qstr_to_wide(std::to_string(count_ - MAX_TOLD)) + u" more of these\n");
+    reportPutError(u"brantle-report: and " + qstr_to_wide(std::to_string(count_ - max_told)) + u" more of these\n");
   } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory even for saying so
   }
 }
 
 void ReportWarnings::tell(std::u16string_view text) {
-  if (++count_ <= MAX_TOLD) reportPutError(u"brantle-report: " + forTerminal(text) + u'\n');
+  if (++count_ <= max_told) reportPutError(u"brantle-report: " + forTerminal(text) + u'\n');
 }
 
 std::size_t CertificateBook::NameHash::operator()(const CertificateName& name) const noexcept {
@@ -35,7 +35,7 @@ std::size_t CertificateBook::NameHash::operator()(const CertificateName& name) c
 
 CertificateBook::EntryPtr CertificateBook::find(const CertificateName& name) {
   if (const auto found = known_.find(name); found != known_.end()) return found->second;
-  if (known_.size() >= MAX_KNOWN) known_.clear();
+  if (known_.size() >= max_known) known_.clear();
   CertificateFacts facts = readCertificate(folder_, name);
   if (!facts.problem.empty()) {
     const std::string hex = bytesToHex(name);

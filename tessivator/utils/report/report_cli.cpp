@@ -15,11 +15,11 @@
 
 namespace {
 
-constexpr int EQUAL = 0;
-constexpr int DIFFERENT = 1;
-constexpr int FAILED = 2;
+constexpr int equal = 0;
+constexpr int different = 1;
+constexpr int failed = 2;
 
-constexpr const qchar* USAGE =
+constexpr const qchar* usage =
     u"usage: brantle-report COMMAND ...\n"
     u"\n"
     u"  html DIR [-o FILE]       one page with everything, to be opened in a browser\n"
@@ -65,7 +65,7 @@ std::u16string takeOutput(Arguments& arguments) {
 int runDiff(Arguments arguments) {
   const bool csv = std::erase(arguments, u"--csv") != 0;
   if (arguments.size() != 2) badUsage();
-  return reportDiff(arguments[0], arguments[1], csv) ? DIFFERENT : EQUAL;
+  return reportDiff(arguments[0], arguments[1], csv) ? different : equal;
 }
 
 int runCommand(const std::u16string& command, Arguments arguments) {
@@ -73,7 +73,7 @@ int runCommand(const std::u16string& command, Arguments arguments) {
   if (command == u"merge") {
     if (arguments.size() < 2) badUsage();
     reportMerge(arguments[0], {arguments.begin() + 1, arguments.end()});
-    return EQUAL;
+    return equal;
   }
   const std::u16string output = takeOutput(arguments);
   if (arguments.size() != 1) badUsage();
@@ -86,19 +86,19 @@ int runCommand(const std::u16string& command, Arguments arguments) {
   } else {
     badUsage();
   }
-  return EQUAL;
+  return equal;
 }
 
 int run(const qchar* const* argv, int argc) {
   if (argc < 2) badUsage();
   const std::u16string command = argv[1];
   if (command == u"-h" || command == u"--help") {
-    (void)qstr_console_printf(u"%s", USAGE);
-    return EQUAL;
+    (void)qstr_console_printf(u"%s", usage);
+    return equal;
   }
   if (command == u"--version") {
     (void)qstr_console_printf(u"brantle-report %hs\n", BRANTLE_VERSION);
-    return EQUAL;
+    return equal;
   }
   return runCommand(command, Arguments(argv + 2, argv + argc));
 }
@@ -106,9 +106,9 @@ int run(const qchar* const* argv, int argc) {
 }  // namespace
 
 int reportMain(const qchar* const* argv, int argc) noexcept {
-  if (qlib_lib_init_basic() != QERR_OK) return FAILED;
+  if (qlib_lib_init_basic() != QERR_OK) return failed;
   qshare_enable();
-  int result = FAILED;
+  int result = failed;
   try {
     result = run(argv, argc);
   } catch (const ReportError& error) {

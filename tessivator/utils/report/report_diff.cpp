@@ -22,7 +22,7 @@ struct Line {
 using Lines = std::deque<Line>;  // grows without being copied
 
 enum class Change : std::uint8_t { Added, Removed, Changed, Moved };
-constexpr std::array<std::string_view, 4> CHANGE_NAMES{"added", "removed", "changed", "moved"};
+constexpr std::array<std::string_view, 4> change_names{"added", "removed", "changed", "moved"};
 
 struct Difference {
   Change change = Change::Added;
@@ -184,7 +184,7 @@ class TextListing final : public Listing {
  public:
   void difference(Change change, const Told& told) override {
     ++counts_[static_cast<std::size_t>(change)];
-    std::string line(CHANGE_NAMES[static_cast<std::size_t>(change)]);
+    std::string line(change_names[static_cast<std::size_t>(change)]);
     line.resize(9, ' ');
     line += change == Change::Added ? told.newer.name() : told.older.name();
     if (change == Change::Moved) line += " -> " + told.newer.name();
@@ -209,7 +209,7 @@ class TextListing final : public Listing {
   void end() override {
     std::string line;
     for (std::size_t i = 0; i < counts_.size(); ++i) {
-      line += std::to_string(counts_[i]) + ' ' + std::string(CHANGE_NAMES[i]) + ", ";
+      line += std::to_string(counts_[i]) + ' ' + std::string(change_names[i]) + ", ";
     }
     put(line + "signers: " + std::to_string(signers_[1]) + " came, " + std::to_string(signers_[0]) + " went");
   }
@@ -220,7 +220,7 @@ class TextListing final : public Listing {
       throw ReportError(u"standard output: cannot be written");
     }
   }
-  std::array<std::size_t, CHANGE_NAMES.size()> counts_{};
+  std::array<std::size_t, change_names.size()> counts_{};
   std::array<std::size_t, 2> signers_{};
 };
 
@@ -237,7 +237,7 @@ class CsvListing final : public Listing {
       });
     }
     const bool removed = change == Change::Removed;
-    row({CHANGE_NAMES[static_cast<std::size_t>(change)], (removed ? told.older : told.newer).name(),
+    row({change_names[static_cast<std::size_t>(change)], (removed ? told.older : told.newer).name(),
          change == Change::Moved ? told.older.name() : std::string(), differs, told.older[ReportField::Version],
          told.newer[ReportField::Version], told.olderSigners, told.newerSigners, "1"});
   }

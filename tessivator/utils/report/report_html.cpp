@@ -24,12 +24,12 @@
 
 namespace {
 
-constexpr std::size_t A_CHUNK = std::size_t{1} << 20U;  // bytes
-constexpr std::size_t CHUNK_ROWS = 4096;
-constexpr std::size_t SHA1_BASE64 = 27;
-constexpr std::size_t SHA256_BASE64 = 43;
+constexpr std::size_t chunk_bytes = std::size_t{1} << 20U;  // bytes
+constexpr std::size_t chunk_rows = 4096;
+constexpr std::size_t sha1_base64 = 27;
+constexpr std::size_t sha256_base64 = 43;
 // The chunk before this element is complete.
-constexpr std::string_view TAKE = "take()";
+constexpr std::string_view take = "take()";
 
 // The source expression of a Content-Security-Policy that allows exactly this text.
 std::string policyHash(std::string_view text) {
@@ -47,11 +47,11 @@ class TextNumbers {
     if (const auto found = known_.find(text); found != known_.end()) return found->second;
     if (!fresh.empty()) fresh += ',';
     appendJson(fresh, text);
-    if (bytes_ > MAX_BYTES || known_.size() > MAX_TEXTS) {
+    if (bytes_ > max_bytes || known_.size() > max_texts) {
       known_.clear();
       bytes_ = 0;
     }
-    if (text.size() <= MAX_TEXT) {
+    if (text.size() <= max_text) {
       known_.emplace(text, count_);
       bytes_ += text.size();
     }
@@ -59,9 +59,9 @@ class TextNumbers {
   }
 
  private:
-  static constexpr std::size_t MAX_BYTES = std::size_t{4} << 20U;
-  static constexpr std::size_t MAX_TEXTS = std::size_t{1} << 15U;
-  static constexpr std::size_t MAX_TEXT = std::size_t{1} << 14U;
+  static constexpr std::size_t max_bytes = std::size_t{4} << 20U;
+  static constexpr std::size_t max_texts = std::size_t{1} << 15U;
+  static constexpr std::size_t max_text = std::size_t{1} << 14U;
   std::unordered_map<std::string, std::uint32_t> known_;
   std::size_t bytes_ = 0;
   std::uint32_t count_ = 0;
@@ -82,12 +82,12 @@ class PageData {
     addNumber(Version, record[ReportField::Version]);
     addNumber(Company, record[ReportField::Company]);
     addNumber(Certificates, certificates);
-    addDigest(record[ReportField::Sha1], SHA1_BASE64);
-    addDigest(record[ReportField::Sha256], SHA256_BASE64);
+    addDigest(record[ReportField::Sha1], sha1_base64);
+    addDigest(record[ReportField::Sha256], sha256_base64);
     installers_ += record.isInstaller() ? '1' : '0';
     std::size_t size = texts_.size() + newCertificates_.size();
     for (const std::string& column : columns_) size += column.size();
-    if (++rows_ >= CHUNK_ROWS || size >= A_CHUNK) flush();
+    if (++rows_ >= chunk_rows || size >= chunk_bytes) flush();
   }
 
   void flush() {
@@ -99,7 +99,7 @@ class PageData {
       columns_[i].clear();
     }
     chunk += ",\"x\":\"" + digests_ + "\",\"i\":\"" + installers_ + "\"}</script><script>";
-    chunk.append(TAKE).append("</script>\n");
+    chunk.append(take).append("</script>\n");
     texts_.clear();
     newCertificates_.clear();
     digests_.clear();
@@ -164,7 +164,7 @@ void writeHead(ReportOutput& out) {
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
       "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; base-uri 'none'; form-action 'none'; "
       "script-src " +
-      policyHash(REPORT_PAGE_SCRIPT) + ' ' + policyHash(TAKE) + "; style-src " + policyHash(REPORT_PAGE_STYLE) +
+      policyHash(REPORT_PAGE_SCRIPT) + ' ' + policyHash(take) + "; style-src " + policyHash(REPORT_PAGE_STYLE) +
       "\">\n<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
       "<meta name=\"color-scheme\" content=\"light dark\">\n<title>Survey</title>\n<style>");
   out.write(REPORT_PAGE_STYLE);
@@ -189,7 +189,7 @@ void reportHtml(const std::u16string& folder, const std::u16string& output, Seco
   std::string& end = out.buffer();
   end += "<script type=\"application/json\">{\"now\":" + std::to_string(now) + ",\"incomplete\":";
   appendJson(end, reader.omissions().text());
-  end.append("}</script><script>").append(TAKE).append("</script>\n</body>\n</html>\n");
+  end.append("}</script><script>").append(take).append("</script>\n</body>\n</html>\n");
   out.finish();
   if (reader.omissions().any()) warnings.tell(reader.incompleteText());
 }

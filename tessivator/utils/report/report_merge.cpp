@@ -46,13 +46,13 @@ class CertificateCopier {
 
   void copy(const ReportRecord& record) {
     for (const CertificateName& name : record.certificates) {
-      if (done_.size() >= MAX_DONE) done_.clear();
+      if (done_.size() >= max_done) done_.clear();
       if (done_.insert(name).second) copyOne(qstr_to_wide(bytesToHex(name)) + u".cer");
     }
   }
 
  private:
-  static constexpr std::size_t MAX_DONE = std::size_t{1} << 16U;
+  static constexpr std::size_t max_done = std::size_t{1} << 16U;
 
   // As in one scan, the last one of several that share a name stays, and the others are told.
   void copyOne(const std::u16string& file) {

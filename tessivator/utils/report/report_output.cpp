@@ -5,7 +5,7 @@
 #include "utils/report/report_streams.h"
 
 ReportOutput::ReportOutput(std::u16string path) : path_(std::move(path)) {
-  buffer_.reserve(A_WRITE + A_WRITE / 4);
+  buffer_.reserve(write_bytes + write_bytes / 4);
   if (!path_.empty()) check(file_.begin(path_.c_str()));
 }
 

@@ -16,13 +16,13 @@ class ReportOutput {
   // For many small pieces: append to it, then call spill().
   [[nodiscard]] std::string& buffer() noexcept { return buffer_; }
   void spill() {
-    if (buffer_.size() >= A_WRITE) flush();
+    if (buffer_.size() >= write_bytes) flush();
   }
   // Everything is written; a file takes its place.
   void finish();
 
  private:
-  static constexpr std::size_t A_WRITE = std::size_t{1} << 18U;
+  static constexpr std::size_t write_bytes = std::size_t{1} << 18U;
   void flush();
   void check(qerr_t code) const;
 

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int A_READ = 1 << 18;  // bytes
+constexpr int read_bytes = 1 << 18;  // bytes
 
 using ParserPtr = std::unique_ptr<XML_ParserStruct, FreeWith<XML_ParserFree>>;
 
@@ -69,11 +69,11 @@ class Reading {
     if (qfile_seek(file_.get(), static_cast<std::int64_t>(offset), QFILE_FROM_START, nullptr) != QERR_OK) {
       throw ReportError(path_ + u": cannot be read");
     }
-    static constexpr std::string_view ROOT = "<ExecutableData>";
+    static constexpr std::string_view root = "<ExecutableData>";
     onlyOne_ = true;
-    check(XML_Parse(parser_.get(), ROOT.data(), static_cast<int>(ROOT.size()), 0));
+    check(XML_Parse(parser_.get(), root.data(), static_cast<int>(root.size()), 0));
     size_ = 1 << 12;
-    while (!stopped_ && more() != 0) size_ = A_READ;
+    while (!stopped_ && more() != 0) size_ = read_bytes;
   }
 
  private:
@@ -215,7 +215,7 @@ class Reading {
   ReportOmissions& omissions_;
   ParserPtr parser_;
   QfileOwner file_;
-  int size_ = A_READ;
+  int size_ = read_bytes;
   std::exception_ptr failure_;
   XML_Size line_ = 0;  // where it arose
   XML_Size column_ = 0;

@@ -16,7 +16,7 @@ void appendCount(std::string& text, std::uint64_t count, const char* one, const 
   text += std::to_string(count) + ' ' + (count == 1 ? one : many);
 }
 
-constexpr std::string_view ENDED_EARLY = "the walk ended early";
+constexpr std::string_view ended_early = "the walk ended early";
 
 }  // namespace
 
@@ -36,14 +36,14 @@ std::string ReportOmissions::text() const {
   std::string text;
   appendCount(text, directories, "directory", "directories");
   appendCount(text, files, "file", "files");
-  if (endedEarly) text.append(text.empty() ? "" : ", ").append(ENDED_EARLY);
+  if (endedEarly) text.append(text.empty() ? "" : ", ").append(ended_early);
   return text;
 }
 
 void ReportOmissions::read(std::string_view comment) {
-  constexpr std::string_view START = " incomplete: ";
-  if (!comment.starts_with(START)) return;
-  comment.remove_prefix(START.size());
+  constexpr std::string_view start = " incomplete: ";
+  if (!comment.starts_with(start)) return;
+  comment.remove_prefix(start.size());
   while (comment.ends_with(' ')) comment.remove_suffix(1);
   while (!comment.empty()) {
     const std::size_t comma = std::min(comment.find(", "), comment.size());

@@ -10,10 +10,10 @@
 namespace {
 
 bool putAll(HANDLE stream, std::string_view bytes) noexcept {
-  constexpr std::size_t LARGEST_WRITE = std::size_t{1} << 20U;
+  constexpr std::size_t largest_write = std::size_t{1} << 20U;
   while (!bytes.empty()) {
     DWORD done = 0;
-    const auto part = static_cast<DWORD>(std::min(bytes.size(), LARGEST_WRITE));
+    const auto part = static_cast<DWORD>(std::min(bytes.size(), largest_write));
     if (WriteFile(stream, bytes.data(), part, &done, nullptr) == 0 || done == 0) return false;
     bytes.remove_prefix(done);
   }

@@ -7,10 +7,10 @@
 
 namespace {
 
-constexpr std::string_view HEX_DIGITS = "0123456789abcdef";
+constexpr std::string_view hex_digits = "0123456789abcdef";
 
 int hexValue(char c) noexcept {
-  const std::size_t at = HEX_DIGITS.find(c >= 'A' && c <= 'F' ? static_cast<char>(c + ('a' - 'A')) : c);
+  const std::size_t at = hex_digits.find(c >= 'A' && c <= 'F' ? static_cast<char>(c + ('a' - 'A')) : c);
   return at == std::string_view::npos ? -1 : static_cast<int>(at);
 }
 
@@ -27,7 +27,7 @@ void appendEscaped(std::string& out, std::string_view text, std::string_view spe
   }
 }
 
-constexpr std::string_view JSON_SPECIAL(
+constexpr std::string_view json_special(
     "\"\\<\x7f\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23\24\25\26\27\30\31\32\33\34\35\36\37", 36);
 
 bool turnsDirection(qchar unit) noexcept {
@@ -40,8 +40,8 @@ bool turnsDirection(qchar unit) noexcept {
 bool hexToBytes(std::string_view hex, CertificateName& bytes) noexcept {
   if (hex.size() != bytes.size() * 2) return false;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    const std::size_t high = HEX_DIGITS.find(hex[2 * i]);
-    const std::size_t low = HEX_DIGITS.find(hex[2 * i + 1]);
+    const std::size_t high = hex_digits.find(hex[2 * i]);
+    const std::size_t low = hex_digits.find(hex[2 * i + 1]);
     if (high == std::string_view::npos || low == std::string_view::npos) return false;
     bytes[i] = static_cast<std::uint8_t>(high << 4U | low);
   }
@@ -52,14 +52,14 @@ std::string bytesToHex(std::span<const std::uint8_t> bytes) {
   std::string hex;
   hex.reserve(bytes.size() * 2);
   for (const std::uint8_t byte : bytes) {
-    hex += HEX_DIGITS[byte >> 4U];
-    hex += HEX_DIGITS[byte & 15U];
+    hex += hex_digits[byte >> 4U];
+    hex += hex_digits[byte & 15U];
   }
   return hex;
 }
 
 void appendBase64OfHex(std::string& out, std::string_view hex) {
-  static constexpr std::string_view DIGITS = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  static constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   // Three hexadecimal digits are two of base64; what is missing at the end counts as zeros.
   for (std::size_t at = 0; at < hex.size(); at += 3) {
     unsigned bits = 0;
@@ -67,8 +67,8 @@ void appendBase64OfHex(std::string& out, std::string_view hex) {
       const int digit = at + i < hex.size() ? hexValue(hex[at + i]) : 0;
       bits = bits << 4U | static_cast<unsigned>(digit & 15);
     }
-    out += DIGITS[bits >> 6U];
-    if (hex.size() - at > 1) out += DIGITS[bits & 63U];
+    out += digits[bits >> 6U];
+    if (hex.size() - at > 1) out += digits[bits & 63U];
   }
 }
 
@@ -101,15 +101,15 @@ void appendXml(std::string& out, std::string_view text) {
 
 void appendJson(std::string& out, std::string_view text) {
   out += '"';
-  appendEscaped(out, text, JSON_SPECIAL, [&](char c) {
+  appendEscaped(out, text, json_special, [&](char c) {
     if (c == '"' || c == '\\') {
       out += '\\';
       out += c;
       return;
     }
     out += "\\u00";
-    out += HEX_DIGITS[static_cast<unsigned char>(c) >> 4U];
-    out += HEX_DIGITS[static_cast<unsigned char>(c) & 15U];
+    out += hex_digits[static_cast<unsigned char>(c) >> 4U];
+    out += hex_digits[static_cast<unsigned char>(c) & 15U];
   });
   out += '"';
 }
