@@ -21,8 +21,9 @@ namespace {
 
 // No signature that a scan decodes is larger, and PEM takes a third more.
 constexpr std::uint64_t max_file = std::uint64_t{24} << 20U;
+// In characters.
 constexpr std::size_t max_holder = 256;
-constexpr std::size_t max_text = 16384;
+constexpr std::size_t max_text = 1024;
 
 using BioPtr = std::unique_ptr<BIO, FreeWith<BIO_free>>;
 using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<BN_free>>;
@@ -104,7 +105,10 @@ std::string digestOf(int (*make)(const Object*, const EVP_MD*, unsigned char*, u
 std::string readCertificateFile(const std::u16string& path, std::string& bytes) {
   QfileOwner file;
   std::uint64_t size = 0;
-  if (qfile_open(file.out(), path.c_str(), QFILE_READ) != QERR_OK) return "its file is missing";
+  // Neither links nor pipes and devices: whoever can write into the folder could make us show any file of our user.
+  const qerr_t code = qfile_open(file.out(), path.c_str(), QFILE_READ | QFILE_NO_FOLLOW);
+  if (code == QERR_LINKS) return "its file is a link";
+  if (code != QERR_OK) return qfile_exists(path.c_str()) ? "its file cannot be read" : "its file is missing";
   if (qfile_size(file.get(), &size) != QERR_OK) return "its file cannot be read";
   if (size > max_file) return "its file is too large";
   bytes.resize(static_cast<std::size_t>(size));

@@ -33,7 +33,8 @@ struct CertificateFacts {
 // Reads the certificate file of this name in `folder`. A file that is missing or unreadable is a problem, no error.
 [[nodiscard]] CertificateFacts readCertificate(const std::u16string& folder, const CertificateName& name);
 
-// The bytes of a certificate's file. Returns what is wrong with it, empty for nothing.
+// The bytes of a certificate's file, which must be a regular file and no link. Returns what is wrong with it, empty for
+// nothing.
 [[nodiscard]] std::string readCertificateFile(const std::u16string& path, std::string& bytes);
 
 // Lines for standard error. Of many the first ones are told one by one, the others by their number.

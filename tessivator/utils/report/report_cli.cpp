@@ -25,11 +25,13 @@ constexpr const qchar* usage =
     u"  html DIR [-o FILE]       one page with everything, to be opened in a browser\n"
     u"  csv DIR [-o FILE]        a table, one row a file\n"
     u"  cyclonedx DIR [-o FILE]  a bill of materials (CycloneDX 1.5, XML)\n"
-    u"  diff OLD NEW [--csv]     what was added, removed, changed and moved; which signers came and went\n"
+    u"  diff OLD NEW [--csv] [-o FILE]\n"
+    u"                           what was added, removed, changed and moved; which signers came and went\n"
     u"  merge OUT DIR...         the outputs of several scans as one\n"
     u"\n"
-    u"DIR, OLD and NEW are folders that a scan wrote info.xml and certificates into. Without -o the result goes\n"
-    u"to standard output. Exit status: 0; of diff 1 when something differs; 2 when the command failed.\n"
+    u"DIR, OLD and NEW are folders that a scan wrote info.xml and certificates into. Without -o, or with -o -,\n"
+    u"the result goes to standard output. Exit status: 0; of diff 1 when something differs; 2 when the command "
+    u"failed.\n"
     u"\n"
     u"  -h, --help     this text\n"
     u"  --version      the version\n";
@@ -64,8 +66,9 @@ std::u16string takeOutput(Arguments& arguments) {
 
 int runDiff(Arguments arguments) {
   const bool csv = std::erase(arguments, u"--csv") != 0;
+  const std::u16string output = takeOutput(arguments);
   if (arguments.size() != 2) badUsage();
-  return reportDiff(arguments[0], arguments[1], csv) ? different : equal;
+  return reportDiff(arguments[0], arguments[1], output, csv) ? different : equal;
 }
 
 int runCommand(const std::u16string& command, Arguments arguments) {
@@ -93,7 +96,7 @@ int run(const qchar* const* argv, int argc) {
   if (argc < 2) badUsage();
   const std::u16string command = argv[1];
   if (command == u"-h" || command == u"--help") {
-    (void)qstr_console_printf(u"%s", usage);
+    (void)qstr_console_printf(usage);
     return equal;
   }
   if (command == u"--version") {

@@ -1,5 +1,5 @@
 // The commands of the program. Each reads what scans wrote into the named folders, and throws ReportError when it
-// cannot do its work. `output` is a file's path; empty is standard output.
+// cannot do its work. `output` is a path for ReportOutput; empty or "-" is standard output.
 #pragma once
 
 #include <string>
@@ -13,7 +13,8 @@ void reportHtml(const std::u16string& folder, const std::u16string& output, Seco
 void reportCsv(const std::u16string& folder, const std::u16string& output);
 // A CycloneDX 1.5 bill of materials, in XML.
 void reportCycloneDx(const std::u16string& folder, const std::u16string& output);
-// What differs, on standard output, as text or as CSV. False when nothing does.
-[[nodiscard]] bool reportDiff(const std::u16string& older, const std::u16string& newer, bool csv);
+// What differs, as text or as CSV. False when nothing does; standard output then stays empty.
+[[nodiscard]] bool reportDiff(const std::u16string& older, const std::u16string& newer, const std::u16string& output,
+                              bool csv);
 // The reports and certificates of `folders` as those of one scan, in the folder `target`, which is made when missing.
 void reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders);

@@ -179,9 +179,12 @@ class Listing {
   virtual void end() = 0;
 };
 
-// For people.
+// For people; on a console in its own encoding.
 class TextListing final : public Listing {
  public:
+  explicit TextListing(const std::u16string& output) {
+    if (!output.empty() && output != u"-") out_ = std::make_unique<ReportOutput>(output);
+  }
   void difference(Change change, const Told& told) override {
     ++counts_[static_cast<std::size_t>(change)];
     std::string line(change_names[static_cast<std::size_t>(change)]);
@@ -212,14 +215,19 @@ class TextListing final : public Listing {
       line += std::to_string(counts_[i]) + ' ' + std::string(change_names[i]) + ", ";
     }
     put(line + "signers: " + std::to_string(signers_[1]) + " came, " + std::to_string(signers_[0]) + " went");
+    if (out_) out_->finish();
   }
 
  private:
-  static void put(const std::string& line) {
-    if (qstr_console_printf(u"%s\n", forTerminal(qstr_to_wide(line))) < 0) {
+  void put(const std::string& line) const {
+    const std::u16string shown = forTerminal(qstr_to_wide(line));
+    if (out_) {
+      out_->write(qstr_to_utf8(shown) + '\n');
+    } else if (qstr_console_printf(u"%s\n", shown) < 0) {
       throw ReportError(u"standard output: cannot be written");
     }
   }
+  std::unique_ptr<ReportOutput> out_;
   std::array<std::size_t, change_names.size()> counts_{};
   std::array<std::size_t, 2> signers_{};
 };
@@ -227,7 +235,9 @@ class TextListing final : public Listing {
 // For programs.
 class CsvListing final : public Listing {
  public:
-  CsvListing() { out_.write("change,path,old path,differs,old version,new version,old signers,new signers,files\r\n"); }
+  explicit CsvListing(const std::u16string& output) : out_(output) {
+    out_.write("change,path,old path,differs,old version,new version,old signers,new signers,files\r\n");
+  }
   void difference(Change change, const Told& told) override {
     std::string differs;
     if (change == Change::Changed) {
@@ -257,12 +267,12 @@ class CsvListing final : public Listing {
     text += "\r\n";
     out_.spill();
   }
-  ReportOutput out_{std::u16string()};
+  ReportOutput out_;
 };
 
 }  // namespace
 
-bool reportDiff(const std::u16string& older, const std::u16string& newer, bool csv) {
+bool reportDiff(const std::u16string& older, const std::u16string& newer, const std::u16string& output, bool csv) {
   ReportWarnings warnings;
   std::array<Side, 2> sides{Side(older, warnings), Side(newer, warnings)};
   SignerCounts signers;
@@ -272,12 +282,14 @@ bool reportDiff(const std::u16string& older, const std::u16string& newer, bool c
   }
   const std::deque<Difference> differences = compare(sides[0].lines, sides[1].lines);
   std::erase_if(signers, [](const auto& one) { return (one.second[0] == 0) == (one.second[1] == 0); });
-  if (differences.empty() && signers.empty()) return false;
+  const bool differ = !differences.empty() || !signers.empty();
+  // A file of an earlier comparison must not stay.
+  if (!differ && (output.empty() || output == u"-")) return false;
   std::unique_ptr<Listing> listing;
   if (csv) {
-    listing = std::make_unique<CsvListing>();
+    listing = std::make_unique<CsvListing>(output);
   } else {
-    listing = std::make_unique<TextListing>();
+    listing = std::make_unique<TextListing>(output);
   }
   for (const Difference& difference : differences) {
     listing->difference(difference.change, tell(difference, sides[0], sides[1]));
@@ -287,5 +299,5 @@ bool reportDiff(const std::u16string& older, const std::u16string& newer, bool c
     listing->signer(came, sides[came ? 1 : 0].certificates.holderOf(name), name, counts[came ? 1 : 0]);
   }
   listing->end();
-  return true;
+  return differ;
 }

@@ -90,8 +90,9 @@ class PageData {
     if (++rows_ >= chunk_rows || size >= chunk_bytes) flush();
   }
 
+  // Ends the chunk. One of texts and certificates alone has no rows.
   void flush() {
-    if (rows_ == 0) return;
+    if (rows_ == 0 && texts_.empty() && newCertificates_.empty()) return;
     std::string& chunk = out_.buffer();
     chunk += "<script type=\"application/json\">{\"t\":[" + texts_ + "],\"z\":[" + newCertificates_ + "]";
     for (std::size_t i = 0; i < columns_.size(); ++i) {
@@ -146,6 +147,7 @@ class PageData {
       out += ',';
     }
     out += std::to_string(facts.notBefore) + ',' + std::to_string(facts.notAfter) + ']';
+    if (out.size() >= chunk_bytes) flush();  // one row may have any number of certificates
   }
 
   ReportOutput& out_;

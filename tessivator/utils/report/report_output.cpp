@@ -2,11 +2,13 @@
 
 #include "common/qlib/qerr.h"
 #include "utils/report/report_record.h"
-#include "utils/report/report_streams.h"
 
 ReportOutput::ReportOutput(std::u16string path) : path_(std::move(path)) {
   buffer_.reserve(write_bytes + write_bytes / 4);
-  if (!path_.empty()) check(file_.begin(path_.c_str()));
+  if (path_ == u"-") path_.clear();
+  if (path_.empty()) return;
+  check(device_.open(path_));
+  if (!device_.isOpen()) check(file_.begin(path_.c_str()));
 }
 
 void ReportOutput::write(std::string_view text) {
@@ -15,17 +17,19 @@ void ReportOutput::write(std::string_view text) {
 }
 
 void ReportOutput::flush() {
-  if (!path_.empty()) {
+  if (device_.isOpen() || path_.empty()) {
+    if (device_.isOpen() ? !device_.write(buffer_) : !reportPutBytes(buffer_)) {
+      throw ReportError((path_.empty() ? u"standard output" : path_) + u": cannot be written");
+    }
+  } else {
     check(file_.write(buffer_.data(), buffer_.size()));
-  } else if (!reportPutBytes(buffer_)) {
-    throw ReportError(u"standard output: cannot be written");
   }
   buffer_.clear();
 }
 
 void ReportOutput::finish() {
   flush();
-  if (!path_.empty()) check(file_.commit(true));
+  if (!path_.empty() && !device_.isOpen()) check(file_.commit(true));
 }
 
 void ReportOutput::check(qerr_t code) const {

@@ -1,15 +1,16 @@
-// Where a command's result goes: a file, which is there whole or not at all, or standard output.
+// Where a command's result goes: a file, which is there whole or not at all, or a device, a pipe or standard output.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "common/qlib/qfile_replacement.h"
+#include "utils/report/report_streams.h"
 
 class ReportOutput {
  public:
-  // To standard output when `path` is empty. Throws ReportError, as all of these do. Without finish() nothing remains
-  // of a file.
+  // To standard output when `path` is empty or "-". Throws ReportError, as all of these do. Without finish() nothing
+  // remains of a file.
   explicit ReportOutput(std::u16string path);
 
   void write(std::string_view text);
@@ -27,6 +28,7 @@ class ReportOutput {
   void check(qerr_t code) const;
 
   std::u16string path_;
+  ReportDevice device_;
   qfile_replacement file_;
   std::string buffer_;
 };

@@ -15,7 +15,9 @@
 
 namespace {
 
-constexpr int read_bytes = 1 << 18;  // bytes
+constexpr int read_bytes = 1 << 18;
+// The parser begins a tag or comment anew with each read until it is whole, and no scan writes any as long as this.
+constexpr XML_Index max_token = XML_Index{4} << 20U;
 
 using ParserPtr = std::unique_ptr<XML_ParserStruct, FreeWith<XML_ParserFree>>;
 
@@ -105,6 +107,11 @@ class Reading {
     const qerr_t code = qfile_read(file_.get(), buffer, static_cast<std::uint32_t>(size_), &done);
     if (code != QERR_OK) throw ReportError(path_ + u": " + qerr_get_string(code));
     check(XML_ParseBuffer(parser_.get(), static_cast<int>(done), done == 0 ? 1 : 0));
+    fed_ += done;
+    if (!stopped_ && fed_ - XML_GetCurrentByteIndex(parser_.get()) > max_token) {
+      throw ReportError(placed(XML_GetCurrentLineNumber(parser_.get()), XML_GetCurrentColumnNumber(parser_.get())) +
+                        u"a tag or comment longer than any scan writes");
+    }
     return done;
   }
 
@@ -216,6 +223,7 @@ class Reading {
   ParserPtr parser_;
   QfileOwner file_;
   int size_ = read_bytes;
+  XML_Index fed_ = 0;  // bytes given to the parser
   std::exception_ptr failure_;
   XML_Size line_ = 0;  // where it arose
   XML_Size column_ = 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string>
 
+#include "common/qlib/qerr.h"
 #include "common/qlib/qstr.h"
 #include "utils/report/report_streams.h"
 
@@ -34,3 +35,23 @@ void reportPutError(std::u16string_view text) noexcept try {
   }
 } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory even for saying so
 }
+
+ReportDevice::~ReportDevice() {
+  if (isOpen()) CloseHandle(reinterpret_cast<HANDLE>(handle_));
+}
+
+// The path as it was given: its full form would be that of a file called NUL.
+qerr_t ReportDevice::open(const std::u16string& path) {
+  const auto* const name = reinterpret_cast<const wchar_t*>(path.c_str());
+  const HANDLE handle =
+      CreateFileW(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return QERR_OK;
+  if (GetFileType(handle) == FILE_TYPE_DISK) {
+    CloseHandle(handle);
+  } else {
+    handle_ = reinterpret_cast<std::intptr_t>(handle);
+  }
+  return QERR_OK;
+}
+
+bool ReportDevice::write(std::string_view bytes) noexcept { return putAll(reinterpret_cast<HANDLE>(handle_), bytes); }

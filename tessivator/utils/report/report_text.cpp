@@ -30,6 +30,24 @@ void appendEscaped(std::string& out, std::string_view text, std::string_view spe
 constexpr std::string_view json_special(
     "\"\\<\x7f\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23\24\25\26\27\30\31\32\33\34\35\36\37", 36);
 
+// Blanks that spreadsheets skip before a formula's sign.
+bool isBlank(char32_t scalar) noexcept {
+  return scalar == ' ' || scalar == 0xA0 || (scalar >= 0x2000 && scalar <= 0x200B) || scalar == 0x3000 ||
+         scalar == 0xFEFF;
+}
+
+// A sign, also a full-width one, behind any number of blanks; or a tab or line end, which spreadsheets drop.
+bool startsFormula(std::string_view text) noexcept {
+  while (!text.empty()) {
+    const qutf8_step step = qutf8_next(text);
+    if (!isBlank(step.scalar)) {
+      return std::u32string_view(U"=+-@\t\r\n\uFF1D\uFF0B\uFF0D\uFF20").find(step.scalar) != std::u32string_view::npos;
+    }
+    text.remove_prefix(step.length);
+  }
+  return false;
+}
+
 bool turnsDirection(qchar unit) noexcept {
   return unit == 0x061C || unit == 0x200E || unit == 0x200F || (unit >= 0x202A && unit <= 0x202E) ||
          (unit >= 0x2066 && unit <= 0x2069);
@@ -115,8 +133,8 @@ void appendJson(std::string& out, std::string_view text) {
 }
 
 void appendCsv(std::string& out, std::string_view text) {
-  const bool formula = !text.empty() && std::string_view("=+-@\t\r").find(text.front()) != std::string_view::npos;
-  const bool quoted = text.find_first_of(",\"\r\n") != std::string_view::npos;
+  const bool formula = startsFormula(text);
+  const bool quoted = text.find_first_of(",;\"\t\r\n") != std::string_view::npos;
   if (quoted) out += '"';
   if (formula) out += '\'';
   appendEscaped(out, text, "\"", [&](char) { out += "\"\""; });
@@ -127,7 +145,7 @@ std::string presentable(std::string_view text, std::size_t most) {
   std::string out;
   while (!text.empty()) {
     const qutf8_step step = qutf8_next(text);
-    if (out.size() + step.length > most) return out + "\u2026";
+    if (most-- == 0) return out + "\u2026";
     const bool control = step.scalar < 0x20 || step.scalar == 0x7F || (step.scalar & 0xFFFEU) == 0xFFFEU;
     qutf8_append(out, control ? QUTF8_REPLACEMENT : step.scalar);
     text.remove_prefix(step.length);

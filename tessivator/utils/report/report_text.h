@@ -17,11 +17,11 @@ void appendBase64OfHex(std::string& out, std::string_view hex);
 void appendXml(std::string& out, std::string_view text);
 // As a JSON string with its quotes that may also stand inside an HTML script element.
 void appendJson(std::string& out, std::string_view text);
-// As a cell of RFC 4180 that no spreadsheet takes for a formula.
+// As a cell of RFC 4180 that no spreadsheet takes for a formula, also where it separates cells by semicolons or tabs.
 void appendCsv(std::string& out, std::string_view text);
 
 // What a certificate says of itself, made fit for XML: controls and what is no character become U+FFFD, and of a text
-// longer than `most` bytes the front remains.
+// longer than `most` characters the front remains.
 [[nodiscard]] std::string presentable(std::string_view text, std::size_t most);
 // What a terminal may be shown: controls, line ends and marks that turn the direction of text become U+FFFD.
 [[nodiscard]] std::u16string forTerminal(std::u16string_view text);

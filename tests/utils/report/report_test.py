@@ -2,6 +2,7 @@
 import csv
 import io
 import json
+import os
 import re
 import shutil
 import subprocess
@@ -14,6 +15,9 @@ from made_report import HERE, STEMS, folder, programs, record, run
 LEAF, LEAF2, ROOT = "Fixture Signer RSA leaf", "Fixture Signer RSA leaf2", "Fixture Root RSA"
 HOSTILE = ["</script><script>alert(1)</script>", "<!--<script>", "a\u202egpj.exe", "\u2066x\u2069", "\u061c\u200e\u200f", "'\"&amp;\\", "=1+1",
            "x" * 8000]
+# Names, and how spreadsheets may see them: a sign in front is one behind blanks, too, and semicolons and tabs separate.
+CELLS = {"a;b": '"a;b"', "a\tb": '"a\tb"', "\n=1": "\"'\n=1\"", "\t1": "\"'\t1\"", "\uff1d1": "'\uff1d1", "\uff201": "'\uff201",
+         " \u00a0\u3000-1": "' \u00a0\u3000-1", " a=1": " a=1"}
 # The most memory, in KiB, that a command has held.
 PEAK = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
         "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
@@ -31,11 +35,12 @@ class Commands(unittest.TestCase):
 
     def test_csv(self):
         made = folder(self, "in", record('/a,"b".exe', "da", companyName="=cmd", productName="-1\n+2", isInstaller="yes"),
-                      record("@sum", content=""), comment="1 directory")
+                      record("@sum", content=""), *(record(name, content="") for name in CELLS), comment="1 directory")
         table = self.succeed("csv", made, said=["incomplete: 1 directory"])
         self.assertEqual(table.decode(), "\ufeffName,SHA1,SHA256,companyName,productName,productVersion,isInstaller,"
                          f'signed,signers\r\n"/a,""b"".exe",{"1" * 40},{"1" * 64},\'=cmd,"\'-1\n+2",,yes,yes,'
-                         f"{LEAF2}; {LEAF}\r\n'@sum,,,,,,no,no,\r\n")
+                         f'"{LEAF2}; {LEAF}"\r\n' "'@sum,,,,,,no,no,\r\n" +
+                         "".join(f"{cell},,,,,,no,no,\r\n" for cell in CELLS.values()))
 
     def test_signers(self):
         rows = {"abc": LEAF, "cba": LEAF, "da": f"{LEAF2}; {LEAF}", "c": ROOT, "ac": f"{LEAF}; {ROOT}", "": "",
@@ -73,10 +78,45 @@ class Commands(unittest.TestCase):
                 (["-h"], 0, "usage: "), (["--version"], 0, "brantle-report "), ([], 2, "-h"), (["html"], 2, "-h"),
                 (["csv", made, made], 2, "-h"), (["csv", made, "-o"], 2, "-h"), (["other", made], 2, "-h"),
                 (["csv", made / "missing"], 2, "info.xml"), (["csv", made, "-o", made / "no" / "x"], 2, "x: "),
-                (["diff", made], 2, "-h"), (["merge", made], 2, "-h")]:
+                (["diff", made], 2, "-h"), (["merge", made], 2, "-h"), (["csv", made, "-o", "-"], 0, "Name,SHA1"),
+                (["diff", made, made, "-o", "-"], 0, "")]:
             with self.subTest(arguments):
                 code, out, error = run(*arguments)
                 self.assertEqual((code, words in (error if status else out).decode()), (status, True), error)
+
+        lines = run("--help")[1].decode().splitlines()
+        for command in ("html DIR", "csv DIR", "cyclonedx DIR", "diff OLD NEW", "merge OUT DIR..."):
+            self.assertEqual(sum(line.startswith("  " + command) for line in lines), 1, command)
+
+    def test_outputs(self):
+        """A device or pipe takes the result as it comes, also through a link; nothing is put in its place."""
+        made = folder(self, "in")
+        if programs.OPTIONS.wine:
+            self.succeed("csv", made, "-o", "NUL")
+            return
+        pipe, link, listed = made / "pipe", made / "link", made / "listed"
+        os.mkfifo(pipe)
+        link.symlink_to(pipe)
+        with subprocess.Popen(["cat", pipe], stdout=subprocess.PIPE) as reader:
+            self.succeed("csv", made, "-o", link)
+            self.assertTrue(reader.communicate()[0].endswith(b"signers\r\n"))
+        self.assertTrue(link.is_symlink() and pipe.is_fifo())
+        link.unlink()
+        link.symlink_to("/proc/self/fd/1")
+        with open(listed, "wb") as out:
+            subprocess.run([programs.OPTIONS.report, "csv", made, "-o", link], stdout=out, check=True)
+        self.assertTrue(link.is_symlink() and listed.read_bytes().endswith(b"signers\r\n"))
+
+    def test_refused_certificates(self):
+        made = folder(self, "in", record("/1", "a"), record("/2", "b"))
+        refused = {"b": ("its file cannot", lambda path: path.mkdir())}
+        if not programs.OPTIONS.wine:  # to Windows programs a link of this system looks like its target
+            refused["a"] = ("its file is a link", lambda path: path.symlink_to(made / f"{STEMS['c']}.cer"))
+        for letter, (_, put) in refused.items():
+            (made / f"{STEMS[letter]}.cer").unlink()
+            put(made / f"{STEMS[letter]}.cer")
+        table = self.succeed("csv", made, said=[f"{STEMS[letter]}: {words}" for letter, (words, _) in refused.items()])
+        self.assertNotIn(ROOT, table.decode())
 
     def test_cyclonedx(self):
         made = folder(self, "in", record("/a&b/c.exe", "cab", companyName="<x>", productName="P", productVersion="1"),
