@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "common/qlib/qlib.h"
 #include "common/qlib/qmem.h"
 
 namespace {
@@ -185,18 +186,18 @@ qshare_child::~qshare_child() {
 }
 
 qshare_transfer qshare_child::send(std::string_view frame, qshare_deadline until) const noexcept {
-  return qshare_send(pair_.get(), frame, until);
+  return qshare_send(pair_.get(), frame, {until, qlib_is_cancelled});
 }
 
 qshare_transfer qshare_child::head(qshare_kind kind, std::uint32_t most, qshare_head& head,
                                    qshare_deadline until) const noexcept {
   std::array<std::byte, QSHARE_HEAD_BYTES> bytes{};
-  const qshare_transfer received = qshare_receive(pair_.get(), bytes.data(), bytes.size(), until);
+  const qshare_transfer received = qshare_receive(pair_.get(), bytes.data(), bytes.size(), {until, qlib_is_cancelled});
   if (received != qshare_transfer::done) return received;
   const bool good = qshare_take_head(bytes, head) && head.kind == kind && head.size <= most;
   return good ? qshare_transfer::done : qshare_transfer::ended;
 }
 
 qshare_transfer qshare_child::take(void* buffer, std::size_t size, qshare_deadline until) const noexcept {
-  return qshare_receive(pair_.get(), buffer, size, until);
+  return qshare_receive(pair_.get(), buffer, size, {until, qlib_is_cancelled});
 }

@@ -52,7 +52,7 @@ class program {
   bool information(ByteReader& question);
   bool close(ByteReader& question);
 
-  bool send(std::string_view bytes) { return qshare_send(own_end, bytes, QSHARE_NO_DEADLINE) == qshare_transfer::done; }
+  bool send(std::string_view bytes) { return qshare_send(own_end, bytes, {}) == qshare_transfer::done; }
   // After the loss of the server there is nothing more to say.
   bool fail(qshare_frame& frame, int error) {
     return send(frame.fail(static_cast<std::uint32_t>(error))) && error != ENOTCONN;
@@ -75,10 +75,10 @@ class program {
 
 bool program::take_question(qshare_head& head) {
   std::byte bytes[QSHARE_HEAD_BYTES];
-  if (qshare_receive(own_end, bytes, sizeof bytes, QSHARE_NO_DEADLINE) != qshare_transfer::done) return false;
+  if (qshare_receive(own_end, bytes, sizeof bytes, {}) != qshare_transfer::done) return false;
   if (!qshare_take_head(bytes, head) || head.size > QSHARE_MOST_QUESTION) return false;
   question_.resize(head.size);
-  return qshare_receive(own_end, question_.data(), question_.size(), QSHARE_NO_DEADLINE) == qshare_transfer::done;
+  return qshare_receive(own_end, question_.data(), question_.size(), {}) == qshare_transfer::done;
 }
 
 bool program::answer(const qshare_head& head) {
