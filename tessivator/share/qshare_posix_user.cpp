@@ -155,21 +155,69 @@ void fill_entry(qfile_entry& entry, std::u16string&& name, bool is_directory, bo
   // Some servers follow links themselves and show only directories.
 }
 
+// The names of a directory that have come so far, in case it has to be listed again after a loss. A digest of 64 bits
+// stands for a name: that two of a million names have the same is less likely than one in ten million.
+class seen_names {
+ public:
+  explicit seen_names(qshare_session& session) noexcept : session_(session) {}
+  ~seen_names() { forget(); }
+  seen_names(const seen_names&) = delete;
+  seen_names& operator=(const seen_names&) = delete;
+
+  // The list begins again: from now on what came before is removed from it.
+  void begin_again() {
+    std::sort(digests_.begin(), digests_.end());
+    sorted_ = digests_.size();
+  }
+  void remove_from(std::vector<qshare_entry>& entries) const {
+    const auto end_of_sorted = digests_.begin() + static_cast<std::ptrdiff_t>(sorted_);
+    std::erase_if(entries, [&](const qshare_entry& one) {
+      return std::binary_search(digests_.begin(), end_of_sorted, digest(one));
+    });
+  }
+  // False when the session holds too many names.
+  [[nodiscard]] bool add(const std::vector<qshare_entry>& entries) {
+    for (const qshare_entry& one : entries) {
+      digests_.push_back(digest(one));
+      if (session_.remember(1)) continue;
+      digests_.pop_back();
+      return false;
+    }
+    return true;
+  }
+  void forget() noexcept {
+    session_.forget(digests_.size());
+    digests_ = {};
+    sorted_ = 0;
+  }
+
+ private:
+  static std::uint64_t digest(const qshare_entry& entry) noexcept { return std::hash<std::string>()(entry.name); }
+
+  qshare_session& session_;
+  std::vector<std::uint64_t> digests_;
+  std::size_t sorted_ = 0;  // the first so many are in order
+};
+
 class share_search final : public qfile_search {
  public:
   share_search(session_ptr session, qshare_subject&& subject, std::u16string pattern) noexcept
-      : session_(std::move(session)), subject_(std::move(subject)), pattern_(std::move(pattern)) {}
+      : session_(std::move(session)), subject_(std::move(subject)), pattern_(std::move(pattern)), seen_(*session_) {}
   ~share_search() override { session_->close(list_); }
   share_search(const share_search&) = delete;
   share_search& operator=(const share_search&) = delete;
 
-  // The first entries.
+  // The first entries, or the next.
   int fetch() {
-    const int error = session_->list(subject_, list_, last_, batch_);
-    if (error == 0 && batch_.entries.size() > QSHARE_MOST_NAMES - yielded_) return EOVERFLOW;
-    if (error == 0) yielded_ += batch_.entries.size();
+    if (const int error = session_->list(subject_, list_, received_, batch_); error != 0) return error;
     next_ = 0;
-    return error;
+    if (batch_.entries.size() > QSHARE_MOST_NAMES - batch_.first) return EOVERFLOW;
+    if (batch_.first < received_) seen_.begin_again();
+    received_ = batch_.first + static_cast<std::uint32_t>(batch_.entries.size());
+    seen_.remove_from(batch_.entries);
+    if (batch_.more) return seen_.add(batch_.entries) ? 0 : EOVERFLOW;
+    seen_.forget();  // nothing more will be asked for
+    return 0;
   }
 
   qsys_status next(qfile_entry& entry) override {
@@ -180,11 +228,10 @@ class share_search final : public qfile_search {
         if (const int error = fetch(); error != 0) return qfile_status_of(error);
         continue;
       }
-      qshare_entry& listed = batch_.entries[next_++];
-      last_ = listed.name;
+      const qshare_entry& listed = batch_.entries[next_++];
       // A name that leads elsewhere is no name.
-      if (last_ == "." || last_ == ".." || last_.find_first_of("/\\") != last_.npos) continue;
-      std::u16string name = qstr_name_from_bytes(last_);
+      if (listed.name == "." || listed.name == ".." || listed.name.find_first_of("/\\") != listed.name.npos) continue;
+      std::u16string name = qstr_name_from_bytes(listed.name);
       if (!pattern_.empty() && !qfile_name_matches(pattern_, name)) continue;
       fill_entry(entry, std::move(name), (listed.attributes & QSHARE_DIRECTORY) != 0,
                  (listed.attributes & QSHARE_REPARSE_POINT) != 0);
@@ -205,8 +252,8 @@ class share_search final : public qfile_search {
   qshare_number list_;
   qshare_session::listing batch_;
   std::size_t next_ = 0;
-  std::size_t yielded_ = 0;
-  std::string last_;
+  std::uint32_t received_ = 0;  // of the list, in all batches
+  seen_names seen_;             // after session_, which it uses
 };
 
 // Yields the one entry that was asked for by its own name. Holds the session, so that the walk below uses it.

@@ -9,8 +9,8 @@
 //   connect      own rights (1), server, share, domain, user, password; the answer's result is a system error value
 //   open         wanted bytes (4), path         -> file (4), information, the file's first bytes, at most as wanted
 //   read         file (4), offset (8), bytes (4) -> the bytes; fewer where the file ends
-//   list         list (4) or 0, after, path     -> list (4), directory's number (8), more (1), entries in the order of
-//                                                  their names' bytes: attributes (4), number (8), name
+//   list         list (4) or 0, from (4), path  -> list (4), directory's number (8), more (1), entries in the server's
+//                                                  order, the first `from` skipped: attributes (4), number (8), name
 //   information  path                           -> information
 //   close        file or list (4)               -> no answer
 //
@@ -26,7 +26,7 @@
 #include "common/qlib/qbytes.h"
 
 inline constexpr std::uint16_t QSHARE_MAGIC = 0x7371;
-inline constexpr std::uint16_t QSHARE_VERSION = 1;
+inline constexpr std::uint16_t QSHARE_VERSION = 2;
 
 enum class qshare_kind : std::uint16_t { connect = 1, open, read, list, information, close };
 
@@ -38,7 +38,8 @@ inline constexpr std::uint32_t QSHARE_MOST_ENTRIES = std::uint32_t{128} << 10U; 
 inline constexpr std::uint32_t QSHARE_MOST_TEXT = 0xFFFF;
 inline constexpr std::uint32_t QSHARE_MOST_NAMES = 1000000;  // in one directory
 inline constexpr std::uint32_t QSHARE_MOST_DIRECTORIES =
-    1000000;  // in one session: a server can invent them without end
+    1000000;                                                    // in one session: a server can invent them without end
+inline constexpr std::size_t QSHARE_MOST_REMEMBERED = 4000000;  // names of the open directories of one session
 
 // Results of a connection attempt: the system error values that the network management interface of Windows gives.
 inline constexpr std::uint32_t QSHARE_OK = 0;

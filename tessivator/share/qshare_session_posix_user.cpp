@@ -29,14 +29,12 @@ bool same_file(const qshare_info& a, const qshare_info& b) noexcept {
   return a.size == b.size && a.write_seconds == b.write_seconds && a.write_nanoseconds == b.write_nanoseconds;
 }
 
-// Names come in ascending order, so that a listing that goes on after the last one ends whatever the program says.
-bool take_entries(ByteReader& reader, const std::string& after, std::vector<qshare_entry>& entries) {
+bool take_entries(ByteReader& reader, std::vector<qshare_entry>& entries) {
   while (reader.remaining() > 0) {
     qshare_entry entry;
     std::string_view name;
     if (!reader.le(entry.attributes) || !reader.le(entry.number) || !qshare_take_text(reader, name)) return false;
-    if (name <= std::string_view(entries.empty() ? after : entries.back().name)) return false;
-    if (name.find('\0') != name.npos) return false;
+    if (name.empty() || name.find('\0') != name.npos) return false;
     entry.name = name;
     entries.push_back(std::move(entry));
   }
@@ -159,10 +157,12 @@ int qshare_session::ask_read(const qshare_number& file, std::uint64_t offset, st
   return 0;
 }
 
-int qshare_session::ask_list(const std::string& path, qshare_number& list, const std::string& after, listing& out) {
+int qshare_session::ask_list(const std::string& path, qshare_number& list, std::uint32_t from, listing& out) {
   qshare_frame question(qshare_kind::list);
-  question.le(list.program == programs_ ? list.number : 0);
-  question.text(after);
+  const bool goes_on = list.program == programs_;
+  out.first = goes_on ? from : 0;
+  question.le(goes_on ? list.number : 0);
+  question.le(out.first);
   question.text(path);
   const qshare_deadline until = steady_clock::now() + listing_time;
   qshare_head head;
@@ -173,7 +173,7 @@ int qshare_session::ask_list(const std::string& path, qshare_number& list, const
   std::uint8_t more = 0;
   out.entries.clear();
   if (!reader.le(list.number) || !reader.le(out.directory) || !reader.le(more)) return ENOTCONN;
-  if (!take_entries(reader, after, out.entries)) return ENOTCONN;
+  if (!take_entries(reader, out.entries)) return ENOTCONN;
   list.program = programs_;
   out.more = more != 0;
   return out.more && out.entries.empty() ? ENOTCONN : 0;
@@ -206,11 +206,17 @@ int qshare_session::read(qshare_subject& subject, const qshare_info& about, qsha
   });
 }
 
-int qshare_session::list(qshare_subject& subject, qshare_number& list, const std::string& after, listing& out) {
-  if (subject.path.size() > QSHARE_MOST_TEXT || after.size() > QSHARE_MOST_TEXT) return ENAMETOOLONG;
-  if (after.empty() && directories_ == QSHARE_MOST_DIRECTORIES) return EOVERFLOW;
-  if (after.empty()) ++directories_;
-  return with_program(subject, [&] { return ask_list(subject.path, list, after, out); });
+int qshare_session::list(qshare_subject& subject, qshare_number& list, std::uint32_t from, listing& out) {
+  if (subject.path.size() > QSHARE_MOST_TEXT) return ENAMETOOLONG;
+  if (from == 0 && directories_ == QSHARE_MOST_DIRECTORIES) return EOVERFLOW;
+  if (from == 0) ++directories_;
+  return with_program(subject, [&] { return ask_list(subject.path, list, from, out); });
+}
+
+bool qshare_session::remember(std::size_t names) noexcept {
+  if (names > QSHARE_MOST_REMEMBERED - remembered_) return false;
+  remembered_ += names;
+  return true;
 }
 
 void qshare_session::close(const qshare_number& number) noexcept try {

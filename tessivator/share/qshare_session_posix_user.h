@@ -64,15 +64,20 @@ class qshare_session {
   // QSHARE_MOST_READ.
   [[nodiscard]] int read(qshare_subject& subject, const qshare_info& about, qshare_number& file, std::uint64_t offset,
                          std::byte* buffer, std::uint32_t size, std::uint32_t& done);
-  // The entries of a directory that follow the name `after`, as many as come at once. ENOMEM, ETIME, EOVERFLOW: the
-  // program's memory, the time or the count of names did not suffice for it, or too many directories came before.
+  // The entries of a directory in the server's order, as many as come at once. `from`: how many came before of this
+  // list; after a loss the list begins again, maybe in another order, and `first` is 0. ENOMEM, ETIME, EOVERFLOW: it
+  // takes too much of the program's memory, too long, or has too many names, or too many directories came before.
   struct listing {
     std::vector<qshare_entry> entries;
+    std::uint32_t first = 0;      // how many of the list come before `entries`
     std::uint64_t directory = 0;  // its own number
     bool more = false;
   };
-  [[nodiscard]] int list(qshare_subject& subject, qshare_number& list, const std::string& after, listing& out);
+  [[nodiscard]] int list(qshare_subject& subject, qshare_number& list, std::uint32_t from, listing& out);
   void close(const qshare_number& number) noexcept;
+  // Counts names that are kept in memory until they are forgotten; false when there would be too many.
+  [[nodiscard]] bool remember(std::size_t names) noexcept;
+  void forget(std::size_t names) noexcept { remembered_ -= names; }
 
  private:
   std::uint32_t connect_once();
@@ -84,12 +89,13 @@ class qshare_session {
   int ask_open(const std::string& path, qshare_info& about, qshare_number& file, std::string& first);
   int ask_read(const qshare_number& file, std::uint64_t offset, std::byte* buffer, std::uint32_t size,
                std::uint32_t& done);
-  int ask_list(const std::string& path, qshare_number& list, const std::string& after, listing& out);
+  int ask_list(const std::string& path, qshare_number& list, std::uint32_t from, listing& out);
 
   std::unique_ptr<const qshare_target> target_;
   std::unique_ptr<qshare_child> program_;
   std::uint64_t programs_ = 0;     // started so far
   std::uint32_t directories_ = 0;  // listed so far
+  std::size_t remembered_ = 0;     // names
   qshare_subject last_lost_;
   bool dead_ = false;
 };

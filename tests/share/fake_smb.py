@@ -16,7 +16,7 @@ numbers = itertools.count()
 server, starts = "", 0  # programs started for it, this one included
 
 
-def frame(kind, payload=b"", result=0, version=1, size=None):
+def frame(kind, payload=b"", result=0, version=2, size=None):
     return struct.pack("<2sHHHII", b"qs", version, kind, 0, result, len(payload) if size is None else size) + payload
 
 
@@ -37,7 +37,7 @@ LIES = {
     "refuses": (OPEN, "b.exe", lambda honest: frame(OPEN, result=errno.EACCES)),
     "odd-error": (OPEN, "b.exe", lambda honest: frame(OPEN, result=0x80000002)),
     "error-and-bytes": (OPEN, "b.exe", lambda honest: frame(OPEN, b"1234", errno.EACCES)),
-    "newer": (OPEN, "b.exe", lambda honest: frame(OPEN, honest[16:], version=2)),
+    "newer": (OPEN, "b.exe", lambda honest: frame(OPEN, honest[16:], version=3)),
     "other": (OPEN, "b.exe", lambda honest: frame(READ, honest[16:])),
     "long": (OPEN, "b.exe", lambda honest: frame(OPEN, honest[16:], size=0xFFFFFFFF)),
     "short": (OPEN, "b.exe", lambda honest: frame(OPEN, honest[16:40])),
@@ -46,11 +46,14 @@ LIES = {
     "too-little": (READ, "b.exe", lambda honest: frame(READ, honest[17:])),
     "stumbles": (READ, "b.exe", lambda honest: honest if starts > 1 else b""),
     "changes": (READ, "b.exe", lambda honest: honest if starts > 1 else b""),
-    "backwards": (LIST, "d", lambda honest: listed(2, b"d.exe", b"c.exe")),
+    "nameless": (LIST, "d", lambda honest: listed(2, b"")),
     "zero": (LIST, "d", lambda honest: listed(2, b"c\0.exe")),
     "cut": (LIST, "d", lambda honest: frame(LIST, honest[16:-1])),
     "nothing-more": (LIST, "d", lambda honest: listed(2, more=1)),
     "full": (LIST, "d", lambda honest: frame(LIST, result=errno.ENOMEM)),
+    # Lost in the middle of a list, which then has another order and a new name.
+    "reorders": (LIST, "d", lambda honest: listed(2, b"f.exe", b"c.exe", b"e.exe", b"d.exe") if starts > 1 else
+                 b"" if next(numbers) else listed(2, b"e.exe", b"c.exe", more=1)),
     # Names that lead elsewhere, so that nothing is done with them but counting.
     "endless": (LIST, "d", lambda honest: listed(2, *(b"..\\%9d" % next(numbers) for _ in range(150000)), more=1)),
 }
@@ -68,7 +71,7 @@ def answer(kind, question):
         size = len(IMAGE) if path == "b.exe" else 1024
         wanted, = struct.unpack("<I", question[:4])
         return path, opened(2 if path == "b.exe" else 1, size, IMAGE[:min(size, wanted)])
-    path = question[8 + int.from_bytes(question[4:6], "little"):].decode()
+    path = question[10:].decode()
     if path == "":
         return path, listed(1, b"a.exe", b"b.exe", b"d", b"z.exe")
     if server == "branches":  # every folder has two more, and all of one level say that they are the same

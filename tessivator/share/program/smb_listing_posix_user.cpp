@@ -50,11 +50,20 @@ int smb_listing::read(const smb_server& server, std::string_view path) {
     if (const int error = add(*listed, about.st_ino); error != 0) return error;
   }
   if (errno != 0) return server.failure();
-  std::sort(entries_.begin(), entries_.end(),
-            [this](const entry& a, const entry& b) { return name_of(a) < name_of(b); });
+  remove_repeated_names();
+  return 0;
+}
+
+// Keeps the first of equal names. Names are stored in the order in which they came, so that their places give it back.
+void smb_listing::remove_repeated_names() {
+  const auto came_first = [](const entry& a, const entry& b) { return a.name_at < b.name_at; };
+  std::sort(entries_.begin(), entries_.end(), [&](const entry& a, const entry& b) {
+    const int order = name_of(a).compare(name_of(b));
+    return order != 0 ? order < 0 : came_first(a, b);
+  });
   const auto same = [this](const entry& a, const entry& b) { return name_of(a) == name_of(b); };
   entries_.erase(std::unique(entries_.begin(), entries_.end(), same), entries_.end());
-  return 0;
+  std::sort(entries_.begin(), entries_.end(), came_first);
 }
 
 int smb_listing::add(const libsmb_file_info& listed, std::uint64_t number) {
@@ -71,9 +80,8 @@ int smb_listing::add(const libsmb_file_info& listed, std::uint64_t number) {
   return 0;
 }
 
-void smb_listing::append_after(std::string_view after, qshare_frame& answer) const {
-  const auto behind = [this](std::string_view name, const entry& one) { return name < name_of(one); };
-  auto next = std::upper_bound(entries_.begin(), entries_.end(), after, behind);
+void smb_listing::append_from(std::uint32_t from, qshare_frame& answer) const {
+  auto next = entries_.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(from, entries_.size()));
   // All that goes out at once must fit, whatever its length; one entry always does.
   auto end = next;
   for (std::size_t bytes = 0; end != entries_.end() && bytes < QSHARE_MOST_ENTRIES; ++end)

@@ -12,8 +12,8 @@ class smb_listing {
   // 0 or an errno value: ENOMEM when the process's memory does not suffice, EOVERFLOW for too many names. A listing
   // that was cut is none.
   [[nodiscard]] int read(const smb_server& server, std::string_view path);
-  // Appends the entries that follow the name `after`, as many as fit.
-  void append_after(std::string_view after, qshare_frame& answer) const;
+  // Appends whether there are more, and the entries behind the first `from`, as many as fit.
+  void append_from(std::uint32_t from, qshare_frame& answer) const;
   [[nodiscard]] std::uint64_t directory() const noexcept { return directory_; }
 
  private:
@@ -28,7 +28,9 @@ class smb_listing {
     return std::string_view(names_).substr(one.name_at, one.name_size);
   }
 
-  std::vector<entry> entries_;  // in the order of their names' bytes, each name once
+  void remove_repeated_names();
+
+  std::vector<entry> entries_;  // in the server's order, each name once
   std::string names_;
   std::uint64_t directory_ = 0;
 };

@@ -198,9 +198,9 @@ void program::fetch_ahead(std::uint32_t number, const open_file& file, std::uint
 
 bool program::list(ByteReader& question) {
   std::uint32_t number = 0;
-  std::string_view after;
+  std::uint32_t from = 0;
   std::string_view path;
-  if (!question.le(number) || !qshare_take_text(question, after) || !qshare_take_text(question, path)) return false;
+  if (!question.le(number) || !question.le(from) || !qshare_take_text(question, path)) return false;
   qshare_frame frame(qshare_kind::list);
   if (number == 0) {
     auto listing = std::make_unique<smb_listing>();
@@ -214,7 +214,7 @@ bool program::list(ByteReader& question) {
   if (listing == nullptr) return false;
   frame.le(number);
   frame.le((*listing)->directory());
-  (*listing)->append_after(after, frame);
+  (*listing)->append_from(from, frame);
   return send(frame.finish());
 }
 
