@@ -15,6 +15,14 @@ if(WIN32)
   target_compile_definitions(expat_dependency INTERFACE XML_STATIC)
 endif()
 
+# Headers alone, the same for every platform. Linked into a folder of their own, since no cross compiler may see what else
+# lies beside them.
+find_path(RAPIDJSON_INCLUDE_DIR rapidjson/reader.h REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/headers")
+file(CREATE_LINK "${RAPIDJSON_INCLUDE_DIR}/rapidjson" "${PROJECT_BINARY_DIR}/headers/rapidjson" SYMBOLIC)
+add_library(rapidjson_dependency INTERFACE IMPORTED GLOBAL)
+target_include_directories(rapidjson_dependency SYSTEM INTERFACE "${PROJECT_BINARY_DIR}/headers")
+
 # The Java library needs only the interface's headers, which are the same on every 64-bit platform but for the export
 # macro, and that one is ours. Without them everything else is built.
 file(GLOB TESSIVATOR_JDKS /usr/lib/jvm/default-java /usr/lib/jvm/java-*)

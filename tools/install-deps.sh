@@ -7,7 +7,7 @@ set -euo pipefail
 
 run_packages=(
   g++ cmake ninja-build pkg-config ccache
-  libssl-dev libtinyxml2-dev libexpat1-dev libsmbclient-dev
+  libssl-dev libtinyxml2-dev libexpat1-dev rapidjson-dev libsmbclient-dev
 )
 check_packages=(
   "${run_packages[@]}"
@@ -22,8 +22,8 @@ check_packages=(
   openjdk-17-jdk-headless samba smbclient iproute2
   # packages: what makes, reads and checks them, and the engine of brantle-parallel
   fakeroot file lintian mandoc bsdextrautils parallel
-  # the report's schema, and a real browser for its page
-  libxml2-utils chromium chromium-driver python3-selenium
+  # the schemas of what a scan writes, and a real browser for its page
+  libxml2-utils python3-jsonschema chromium chromium-driver python3-selenium
 )
 case ${1:-check} in
   run) packages=("${run_packages[@]}") ;;

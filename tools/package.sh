@@ -37,8 +37,8 @@ windows_docs() {
   for page in brantle.1 brantle-report.1 brantle-info.5; do
     mandoc -T utf8 "packaging/man/$page" | col -bx | sed 's/$/\r/' >"$1/manuals/${page%.*}.txt"
   done
-  for library in libssl-dev:OpenSSL libtinyxml2-dev:tinyxml2 libexpat1-dev:Expat mingw-w64-common:MinGW-w64 \
-    libstdc++-12-dev:libstdc++; do
+  for library in libssl-dev:OpenSSL libtinyxml2-dev:tinyxml2 libexpat1-dev:Expat rapidjson-dev:RapidJSON \
+    mingw-w64-common:MinGW-w64 libstdc++-12-dev:libstdc++; do
     install -m 644 "/usr/share/doc/${library%%:*}/copyright" "$1/licences/${library#*:}.txt"
   done
   install -m 644 /usr/share/common-licenses/{Apache-2.0,GPL-3} "$1/licences/"
