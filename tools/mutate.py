@@ -245,6 +245,9 @@ def main():
     options = parser.parse_args()
     work = os.path.abspath(options.work)
     found = candidates()
+    unknown = set(options.component or []) - set(found)
+    if unknown:
+        parser.error(f"no such component: {', '.join(sorted(unknown))}; there are {', '.join(sorted(found))}")
     tree = Tree(work, options.component or list(found) if options.quick else [])
     results = os.path.join(work, "results.tsv")
     old, rows = known(results), []

@@ -4,6 +4,8 @@
 #include <array>
 #include <string>
 
+#include "blib/blib_cert.h"
+#include "blib/blib_res.h"
 #include "blib/images.h"
 #include "cfg/cfg.h"
 
@@ -149,6 +151,19 @@ TEST_F(Images, AnyExecutableIsOneForTheCoarseTest) {
     file.*fault = QERR_BAD_ADDRESS;
     EXPECT_EQ(blib_bin_is_16bit_by_handle(&file), 0U);
   }
+}
+
+TEST_F(Images, MissingArgumentIsReportedByPosition) {
+  blib_bin image;
+  std::uint32_t word = 0;
+  EXPECT_EQ(blib_bin_open(nullptr, nullptr, BLIB_READ, 0), QERR_ARG1);
+  EXPECT_EQ(blib_bin_open(u"x", nullptr, BLIB_READ, 0), QERR_ARG2);
+  EXPECT_EQ(blib_bin_get_buf(nullptr, &word, 0, 1), QERR_ARG1);
+  EXPECT_EQ(blib_bin_get_buf(&image, nullptr, 0, 1), QERR_ARG2);
+  EXPECT_EQ(blib_bin_get_authenticode_table_alloc(nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(blib_bin_get_authenticode_table_alloc(&image, nullptr), QERR_ARG2);
+  EXPECT_EQ(blib_res_get_dir_entry(nullptr, 0, nullptr), QERR_ARG1);
+  EXPECT_EQ(blib_res_get_dir_entry(&image, 0, nullptr), QERR_ARG3);
 }
 
 }  // namespace

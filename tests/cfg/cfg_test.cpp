@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-TEST(Parameters, ReadZeroAndAreKeptApart) {
-  cfg_slot& (*const accessors[])() noexcept = {cfg_CustomerConfig, cfg_ProdIntegrationConfig, cfg_FeaturesInstalled,
-                                               cfg_FeaturesEnabled, cfg_CatalogCertExtractionDisabled};
-  for (const auto accessor : accessors) EXPECT_EQ(accessor().exchange(1), 0U);
-  for (const auto accessor : accessors) accessor() = 0;
+TEST(Parameters, AreZeroAndSeparate) {
+  cfg_slot* const slots[] = {&cfg_CustomerConfig(), &cfg_ProdIntegrationConfig(), &cfg_FeaturesInstalled(),
+                             &cfg_FeaturesEnabled(), &cfg_CatalogCertExtractionDisabled()};
+  for (cfg_slot* slot : slots) EXPECT_EQ(slot->exchange(1), 0U);
+  for (cfg_slot* slot : slots) *slot = 0;
 }

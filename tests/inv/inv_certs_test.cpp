@@ -137,4 +137,17 @@ TEST_F(Certificates, FailuresKeepTheirCodesAndReleaseTheList) {
   EXPECT_EQ(cert_utl_get_cert_pub_key_hash(&certificate, &hash), QERR_ALL_BITS);
 }
 
+TEST_F(Certificates, MissingArgumentIsReportedByPosition) {
+  const std::uint32_t word = 0;
+  const auto* certificate = reinterpret_cast<const cert_context*>(&word);
+  EXPECT_EQ(cert_sign_get_signed_file_cert_context(nullptr, 1, nullptr), QERR_ARG1);
+  EXPECT_EQ(cert_sign_get_signed_file_cert_context(u"x", 1, nullptr), QERR_ARG3);
+  EXPECT_EQ(cert_utl_get_cert_hash(nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(cert_utl_get_cert_hash(certificate, nullptr), QERR_ARG2);
+  EXPECT_EQ(cert_utl_get_cert_pub_key_hash(nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(cert_utl_get_cert_pub_key_hash(certificate, nullptr), QERR_ARG2);
+  EXPECT_EQ(inv_get_cfci_alloc(nullptr, nullptr, nullptr, 0), QERR_ARG1);
+  EXPECT_EQ(inv_get_cfci_alloc(u"x", nullptr, nullptr, 0), QERR_ARG2);
+}
+
 }  // namespace

@@ -73,6 +73,7 @@ inline std::vector<fixture_row> fixture_rows(const std::string& file) {
   std::vector<fixture_row> rows;
   while (std::getline(in, line)) {
     const std::vector<std::string> values = fixture_cells(line, '\t');
+    EXPECT_LE(values.size(), heading.size()) << file << ": " << line;
     auto& row = rows.emplace_back();
     for (std::size_t i = 0; i < heading.size() && i < values.size(); ++i) row[heading[i]] = values[i];
   }

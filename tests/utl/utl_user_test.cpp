@@ -156,4 +156,15 @@ TEST_F(Paths, InstallDirectory) {
   }
 }
 
+TEST_F(Paths, MissingArgumentIsReportedByPosition) {
+  EXPECT_EQ(utl_get_volume_path_alloc(nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(utl_get_volume_path_alloc(u"x", nullptr), QERR_ARG2);
+  EXPECT_EQ(utl_get_full_long_name_alloc(nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(utl_get_full_long_name_alloc(u"x", nullptr), QERR_ARG2);
+  EXPECT_EQ(utl_get_long_name_alloc(nullptr, nullptr, 0), QERR_ARG1);
+  EXPECT_EQ(utl_get_long_name_alloc(u"x", nullptr, 0), QERR_ARG2);
+  EXPECT_EQ(utl_split_existing_path(nullptr, nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(utl_split_existing_path(u"x", nullptr, nullptr), QERR_ARG2);
+}
+
 }  // namespace

@@ -1,7 +1,10 @@
 #include "common/qlib/qerr.h"
 
-#include "common/qlib/qerr_table.h"
+#include <map>
+#include <sstream>
+
 #include "common/qlib/qpath.h"
+#include "support/fixture_table.h"
 #include "support/runtime.h"
 
 namespace {
@@ -14,19 +17,33 @@ TEST(CodesWithoutRuntime, AreRefused) {
 
 using Codes = Runtime;
 
-// What has no row of its own keeps its value, or has no text.
-TEST_F(Codes, TranslateAndHaveTexts) {
-  const std::pair<std::uint32_t, qerr_t> windows[] = {{3, 2}, {1326, 1050}, {10102, 1008}, {183, 100183}};
-  for (const auto& [value, code] : windows) EXPECT_EQ(qerr_from_win32(value), code) << value;
-  const std::pair<std::uint32_t, qerr_t> runtime[] = {{14, 14}, {15, 100015}};
-  for (const auto& [value, code] : runtime) EXPECT_EQ(qerr_from_crt(value), code) << value;
-  for (const qerr_translation& row : qerr_win32_table) EXPECT_EQ(qerr_from_win32(row.value), row.code) << row.value;
-  for (const qerr_message& row : qerr_messages) EXPECT_TEXT(qerr_get_string(row.code), row.text) << row.code;
-  EXPECT_TEXT(qerr_get_string(124), u"Wrong medium type");
-  EXPECT_TEXT(qerr_get_string(1099), u"Fips driver is not loaded");
-  for (const qerr_t code : {41U, 125U, 1104U, QERR_ALL_BITS}) {
+// A row holds the texts of ten codes that follow each other.
+TEST_F(Codes, HaveTheirTexts) {
+  for (const fixture_row& row : fixture_rows("common/qlib/code_texts.tsv")) {
+    auto code = row.number("first");
+    for (const std::string& text : fixture_cells(row.at("texts"), '|')) {
+      EXPECT_EQ(qstr_to_utf8(qerr_get_string(code)), text) << code;
+      ++code;
+    }
+  }
+  for (const qerr_t code : {125U, 1000U, 1110U, QERR_ALL_BITS}) {
     EXPECT_TEXT(qerr_get_string(code), u"OS defined error code") << code;
   }
+}
+
+TEST_F(Codes, TranslateSystemErrors) {
+  std::map<std::uint32_t, qerr_t> expected;
+  for (const fixture_row& row : fixture_rows("common/qlib/windows_codes.tsv")) {
+    std::istringstream values(row.at("windows"));
+    std::istringstream codes(row.at("codes"));
+    for (std::uint32_t value = 0, code = 0; values >> value && codes >> code;) expected[value] = code;
+  }
+  for (std::uint32_t value = 0; value < 12000; ++value) {
+    const auto found = expected.find(value);
+    EXPECT_EQ(qerr_from_win32(value), found == expected.end() ? value + 100000 : found->second) << value;
+  }
+  const std::pair<std::uint32_t, qerr_t> runtime[] = {{0, 0}, {14, 14}, {15, 100015}};
+  for (const auto& [value, code] : runtime) EXPECT_EQ(qerr_from_crt(value), code) << value;
 }
 
 TEST_F(Codes, SystemTextStaysValidAndHasNoLineEnd) {

@@ -271,4 +271,21 @@ TEST_F(Files, CommitOverHeldGoesOnToTheNextWay) {
   }
 }
 
+TEST_F(Files, MissingArgumentIsReportedByPosition) {
+  qfile_t file = QFILE_INVALID;
+  qfile_itr walk{};
+  EXPECT_EQ(qfile_itr_open_ex(nullptr, u"x", 0), QERR_ARG1);
+  EXPECT_EQ(qfile_itr_open_ex(&walk, nullptr, 0), QERR_ARG2);
+  EXPECT_EQ(qfile_open(nullptr, u"x", 0), QERR_ARG1);
+  EXPECT_EQ(qfile_open(&file, nullptr, 0), QERR_ARG2);
+  EXPECT_EQ(qfile_get_info_by_name(nullptr, nullptr), QERR_ARG1);
+  EXPECT_EQ(qfile_get_info_by_name(u"x", nullptr), QERR_ARG2);
+  EXPECT_EQ(qfile_rename(nullptr, u"x"), QERR_ARG1);
+  EXPECT_EQ(qfile_rename(u"x", nullptr), QERR_ARG2);
+  EXPECT_EQ(qfile_copy(nullptr, u"x", 0), QERR_ARG1);
+  EXPECT_EQ(qfile_copy(u"x", nullptr, 0), QERR_ARG2);
+  EXPECT_EQ(qfile_delete(nullptr), QERR_ARG1);
+  EXPECT_EQ(qfile_mkdir(nullptr), QERR_ARG1);
+}
+
 }  // namespace
