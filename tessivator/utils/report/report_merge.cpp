@@ -1,11 +1,10 @@
 // Several scans as one.
-#include <set>
-
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "utils/report/report_commands.h"
+#include "utils/report/report_merge_certificates.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"
 #include "utils/report/report_reader.h"
@@ -33,81 +32,53 @@ void appendRecord(std::string& out, const ReportRecord& record) {
   out += "        </CertificatesExtracted>\n    </Executable>\n";
 }
 
-// Merges certificate files into the target folder.
-class CertificateCopier {
- public:
-  CertificateCopier(const std::u16string& target, ReportWarnings& warnings) : target_(target), warnings_(warnings) {}
+// U+FFFD stands for any character or byte that XML cannot hold: equal paths with it can be two files.
+bool mayDiffer(const std::string& path) noexcept { return path.find("\xEF\xBF\xBD") != std::string::npos; }
 
-  // The next folder's files; what was copied from another one is looked at again.
-  void enter(const std::u16string& folder) {
-    folder_ = &folder;
-    done_.clear();
-  }
-
-  void copy(const ReportRecord& record) {
-    for (const CertificateName& name : record.certificates) {
-      if (done_.size() >= max_done) done_.clear();
-      if (done_.insert(name).second) copyOne(qstr_to_wide(bytesToHex(name)) + u".cer");
-    }
-  }
-
- private:
-  static constexpr std::size_t max_done = std::size_t{1} << 16U;
-
-  // As in one scan, the last one of several that share a name stays, and the others are told.
-  void copyOne(const std::u16string& file) {
-    const std::u16string source = qpath_join(*folder_, file);
-    const std::u16string target = qpath_join(target_, file);
-    std::string content;
-    if (const std::string problem = readCertificateFile(source, content); !problem.empty()) {
-      warnings_.tell(source + u": " + qstr_to_wide(problem));
-      return;
-    }
-    std::string before;
-    if (readCertificateFile(target, before).empty()) {
-      if (before == content) return;
-      warnings_.tell(target + u": another certificate of this name was replaced by that of " + *folder_);
-    }
-    const qerr_t code = qfile_write_whole(target.c_str(), content.data(), content.size(), 0);
-    if (code != QERR_OK) throw ReportError(target + u": " + qerr_get_string(code));
-  }
-
-  const std::u16string& target_;
-  ReportWarnings& warnings_;
-  const std::u16string* folder_ = nullptr;
-  std::set<CertificateName> done_;
-};
-
-}  // namespace
-
-void reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders) {
-  if (!qfile_exists(target.c_str())) {
-    const qerr_t code = qfile_mkdir(target.c_str());
-    if (code != QERR_OK) throw ReportError(target + u": " + qerr_get_string(code));
-  }
+// Everything is read, and the new report on the device, before the first certificate is written.
+void mergeInto(const std::u16string& target, const std::vector<std::u16string>& folders) {
   ReportWarnings warnings;
-  CertificateCopier certificates(target, warnings);
+  MergedCertificates certificates(folders, warnings);
   ReportOmissions omissions;
   ReportPathSet paths;
   ReportOutput out(qpath_join(target, u"info.xml"));
   out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ExecutableData>\n");
-  for (std::uint32_t part = 1; const std::u16string& folder : folders) {
-    ReportReader reader(folder);
-    certificates.enter(folder);
+  for (std::uint32_t at = 0; at < folders.size(); ++at) {
+    ReportReader reader(folders[at]);
     reader.read([&](const ReportRecord& record, std::uint64_t) {
-      std::uint32_t& found = paths.valueOf(record.name());
-      if (found != 0 && found != part) {
-        throw ReportError(qstr_to_wide(record.name()) + u": stands in " + folders[found - 1] + u" and in " + folder);
+      if (!mayDiffer(record.name())) {
+        std::uint32_t& found = paths.valueOf(record.name());
+        if (found != 0 && found != at + 1) {
+          throw ReportError(qstr_to_wide(record.name()) + u": stands in " + folders[found - 1] + u" and in " +
+                            folders[at]);
+        }
+        found = at + 1;
       }
-      found = part;
       appendRecord(out.buffer(), record);
       out.spill();
-      certificates.copy(record);
+      certificates.note(at, record.certificates);
     });
     omissions.add(reader.omissions());
-    ++part;
   }
   if (omissions.any()) out.write("    <!-- incomplete: " + omissions.text() + " -->\n");
   out.write("</ExecutableData>\n");
+  out.flush();
+  certificates.copyTo(target);
   out.finish();
+}
+
+}  // namespace
+
+void reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders) {
+  const bool isNew = !qfile_exists(target.c_str());
+  if (isNew) {
+    const qerr_t code = qfile_mkdir(target.c_str());
+    if (code != QERR_OK) throw ReportError(target + u": " + qerr_get_string(code));
+  }
+  try {
+    mergeInto(target, folders);
+  } catch (...) {
+    if (isNew) (void)qfile_rmdir(target.c_str());  // stays when anything was written
+    throw;
+  }
 }

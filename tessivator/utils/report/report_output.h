@@ -19,12 +19,13 @@ class ReportOutput {
   void spill() {
     if (buffer_.size() >= write_bytes) flush();
   }
+  // What was given so far is written.
+  void flush();
   // Everything is written; a file takes its place.
   void finish();
 
  private:
   static constexpr std::size_t write_bytes = std::size_t{1} << 18U;
-  void flush();
   void check(qerr_t code) const;
 
   std::u16string path_;

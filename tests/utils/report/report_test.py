@@ -166,7 +166,7 @@ class Commands(unittest.TestCase):
         out = one.parent / "out"
         shutil.rmtree(out, ignore_errors=True)
         out.mkdir()
-        (out / f"{STEMS['d']}.cer").write_text("before")
+        shutil.copy(one / f"{STEMS['a']}.cer", out / f"{STEMS['d']}.cer")
         self.succeed("merge", out, one, two, three, said=[STEMS["b"], STEMS["d"] + ".cer: another certificate"])
         self.assertEqual(sorted(path.name[0] for path in out.iterdir()), ["a", "d", "i"])
         self.assertEqual((out / f"{STEMS['d']}.cer").read_bytes(), (two / f"{STEMS['c']}.cer").read_bytes())
@@ -177,13 +177,30 @@ class Commands(unittest.TestCase):
         self.assertEqual(canonical(merged), canonical(f"<ExecutableData>{parts}</ExecutableData>"))
         subprocess.run(["xmllint", "--noout", "--schema", programs.SCHEMA, out / "info.xml"], check=True,
                        capture_output=True)
-        before = merged
+        files = lambda: {path.name: path.read_bytes() for path in out.iterdir()}
+        before = files()
         marks = "/\u061c\u200e\u200f\u202a\u202e\u2066\u2069\u2028\x9f"  # turn or break a terminal's text
-        twice = [folder(self, name, record(marks)) for name in ("once", "twice")]
-        code, _, error = run("merge", out, one, three, *twice)
-        self.assertEqual(code, 2)
-        self.assertRegex(error.decode(), "/\ufffd{9}: stands in \\S*once and in \\S*twice")
-        self.assertEqual((out / "info.xml").read_text(), before)
+        twice = [folder(self, name, record(marks), record("/\ufffd", "d")) for name in ("once", "twice")]
+        for target in (out, out / "new"):
+            code, _, error = run("merge", target, *twice, three)
+            self.assertEqual(code, 2)
+            self.assertRegex(error.decode(), "/\ufffd{9}: stands in \\S*once and in \\S*twice")
+            self.assertEqual(files(), before)
+
+    def test_merge_refuses(self):
+        """What another machine left in place of a certificate's file is not handed on."""
+        made = folder(self, "in", record("/\ufffd", "abcd"), record("/\ufffd", "f"))
+        leaf, secret = (made / f"{STEMS['a']}.cer").read_bytes(), made.parent / "secret"
+        secret.write_bytes(leaf)
+        for letter, content in {"b": leaf + leaf, "c": b"x\n" + leaf, "d": None, "f": leaf.replace(b"M", b"N", 1)}.items():
+            path = made / f"{STEMS[letter]}.cer"
+            path.unlink()
+            # Wine shows a link as what it leads to.
+            path.symlink_to(secret) if content is None and not programs.OPTIONS.wine else path.write_bytes(content or b"")
+        out = made.parent / "out"
+        shutil.rmtree(out, ignore_errors=True)
+        self.succeed("merge", out, made, said=[f"{STEMS[letter]}.cer: its file" for letter in "bcdf"])
+        self.assertEqual(sorted(path.name[0] for path in out.iterdir()), ["a", "i"])
 
     def test_page(self):
         made = folder(self, "in", *(record(f"/{name}", "a", companyName=name) for name in HOSTILE), comment="1 file")
