@@ -2,11 +2,9 @@
 
 #include <openssl/objects.h>
 
-#include <algorithm>
-#include <cstdint>
+#include <array>
 #include <span>
 #include <string_view>
-#include <vector>
 
 namespace {
 
@@ -16,64 +14,8 @@ constexpr std::size_t most_text = std::size_t{1} << 20;
 // The first of OpenSSL's numbers that came later, those which a program registers included.
 constexpr int first_late_type = 958;
 constexpr std::size_t most_type_text = 79;
-// Decimal digits cost the square of the number's length. No registered type comes near this bound.
+// OpenSSL's releases differ in what they print of types of more than 586 octets. No registered type comes near this.
 constexpr std::size_t most_type_bytes = 512;
-
-// A number without bounds, in groups of 17 decimal digits, the lowest first.
-class big_number {
- public:
-  void append_septet(unsigned septet) {
-    std::uint64_t carry = septet;
-    for (std::uint64_t& group : groups_) {
-      const std::uint64_t value = group * 128 + carry;
-      group = value % base;
-      carry = value / base;
-    }
-    if (carry != 0) groups_.push_back(carry);
-  }
-  [[nodiscard]] bool is_below(std::uint64_t bound) const noexcept { return groups_.size() == 1 && groups_[0] < bound; }
-  void subtract(std::uint64_t amount) noexcept {  // at most what it holds
-    for (std::uint64_t& group : groups_) {
-      const bool borrows = group < amount;
-      group += (borrows ? base : 0) - amount;
-      if (!borrows) break;
-      amount = 1;
-    }
-    while (groups_.size() > 1 && groups_.back() == 0) groups_.pop_back();
-  }
-  [[nodiscard]] std::string text() const {
-    std::string out = std::to_string(groups_.back());
-    for (auto group = groups_.rbegin() + 1; group != groups_.rend(); ++group) {
-      const std::string digits = std::to_string(*group);
-      out.append(base_digits - digits.size(), '0').append(digits);
-    }
-    return out;
-  }
-
- private:
-  static constexpr std::size_t base_digits = 17;
-  static constexpr std::uint64_t base = 100'000'000'000'000'000;
-  std::vector<std::uint64_t> groups_{0};
-};
-
-// X.690, 8.19: seven bits an octet; the first number holds the first two arcs.
-std::string dotted_number(octets encoding) {
-  std::string out;
-  big_number arc;
-  for (const unsigned char one : encoding) {
-    arc.append_septet(one & 0x7FU);
-    if ((one & 0x80) != 0) continue;
-    if (out.empty()) {
-      const unsigned first = arc.is_below(40) ? 0 : arc.is_below(80) ? 1 : 2;
-      arc.subtract(std::uint64_t{40} * first);
-      out = std::to_string(first);
-    }
-    out.append(".").append(arc.text());
-    if (out.size() >= most_type_text) break;
-    arc = {};
-  }
-  return out.substr(0, most_type_text);
-}
 
 qerr_t append_type(const ASN1_OBJECT* type, std::string& out) {
   const int number = OBJ_obj2nid(type);
@@ -82,9 +24,10 @@ qerr_t append_type(const ASN1_OBJECT* type, std::string& out) {
     out += name;
     return QERR_OK;
   }
-  const octets encoding(OBJ_get0_data(type), OBJ_length(type));
-  if (encoding.size() > most_type_bytes) return QERR_INVALID;
-  out += dotted_number(encoding);
+  if (OBJ_length(type) > most_type_bytes) return QERR_INVALID;
+  std::array<char, most_type_text + 1> dotted{};
+  if (OBJ_obj2txt(dotted.data(), dotted.size(), type, 1) < 0) return QERR_INVALID;
+  out += dotted.data();
   return QERR_OK;
 }
 
