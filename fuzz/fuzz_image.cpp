@@ -5,6 +5,7 @@
 #include "blib/blib_res.h"
 #include "common/qlib/qstr.h"
 #include "inv/inv_resource.h"
+#include "record/inv_version.h"
 #include "support/memory_file.h"
 #include "target.h"
 #include "utl/utl.h"

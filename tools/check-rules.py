@@ -39,7 +39,9 @@ class Layers:
             self.folder.setdefault(folder, set()).add(target)
             self.direct[target], self.public[target] = set(links), set(seen)
             for source in sources:
-                self.compiled.setdefault(os.path.normpath(os.path.join(folder, source)), set()).add(target)
+                if source.startswith(".."):
+                    sys.exit(f"check-rules: {target} compiles {source}, which belongs to another component")
+                self.compiled.setdefault(os.path.join(folder, source), set()).add(target)
             for header in headers:
                 self.interface[os.path.relpath(header, ROOT)] = target
 

@@ -23,10 +23,9 @@ from sources import ROOT, all_files
 
 PRESET = "linux-release"
 # Components whose suites stand elsewhere than in the folder of the same name.
-SUITES = {"cert": ["inv", "sgn"], "share/program": ["share"]}
+SUITES = {"cert": ["inv", "sgn"], "record": ["record", "inv"], "utl": ["utl", "inv"], "share/program": ["share"]}
 # What tests that are scripts run.
 PROGRAMS = {"share": ["brantle_cli", "brantle_smb", "share_unit_test"], "utils/report": ["brantle_report"]}
-FILES = {"tessivator/utl/utl.cpp": "inv"}  # built with the record
 SKIPPED = re.compile(r"^\s*(//|#|using |template|namespace|class |struct |enum |static_assert|friend |public:|private:|\*)|\[\[nodiscard\]\]")
 # Pattern and replacements; each match outside texts and comments is a fault.
 OPERATORS = [
@@ -69,10 +68,7 @@ def faults_of_line(line):
 
 
 def component_of(name):
-    if name in FILES:
-        return FILES[name]
-    folder = os.path.dirname(name)[len("tessivator/"):]
-    return folder
+    return os.path.dirname(name)[len("tessivator/"):]
 
 
 def candidates():

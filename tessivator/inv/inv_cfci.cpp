@@ -13,7 +13,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
 #include "inv/inv_resource.h"
-#include "inv/inv_version.h"
+#include "record/inv_version.h"
 #include "scan/scan_filetype.h"
 #include "utl/utl.h"
 
@@ -28,16 +28,14 @@ constexpr std::uint64_t feature_record = std::uint64_t{1} << 42;
 
 constexpr std::uint64_t product_md5 = 1;  // bit of ProdIntegrationConfig
 
+// The record stores the file type check's answer as it is.
+static_assert(INV_TYPE_IMAGE32 == SCAN_TYPE_IMAGE32 && INV_TYPE_SCRIPT == SCAN_TYPE_SCRIPT &&
+              INV_TYPE_IMAGE64 == SCAN_TYPE_IMAGE64);
+
 bool is_feature_on(std::uint64_t feature) noexcept {
   if (qlib_get_standalone()) return true;
   const std::uint64_t enabled = cfg_FeaturesEnabled().load();
   return (cfg_FeaturesInstalled().load() & enabled & feature_base) != 0 && (enabled & feature) != 0;
-}
-
-template <class T>
-void free_slot(T*& slot) noexcept {
-  qmem_free(slot);
-  slot = nullptr;
 }
 
 // Both optional header widths keep their directories alike; the image knows where.
@@ -143,37 +141,6 @@ std::int32_t mark_duplicates(std::span<inv_cfci_cert> certs) noexcept {
 
 }  // namespace
 
-void inv_free_cfci(inv_cfci_t* record) noexcept {
-  if (record == nullptr) return;
-  free_slot(record->reserved_after_sha1);
-  free_slot(record->FileVersion);
-  free_slot(record->OriginalFilename);
-  free_slot(record->CompanyName);
-  free_slot(record->ProductName);
-  free_slot(record->ProductVersion);
-  free_slot(record->reserved_after_classification);
-  free_slot(record->certs);
-  free_slot(record->reserved_after_certs);
-  free_slot(record->reserved_after_sha256[0]);
-  free_slot(record->reserved_after_sha256[1]);
-  free_slot(record->FileDescription);
-  free_slot(record->reserved_after_description);
-  free_slot(record->InternalName);
-  free_slot(record->manifest_description);
-  qmem_free(record);
-}
-
-qerr_t utl_res_clbk(std::uint32_t /*type_id*/, const void* data, std::uint32_t size, std::uint32_t /*language_id*/,
-                    std::uint32_t* stop, void* context, std::size_t context_size) noexcept {
-  if (context == nullptr || context_size != sizeof(inv_cfci_t)) return QERR_INVALID;
-  inv_version_outcome outcome{};
-  const Bytes resource(static_cast<const std::byte*>(data), size);
-  const qerr_t code = inv_read_version(resource, *static_cast<inv_cfci_t*>(context), outcome);
-  if (outcome == inv_version_outcome::no_key) QLOG(QLOG_ERROR, u"utl_res_clbk - NULL p_ver_info->key");
-  if (outcome == inv_version_outcome::read_strings) *stop = 1;
-  return code;
-}
-
 qerr_t inv_get_resource_data(const qchar* path, blib_bin* image, inv_cfci_t* record) noexcept {
   if (image == nullptr) return QERR_OK;
   record->is_signed = has_security_directory(*image) ? 1 : 0;
@@ -228,7 +195,8 @@ qerr_t inv_get_certificates_info_alloc(const qchar* path, inv_cfci_t* record) no
     QLOG(QLOG_INFO, u"Failed to extract certificates from file %s, error = %d.\n", path, found);
     return found != QERR_OK ? found : QERR_ALL_BITS;
   }
-  free_slot(record->certs);
+  qmem_free(record->certs);
+  record->certs = nullptr;
   record->cert_count = INV_CERTS_NOT_GATHERED;
   if (list.count == 0) {
     QLOG(QLOG_INFO, u"No certificate extracted from file %s.\n", path);

@@ -6,8 +6,8 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
-#include "inv/inv_cfci.h"
-#include "inv/inv_resource.h"
+#include "record/inv_record.h"
+#include "record/inv_version.h"
 
 static constexpr std::uint32_t module_id = QLOG_UTL;
 
@@ -27,8 +27,6 @@ constexpr std::u16string_view bootstrapper_description = u"wix toolset bootstrap
 bool contains(const qchar* text, std::u16string_view word) noexcept {
   return text != nullptr && std::u16string_view(text).find(word) != std::u16string_view::npos;
 }
-
-bool is_space(qchar unit) noexcept { return unit == u' ' || (unit >= u'\t' && unit <= u'\r'); }
 
 void lower(qchar* text) noexcept {
   if (text != nullptr) qstr_lower_ascii(text);
@@ -60,13 +58,6 @@ bool describes_installer(const qchar* description) noexcept {
 }
 
 }  // namespace
-
-void utl_chop_space_from_end(qchar* text) noexcept {
-  if (text == nullptr) return;
-  std::size_t length = qstr_len(text);
-  while (length > 1 && is_space(text[length - 1])) --length;
-  text[length] = 0;
-}
 
 qchar* utl_get_ManifestDescription(const qchar* manifest) noexcept {
   const std::u16string_view text = manifest == nullptr ? std::u16string_view() : std::u16string_view(manifest);

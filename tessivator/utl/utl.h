@@ -19,9 +19,6 @@ struct inv_cfci_t;
 // null when there is none or memory runs out.
 [[nodiscard]] qchar* utl_get_ManifestDescription(const qchar* manifest) noexcept;
 
-// Cuts white space (blank, \t, \n, \v, \f, \r) from the end of `text`, but never its first character.
-void utl_chop_space_from_end(qchar* text) noexcept;
-
 // Resource visitor for manifests; the two caller values are an inv_cfci_t* and its size. Stores the description of a
 // 7-bit manifest in the record and ends the walk. QERR_INVALID for another size, QERR_LOW_MEMORY, also
 // for a byte of 128 or more.

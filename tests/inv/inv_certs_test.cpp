@@ -3,7 +3,8 @@
 #include <vector>
 
 #include "cert/cert_sign.h"
-#include "inv/record.h"
+#include "inv/inv_cfci.h"
+#include "record/new_record.h"
 #include "support/replaced.h"
 
 // The module below tells a certificate by its place in a row.

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cfg/cfg.h"
-#include "inv/record.h"
+#include "record/new_record.h"
 #include "scan/scan_filetype.h"
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"

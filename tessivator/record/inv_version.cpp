@@ -11,14 +11,18 @@
 // A block's declared length only tells where the next one begins; every access is checked against the resource itself.
 // All loops end because a block's minimum length moves the offset forward: at most size / 8 strings are looked at.
 
-#include "inv/inv_version.h"
+#include "record/inv_version.h"
 
 #include <algorithm>
 #include <string_view>
 
-#include "common/qlib/qbytes.h"
+#include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
-#include "utl/utl.h"
+#include "common/qlib/qstr.h"
+
+static constexpr std::uint32_t module_id = QLOG_INV;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "inv_cfci.cpp"
 
 namespace {
 
@@ -73,6 +77,8 @@ std::uint64_t block_length(Bytes resource, std::uint64_t offset, std::uint64_t m
   const std::uint64_t length = unit_at(resource, offset);
   return length < minimum || length > resource.size() - offset ? 0 : length;
 }
+
+bool is_space(qchar unit) noexcept { return unit == u' ' || (unit >= u'\t' && unit <= u'\r'); }
 
 // English of any country, or no language: what the third and fourth digit of the table's key tell.
 bool is_readable_language(Bytes resource, std::uint64_t table) noexcept {
@@ -166,4 +172,22 @@ qerr_t inv_read_version(Bytes resource, inv_cfci_t& record, inv_version_outcome&
     }
     offset = round_up(offset + length);
   }
+}
+
+qerr_t utl_res_clbk(std::uint32_t /*type_id*/, const void* data, std::uint32_t size, std::uint32_t /*language_id*/,
+                    std::uint32_t* stop, void* context, std::size_t context_size) noexcept {
+  if (context == nullptr || context_size != sizeof(inv_cfci_t)) return QERR_INVALID;
+  inv_version_outcome outcome{};
+  const Bytes resource(static_cast<const std::byte*>(data), size);
+  const qerr_t code = inv_read_version(resource, *static_cast<inv_cfci_t*>(context), outcome);
+  if (outcome == inv_version_outcome::no_key) QLOG(QLOG_ERROR, u"utl_res_clbk - NULL p_ver_info->key");
+  if (outcome == inv_version_outcome::read_strings) *stop = 1;
+  return code;
+}
+
+void utl_chop_space_from_end(qchar* text) noexcept {
+  if (text == nullptr) return;
+  std::size_t length = qstr_len(text);
+  while (length > 1 && is_space(text[length - 1])) --length;
+  text[length] = 0;
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/qlib/qmem.h"
-#include "inv/inv_cfci.h"
+#include "record/inv_record.h"
 #include "support/runtime.h"
 
 inline InvCfciOwner new_record() {

@@ -1,6 +1,6 @@
-#include "inv/inv_version.h"
+#include "record/inv_version.h"
 
-#include "inv/record.h"
+#include "record/new_record.h"
 #include "support/fixture_table.h"
 
 namespace {
