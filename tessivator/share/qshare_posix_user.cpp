@@ -54,6 +54,11 @@ void take_info(const qshare_info& about, qfile_info& out) noexcept {
   out.creation_time = out.last_write_time;  // the creation time would cost another request
 }
 
+// SMB's changed time does not come with the open.
+void take_stamp(const qshare_info& about, qfile_stamp& out) noexcept {
+  out = {about.size, about.number, {about.write_seconds, about.write_nanoseconds}, {}};
+}
+
 // A file is what it was when it was opened: it ends at the size that was told then.
 class share_file final : public qfile_positioned {
  public:
@@ -80,6 +85,11 @@ class share_file final : public qfile_positioned {
 
   qsys_status info(qfile_info& out) noexcept override {
     take_info(about_, out);
+    return {};
+  }
+
+  qsys_status stamp(qfile_stamp& out) noexcept override {
+    take_stamp(about_, out);
     return {};
   }
 

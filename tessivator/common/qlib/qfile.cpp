@@ -127,6 +127,15 @@ qerr_t qfile_get_info(qfile_t handle, qfile_info* info) noexcept {
   return status.code;
 }
 
+qerr_t qfile_get_stamp(qfile_t handle, qfile_stamp* stamp) noexcept {
+  if (handle == QFILE_INVALID) return QERR_ARG1;
+  if (stamp == nullptr) return QERR_ARG2;
+  qfile_stamp found;
+  const qsys_status status = handle->stamp(found);
+  if (status.ok()) *stamp = found;
+  return status.code;
+}
+
 qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept try {
   if (path == nullptr) return QERR_ARG1;
   if (info == nullptr) return QERR_ARG2;

@@ -31,6 +31,22 @@ struct qfile_info {
   std::int64_t last_write_time;
 };
 
+// Seconds and nanoseconds since 1970, UTC; both 0 where the storage does not tell.
+struct qfile_time {
+  std::int64_t seconds = 0;
+  std::uint32_t nanoseconds = 0;
+  bool operator==(const qfile_time&) const noexcept = default;
+};
+
+// What tells a file, and one state of it, from others, as far as its storage knows.
+struct qfile_stamp {
+  std::uint64_t size = 0;
+  std::uint64_t number = 0;  // the file's on its volume (inode, file index); 0 for none
+  qfile_time modified;       // when its bytes were last written
+  qfile_time changed;        // when bytes or attributes were; no program sets it
+  bool operator==(const qfile_stamp&) const noexcept = default;
+};
+
 // A file that is open for reading only keeps its first 256 KiB from the first read of them on: what is asked of these
 // bytes later comes from the same read, whatever has become of the file.
 
@@ -61,6 +77,10 @@ struct qfile_info {
 // Size and times of an open file, or of a path without opening it for reading.
 [[nodiscard]] qerr_t qfile_get_info(qfile_t handle, qfile_info* info) noexcept;
 [[nodiscard]] qerr_t qfile_get_info_by_name(const qchar* path, qfile_info* info) noexcept;
+
+// Of an open file, as it is now; on a share as it was when it was opened, without its changed time.
+// QERR_NOT_IMPLEMENTED where the storage has none.
+[[nodiscard]] qerr_t qfile_get_stamp(qfile_t handle, qfile_stamp* stamp) noexcept;
 
 // A copy of the first `length` bytes (never more than the file holds), valid until qfile_unmap; the names are given,
 // the caller sees no mapping. On Windows the bytes come from a mapping through a fault-safe copy: a page that cannot be

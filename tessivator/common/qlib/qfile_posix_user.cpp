@@ -28,6 +28,8 @@ std::uint64_t size_of(const struct stat& about) noexcept {
   return S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
 }
 
+qfile_time time_of(const timespec& time) noexcept { return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)}; }
+
 class posix_file final : public qfile_positioned {
  public:
   posix_file(qsys_descriptor&& fd, std::uint32_t flags, std::uint64_t size_at_open) noexcept
@@ -69,6 +71,13 @@ class posix_file final : public qfile_positioned {
   }
 
   qsys_status info(qfile_info& out) noexcept override { return qfile_posix_info(fd_.get(), "", out); }
+
+  qsys_status stamp(qfile_stamp& out) noexcept override {
+    struct stat about {};
+    if (::fstat(fd_.get(), &about) != 0) return qfile_status_of(errno);
+    out = {size_of(about), about.st_ino, time_of(about.st_mtim), time_of(about.st_ctim)};
+    return {};
+  }
 
   qsys_status give_name(const qchar* path) override {
     qfile_place place;

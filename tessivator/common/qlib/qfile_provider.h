@@ -66,6 +66,10 @@ class qfile_object {
   virtual qsys_status size(std::uint64_t& bytes) noexcept = 0;
   virtual qsys_status truncate(std::uint64_t bytes) noexcept = 0;
   virtual qsys_status info(qfile_info& out) noexcept = 0;
+  virtual qsys_status stamp(qfile_stamp& out) noexcept {
+    (void)out;
+    return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
+  }
   // Reads up to `length` bytes from the start into `destination` without moving the position; `done` tells how many.
   virtual qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept = 0;
   // The bytes from the position on that the open file keeps in memory; none is always an answer.

@@ -21,6 +21,31 @@ qsys_status copy_mapped(const void* view, std::byte* destination, std::size_t le
   return {};
 }
 
+qfile_time time_of(const LARGE_INTEGER& time) noexcept {
+  constexpr std::int64_t units_a_second = 10000000;
+  constexpr std::int64_t seconds_1601_to_1970 = 11644473600;
+  if (time.QuadPart <= 0) return {};
+  const auto nanoseconds = static_cast<std::uint32_t>(time.QuadPart % units_a_second * 100);
+  return {time.QuadPart / units_a_second - seconds_1601_to_1970, nanoseconds};
+}
+
+// The file's index is the number that listings give, too. All ones is what a file system without numbers answers.
+qsys_status stamp_of(HANDLE file, qfile_stamp& out) noexcept {
+  BY_HANDLE_FILE_INFORMATION about{};
+  FILE_BASIC_INFO times{};
+  if (GetFileInformationByHandle(file, &about) == FALSE) return last_status();
+  if (GetFileInformationByHandleEx(file, FileBasicInfo, &times, sizeof times) == FALSE) return last_status();
+  const std::uint64_t size_high = about.nFileSizeHigh;
+  const std::uint64_t index_high = about.nFileIndexHigh;
+  const std::uint64_t number = index_high << 32U | about.nFileIndexLow;
+  constexpr std::uint64_t none = std::numeric_limits<std::uint64_t>::max();
+  out.size = size_high << 32U | about.nFileSizeLow;
+  out.number = number == none ? 0 : number;
+  out.modified = time_of(times.LastWriteTime);
+  out.changed = time_of(times.ChangeTime);
+  return {};
+}
+
 struct unmap_view {
   void operator()(void* view) const noexcept { UnmapViewOfFile(view); }
 };
@@ -57,6 +82,8 @@ class winnt_file final : public qfile_positioned {
   }
 
   qsys_status info(qfile_info& out) noexcept override { return qfile_winnt_info(handle_.get(), out); }
+
+  qsys_status stamp(qfile_stamp& out) noexcept override { return stamp_of(handle_.get(), out); }
 
   // Through a mapping, as images are looked at here.
   qsys_status read_start(std::byte* destination, std::size_t wanted, std::size_t& done) noexcept override {

@@ -1,5 +1,6 @@
 #include "common/qlib/qfile.h"
 
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -175,6 +176,36 @@ TEST_F(Files, InfoIsLocalTimeSince1601) {
   EXPECT_LT(std::abs(written - std::time(nullptr)), 15 * 3600) << "no time zone is further away";
   EXPECT_LE(info.creation_time, info.last_write_time + 10000000);
   EXPECT_EQ(qfile_get_info_by_name(at(u"gone").c_str(), &info), QERR_NOT_FOUND);
+}
+
+TEST_F(Files, TellOneStateFromAnother) {
+  const std::filesystem::path path(put(u"f", "12345"));
+  const auto stamp_of = [](const std::filesystem::path& file) {
+    QfileOwner opened;
+    qfile_stamp stamp;
+    EXPECT_EQ(qfile_open(opened.out(), file.u16string().c_str(), READ), QERR_OK);
+    EXPECT_EQ(qfile_get_stamp(opened.get(), &stamp), QERR_OK);
+    return stamp;
+  };
+  const auto then = std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(981173106)));
+  std::filesystem::last_write_time(path, then);
+  const qfile_stamp first = stamp_of(path);
+  EXPECT_EQ(first.size, 5U);
+  EXPECT_EQ(first.modified, (qfile_time{981173106, 0}));
+  EXPECT_NEAR(static_cast<double>(first.changed.seconds), static_cast<double>(std::time(nullptr)), 60.0);
+  std::filesystem::create_hard_link(path, at(u"same"));
+  put(u"other", "12345");
+  EXPECT_EQ(stamp_of(at(u"same")).number, first.number);
+  const qfile_stamp other = stamp_of(at(u"other"));
+  EXPECT_NE(other.number, first.number);
+  qfile_info info{};
+  EXPECT_EQ(qfile_get_info_by_name(at(u"other").c_str(), &info), QERR_OK);
+  EXPECT_EQ(other.modified.nanoseconds / 100, info.last_write_time % 10000000);
+  // A change that puts the modified time back is seen all the same.
+  std::ofstream(path) << "54321";
+  std::filesystem::last_write_time(path, then);
+  EXPECT_EQ(stamp_of(path).modified, first.modified);
+  EXPECT_NE(stamp_of(path), first);
 }
 
 TEST_F(Files, FullPathTellsTheNeededSize) {
