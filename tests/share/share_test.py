@@ -5,6 +5,7 @@ import re
 import select
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import time
@@ -161,12 +162,24 @@ class Scans(unittest.TestCase):
                 while not relay.silent and host.poll() is None:
                     time.sleep(0.01)
                 child, = pathlib.Path(f"/proc/{host.pid}/task/{host.pid}/children").read_text().split()
+                self.assertIn("CapPrm:\t0000000000000000\n", pathlib.Path(f"/proc/{child}/status").read_text())
                 ended = os.pidfd_open(int(child))
                 host.send_signal(number)
                 # Whoever waits for the silent server connects to it once more.
                 self.assertEqual((host.wait(), len(relay.sockets)), (code, 2))
                 self.assertEqual(select.select([ended], [], [], 5)[0], [ended])
                 os.close(ended)
+
+    def test_the_share_program_hides_its_memory_before_it_gets_a_password(self):
+        program = shutil.copy(pathlib.Path(OPTIONS.brantle).with_name("brantle_smb"), fresh(self, "program"))
+        ours, theirs = socket.socketpair()
+        with ours, theirs, subprocess.Popen([program], user="nobody", pass_fds=[3],
+                                            preexec_fn=lambda: os.dup2(theirs.fileno(), 3)) as child:
+            memory, end = pathlib.Path(f"/proc/{child.pid}/mem"), time.monotonic() + 10
+            while (owner := memory.stat().st_uid) != 0 and time.monotonic() < end:
+                time.sleep(0.01)
+            child.kill()
+        self.assertEqual(owner, 0)  # its user's no more
 
     def test_a_server_lost_in_the_middle(self):
         """Half of what a whole scan reads comes through; then the server ends, or says no more."""

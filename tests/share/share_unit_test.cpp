@@ -1,6 +1,9 @@
 // What whole scans of shares do not show, against a real server; tests/share/share_test.py starts this. The server is
 // 127.0.0.1, SHARE_LOCAL the folder that its shares "tree" and "guest" serve; the server SHARE_SILENT never answers.
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -64,6 +67,24 @@ TEST_F(ShareTest, UsesAreCountedAndEndNotWhileFilesAreOpen) {
   EXPECT_EQ(qshare_use_delete(SHARE), QSHARE_NOT_CONNECTED);
   EXPECT_EQ(qshare_use_delete(u"/tmp"), QSHARE_NOT_CONNECTED);
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);  // the share program that served this is gone
+}
+
+TEST_F(ShareTest, TheProgramEndsWithTheHostThoughAForkHoldsThePair) {
+  ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);  // orphans become this process's children
+  const pid_t host = ::fork();
+  if (host == 0) {
+    (void)::setpgid(0, 0);
+    if (qshare_use_add(SHARE, GOOD) != QSHARE_OK) ::_exit(1);
+    if (::fork() == 0) ::_exit(static_cast<int>(::sleep(30)) + 2);
+    ::_exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(host, &status, 0), host);
+  EXPECT_EQ(status, 0);
+  EXPECT_GT(::waitpid(-1, &status, 0), 0);
+  EXPECT_EQ(status, 0);  // not the fork, which waits
+  EXPECT_EQ(::kill(-host, SIGKILL), 0);
+  EXPECT_GT(::waitpid(-1, &status, 0), 0);
 }
 
 TEST_F(ShareTest, BytesAreTheSameHoweverTheyAreRead) {

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -117,7 +116,6 @@ bool program::connect(ByteReader& question) {
   target_.password = texts[4];
   explicit_bzero(question_.data(), question_.capacity());
   const std::uint32_t code = server_.connect(target_);
-  (void)::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // libsmbclient's memory holds the password
   qshare_frame frame(qshare_kind::connect);
   return send(frame.finish(code)) && code == QSHARE_OK;
 }

@@ -1,16 +1,20 @@
 #include "share/program/smb_watch_posix_user.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <string_view>
@@ -26,14 +30,32 @@ constexpr rlim_t most_memory = rlim_t{256} << 20U;
 constexpr std::uint64_t short_of_memory = std::uint64_t{16} << 20U;
 constexpr std::size_t watch_stack = std::size_t{64} << 10U;
 
-void* watch(void* argument) {
-  pollfd pair{static_cast<int>(reinterpret_cast<std::intptr_t>(argument)), POLLRDHUP, 0};
-  while (::poll(&pair, 1, -1) <= 0) {
+// The pair's other end, and the process that made it; the latter is -1 where the system has no handles of processes.
+struct watched_ends {
+  pollfd ends[2];
+} watched;
+
+void* watch(void*) {
+  while (::poll(watched.ends, std::size(watched.ends), -1) <= 0) {
   }
   ::_exit(0);
 }
 
-bool start_watch(int pair) noexcept {
+// Finds what to watch. The pair's end alone is not enough: if the host forks, its child holds the other end as well.
+// False when the host has ended already.
+bool find_ends(int pair) noexcept {
+  watched = {{{pair, POLLRDHUP, 0}, {-1, POLLIN, 0}}};
+  ucred maker{};
+  socklen_t size = sizeof maker;
+  // The number is 0 if the host runs in a namespace of processes that this one cannot see.
+  if (::getsockopt(pair, SOL_SOCKET, SO_PEERCRED, &maker, &size) != 0 || maker.pid <= 0) return true;
+  const auto handle = static_cast<int>(::syscall(SYS_pidfd_open, maker.pid, 0));
+  if (handle < 0 && errno != ESRCH) return true;
+  watched.ends[1].fd = handle;
+  return handle >= 0 && ::getppid() == maker.pid;  // else the number may be another process's by now
+}
+
+bool start_watch() noexcept {
   pthread_attr_t attributes;
   if (::pthread_attr_init(&attributes) != 0) return false;
   ::pthread_attr_setstacksize(&attributes, watch_stack);
@@ -43,12 +65,17 @@ bool start_watch(int pair) noexcept {
   sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   pthread_t thread{};
-  const auto number = static_cast<std::intptr_t>(pair);
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the number itself is the argument
-  const int error = ::pthread_create(&thread, &attributes, watch, reinterpret_cast<void*>(number));
+  const int error = ::pthread_create(&thread, &attributes, watch, nullptr);
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   ::pthread_attr_destroy(&attributes);
   return error == 0;
+}
+
+// A host that runs as root needs its rights for files; a client of servers needs none of them.
+bool drop_capabilities() noexcept {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3]{};
+  return ::syscall(SYS_capset, &header, none) == 0 || ::geteuid() != 0;
 }
 
 }  // namespace
@@ -58,9 +85,11 @@ bool smb_bound_process(int pair) noexcept {
   (void)::mallopt(M_ARENA_MAX, 1);
   (void)::signal(SIGPIPE, SIG_IGN);
   (void)::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0 || !drop_capabilities()) return false;
   const rlimit no_core{0, 0};
   const rlimit memory{most_memory, most_memory};
-  return ::setrlimit(RLIMIT_CORE, &no_core) == 0 && ::setrlimit(RLIMIT_AS, &memory) == 0 && start_watch(pair);
+  return ::setrlimit(RLIMIT_CORE, &no_core) == 0 && ::setrlimit(RLIMIT_AS, &memory) == 0 && find_ends(pair) &&
+         start_watch();
 }
 
 bool smb_memory_was_short() noexcept {
