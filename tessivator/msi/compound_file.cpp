@@ -49,16 +49,18 @@ bool append_places(Bytes places, std::uint32_t& left, sector_chain& table) {
 
 }  // namespace
 
-bool sector_table::follow(std::uint32_t sector, std::uint32_t most, sector_chain& chain) {
+bool sector_table::follow(std::uint32_t sector, std::uint64_t size, sector_chain& chain) {
   const std::uint32_t present = chain.sectors_below();
-  for (std::uint32_t left = std::min(most, present); sector != end_of_chain; --left) {
+  // A chain without repetition has no more sectors than there are.
+  for (std::uint32_t left = present; sector != end_of_chain && chain.size() < size; --left) {
     if (left == 0 || sector >= present) return false;
     chain.append(sector);
+    if (chain.size() >= size) break;
     const auto next = qbytes_le<std::uint32_t>(window_.at(std::uint64_t{4} * sector, 4), 0);
     if (!next) return false;
     sector = *next;
   }
-  return true;
+  return !chain.has_repeats();
 }
 
 std::unique_ptr<compound_file> compound_file::open(const std::shared_ptr<msi_source>& file) {
@@ -126,7 +128,8 @@ compound_file::entry compound_file::read_entry(Bytes bytes) const noexcept {
 
 bool compound_file::read_directory(std::uint32_t first) {
   auto chain = new_chain();
-  if (!table_->follow(first, COMPOUND_MAX_ENTRIES / (sector_size_ / entry_size), *chain)) return false;
+  constexpr std::uint64_t most = std::uint64_t{COMPOUND_MAX_ENTRIES} * entry_size;
+  if (!table_->follow(first, most + 1, *chain) || chain->size() > most) return false;
   std::vector<entry> entries;
   entries.reserve(static_cast<std::size_t>(chain->size() / entry_size));
   msi_window window(*chain);
@@ -175,8 +178,9 @@ bool compound_file::keep_root_streams(const std::vector<entry>& entries) {
 bool compound_file::read_mini_stream(std::uint32_t first_table) {
   auto stream = new_chain();
   auto table = new_chain();
-  if (root_.size > 0 && (!table_->follow(root_.start, none, *stream) || !stream->cut(root_.size))) return false;
-  if (first_table != none && !table_->follow(first_table, none, *table)) return false;
+  if (!table_->follow(root_.start, root_.size, *stream) || !stream->cut(root_.size)) return false;
+  const std::uint64_t links = root_.size / mini_sector_size * 4 + 4;
+  if (first_table != none && !table_->follow(first_table, links, *table)) return false;
   mini_stream_ = std::move(stream);
   mini_table_ = std::make_unique<sector_table>(std::move(table));
   return true;
@@ -186,7 +190,7 @@ std::unique_ptr<sector_chain> compound_file::open_stream(const entry& e) {
   const bool mini = e.size < mini_cutoff;
   auto chain = mini ? std::make_unique<sector_chain>(mini_stream_, 0, mini_sector_size) : new_chain();
   sector_table& table = mini ? *mini_table_ : *table_;
-  if (e.size > 0 && (!table.follow(e.start, none, *chain) || !chain->cut(e.size))) return nullptr;
+  if (!table.follow(e.start, e.size, *chain) || !chain->cut(e.size)) return nullptr;
   return chain;
 }
 

@@ -19,9 +19,10 @@ class sector_table {
   // `links` holds four bytes a sector: the next one's number.
   explicit sector_table(std::shared_ptr<msi_source> links) noexcept
       : links_(std::move(links)), window_(*links_, 4096) {}
-  // Appends the chain that starts at `sector` to `chain`; false when it leaves the file, or has not ended after `most`
-  // sectors or after as many as there are. May throw std::bad_alloc.
-  [[nodiscard]] bool follow(std::uint32_t sector, std::uint32_t most, sector_chain& chain);
+  // Appends the chain that starts at `sector` to `chain`, until it covers `size` bytes or ends. What it has beyond is
+  // not read: some writers keep sectors in reserve there. False when it leaves the file or meets a sector again. May
+  // throw std::bad_alloc.
+  [[nodiscard]] bool follow(std::uint32_t sector, std::uint64_t size, sector_chain& chain);
 
  private:
   std::shared_ptr<msi_source> links_;

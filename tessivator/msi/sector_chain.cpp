@@ -39,6 +39,19 @@ bool sector_chain::cut(std::uint64_t size) noexcept {
   return true;
 }
 
+bool sector_chain::has_repeats() const {
+  if (runs_.size() < 2) return false;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> places;  // first sector, sector behind the last
+  places.reserve(runs_.size());
+  for (std::size_t i = 0; i < runs_.size(); ++i) {
+    const std::uint32_t end = i + 1 < runs_.size() ? runs_[i + 1].index : count_;
+    places.emplace_back(runs_[i].sector, runs_[i].sector + (end - runs_[i].index));
+  }
+  std::ranges::sort(places);
+  const auto overlap = [](const auto& a, const auto& b) noexcept { return b.first < a.second; };
+  return std::ranges::adjacent_find(places, overlap) != places.end();
+}
+
 bool sector_chain::read(std::uint64_t offset, std::span<std::byte> out) noexcept {
   if (offset > size_ || out.size() > size_ - offset) return false;
   const auto index = static_cast<std::uint32_t>(offset / sector_size_);

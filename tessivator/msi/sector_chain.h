@@ -19,6 +19,9 @@ class sector_chain final : public msi_source {
   // Cuts the range to `size` bytes; false when it is shorter.
   [[nodiscard]] bool cut(std::uint64_t size) noexcept;
 
+  // Whether a sector occurs twice. May throw std::bad_alloc.
+  [[nodiscard]] bool has_repeats() const;
+
   // Bytes of all its sectors.
   [[nodiscard]] std::uint64_t allocated() const noexcept { return std::uint64_t{count_} * sector_size_; }
 

@@ -4,6 +4,7 @@
 """
 import os
 import pathlib
+import struct
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures" / "scripts"))
@@ -18,6 +19,14 @@ REFUSED = ["110", "", "", "", "-"]
 def with_streams(count, line):
     streams = list(Package(WORKS).streams.items())
     return Compound(streams + [("s%05d" % i, b"") for i in range(count - len(streams) - 1)], CLASS, line=line).bytes()
+
+
+def with_chains_that_run_on():
+    """The streams' chains do not end: each goes on into the next one's, through 8 MB of small streams."""
+    file = Compound([*Package(WORKS).streams.items(), *(("small stream %d" % i, b"s" * 4032) for i in range(2000))], CLASS)
+    data, count = bytearray(file.bytes()), file.minifat_sectors * 128 - 128
+    struct.pack_into("<%dI" % count, data, file.minifat_entry(0), *range(1, count + 1))
+    return bytes(data)
 
 
 def with_cabinet(version):
@@ -52,6 +61,7 @@ def main(folder):
         ("streams_60000_in_line", with_streams(60000, True), FOUND, 1200),
         ("streams_4200_balanced", with_streams(4200, False), FOUND, 100),
         ("streams_65540", with_streams(65540, False), REFUSED, 1200),
+        ("mini_chains_run_on", with_chains_that_run_on(), FOUND, 60),
         ("sectors_512_30_MB", cabinet, FOUND, 60),
         ("difat_past_end", patched(cabinet, 68), REFUSED, 60),
         ("difat_place_past_end", patched(cabinet, difat), REFUSED, 60),
