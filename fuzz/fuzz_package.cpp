@@ -10,10 +10,10 @@
 
 void fuzz(Bytes input) {
   memory_file file(input);
-  const auto package = compound_file::open(msi_borrow_file(&file));
-  if (!package) return;
-  (void)package->has_whole_streams(MSI_TABLE_MARK);
-  if (const auto table = property_table::open(*package)) {
+  std::shared_ptr<msi_package> package;
+  if (msi_package_open_file(u"package", &file, &package) != QERR_OK) return;
+  (void)package->compound().has_whole_streams(MSI_TABLE_MARK);
+  if (const auto table = property_table::open(package->compound())) {
     std::u16string value;
     for (const char* name : {"ProductName", "Manufacturer", "ProductVersion"}) {
       // A text is never longer than the bytes that it was made from.

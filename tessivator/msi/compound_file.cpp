@@ -200,6 +200,11 @@ std::unique_ptr<msi_source> compound_file::stream(std::u16string_view name) {
   return open_stream(*at);
 }
 
+bool compound_file::has_content(std::u16string_view name) const noexcept {
+  const auto at = std::ranges::find(streams_, name, &entry::text);
+  return at != streams_.end() && at->size > 0;
+}
+
 // No two streams share a sector: taken together they are no longer than the file, and the work is bounded by that.
 bool compound_file::has_whole_streams(qchar first) {
   std::uint64_t left = std::uint64_t{new_chain()->sectors_below()} * sector_size_ + mini_stream_->size();

@@ -41,6 +41,8 @@ class compound_file {
   // The stream `name` of the root storage; null when there is none or its chain does not hold the bytes that it should.
   // It may outlive this object; both are used by one thread at a time.
   [[nodiscard]] std::unique_ptr<msi_source> stream(std::u16string_view name);
+  // Whether the root storage has a stream `name` that is not empty, be it damaged or not.
+  [[nodiscard]] bool has_content(std::u16string_view name) const noexcept;
   // Whether every stream of the root storage whose name begins with `first` can be opened.
   [[nodiscard]] bool has_whole_streams(qchar first);
 

@@ -9,11 +9,15 @@
 #include <unordered_map>
 #include <utility>
 
+#include "common/qlib/qlog.h"
+#include "msi/code_page.h"
 #include "msi/msi_database.h"
 #include "msi/msi_signature.h"
 #include "msi/package_object.h"
 #include "msi/property_table.h"
 #include "msi/signature_stream.h"
+
+static constexpr std::uint32_t module_id = QLOG_PROG;
 
 namespace {
 
@@ -148,6 +152,10 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   auto item = std::make_shared<object>();
   item->properties = property_table::open(package->compound());
   if (!item->properties) return MSI_OPEN_FAILED;
+  if (!code_page_is_known(package->code_page())) {
+    QLOG(QLOG_WARNING, u"Code page %u of %s is not known; its texts are read as 1252\n", package->code_page(),
+         package->path());
+  }
   *database = handles().add(std::move(item));
   return MSI_OK;
 } catch (const std::bad_alloc&) {
@@ -160,7 +168,7 @@ qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, st
   if (package == nullptr) return QERR_NOT_FOUND;
   QmemPtr<std::byte> bytes;
   std::uint32_t size = 0;
-  const qerr_t code = signature_stream_read(package->compound(), bytes, size);
+  const qerr_t code = signature_stream_read(*package, bytes, size);
   if (code != QERR_OK) return code;
   *out = bytes.release();
   *length = size;

@@ -4,32 +4,17 @@
 #include <array>
 #include <utility>
 
+#include "common/qlib/qder.h"
+#include "common/qlib/qlog.h"
 #include "msi/msi_signature.h"
 
-namespace {
-
-// The bytes that the message at the start of `stream` takes: a DER SEQUENCE with its header; the whole stream when the
-// header leaves the length open (BER). 0 when no message starts there or the stream is shorter than it says.
-std::uint64_t message_length(msi_source& stream) noexcept {
-  std::array<std::byte, 6> header{};  // tag, form, at most four bytes of length
-  const std::uint64_t size = stream.size();
-  const auto present = static_cast<std::size_t>(std::min<std::uint64_t>(header.size(), size));
-  if (present < 2 || !stream.read(0, std::span(header).first(present)) || header[0] != std::byte{0x30}) return 0;
-  const auto form = std::to_integer<std::uint8_t>(header[1]);
-  if (form == 0x80) return size;
-  std::uint64_t length = form;
-  const std::size_t extra = form > 0x80 ? form - std::size_t{0x80} : 0;
-  if (extra > 4 || 2 + extra > present) return 0;
-  if (extra > 0) length = 0;
-  for (std::size_t i = 0; i < extra; ++i) length = length << 8 | std::to_integer<std::uint8_t>(header[2 + i]);
-  return length <= size - 2 - extra ? 2 + extra + length : 0;
-}
-
-}  // namespace
+static constexpr std::uint32_t module_id = QLOG_SGN;
 
 qerr_t signature_message_read(msi_source& stream, QmemPtr<std::byte>& bytes, std::uint32_t& length) noexcept {
-  const std::uint64_t whole = message_length(stream);
-  if (whole == 0) return QERR_NOT_FOUND;
+  std::array<std::byte, QDER_HEAD> bytes_of_head{};
+  const auto head = std::span(bytes_of_head).first(std::min<std::size_t>(QDER_HEAD, stream.size()));
+  if (head.empty() || !stream.read(0, head)) return QERR_NOT_FOUND;
+  const std::uint64_t whole = std::min(qder_signature_size(head, stream.size()), stream.size());
   const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(whole, MSI_MAX_SIGNATURE));
   QmemPtr<std::byte> message(static_cast<std::byte*>(qmem_calloc(size, 1)));
   if (!message) return QERR_LOW_MEMORY;
@@ -39,13 +24,18 @@ qerr_t signature_message_read(msi_source& stream, QmemPtr<std::byte>& bytes, std
   return QERR_OK;
 }
 
-std::unique_ptr<msi_source> signature_stream_open(compound_file& package) {
-  return package.stream(
+std::unique_ptr<msi_source> signature_stream_open(msi_package& package) {
+  static constexpr std::u16string_view name =
       u"\x0005"
-      u"DigitalSignature");
+      u"DigitalSignature";
+  auto stream = package.compound().stream(name);
+  if (!stream && package.compound().has_content(name)) {
+    QLOG(QLOG_WARNING, u"The signature of %s cannot be read: its sectors are damaged\n", package.path());
+  }
+  return stream;
 }
 
-qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length) {
+qerr_t signature_stream_read(msi_package& package, QmemPtr<std::byte>& bytes, std::uint32_t& length) {
   const auto stream = signature_stream_open(package);
   return stream ? signature_message_read(*stream, bytes, length) : QERR_NOT_FOUND;
 }

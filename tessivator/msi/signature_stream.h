@@ -2,15 +2,17 @@
 #pragma once
 
 #include "common/qlib/qmem.h"
-#include "msi/compound_file.h"
+#include "msi/package_object.h"
 
-// The message at the start of `stream`: one DER SEQUENCE, without what may follow it; of a length that is left open,
-// the whole stream. QERR_NOT_FOUND when there is none or it cannot be read whole; QERR_LOW_MEMORY.
+// The message at the start of `stream`, without what follows it; where the message's header is damaged, leaves the
+// length open, or tells more than the stream holds, the whole stream. At most MSI_MAX_SIGNATURE bytes. QERR_NOT_FOUND
+// when the stream is empty or cannot be read; QERR_LOW_MEMORY.
 [[nodiscard]] qerr_t signature_message_read(msi_source& stream, QmemPtr<std::byte>& bytes,
                                             std::uint32_t& length) noexcept;
 
-// The stream "\005DigitalSignature" of `package`; null when there is none or it is not whole. May throw std::bad_alloc.
-[[nodiscard]] std::unique_ptr<msi_source> signature_stream_open(compound_file& package);
+// The stream "\005DigitalSignature" of `package`; null when there is none, it is empty or its sectors are damaged, of
+// which a log line tells. May throw std::bad_alloc.
+[[nodiscard]] std::unique_ptr<msi_source> signature_stream_open(msi_package& package);
 
 // The message in that stream. May throw std::bad_alloc.
-[[nodiscard]] qerr_t signature_stream_read(compound_file& package, QmemPtr<std::byte>& bytes, std::uint32_t& length);
+[[nodiscard]] qerr_t signature_stream_read(msi_package& package, QmemPtr<std::byte>& bytes, std::uint32_t& length);
