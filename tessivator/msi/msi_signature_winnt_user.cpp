@@ -5,8 +5,10 @@
 
 #include <mssip.h>
 
+#include <algorithm>
 #include <new>
 
+#include "common/qlib/qder.h"
 #include "common/qlib/qmem.h"
 #include "msi/msi_path_winnt.h"
 #include "msi/msi_signature.h"
@@ -62,32 +64,33 @@ qerr_t read_message(const message_reader& reader, const msi_system_path& path, Q
   if (!reader.call(subject, size, nullptr)) return QERR_NOT_FOUND;
   bytes.reset(static_cast<std::byte*>(qmem_calloc(size, 1)));
   if (!bytes) return QERR_LOW_MEMORY;
-  if (!reader.call(subject, size, bytes.get())) return QERR_NOT_FOUND;
-  length = size;
+  if (size == 0 || !reader.call(subject, size, bytes.get())) return QERR_NOT_FOUND;
+  const Bytes head(bytes.get(), std::min<std::size_t>(QDER_HEAD, size));
+  length = static_cast<std::uint32_t>(std::min<std::uint64_t>(qder_signature_size(head, size), size));
   return QERR_OK;
 }
 
 }  // namespace
 
-// A missing reader is told for every file, be it a package or not.
+// A missing reader is told for every file, be it a package or not. What the system's reader refuses, may not see (it
+// trusts the streams beside the signature, too) or would hand out whole whatever its length is read here.
 qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, std::uint32_t* length) noexcept try {
   if (out == nullptr) return QERR_ARG2;
   if (length == nullptr) return QERR_ARG3;
   const message_reader reader;
   if (reader.code() != QERR_OK) return reader.code();
-  if (package == nullptr || !package->compound().has_whole_streams(u'\5')) return QERR_NOT_FOUND;
-  const auto stream = signature_stream_open(package->compound());
+  if (package == nullptr) return QERR_NOT_FOUND;
+  const auto stream = signature_stream_open(*package);
   if (!stream) return QERR_NOT_FOUND;
   QmemPtr<std::byte> bytes;
   std::uint32_t size = 0;
   qerr_t code = QERR_NOT_FOUND;
   msi_system_path path;
-  // The system's reader would hand out the whole of any stream.
-  if (stream->size() >= MSI_MAX_SIGNATURE) {
-    code = signature_message_read(*stream, bytes, size);
-  } else if (path.find(package->path().c_str())) {
+  if (stream->size() < MSI_MAX_SIGNATURE && package->compound().has_whole_streams(u'\5') &&
+      path.find(package->path().c_str())) {
     code = read_message(reader, path, bytes, size);
   }
+  if (code == QERR_NOT_FOUND) code = signature_message_read(*stream, bytes, size);
   if (code != QERR_OK) return code;
   *out = bytes.release();
   *length = size;
