@@ -172,3 +172,5 @@ bool sgn_asn1_decode(const sgn_outline& outline, sgn_p7& p7, sgn_store_cache* ca
   return is_well_formed(outline.bytes) && decode_certificates(outline.certificates.members, p7, cache) &&
          decode_signers(outline.signers.members, p7);
 }
+
+sgn_certificate_ptr sgn_decode_certificate(Bytes der) { return certificate_of(der, nullptr); }

@@ -24,8 +24,9 @@
 
 static constexpr std::uint32_t module_id = QLOG_SGN;
 
-// Every line of this source is one function's, whichever helper finds the fault.
-#define CAB_LOG(...) QLOG_AS(QLOG_ERROR, "sgn_extract_cab_cert_alloc", __VA_ARGS__)
+// Every line of this source is one function's, whichever helper finds the fault; none for a cabinet without a name.
+#define CAB_LOG(...) \
+  if (cabinet.path != nullptr) QLOG_AS(QLOG_ERROR, "sgn_extract_cab_cert_alloc", __VA_ARGS__)
 
 namespace {
 
@@ -37,7 +38,7 @@ constexpr std::uint64_t record_offset = 4;
 constexpr std::uint64_t record_length = 8;
 constexpr std::uint16_t record_size = 12;
 
-// An open cabinet of the caller's with the name that its log lines carry.
+// An open cabinet of the caller's with the name that its log lines carry, null for none.
 struct cabinet_file {
   const qchar* path;
   qfile_t file;
@@ -144,24 +145,41 @@ qerr_t read_signature(const cabinet_file& cabinet, signature_place& place, QmemP
   return read_part(cabinet, {signature.get(), place.length});
 }
 
+qerr_t find_signature(const cabinet_file& cabinet, signature_place& place, QmemPtr<std::byte>& signature) noexcept {
+  std::uint16_t reserve_size = 0;
+  qerr_t code = read_reserve_size(cabinet, reserve_size);
+  if (code == QERR_OK) code = read_place(cabinet, reserve_size, place);
+  if (code == QERR_OK) code = limit_to_file(cabinet, place);
+  return code != QERR_OK ? code : read_signature(cabinet, place, signature);
+}
+
 }  // namespace
+
+qerr_t sgn_cab_read_signature_alloc(qfile_t file, std::byte** out, std::uint32_t* length) noexcept {
+  if (file == QFILE_INVALID) return QERR_ARG1;
+  if (out == nullptr) return QERR_ARG2;
+  if (length == nullptr) return QERR_ARG3;
+  signature_place place;
+  QmemPtr<std::byte> signature;
+  if (const qerr_t code = find_signature({nullptr, file}, place, signature); code != QERR_OK) return code;
+  *length = place.length;
+  *out = signature.release();
+  return QERR_OK;
+}
 
 qerr_t sgn_extract_cab_cert_of_file_alloc(const qchar* path, blib_file& opened, sgn_p7** out,
                                           sgn_store_cache* cache) noexcept {
   if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG3;
-  if (const qerr_t code = blib_file_open(opened, path); code != QERR_OK) {
+  qerr_t code = blib_file_open(opened, path);
+  const cabinet_file cabinet{path, opened.file.get()};
+  if (code != QERR_OK) {
     CAB_LOG(u"Failed to open file %s. Error = %d\n", path, code);
     return code;
   }
-  const cabinet_file cabinet{path, opened.file.get()};
-  std::uint16_t reserve_size = 0;
   signature_place place;
   QmemPtr<std::byte> signature;
-  qerr_t code = read_reserve_size(cabinet, reserve_size);
-  if (code == QERR_OK) code = read_place(cabinet, reserve_size, place);
-  if (code == QERR_OK) code = limit_to_file(cabinet, place);
-  if (code == QERR_OK) code = read_signature(cabinet, place, signature);
+  code = find_signature(cabinet, place, signature);
   if (code != QERR_OK) return code;
 
   sgn_p7* decoded = nullptr;

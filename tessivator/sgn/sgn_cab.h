@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qfile.h"
 #include "common/qlib/qtypes.h"
 
 struct blib_file;        // blib_bin.h
@@ -15,3 +16,7 @@ struct sgn_store_cache;  // sgn_cache.h
 // The same for a file that may be open already, wherever it stands; else it is opened. `cache` may be null.
 [[nodiscard]] qerr_t sgn_extract_cab_cert_of_file_alloc(const qchar* path, blib_file& opened, sgn_p7** out,
                                                         sgn_store_cache* cache) noexcept;
+// Reads the bytes of a cabinet's signature, as far as the file has them, into a buffer that the caller frees with
+// qmem_free; of one over 16 MiB, which is not decoded, nothing, and `*length` alone tells. Codes as above; nothing is
+// logged. The file's position moves.
+[[nodiscard]] qerr_t sgn_cab_read_signature_alloc(qfile_t file, std::byte** out, std::uint32_t* length) noexcept;

@@ -7,8 +7,8 @@
 // A list under construction; what is not released is freed.
 class sgn_name_list {
  public:
-  // Puts a copy of `stem` at the head. False without memory.
-  [[nodiscard]] bool push(const qchar* stem) noexcept;
+  // Puts a named certificate at the head. False without memory.
+  [[nodiscard]] bool push(const sgn_certificate& certificate) noexcept;
   [[nodiscard]] sgn_cert_name* release() noexcept { return head_.release(); }
 
  private:

@@ -55,7 +55,7 @@ enum class next_step : std::uint8_t { go_on, stop };
 next_step name_and_store(sgn_certificate& certificate, const sgn_source& source, const sgn_request& request,
                          sgn_name_list& names, qerr_t& code) {
   code = sgn_name_certificate(certificate);
-  if (code != QERR_OK || !names.push(certificate.stem.data())) return next_step::stop;
+  if (code != QERR_OK || !names.push(certificate)) return next_step::stop;
   (void)sgn_store_certificate(certificate, source, request.output_directory, request.cache);
   return next_step::go_on;
 }

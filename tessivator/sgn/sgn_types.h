@@ -11,6 +11,10 @@
 #include "common/qlib/qcksum.h"
 #include "sgn/sgn_ossl.h"
 
+// An entry of an image's table that has these two together holds its maker's own data, not a signature.
+inline constexpr std::uint16_t SGN_PRIVATE_REVISION = 0xC102;
+inline constexpr std::uint16_t SGN_PRIVATE_TYPE = 0xABFF;
+
 // The full path of a scanned file, shared by what was found in it; null when it is not known.
 using sgn_source = std::shared_ptr<const std::u16string>;
 

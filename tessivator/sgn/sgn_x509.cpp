@@ -16,10 +16,6 @@ static constexpr std::uint32_t module_id = QLOG_SGN;
 
 namespace {
 
-// An entry that is told by these two together holds its maker's own data, not a signature.
-constexpr std::uint16_t private_revision = 0xC102;
-constexpr std::uint16_t private_type = 0xABFF;
-
 // One file's extraction.
 class extraction {
  public:
@@ -76,7 +72,7 @@ qerr_t process_image(const qchar* path, blib_bin* image, const sgn_request& requ
   FILE_LOG(QLOG_DETAIL, u"Found %d PKCS7 to verify in %s\n", table->count, path);
   extraction file(path, request, names);
   for (blib_authenticode_entry& entry : std::span(table->entries, table->count)) {
-    if (entry.revision == private_revision && entry.type == private_type) continue;
+    if (entry.revision == SGN_PRIVATE_REVISION && entry.type == SGN_PRIVATE_TYPE) continue;
     blib_bin_load_authenticode_entry(image, &entry);
     code = file.take({entry.buffer, entry.length});
     blib_bin_unload_authenticode_entry(&entry);

@@ -20,10 +20,12 @@ struct sgn_store_cache;  // what one request has already decoded and written (sg
 struct x509_st;          // OpenSSL's X509
 struct asn1_string_st;   // OpenSSL's ASN1_INTEGER
 
-// One stored certificate: its stem. The newest comes first. Owned by whoever received the list.
+// One stored certificate: its stem, and the SHA-256 of its DER. The newest comes first. Owned by whoever received the
+// list.
 struct sgn_cert_name {
   qchar* name;
   sgn_cert_name* next;
+  std::uint8_t sha256[32];
 };
 
 // Releases a whole list with its texts; null is allowed.
