@@ -12,6 +12,7 @@
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr_name.h"
 #include "common/qlib/qsys_posix_user.h"
 #include "scan/scan_system.h"
@@ -21,6 +22,9 @@ namespace {
 
 // Mapped devices (encryption, volume groups) stand on others; no real stack is this deep.
 constexpr int deepest_stack = 8;
+
+// A share is remote whatever its server has it on, so the server is not asked.
+constexpr const qchar* share_file_system = u"smb3";
 
 struct file_system_kind {
   std::string_view type;
@@ -119,6 +123,11 @@ class posix_system final : public scan_system {
   std::uint32_t set_error_mode(std::uint32_t mode) noexcept override { return mode; }
 
   std::uint32_t volume_information(const qchar* root, std::uint32_t& flags, std::u16string& file_system) override {
+    if (qpath_is_unc(root)) {
+      flags = 0;
+      file_system = share_file_system;
+      return 0;
+    }
     utl_mount mount;
     const int error = utl_find_mount(root, mount);
     if (error != 0) return static_cast<std::uint32_t>(error);
@@ -130,6 +139,7 @@ class posix_system final : public scan_system {
   }
 
   std::uint32_t drive_type(const qchar* root) override {
+    if (qpath_is_unc(root)) return SCAN_DRIVE_REMOTE;
     utl_mount mount;
     if (utl_find_mount(root, mount) != 0) return SCAN_DRIVE_UNKNOWN;
     const auto* const known = std::find_if(std::begin(known_kinds), std::end(known_kinds),

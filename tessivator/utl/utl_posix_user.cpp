@@ -1,16 +1,14 @@
 // The path helpers' system services from the mount table; there are no short names and no registry.
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <limits.h>
 
 #include <charconv>
-#include <cstdlib>
-#include <memory>
-#include <new>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/qlib/qerr.h"
-#include "common/qlib/qmem.h"
+#include "common/qlib/qfile_place_posix_user.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qstr_name.h"
 #include "common/qlib/qsys_posix_user.h"
@@ -22,12 +20,12 @@ namespace {
 // A table of thousands of mounts has some hundred bytes for each; beyond this it is cut.
 constexpr std::size_t largest_table = std::size_t{16} << 20U;
 
-std::string read_table() {
+std::string read_text(const char* name) {
   std::string text;
-  const qsys_descriptor table(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+  const qsys_descriptor file(::open(name, O_RDONLY | O_CLOEXEC));
   char buffer[16384];
   while (text.size() < largest_table) {
-    const ssize_t got = qsys_retry([&] { return ::read(table.get(), buffer, sizeof buffer); });
+    const ssize_t got = qsys_retry([&] { return ::read(file.get(), buffer, sizeof buffer); });
     if (got <= 0) break;
     text.append(buffer, static_cast<std::size_t>(got));
   }
@@ -72,43 +70,60 @@ bool parse_row(std::string_view line, table_row& row) {
   return !row.mount.point.empty() && !row.mount.type.empty();
 }
 
-// The real path of the deepest part of `path` that exists.
-int resolve_existing(std::string path, std::string& real) {
+// Opens the deepest part of `path` that exists, links followed, only to ask what it is. 0 or an errno value.
+int open_existing(std::u16string path, qsys_descriptor& out) {
   for (;;) {
-    const std::unique_ptr<char, FreeWith<std::free>> found(::realpath(path.empty() ? "/" : path.c_str(), nullptr));
-    if (found) {
-      real = found.get();
-      return 0;
+    qfile_place place;
+    int error = place.reach(path.empty() ? u"/" : path.c_str());
+    if (error == 0) {
+      out = qsys_descriptor(qsys_retry([&] { return ::openat(place.directory(), place.name(), O_PATH | O_CLOEXEC); }));
+      if (out.valid()) return 0;
+      error = errno;
     }
-    const std::size_t cut = path.rfind('/');
-    if (path.empty() || cut == std::string::npos || (errno != ENOENT && errno != ENOTDIR)) return errno;
+    const std::size_t cut = path.rfind(u'/');
+    if (path.empty() || cut == std::u16string::npos || (error != ENOENT && error != ENOTDIR)) return error;
     path.resize(cut);
   }
+}
+
+std::string proc_file(const char* folder, const qsys_descriptor& file) {
+  return std::string("/proc/self/") + folder + "/" + std::to_string(file.get());
+}
+
+// Empty for a path that is longer than the system tells.
+std::string real_path(const qsys_descriptor& file) {
+  std::string path(PATH_MAX, '\0');
+  const ssize_t length = ::readlink(proc_file("fd", file).c_str(), path.data(), path.size());
+  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return path;
 }
 
 bool lies_under(std::string_view path, std::string_view point) noexcept {
   return point == "/" || (path.starts_with(point) && (path.size() == point.size() || path[point.size()] == '/'));
 }
 
-// The kernel's own number of the mount, or 0 where it does not tell (before Linux 5.8).
-std::uint64_t mount_number(const std::string& path) noexcept {
-  struct statx about {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_MNT_ID, &about) != 0) return 0;
-  return (about.stx_mask & STATX_MNT_ID) != 0 ? about.stx_mnt_id : 0;
+// The kernel's number of the mount that the file lies on; 0 where it does not tell.
+std::uint64_t mount_number(const qsys_descriptor& file) {
+  static constexpr std::string_view key = "mnt_id:\t";
+  const std::string text = read_text(proc_file("fdinfo", file).c_str());
+  const std::size_t at = text.find(key);
+  std::uint64_t number = 0;
+  if (at != std::string::npos) (void)std::from_chars(&text[at] + key.size(), &text[0] + text.size(), number);
+  return number;
 }
 
-// By number; else the longest mount point above the path, the later of two equal ones since it covers the other.
-utl_mount choose(std::string_view table, const std::string& real) {
-  const std::uint64_t number = mount_number(real);
+// By number. A table that does not show the mount, as in a changed root, is searched for the longest mount point above
+// the path, the later of two equal ones since it covers the other.
+utl_mount choose(std::string_view table, std::uint64_t number, const std::string& real) {
   utl_mount best{"/", "", ""};
   while (!table.empty()) {
     const std::size_t end = table.find('\n');
     table_row row;
     const bool valid = parse_row(table.substr(0, end), row);
     table = end == std::string_view::npos ? std::string_view() : table.substr(end + 1);
-    if (!valid || !lies_under(real, row.mount.point)) continue;
+    if (!valid) continue;
     if (number != 0 && row.id == number) return row.mount;
-    if (row.mount.point.size() >= best.point.size()) best = row.mount;
+    if (lies_under(real, row.mount.point) && row.mount.point.size() >= best.point.size()) best = row.mount;
   }
   return best;
 }
@@ -151,12 +166,10 @@ class posix_system final : public utl_system {
 }  // namespace
 
 int utl_find_mount(const qchar* path, utl_mount& out) {
-  std::string name;
-  if (!qstr_name_to_bytes(path, name)) return ENOENT;
-  std::string real;
-  const int error = resolve_existing(name, real);
+  qsys_descriptor file;
+  const int error = open_existing(path, file);
   if (error != 0) return error;
-  out = choose(read_table(), real);
+  out = choose(read_text("/proc/self/mountinfo"), mount_number(file), real_path(file));
   return 0;
 }
 

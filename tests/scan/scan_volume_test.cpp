@@ -142,6 +142,16 @@ TEST_F(Volumes, PlatformAnswers) {
     const std::string ask_the_system = "findmnt -n -o FSTYPE -T '" + folder + "' | tail -n 1 > '" + folder + "/type'";
     EXPECT_EQ(std::system(ask_the_system.c_str()), 0);
     EXPECT_EQ(get(at(u"type")), qstr_to_utf8(found.file_system) + "\n");
+    std::u16string deep = root();
+    while (deep.size() < 6000) deep += u'/' + std::u16string(200, u'd');
+    ASSERT_EQ(qfile_mkdir_parents((deep + u"/x").c_str()), QERR_OK);
+    scan_vol_attributes below{};
+    for (const auto& path : {deep, deep + u"/New/file"}) {
+      EXPECT_EQ(scan_get_vol_attributes(path.c_str(), &below), QERR_OK);
+      EXPECT_TEXT(below.file_system, found.file_system);
+    }
+    EXPECT_EQ(scan_get_vol_attributes(u"\\\\server\\share\\folder", &below), QERR_OK);
+    EXPECT_EQ(below.attributes, SCAN_VOL_REMOTE);
     EXPECT_EQ(scan_get_vol_attributes(u"/proc/self", &found), QERR_DRIVE_TYPE);
   }
 }
