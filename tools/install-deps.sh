@@ -17,7 +17,7 @@ check_packages=(
   # linters and fuzzers
   clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev
   # independent tools that results are compared with, and makers of fixtures
-  openssl osslsigncode msitools wixl gcab python3 python3-pefile python3-ecdsa
+  openssl osslsigncode msitools wixl gcab python3 python3-pefile python3-ecdsa python3-asn1crypto
   # real hosts: a Java virtual machine and an SMB server, in a network of its own
   openjdk-17-jdk-headless samba smbclient iproute2
   # packages: what makes, reads and checks them, and the engine of brantle-parallel

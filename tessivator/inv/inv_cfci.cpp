@@ -74,10 +74,10 @@ bool has_strings(const inv_cfci_t& record) noexcept {
 }
 
 // One read of the file feeds all digests.
-qerr_t compute_digests(const qchar* path, qfile_t file, inv_cfci_t& record) noexcept {
+qerr_t compute_digests(const qchar* path, qfile_t file, const qcksum_tap* tap, inv_cfci_t& record) noexcept {
   std::uint32_t kinds = QCKSUM_SHA1 | QCKSUM_SHA256;
   if ((cfg_ProdIntegrationConfig().load() & product_md5) != 0) kinds |= QCKSUM_MD5;
-  const qerr_t code = qcksum_compute_whole(kinds, file, &record.sha1, &record.md5, &record.sha256);
+  const qerr_t code = qcksum_compute_whole(kinds, file, &record.sha1, &record.md5, &record.sha256, tap);
   if (code == QERR_CKSUM_BYPASSED) {
     QLOG_AS(QLOG_DETAIL, "inv_get_cfci_alloc", u"MD5 Checksum bypassed for file %s\n", path);
     return QERR_OK;
@@ -238,7 +238,7 @@ qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out
 }
 
 qerr_t inv_get_cfci_of_file_alloc(const qchar* path, blib_file& opened, inv_cfci_t** out, std::int64_t* out_time,
-                                  std::uint32_t compute_md5) noexcept {
+                                  std::uint32_t compute_md5, const inv_digest_watch* watch) noexcept {
   if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG3;
   if (const qerr_t code = blib_file_open(opened, path); code != QERR_OK) {
@@ -259,7 +259,8 @@ qerr_t inv_get_cfci_of_file_alloc(const qchar* path, blib_file& opened, inv_cfci
   record->image_kind = static_cast<std::uint16_t>(kind);
   record->cert_count = INV_CERTS_NOT_GATHERED;
   if (compute_md5 != 0) {
-    if (const qerr_t code = compute_digests(path, file, *record); code != QERR_OK) return code;
+    const qcksum_tap* const tap = watch != nullptr && image != nullptr ? watch->begin(watch->context, image) : nullptr;
+    if (const qerr_t code = compute_digests(path, file, tap, *record); code != QERR_OK) return code;
   }
   std::int64_t time = 0;
   if (is_feature_on(feature_record)) {

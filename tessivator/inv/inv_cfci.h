@@ -2,6 +2,7 @@
 #pragma once
 
 #include "blib/blib_bin.h"
+#include "common/qlib/qcksum.h"
 #include "common/qlib/qtypes.h"
 #include "record/inv_record.h"
 
@@ -15,9 +16,18 @@
 [[nodiscard]] qerr_t inv_get_cfci_alloc(const qchar* path, inv_cfci_t** out, std::int64_t* out_time,
                                         std::uint32_t compute_md5) noexcept;
 
+// Who wants to see the bytes of an image while they are digested: `begin` is called once it is open and before the
+// first of them, and may read it. It answers with what takes them, or null.
+struct inv_digest_watch {
+  const qcksum_tap* (*begin)(void* context, blib_bin* image) noexcept;
+  void* context;
+};
+
 // The same for a file that may be open already, and stays the caller's with the image that it was found to hold.
+// `watch` may be null.
 [[nodiscard]] qerr_t inv_get_cfci_of_file_alloc(const qchar* path, blib_file& opened, inv_cfci_t** out,
-                                                std::int64_t* out_time, std::uint32_t compute_md5) noexcept;
+                                                std::int64_t* out_time, std::uint32_t compute_md5,
+                                                const inv_digest_watch* watch = nullptr) noexcept;
 
 // Fills is_signed, the installer bit and the version strings from the image at `path`. The code of the last step:
 // opening the image, finding its resource section, walking it. A file that cannot be mapped is success with nothing

@@ -28,6 +28,7 @@ struct range {
   std::uint64_t offset;
   std::uint64_t length;
   bool is_whole;
+  const qcksum_tap* tap = nullptr;
 };
 
 // What a pass reads: everything up to the end, or `remaining` bytes.
@@ -71,7 +72,8 @@ qerr_t next_bytes(qfile_t file, std::uint32_t wanted, qcksum_loan& loan, Bytes& 
   return QERR_OK;
 }
 
-qerr_t read_and_feed(qfile_t file, const request_list& requests, extent what, qcksum_loan& loan) noexcept {
+qerr_t read_and_feed(qfile_t file, const request_list& requests, extent what, const qcksum_tap* tap,
+                     qcksum_loan& loan) noexcept {
   while (what.to_end || what.remaining != 0) {
     const auto wanted = what.to_end
                             ? QCKSUM_BUFFER_SIZE
@@ -80,6 +82,7 @@ qerr_t read_and_feed(qfile_t file, const request_list& requests, extent what, qc
     if (const qerr_t code = next_bytes(file, wanted, loan, bytes); code != QERR_OK) return code;
     if (bytes.empty()) return QERR_OK;
     if (!feed(requests, bytes)) return QERR_LOW_MEMORY;
+    if (tap != nullptr) tap->take(tap->context, bytes);
     if (!what.to_end) what.remaining -= std::min<std::uint64_t>(bytes.size(), what.remaining);
   }
   return QERR_OK;
@@ -101,7 +104,7 @@ qerr_t single_pass(std::uint32_t flags, qfile_t file, request_list& requests, st
     code = qfile_seek(file, static_cast<std::int64_t>(wanted.offset), QFILE_FROM_START, nullptr);
     if (code != QERR_OK) return code;
   }
-  code = read_and_feed(file, requests, what, loan);
+  code = read_and_feed(file, requests, what, wanted.tap, loan);
   for (const request& one : requests) {
     if (one.context == nullptr) continue;
     if (EVP_DigestFinal_ex(one.context, one.record->value, nullptr) != 1) code = QERR_LOW_MEMORY;
@@ -154,8 +157,9 @@ qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* m
   return compute(flags, file, sha1, md5, sha256, {offset, length, false});
 }
 
-qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256) noexcept {
-  return compute(flags, file, sha1, md5, sha256, {0, 0, true});
+qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
+                            const qcksum_tap* tap) noexcept {
+  return compute(flags, file, sha1, md5, sha256, {0, 0, true, tap});
 }
 
 qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5, qcksum* sha256,

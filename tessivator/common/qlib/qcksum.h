@@ -1,6 +1,8 @@
 // Checksums: a tagged record, digests of files and buffers (OpenSSL's message digests), and their hexadecimal text.
 #pragma once
 
+#include <memory>
+
 #include "common/qlib/qfile.h"
 #include "common/qlib/qtypes.h"
 
@@ -36,10 +38,15 @@ static_assert(sizeof(qcksum) == 66);
 // file error; a read that fails ends the pass with QERR_OK and digests of what was read.
 [[nodiscard]] qerr_t qcksum_compute(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
                                     std::uint64_t offset, std::uint64_t length) noexcept;
+// Is shown the bytes of a pass, part by part and each once, behind what digests them.
+struct qcksum_tap {
+  void (*take)(void* context, Bytes bytes) noexcept;
+  void* context;
+};
 // The same for a whole file as large as it is when the pass begins: one that grows meanwhile comes to an end, one that
-// has shrunk ends early, and an empty one is not read.
-[[nodiscard]] qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5,
-                                          qcksum* sha256) noexcept;
+// has shrunk ends early, and an empty one is not read. `tap` may be null.
+[[nodiscard]] qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
+                                          const qcksum_tap* tap = nullptr) noexcept;
 // qcksum_compute for a path; an open failure is returned as it is.
 [[nodiscard]] qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5,
                                          qcksum* sha256, std::uint64_t offset, std::uint64_t length) noexcept;
@@ -51,6 +58,28 @@ static_assert(sizeof(qcksum) == 66);
 [[nodiscard]] qerr_t qcksum_buf_sha256(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 [[nodiscard]] qerr_t qcksum_buf_sha384(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 [[nodiscard]] qerr_t qcksum_buf_sha512(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
+
+// Digests of bytes that come in parts, of several kinds at once: QCKSUM_MD5, QCKSUM_SHA1, QCKSUM_SHA256, QCKSUM_SHA384
+// and QCKSUM_SHA512, combined as flags. What it takes from the process it gives back when it ends, not before: one that
+// begins anew takes nothing again.
+class qcksum_parts {
+ public:
+  qcksum_parts() noexcept;
+  qcksum_parts(const qcksum_parts&) = delete;
+  qcksum_parts& operator=(const qcksum_parts&) = delete;
+  ~qcksum_parts();
+  // Begins anew. QERR_LOW_MEMORY.
+  [[nodiscard]] qerr_t begin(std::uint32_t kinds) noexcept;
+  // A failure shows in finish.
+  void update(Bytes bytes) noexcept;
+  // Ends the digest of one kind. QERR_NOT_FOUND for a kind that was not begun or has ended, QERR_LOW_MEMORY,
+  // QERR_ARG2.
+  [[nodiscard]] qerr_t finish(std::uint8_t kind, qcksum* record) noexcept;
+
+ private:
+  struct state;
+  std::unique_ptr<state> state_;
+};
 
 // Ones'-complement sum of little-endian 16-bit words, carries folded, not complemented; an odd last byte is ignored.
 [[nodiscard]] qerr_t qcksum_buf_sum16(const void* buffer, std::size_t size, std::uint16_t* result) noexcept;
