@@ -244,6 +244,12 @@ class Linux(unittest.TestCase):
             subprocess.run([OPTIONS.brantle, SIGNED, out], umask=0o027, check=True)
             self.assertEqual((out / "info.xml").stat().st_mode & 0o777, after)
 
+    def test_a_limit_of_file_sizes_fails_the_write_alone(self):
+        out = fresh(self, "out")
+        (out / "info.xml").write_text("old")
+        subprocess.run(["prlimit", "--fsize=100", OPTIONS.brantle, TREE, out], check=True, capture_output=True)
+        self.assertEqual([(path.name, path.read_text()) for path in out.iterdir()], [("info.xml", "old")])
+
 
 if __name__ == "__main__":
     programs.main()

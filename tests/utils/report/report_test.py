@@ -106,6 +106,9 @@ class Commands(unittest.TestCase):
         with open(listed, "wb") as out:
             subprocess.run([programs.OPTIONS.report, "csv", made, "-o", link], stdout=out, check=True)
         self.assertTrue(link.is_symlink() and listed.read_bytes().endswith(b"signers\r\n"))
+        limited = subprocess.run(["prlimit", "--fsize=9", programs.OPTIONS.report, "csv", made, "-o", made / "x"],
+                                 capture_output=True, check=False)
+        self.assertEqual((limited.returncode, (made / "x").exists()), (2, False), limited.stderr)
 
     def test_refused_certificates(self):
         made = folder(self, "in", record("/1", "a"), record("/2", "b"))

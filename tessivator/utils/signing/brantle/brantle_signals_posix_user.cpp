@@ -21,6 +21,8 @@ extern "C" void onSignal(int number) {
 }  // namespace
 
 void brantle_signals_begin() noexcept {
+  // A limit on the size of files (ulimit -f) fails the write that meets it, not the program.
+  (void)::signal(SIGXFSZ, SIG_IGN);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction before {};
     if (::sigaction(number, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
