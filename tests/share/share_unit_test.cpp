@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 
 #include "common/qlib/qfile.h"
@@ -25,6 +26,8 @@ std::string setting(const char* name) {
   const char* const value = std::getenv(name);
   return value != nullptr ? value : "";
 }
+
+std::u16string silent_share() { return u"\\\\" + qstr_name_from_bytes(setting("SHARE_SILENT")) + u"\\tree"; }
 
 struct ShareTest : Runtime {
   ShareTest() { qshare_enable(); }
@@ -132,7 +135,7 @@ TEST_F(ShareTest, WhatTheServerRefusesAndWhatIsNotDoneAtAll) {
 TEST_F(ShareTest, NobodyWaitsForASilentServerThatAnotherThreadUses) {
   std::atomic<bool> ended{false};
   std::thread waiting([&] {
-    EXPECT_EQ(Use(u"\\\\" + qstr_name_from_bytes(setting("SHARE_SILENT")) + u"\\tree").code, QSHARE_BAD_NETPATH);
+    EXPECT_EQ(Use(silent_share()).code, QSHARE_BAD_NETPATH);
     ended = true;
   });
   for (int round = 0; round < 10; ++round) {
@@ -141,6 +144,16 @@ TEST_F(ShareTest, NobodyWaitsForASilentServerThatAnotherThreadUses) {
   }
   EXPECT_FALSE(ended);
   waiting.join();
+}
+
+// The last test, since a cancelled process stays cancelled.
+TEST_F(ShareTest, CancelEndsTheWaitOfAnotherThread) {
+  const auto start = std::chrono::steady_clock::now();
+  std::thread waiting([] { EXPECT_NE(Use(silent_share()).code, QSHARE_OK); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  qlib_cancel();
+  waiting.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));  // it would be lost after 10
 }
 
 }  // namespace

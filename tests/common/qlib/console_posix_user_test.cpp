@@ -3,8 +3,10 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "support/fixture_table.h"
 #include "support/runtime.h"
@@ -34,6 +36,32 @@ TEST_F(Console, ClosedPipeIsAFailureAndNoSignal) {
   sigset_t pending;
   EXPECT_EQ(sigpending(&pending), 0);
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  EXPECT_EQ(signal(SIGPIPE, before), SIG_DFL);
+}
+
+// Threads of a host print at once; a signal that one of them has kept waiting for itself stays.
+TEST_F(Console, ClosedPipeOfAHostWithThreads) {
+  auto* const before = signal(SIGPIPE, SIG_DFL);
+  std::atomic<int> failed{0};
+  std::atomic<int> kept{0};
+  const auto print = [&](bool keeps) {
+    sigset_t own, pending;
+    sigemptyset(&own);
+    sigaddset(&own, SIGPIPE);
+    if (keeps) pthread_sigmask(SIG_BLOCK, &own, nullptr);
+    if (keeps) (void)raise(SIGPIPE);
+    for (int i = 0; i < 100; ++i) failed += qstr_console_printf(u"lost\n") == -1 ? 1 : 0;
+    kept += sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == (keeps ? 1 : 0) ? 1 : 0;
+  };
+  (void)piped([&](int reader) {
+    std::vector<std::thread> threads;
+    close(reader);
+    for (int i = 0; i < 8; ++i) threads.emplace_back(print, i == 3);
+    for (std::thread& thread : threads) thread.join();
+    return 0;
+  });
+  EXPECT_EQ(failed, 800);
+  EXPECT_EQ(kept, 8);
   EXPECT_EQ(signal(SIGPIPE, before), SIG_DFL);
 }
 
