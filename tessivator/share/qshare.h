@@ -7,3 +7,6 @@
 // such a path answers EOPNOTSUPP (95). Starts nothing and connects to nothing: a connection is made when a path is
 // used. May be called again, and from any thread. Does nothing on Windows.
 void qshare_enable() noexcept;
+
+// False when shares cannot be read because the program is not there. Always true on Windows.
+[[nodiscard]] bool qshare_has_program() noexcept;

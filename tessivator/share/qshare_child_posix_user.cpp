@@ -160,6 +160,8 @@ class start_plan {
 
 }  // namespace
 
+bool qshare_child::has_program() { return !find_program().empty(); }
+
 std::unique_ptr<qshare_child> qshare_child::start() {
   std::string program = find_program();
   if (program.empty()) return nullptr;

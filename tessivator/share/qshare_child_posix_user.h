@@ -15,6 +15,8 @@
 // environment or the current directory: what a password is given to must not depend on them.
 class qshare_child {
  public:
+  // Whether there is a share program. May throw std::bad_alloc.
+  [[nodiscard]] static bool has_program();
   // Null when there is no share program, or no means to start it. May throw std::bad_alloc.
   [[nodiscard]] static std::unique_ptr<qshare_child> start();
   qshare_child(const qshare_child&) = delete;

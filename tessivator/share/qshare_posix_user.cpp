@@ -373,6 +373,10 @@ qsys_status share_provider::search(const qchar* pattern, std::unique_ptr<qfile_s
 
 }  // namespace
 
+bool qshare_has_program() noexcept try { return qshare_child::has_program(); } catch (...) {
+  return true;  // out of memory: nothing is known
+}
+
 void qshare_enable() noexcept {
   static share_provider provider;
   qfile_posix_set_share_provider(&provider);

@@ -250,6 +250,9 @@ class Scans(unittest.TestCase):
         result = self.scan(TREE, "-n", program=alone)
         self.assertEqual(result.code, 20002 & 255)
         self.assertIn("Netuseadd() returned 50 ", result.said)
+        for path, told in ((TREE, ["shares need the program brantle_smb (package brantle-smb)"]), ("/nothing", [])):
+            plain = self.scan(path, program=alone)
+            self.assertEqual((plain.code, re.findall("brantle: (.*)", plain.complained)), (20001 & 255, told))
 
 
 class ShareLayer(unittest.TestCase):

@@ -5,7 +5,9 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "share/qshare.h"
 #include "utils/signing/brantle/brantle.h"
 #include "utils/signing/brantle/brantle_progress.h"
 #include "utils/signing/brantle/brantle_signals.h"
@@ -34,12 +36,23 @@ std::int32_t invokeVisibly(Brantle& request) {
   return result;
 }
 
+// Otherwise a share that needs the program looks like one that is not there.
+void explainFailure(const qchar* path) {
+  if (!qpath_is_unc(path) || qshare_has_program()) return;
+  // The message before this one, on standard output, ends without a line feed.
+  if (brantle_stderr_is_terminal()) brantle_stderr_write(u"\n");
+  brantle_stderr_write(u"brantle: shares need the program brantle_smb (package brantle-smb)\n");
+}
+
 std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Brantle>& request) noexcept {
   std::int32_t result = BRANTLE_EXCEPTION;
   try {
     request = std::make_unique<Brantle>();
     result = request->parseArgs(argv, argc);
-    if (result == BRANTLE_OK) result = invokeVisibly(*request);
+    if (result == BRANTLE_OK) {
+      result = invokeVisibly(*request);
+      if (result != BRANTLE_OK) explainFailure(argv[1]);
+    }
   } catch (...) {
     (void)qstr_console_printf(u"Exception thrown!!!.");
     result = BRANTLE_EXCEPTION;
