@@ -151,6 +151,7 @@ class faulty_provider final : public qfile_provider, replaced<qfile_set_provider
     }
     qsys_status size(std::uint64_t& bytes) noexcept override { return on<&qfile_object::size>(file_op::size, bytes); }
     qsys_status info(qfile_info& out) noexcept override { return on<&qfile_object::info>(file_op::info, out); }
+    qsys_status stamp(qfile_stamp& out) noexcept override { return below_->stamp(out); }
     qsys_status flush() noexcept override { return on<&qfile_object::flush>(file_op::flush); }
     qsys_status truncate(std::uint64_t bytes) noexcept override { return below_->truncate(bytes); }
     qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override {

@@ -68,7 +68,7 @@ struct qfile_stamp {
 // `origin` is one of QFILE_FROM_*; `new_position` may be null. Only from the end is the file asked, for its size.
 [[nodiscard]] qerr_t qfile_seek(qfile_t handle, std::int64_t offset, std::uint32_t origin,
                                 std::uint64_t* new_position) noexcept;
-// In bytes, as it is now.
+// In bytes. A file open for reading only keeps the size that it had when it was opened or first asked for.
 [[nodiscard]] qerr_t qfile_size(qfile_t handle, std::uint64_t* size) noexcept;
 // `size` may be null: then the file is only opened.
 [[nodiscard]] qerr_t qfile_size_by_name(const qchar* path, std::uint64_t* size) noexcept;

@@ -23,6 +23,8 @@ constexpr mode_t new_file_mode = 0644;
 
 std::string proc_name(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
 
+constexpr struct statx nothing_known {};  // of a file for writing, which is asked each time
+
 // A directory has no bytes to read.
 std::uint64_t size_of(const struct stat& about) noexcept {
   return S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<std::uint64_t>(about.st_size) : 0;
@@ -30,10 +32,20 @@ std::uint64_t size_of(const struct stat& about) noexcept {
 
 qfile_time time_of(const timespec& time) noexcept { return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)}; }
 
+int ask_about(int fd, const char* path, struct statx& about) noexcept {
+  return ::statx(fd, path, AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &about) == 0 ? 0 : errno;
+}
+
+qfile_info info_of(const struct statx& about) noexcept {
+  const statx_timestamp& born = (about.stx_mask & STATX_BTIME) != 0 ? about.stx_btime : about.stx_mtime;
+  return {S_ISREG(about.stx_mode) ? about.stx_size : 0, qfile_local_time(born.tv_sec, born.tv_nsec),
+          qfile_local_time(about.stx_mtime.tv_sec, about.stx_mtime.tv_nsec)};
+}
+
 class posix_file final : public qfile_positioned {
  public:
-  posix_file(qsys_descriptor&& fd, std::uint32_t flags, std::uint64_t size_at_open) noexcept
-      : qfile_positioned((flags & QFILE_WRITE) == 0), fd_(std::move(fd)), flags_(flags), size_at_open_(size_at_open) {}
+  posix_file(qsys_descriptor&& fd, std::uint32_t flags, const struct statx& at_open) noexcept
+      : qfile_positioned((flags & QFILE_WRITE) == 0), fd_(std::move(fd)), flags_(flags), at_open_(at_open) {}
   ~posix_file() override {
     // Unbuffered: what this file left in the page cache goes.
     if ((flags_ & QFILE_UNBUFFERED) != 0) (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_DONTNEED);
@@ -56,6 +68,10 @@ class posix_file final : public qfile_positioned {
   }
 
   qsys_status size(std::uint64_t& bytes) noexcept override {
+    if (is_reader()) {
+      bytes = expected_size();
+      return {};
+    }
     struct stat about {};
     if (::fstat(fd_.get(), &about) != 0) return qfile_status_of(errno);
     bytes = size_of(about);
@@ -70,7 +86,11 @@ class posix_file final : public qfile_positioned {
     return {};
   }
 
-  qsys_status info(qfile_info& out) noexcept override { return qfile_posix_info(fd_.get(), "", out); }
+  qsys_status info(qfile_info& out) noexcept override {
+    if (!is_reader()) return qfile_posix_info(fd_.get(), "", out);
+    out = info_of(at_open_);
+    return {};
+  }
 
   qsys_status stamp(qfile_stamp& out) noexcept override {
     struct stat about {};
@@ -114,7 +134,9 @@ class posix_file final : public qfile_positioned {
     return counted(qsys_retry([&] { return ::pread(fd_.get(), buffer, size, at); }), done);
   }
 
-  std::uint64_t expected_size() noexcept override { return size_at_open_; }
+  std::uint64_t expected_size() noexcept override { return S_ISREG(at_open_.stx_mode) ? at_open_.stx_size : 0; }
+
+  [[nodiscard]] bool is_reader() const noexcept { return (flags_ & QFILE_WRITE) == 0; }
 
   void hint_sequential(std::uint64_t offset) noexcept {
     if (hinted_ || offset < sequential_from) return;
@@ -124,7 +146,7 @@ class posix_file final : public qfile_positioned {
 
   qsys_descriptor fd_;
   std::uint32_t flags_;
-  std::uint64_t size_at_open_;
+  struct statx at_open_;
   bool hinted_ = false;
 };
 
@@ -135,10 +157,10 @@ int access_mode(std::uint32_t flags) noexcept {
 
 // Regular files, and directories for readers, as on Windows. A FIFO, socket or device is no file of a repository: with
 // O_NONBLOCK opening it did not block, and here it is refused.
-int check_kind(int fd, std::uint32_t flags, struct stat& about) noexcept {
-  if (::fstat(fd, &about) != 0) return errno;
-  if (S_ISREG(about.st_mode)) return 0;
-  if (!S_ISDIR(about.st_mode)) return ENXIO;
+int check_kind(int fd, std::uint32_t flags, struct statx& about) noexcept {
+  if (const int error = ask_about(fd, "", about); error != 0) return error;
+  if (S_ISREG(about.stx_mode)) return 0;
+  if (!S_ISDIR(about.stx_mode)) return ENXIO;
   return (flags & QFILE_WRITE) != 0 ? EISDIR : 0;
 }
 
@@ -147,7 +169,7 @@ qsys_status take_exclusively(int fd) noexcept {
   return errno == EWOULDBLOCK ? qsys_status{QERR_SHARING, qsys_condition::none} : qfile_status_of(errno);
 }
 
-qsys_status prepare(int fd, std::uint32_t flags, struct stat& about) noexcept {
+qsys_status prepare(int fd, std::uint32_t flags, struct statx& about) noexcept {
   const int error = check_kind(fd, flags, about);
   if (error != 0) return qfile_status_of(error);
   if ((flags & QFILE_EXCLUSIVE) != 0) {
@@ -155,7 +177,7 @@ qsys_status prepare(int fd, std::uint32_t flags, struct stat& about) noexcept {
     if (!status.ok()) return status;
   }
   // Only now that the file is known to be a regular one, and ours.
-  if ((flags & QFILE_TRUNCATE) != 0 && about.st_size > 0 && ::ftruncate(fd, 0) != 0) return qfile_status_of(errno);
+  if ((flags & QFILE_TRUNCATE) != 0 && about.stx_size > 0 && ::ftruncate(fd, 0) != 0) return qfile_status_of(errno);
   return {};
 }
 
@@ -198,10 +220,10 @@ qsys_status qfile_posix_open(const qchar* path, std::uint32_t flags, std::unique
   if ((flags & QFILE_NO_FOLLOW) != 0) how |= O_NOFOLLOW;
   qsys_descriptor fd = open_unblocked(place, how);
   if (!fd.valid()) return qfile_status_of(errno);
-  struct stat about {};
+  struct statx about {};
   const qsys_status status = prepare(fd.get(), flags, about);
   if (!status.ok()) return status;
-  out = std::make_unique<posix_file>(std::move(fd), flags, size_of(about));
+  out = std::make_unique<posix_file>(std::move(fd), flags, about);
   return {};
 }
 
@@ -216,7 +238,7 @@ qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfil
   struct stat about {};
   (void)qsys_retry([&] { return ::flock(fd.get(), LOCK_EX); });
   if (::fstat(fd.get(), &about) == 0 && about.st_nlink == 0) return {QERR_EXISTS, qsys_condition::already_exists};
-  out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
+  out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, nothing_known);
   return {};
 }
 
@@ -235,16 +257,13 @@ qsys_status qfile_posix_create_nameless(const qchar* path, std::unique_ptr<qfile
   // The name is given by way of /proc.
   if (!unknown) (void)::flock(fd.get(), LOCK_EX | LOCK_NB);
   if (unknown || ::access(proc_name(fd.get()).c_str(), F_OK) != 0) return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
-  out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, 0);
+  out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, nothing_known);
   return {};
 }
 
 qsys_status qfile_posix_info(int fd, const char* path, qfile_info& out) noexcept {
   struct statx about {};
-  if (::statx(fd, path, AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &about) != 0) return qfile_status_of(errno);
-  const statx_timestamp& born = (about.stx_mask & STATX_BTIME) != 0 ? about.stx_btime : about.stx_mtime;
-  out.size = S_ISREG(about.stx_mode) ? about.stx_size : 0;
-  out.creation_time = qfile_local_time(born.tv_sec, born.tv_nsec);
-  out.last_write_time = qfile_local_time(about.stx_mtime.tv_sec, about.stx_mtime.tv_nsec);
+  if (const int error = ask_about(fd, path, about); error != 0) return qfile_status_of(error);
+  out = info_of(about);
   return {};
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "common/qlib/qerr.h"
 
@@ -67,9 +68,13 @@ class winnt_file final : public qfile_positioned {
   }
 
   qsys_status size(std::uint64_t& bytes) noexcept override {
+    const bool is_reader = (flags_ & QFILE_WRITE) == 0;
     LARGE_INTEGER found{};
-    if (GetFileSizeEx(handle_.get(), &found) == FALSE) return last_status();
-    bytes = static_cast<std::uint64_t>(found.QuadPart);
+    if (!is_reader || !known_size_) {
+      if (GetFileSizeEx(handle_.get(), &found) == FALSE) return last_status();
+      known_size_ = static_cast<std::uint64_t>(found.QuadPart);
+    }
+    bytes = *known_size_;
     return {};
   }
 
@@ -121,6 +126,7 @@ class winnt_file final : public qfile_positioned {
 
   qsys_handle handle_;
   std::uint32_t flags_;
+  std::optional<std::uint64_t> known_size_;
 };
 
 DWORD access_of(std::uint32_t flags) noexcept {

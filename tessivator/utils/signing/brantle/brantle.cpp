@@ -208,8 +208,10 @@ void Brantle::checkReading(bool told) {
   const std::uint64_t had = openFile.image ? openFile.image->full_size : packageSize;
   done.bytes += had;
   code = qfile_failure(openFile.file.get());
-  std::uint64_t has = had;
-  if (code == QERR_OK && had != 0 && qfile_size(openFile.file.get(), &has) == QERR_OK && has < had) code = QERR_IO;
+  qfile_stamp now;
+  if (code == QERR_OK && had != 0 && qfile_get_stamp(openFile.file.get(), &now) == QERR_OK && now.size < had) {
+    code = QERR_IO;  // the file has shrunk
+  }
   if (code != QERR_OK) leaveFileOut(code, false);
 }
 
