@@ -56,15 +56,15 @@ const installer& api() noexcept {
   return functions;
 }
 
-// Copies that databases were opened from, until those are closed.
-class copies {
+// The paths that databases were opened from, until those are closed: one may be that of a copy.
+class open_paths {
  public:
-  void keep(msi_handle database, std::unique_ptr<msi_system_path> path) {
+  void keep(msi_handle database, std::shared_ptr<msi_system_path> path) {
     const std::lock_guard lock(mutex_);
     paths_.insert_or_assign(database, std::move(path));
   }
   void drop(msi_handle handle) {
-    std::unique_ptr<msi_system_path> last;  // removed outside the lock
+    std::shared_ptr<msi_system_path> last;  // a copy is removed outside the lock
     const std::lock_guard lock(mutex_);
     if (const auto at = paths_.find(handle); at != paths_.end()) {
       last = std::move(at->second);
@@ -74,11 +74,11 @@ class copies {
 
  private:
   std::mutex mutex_;
-  std::unordered_map<msi_handle, std::unique_ptr<msi_system_path>> paths_;
+  std::unordered_map<msi_handle, std::shared_ptr<msi_system_path>> paths_;
 };
 
-copies& kept() {
-  static copies table;
+open_paths& kept() {
+  static open_paths table;
   return table;
 }
 
@@ -140,13 +140,19 @@ const msi_interface& msi_platform_interface() noexcept {
 msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package, msi_handle* database) noexcept try {
   if (database == nullptr) return MSI_INVALID_PARAMETER;
   if (api().missing != MSI_OK) return api().missing;
-  auto path = std::make_unique<msi_system_path>();
-  if (package == nullptr || !is_fit(*package) || !path->find(package->path().c_str())) return MSI_OPEN_FAILED;
+  if (package == nullptr || !is_fit(*package)) return MSI_OPEN_FAILED;
+  auto path = msi_system_path::of(*package);
+  if (!path) return MSI_OPEN_FAILED;
   constexpr const wchar_t* read_only = nullptr;  // MSIDBOPEN_READONLY
   msi_handle opened = 0;
   const msi_result result = api().open_database(qsys_wide(path->text().c_str()), read_only, &opened);
   if (result != MSI_OK) return result;
-  if (path->is_copy()) kept().keep(opened, std::move(path));
+  try {
+    kept().keep(opened, std::move(path));
+  } catch (const std::bad_alloc&) {
+    (void)api().close(opened);
+    throw;
+  }
   *database = opened;
   return MSI_OK;
 } catch (const std::bad_alloc&) {

@@ -1,10 +1,12 @@
-// Short forms of long paths.
+// Plain paths, short forms and copies.
 #include <array>
+#include <utility>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qsys_winnt_user.h"
 #include "msi/msi_path_winnt.h"
+#include "msi/package_object.h"
 
 namespace {
 
@@ -22,6 +24,12 @@ std::u16string text_from(Call call) {
   return text;
 }
 
+// Whether the readers open under `path` the file that lies there.
+bool is_left_as_it_is(const std::u16string& path) {
+  std::wstring full;
+  return path.size() < MAX_PATH && qsys_full_path(path.c_str(), full) && qsys_units(full) == path;
+}
+
 // A name of our own in the temporary folder, already taken by an empty file; empty when there is none.
 std::u16string temporary_name() {
   const std::u16string folder = text_from([](wchar_t* out, DWORD size) { return GetTempPathW(size, out); });
@@ -36,18 +44,23 @@ msi_system_path::~msi_system_path() {
   if (is_copy_) (void)qfile_delete(text_.c_str());
 }
 
+std::shared_ptr<msi_system_path> msi_system_path::of(msi_package& package) {
+  auto& kept = package.system_path();
+  if (kept) return kept;
+  auto path = std::make_shared<msi_system_path>();
+  if (!path->find(package.path().c_str())) return nullptr;
+  return kept = std::move(path);
+}
+
 bool msi_system_path::find(const qchar* path) {
-  const std::u16string given = qsys_shown_path(qsys_wide(path));
-  const std::u16string full = text_from(
-      [&](wchar_t* out, DWORD size) { return GetFullPathNameW(qsys_wide(given.c_str()), size, out, nullptr); });
-  text_ = given;
-  if (full.size() < MAX_PATH && given.size() < MAX_PATH) return true;
-  const std::wstring source = qsys_extended_path(full.c_str());
+  const std::wstring source = qsys_extended_path(path);
+  text_ = qsys_shown_path(source);
+  if (is_left_as_it_is(text_)) return true;
   const std::u16string short_form =
       text_from([&](wchar_t* out, DWORD size) { return GetShortPathNameW(source.c_str(), out, size); });
   text_ = qsys_shown_path(qsys_wide(short_form.c_str()));
-  if (!text_.empty() && text_.size() < MAX_PATH) return true;
+  if (is_left_as_it_is(text_)) return true;
   text_ = temporary_name();
   is_copy_ = !text_.empty();
-  return is_copy_ && qfile_copy(path, text_.c_str(), 0) == QERR_OK;
+  return is_copy_ && qfile_copy(qsys_units(source).data(), text_.c_str(), 0) == QERR_OK;
 }

@@ -85,10 +85,9 @@ qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, st
   QmemPtr<std::byte> bytes;
   std::uint32_t size = 0;
   qerr_t code = QERR_NOT_FOUND;
-  msi_system_path path;
-  if (stream->size() < MSI_MAX_SIGNATURE && package->compound().has_whole_streams(u'\5') &&
-      path.find(package->path().c_str())) {
-    code = read_message(reader, path, bytes, size);
+  if (stream->size() < MSI_MAX_SIGNATURE && package->compound().has_whole_streams(u'\5')) {
+    const auto path = msi_system_path::of(*package);
+    if (path) code = read_message(reader, *path, bytes, size);
   }
   if (code == QERR_NOT_FOUND) code = signature_message_read(*stream, bytes, size);
   if (code != QERR_OK) return code;

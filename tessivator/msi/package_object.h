@@ -8,6 +8,8 @@
 #include "msi/compound_file.h"
 #include "msi/msi_package.h"
 
+class msi_system_path;
+
 class msi_package {
  public:
   msi_package(const qchar* path, std::unique_ptr<compound_file> compound);
@@ -17,12 +19,15 @@ class msi_package {
   [[nodiscard]] bool is_database() const noexcept { return is_database_; }
   // Of the texts; 0 is neutral.
   [[nodiscard]] std::uint32_t code_page() const noexcept { return code_page_; }
+  // On Windows, the path under which the system's readers open it, as soon as one has asked (msi_path_winnt.h).
+  [[nodiscard]] std::shared_ptr<msi_system_path>& system_path() noexcept { return system_path_; }
 
  private:
   std::u16string path_;
   std::unique_ptr<compound_file> compound_;
   bool is_database_ = false;
   std::uint32_t code_page_ = 0;
+  std::shared_ptr<msi_system_path> system_path_;
 };
 
 // The stream of the root storage that holds table or table-like stream `name`: letters, digits, full stop and low line,

@@ -179,4 +179,19 @@ TEST_F(MsiPackage, MayLieAtALongPath) {
   }
 }
 
+// Windows drops a period or blank at a component's end from a plain path, and would open another file. What a package
+// needs in its place is made once for properties and signature.
+TEST_F(MsiPackage, IsReadUnderItsOwnName) {
+  const answers expected = by_path(fixture_wide("packages/product_rsa.msi"));
+  put(u"d/p.msi", file_text(fixture_path("packages/product_ec.msi")));
+  for (const char16_t* name : {u"d./p.msi", u"d /p.msi", u"d/p.msi.", u"d/p.msi ", u"d/nul.msi"}) {
+    const std::u16string path = put(name, file_text(fixture_path("packages/product_rsa.msi")));
+    faulty_provider disk;
+    QfileOwner file;
+    ASSERT_EQ(qfile_open(file.out(), path.c_str(), QFILE_READ), QERR_OK);
+    EXPECT_EQ(by_open_file(path, file.get()), expected) << qstr_to_utf8(name);
+    EXPECT_LE(disk.calls(file_op::remove), 1U) << qstr_to_utf8(name);
+  }
+}
+
 }  // namespace
