@@ -205,6 +205,13 @@ bool compound_file::has_content(std::u16string_view name) const noexcept {
   return at != streams_.end() && at->size > 0;
 }
 
+bool compound_file::has_terminated_names(qchar first) const noexcept {
+  return std::ranges::all_of(streams_, [first](const entry& e) {
+    const auto zero = std::ranges::find(e.name, u'\0');
+    return e.name[0] != first || (zero != e.name.end() && zero - e.name.begin() == e.name_length);
+  });
+}
+
 // No two streams share a sector: taken together they are no longer than the file, and the work is bounded by that.
 bool compound_file::has_whole_streams(qchar first) {
   std::uint64_t left = std::uint64_t{new_chain()->sectors_below()} * sector_size_ + mini_stream_->size();

@@ -43,6 +43,9 @@ class compound_file {
   [[nodiscard]] std::unique_ptr<msi_source> stream(std::u16string_view name);
   // Whether the root storage has a stream `name` that is not empty, be it damaged or not.
   [[nodiscard]] bool has_content(std::u16string_view name) const noexcept;
+  // Whether the name of every stream of the root storage that begins with `first` has its zero where its length says,
+  // and nowhere before.
+  [[nodiscard]] bool has_terminated_names(qchar first) const noexcept;
   // Whether every stream of the root storage whose name begins with `first` can be opened.
   [[nodiscard]] bool has_whole_streams(qchar first);
 

@@ -93,7 +93,7 @@ msi_result posix_open_view(msi_handle database, const qchar* query, msi_handle* 
   item->what = object::kind::view;
   item->properties = owner->properties;
   item->name = queried_property(query);
-  if (item->name.empty()) return MSI_BAD_QUERY;
+  if (item->name.empty() || !item->properties->exists()) return MSI_BAD_QUERY;
   *view = handles().add(std::move(item));
   return MSI_OK;
 } catch (const std::bad_alloc&) {
@@ -119,7 +119,7 @@ msi_result posix_fetch(msi_handle view, msi_handle* record) noexcept try {
   const property_result result = item->properties->value(item->name, row->text);
   if (result == property_result::unreadable) return MSI_FUNCTION_FAILED;
   item->fetched = true;
-  if (result == property_result::absent) return MSI_NO_MORE_ITEMS;
+  if (result != property_result::found) return MSI_NO_MORE_ITEMS;
   *record = handles().add(std::move(row));
   return MSI_OK;
 } catch (const std::bad_alloc&) {
@@ -152,9 +152,9 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   auto item = std::make_shared<object>();
   item->properties = property_table::open(package->compound());
   if (!item->properties) return MSI_OPEN_FAILED;
-  if (!code_page_is_known(package->code_page())) {
-    QLOG(QLOG_WARNING, u"Code page %u of %s is not known; its texts are read as 1252\n", package->code_page(),
-         package->path());
+  const std::uint32_t code_page = item->properties->code_page();
+  if (!code_page_is_known(code_page)) {
+    QLOG(QLOG_WARNING, u"Code page %u of %s is not known; its texts are read as 1252\n", code_page, package->path());
   }
   *database = handles().add(std::move(item));
   return MSI_OK;

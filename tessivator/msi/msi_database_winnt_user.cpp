@@ -11,6 +11,8 @@
 #include "msi/msi_database.h"
 #include "msi/msi_path_winnt.h"
 #include "msi/package_object.h"
+#include "msi/package_tables.h"
+
 namespace {
 
 struct installer {
@@ -82,12 +84,14 @@ open_paths& kept() {
   return table;
 }
 
-// The installer trusts what it opens further than these bytes deserve: a table whose chain does not end, or a code page
-// that is none, ends or holds the process in some releases.
+// The installer trusts what it opens further than these bytes deserve: a table whose chain does not end, a damaged
+// description of tables, or a code page that is none, ends or holds the process in some releases.
 bool is_fit(msi_package& package) {
-  const std::uint32_t code_page = package.code_page();
-  return package.is_database() && package.compound().has_whole_streams(MSI_TABLE_MARK) &&
-         (code_page == 0 || IsValidCodePage(code_page) != FALSE);
+  if (!package.is_database()) return false;
+  const auto tables = package_tables::open(package.compound(), {});
+  if (!tables) return false;
+  const std::uint32_t code_page = tables->strings().code_page();
+  return code_page == 0 || IsValidCodePage(code_page) != FALSE;
 }
 
 msi_result system_open_database(const qchar* path, msi_handle* database) noexcept {

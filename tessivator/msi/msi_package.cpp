@@ -11,16 +11,6 @@
 
 namespace {
 
-// {000C1084-0000-0000-C000-000000000046}: an installer database; 1082 a transform and 1086 a patch, in the same form.
-bool is_installer_class(const compound_file::class_id& id) noexcept {
-  constexpr std::uint64_t behind_first_byte = 0x00000000'00000C10;
-  constexpr std::uint64_t second_half = 0x46000000'000000C0;
-  const auto kind = std::to_integer<unsigned>(id[0]);
-  return (kind == 0x84 || kind == 0x82 || kind == 0x86) &&
-         (qbytes_le<std::uint64_t>(id, 0).value_or(0) >> 8) == behind_first_byte &&
-         qbytes_le<std::uint64_t>(id, 8) == second_half;
-}
-
 // The code of one character of a table's name; nothing for any other character.
 std::optional<std::uint32_t> name_code(char c) noexcept {
   if (c >= '0' && c <= '9') return static_cast<std::uint32_t>(c - '0');
@@ -40,15 +30,15 @@ qerr_t open_source(const qchar* path, const std::shared_ptr<msi_source>& file, s
 
 }  // namespace
 
-msi_package::msi_package(const qchar* path, std::unique_ptr<compound_file> compound)
-    : path_(path), compound_(std::move(compound)) {
-  if (!is_installer_class(compound_->root_class())) return;
-  const auto pool = compound_->stream(msi_table_stream_name("_StringPool"));
-  is_database_ = pool != nullptr && compound_->stream(msi_table_stream_name("_StringData")) != nullptr;
-  std::array<std::byte, 4> header{};
-  if (pool == nullptr || pool->size() < header.size()) return;
-  is_database_ = pool->read(0, header) && is_database_;
-  code_page_ = qbytes_le<std::uint32_t>(header, 0).value_or(0) & 0x7FFFFFFF;
+// {000C1084-0000-0000-C000-000000000046}: an installer database; 1082 a transform and 1086 a patch, in the same form.
+bool msi_package::is_database() const noexcept {
+  constexpr std::uint64_t behind_first_byte = 0x00000000'00000C10;
+  constexpr std::uint64_t second_half = 0x46000000'000000C0;
+  const compound_file::class_id& id = compound_->root_class();
+  const auto kind = std::to_integer<unsigned>(id[0]);
+  return (kind == 0x84 || kind == 0x82 || kind == 0x86) &&
+         (qbytes_le<std::uint64_t>(id, 0).value_or(0) >> 8) == behind_first_byte &&
+         qbytes_le<std::uint64_t>(id, 8) == second_half;
 }
 
 std::u16string msi_table_stream_name(std::string_view name) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "msi/compound_file.h"
 #include "msi/msi_package.h"
@@ -12,21 +13,18 @@ class msi_system_path;
 
 class msi_package {
  public:
-  msi_package(const qchar* path, std::unique_ptr<compound_file> compound);
+  msi_package(const qchar* path, std::unique_ptr<compound_file> compound)
+      : path_(path), compound_(std::move(compound)) {}
   [[nodiscard]] const std::u16string& path() const noexcept { return path_; }
   [[nodiscard]] compound_file& compound() noexcept { return *compound_; }
-  // Whether it is an installer's database: its class, and the two streams without which there are no texts.
-  [[nodiscard]] bool is_database() const noexcept { return is_database_; }
-  // Of the texts; 0 is neutral.
-  [[nodiscard]] std::uint32_t code_page() const noexcept { return code_page_; }
+  // Whether its class is that of an installer's database.
+  [[nodiscard]] bool is_database() const noexcept;
   // On Windows, the path under which the system's readers open it, as soon as one has asked (msi_path_winnt.h).
   [[nodiscard]] std::shared_ptr<msi_system_path>& system_path() noexcept { return system_path_; }
 
  private:
   std::u16string path_;
   std::unique_ptr<compound_file> compound_;
-  bool is_database_ = false;
-  std::uint32_t code_page_ = 0;
   std::shared_ptr<msi_system_path> system_path_;
 };
 

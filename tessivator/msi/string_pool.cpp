@@ -3,21 +3,25 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <optional>
 #include <utility>
 
 #include "common/qlib/qbytes.h"
-#include "msi/code_page.h"
 
 namespace {
+
 constexpr std::size_t entry_size = 4;
-}
+constexpr std::uint32_t numbers_a_block = 1024;
+constexpr std::uint32_t most_numbers = 1U << 24;  // no table can name more
+
+}  // namespace
+
+string_pool::string_pool(std::shared_ptr<msi_source> pool, std::shared_ptr<msi_source> data) noexcept
+    : pool_(std::move(pool)), data_(std::move(data)) {}
 
 template <class Visit>
-std::uint64_t string_pool::walk(long_form form, Visit visit) {
-  msi_window window(pool_);
-  std::uint64_t total = 0;
-  std::uint64_t place = entry_size;
+bool string_pool::walk(position at, std::uint64_t& end, Visit visit) {
+  msi_window window(*pool_);
+  std::uint64_t place = at.entry;
   const auto next = [&](std::uint16_t& low, std::uint16_t& high) noexcept {
     ByteReader reader(window.at(place, entry_size));
     place += entry_size;
@@ -25,67 +29,92 @@ std::uint64_t string_pool::walk(long_form form, Visit visit) {
   };
   std::uint16_t size = 0;
   std::uint16_t references = 0;
-  for (std::uint32_t number = 1; next(size, references); ++number) {
+  for (; next(size, references); ++at.number, at.entry = place) {
     if (size == 0 && references == 0) continue;
     std::uint64_t length = size;
     if (size == 0) {
       std::uint16_t low = 0;
       std::uint16_t high = 0;
       if (!next(low, high)) break;
-      length = std::uint64_t{form == long_form::halves ? references : high} << 16 | low;
+      length = std::uint64_t{form_ == long_form::halves ? references : high} << 16 | low;
     }
-    if (length > data_.size() - total) break;  // the pool lies: this string and all behind it have no bytes
-    if (visit(item{number, total, length})) break;
-    total += length;
+    if (length > data_->size() - at.offset) break;  // the pool lies: this string and all behind it have no bytes
+    if (visit(at, length)) break;
+    at.offset += length;
   }
-  failed_ |= window.failed();
-  return total;
+  end = at.offset;
+  return !window.failed();
 }
 
-bool string_pool::open() noexcept {
-  std::array<std::byte, entry_size> header{};
-  if (!pool_.read(0, header) || !ByteReader(header).le(header_)) return false;
-  const auto all = [](const item&) noexcept { return false; };
-  form_ = long_form::length_follows;
-  if (walk(long_form::length_follows, all) != data_.size() && walk(long_form::halves, all) == data_.size()) {
-    form_ = long_form::halves;
-  }
-  return readable();
-}
-
-std::vector<std::uint32_t> string_pool::find(std::string_view text) {
-  std::vector<std::uint32_t> found;
-  msi_window data(data_);
-  walk(form_, [&](const item& at) {
-    if (at.length != text.size()) return false;
-    const Bytes bytes = data.at(at.offset, text.size());
-    if (bytes.size() == text.size() && std::memcmp(bytes.data(), text.data(), text.size()) == 0) {
-      found.push_back(at.number);
+// Notes each string that is in use, and for each of `matches` the numbers of those with its text.
+bool string_pool::match_all(std::vector<match>& matches, std::uint64_t& end) {
+  msi_window data(*data_);
+  const bool complete = walk({}, end, [&](const position& at, std::uint64_t length) {
+    if (at.number < most_numbers && at.number >= used_.size()) {
+      used_.resize(at.number + 1);
+      used_[at.number] = true;
+      if (blocks_.size() <= at.number / numbers_a_block) blocks_.resize(at.number / numbers_a_block + 1, at);
+    }
+    for (match& m : matches) {
+      if (m.text.size() != length) continue;
+      const Bytes bytes = data.at(at.offset, m.text.size());
+      if (bytes.size() == length && std::memcmp(bytes.data(), m.text.data(), bytes.size()) == 0) {
+        m.numbers.push_back(at.number);
+      }
     }
     return false;
   });
-  failed_ |= data.failed();
-  return found;
+  return complete && !data.failed();
 }
 
-bool string_pool::text(std::uint32_t number, std::u16string& out) {
-  if (number == 0) {
-    out.clear();
+bool string_pool::index(std::span<const std::string_view> texts, long_form form, bool& adds_up) {
+  form_ = form;
+  used_.clear();
+  blocks_.clear();
+  matches_.clear();
+  for (const std::string_view text : texts) matches_.push_back({text, {}});
+  std::uint64_t end = 0;
+  const bool complete = match_all(matches_, end);
+  adds_up = end == data_->size();
+  return complete;
+}
+
+std::unique_ptr<string_pool> string_pool::open(std::shared_ptr<msi_source> pool, std::shared_ptr<msi_source> data,
+                                               std::span<const std::string_view> texts) {
+  std::unique_ptr<string_pool> strings(new string_pool(std::move(pool), std::move(data)));
+  std::array<std::byte, entry_size> header{};
+  if (!strings->pool_->read(0, header) || !ByteReader(header).le(strings->header_)) return nullptr;
+  bool adds_up = false;
+  bool complete = strings->index(texts, long_form::length_follows, adds_up);
+  if (complete && !adds_up) {
+    complete = strings->index(texts, long_form::halves, adds_up);
+    // Neither does: the pool is damaged, and read as most are written.
+    if (complete && !adds_up) complete = strings->index(texts, long_form::length_follows, adds_up);
+  }
+  return complete ? std::move(strings) : nullptr;
+}
+
+bool string_pool::find(std::string_view text, std::vector<std::uint32_t>& numbers) {
+  const auto known = std::ranges::find(matches_, text, &match::text);
+  if (known != matches_.end()) {
+    numbers = known->numbers;
     return true;
   }
-  std::optional<item> found;
-  walk(form_, [&](const item& at) noexcept {
-    if (at.number < number) return false;
-    if (at.number == number) found = at;
-    return true;
-  });
-  if (!found) return false;
-  // No code page takes more bytes for a unit; what these make is cut below.
-  constexpr std::uint64_t bytes_a_unit = 8;
-  std::vector<std::byte> bytes(static_cast<std::size_t>(std::min(found->length, bytes_a_unit * longest)));
-  if (!data_.read(found->offset, bytes)) return false;
-  std::u16string decoded = code_page_decode(code_page(), bytes);
-  decoded.resize(msi_cut_length(decoded.data(), decoded.size()));
-  out = std::move(decoded);
+  std::vector<match> matches(1, {text, {}});
+  std::uint64_t end = 0;
+  if (!match_all(matches, end)) return false;
+  numbers = std::move(matches[0].numbers);
   return true;
+}
+
+bool string_pool::read(std::uint32_t number, std::uint64_t most, std::vector<std::byte>& bytes) {
+  if (!has(number)) return false;
+  std::uint64_t found = 0;
+  std::uint64_t end = 0;
+  const bool complete = walk(blocks_[number / numbers_a_block], end, [&](const position& at, std::uint64_t length) {
+    found = at.number == number ? length : 0;
+    return at.number >= number;
+  });
+  bytes.resize(static_cast<std::size_t>(std::min(found, most)));
+  return complete && data_->read(end, bytes);
 }

@@ -7,52 +7,62 @@
 // up to the size of _StringData, which holds the bytes of all strings one after the other.
 #pragma once
 
-#include <string>
+#include <memory>
 #include <string_view>
 #include <vector>
 
-#include "msi/msi_database.h"
 #include "msi/msi_source.h"
 
 class string_pool {
  public:
-  // Both streams are borrowed. `open` reads through the entries once; false when there is no whole header, or when
-  // they cannot be read.
-  string_pool(msi_source& pool, msi_source& data) noexcept : pool_(pool), data_(data) {}
-  [[nodiscard]] bool open() noexcept;
+  // Both streams are read through once: which numbers are in use, and which have one of `texts`, is then known. `texts`
+  // outlives the pool. May throw std::bad_alloc, as all of these. Null when there is no whole header or a stream cannot
+  // be read.
+  [[nodiscard]] static std::unique_ptr<string_pool> open(std::shared_ptr<msi_source> pool,
+                                                         std::shared_ptr<msi_source> data,
+                                                         std::span<const std::string_view> texts);
 
   // Bytes of a string number in a table: 2 or 3.
   [[nodiscard]] std::uint32_t reference_size() const noexcept { return (header_ & long_references) != 0 ? 3 : 2; }
   [[nodiscard]] std::uint32_t code_page() const noexcept { return header_ & ~long_references; }
 
-  // Whether all reads so far succeeded; what was found by others is not all there is.
-  [[nodiscard]] bool readable() const noexcept { return !failed_; }
-
-  // The numbers, rising, of the strings with the very bytes of `text`: some writers keep a string twice. May throw
-  // std::bad_alloc.
-  [[nodiscard]] std::vector<std::uint32_t> find(std::string_view text);
-
-  // Text of string `number`; number 0 is the empty text. Cut at `longest` units, never inside a pair. False for a
-  // number that is not in use and for bytes that cannot be read. May throw std::bad_alloc.
-  [[nodiscard]] bool text(std::uint32_t number, std::u16string& out);
-  static constexpr std::size_t longest = MSI_MAX_TEXT;
+  // Whether `number` is that of a string.
+  [[nodiscard]] bool has(std::uint32_t number) const noexcept { return number < used_.size() && used_[number]; }
+  // Gets the numbers, rising, of the strings with the very bytes of `text` (some writers keep a string twice). One that
+  // was not among the texts of `open` costs another reading. False when that fails.
+  [[nodiscard]] bool find(std::string_view text, std::vector<std::uint32_t>& numbers);
+  // Gets at most `most` bytes of string `number`. False for a number that is not in use and for bytes that cannot be
+  // read.
+  [[nodiscard]] bool read(std::uint32_t number, std::uint64_t most, std::vector<std::byte>& bytes);
 
  private:
   enum class long_form : std::uint8_t { length_follows, halves };
-  struct item {
-    std::uint32_t number;
-    std::uint64_t offset;  // in _StringData
-    std::uint64_t length;
+  // Where an entry lies, and in _StringData its string.
+  struct position {
+    std::uint32_t number = 1;
+    std::uint64_t entry = 4;
+    std::uint64_t offset = 0;
   };
-  // Calls visit(item) for each string in use whose bytes exist, until it answers true or the pool ends; returns the
-  // bytes that the visited strings take. Bound: one turn an entry.
+  struct match {
+    std::string_view text;
+    std::vector<std::uint32_t> numbers;
+  };
+
+  string_pool(std::shared_ptr<msi_source> pool, std::shared_ptr<msi_source> data) noexcept;
+  // Calls visit(position, length) for each string in use whose bytes exist, from `at` on, until it answers true or the
+  // pool ends. Gives the end of the visited strings in _StringData; false when the pool cannot be read. Bound: one turn
+  // an entry.
   template <class Visit>
-  std::uint64_t walk(long_form form, Visit visit);
+  [[nodiscard]] bool walk(position at, std::uint64_t& end, Visit visit);
+  [[nodiscard]] bool match_all(std::vector<match>& matches, std::uint64_t& end);
+  [[nodiscard]] bool index(std::span<const std::string_view> texts, long_form form, bool& adds_up);
 
   static constexpr std::uint32_t long_references = 0x80000000;
-  msi_source& pool_;
-  msi_source& data_;
+  std::shared_ptr<msi_source> pool_;
+  std::shared_ptr<msi_source> data_;
   std::uint32_t header_ = 0;
   long_form form_ = long_form::length_follows;
-  bool failed_ = false;
+  std::vector<bool> used_;        // by number
+  std::vector<position> blocks_;  // the first string in use of each block of numbers, or of a later one
+  std::vector<match> matches_;
 };

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "common/qlib/qerr.h"
+#include "msi/property_table.h"
 #include "msi/signature_stream.h"
-#include "msi/string_pool.h"
 #include "support/fixture_table.h"
 #include "support/image_builder.h"
 #include "support/memory_file.h"
@@ -22,12 +22,9 @@ std::u16string text_of(const fixture_row& row, const std::string& data) {
   for (unsigned word = 0; entries >> word;) words.u16(words.bytes().size(), word);
   memory_file pool(words.bytes());
   memory_file bytes{std::string_view(data)};
-  const auto pool_source = msi_borrow_file(&pool);
-  const auto data_source = msi_borrow_file(&bytes);
-  string_pool strings(*pool_source, *data_source);
+  const auto strings = string_pool::open(msi_borrow_file(&pool), msi_borrow_file(&bytes), {});
   std::u16string text;
-  const auto number = row.number("number");
-  return strings.open() && strings.text(number, text) ? text : u"(unreadable)";
+  return strings && property_text(*strings, row.number("number"), text) ? text : u"(unreadable)";
 }
 
 // What the fixtures do not have: all forms of entries, and the code pages of Windows.
