@@ -1,6 +1,7 @@
 #include "scan/scan_filetype.h"
 
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qreplaceable.h"
 #include "common/qlib/qstr.h"
 

@@ -5,6 +5,7 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "record/inv_record.h"
 #include "record/inv_version.h"

@@ -10,6 +10,7 @@
 #include "common/qlib/qfile.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qlog_file.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qsys.h"
 

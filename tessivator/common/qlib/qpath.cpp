@@ -17,6 +17,17 @@ std::u16string qpath_join(std::u16string_view directory, std::u16string_view nam
   return path;
 }
 
+const qchar* qstr_extension(const qchar* path) noexcept {
+  if (path == nullptr) return nullptr;
+  const qchar separator = qpath_separator(path);
+  const qchar* extension = nullptr;
+  for (const qchar* unit = path; *unit != 0; ++unit) {
+    if (*unit == separator) extension = nullptr;
+    if (*unit == u'.') extension = unit + 1;
+  }
+  return extension;
+}
+
 bool qpath_parse_share(std::u16string_view path, qpath_share& parts) noexcept {
   if (!path.starts_with(u"\\\\")) return false;
   constexpr std::u16string_view extended = u"\\\\?\\UNC\\";

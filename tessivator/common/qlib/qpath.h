@@ -19,6 +19,10 @@
 // May throw std::bad_alloc.
 [[nodiscard]] std::u16string qpath_join(std::u16string_view directory, std::u16string_view name);
 
+// The characters after the last full stop of the last path component, or null when that component has none. The
+// component begins after the last separator of the path's own kind (qpath_separator).
+[[nodiscard]] const qchar* qstr_extension(const qchar* path) noexcept;
+
 // What "\\server\share\rest" names, also in the extended form "\\?\UNC\server\share\rest". The views lie in the path.
 struct qpath_share {
   std::u16string_view root;  // from the path's start to the end of the share's name

@@ -5,7 +5,6 @@
 #include <new>
 
 #include "common/qlib/qmem.h"
-#include "common/qlib/qpath.h"
 #include "common/qlib/qsys.h"
 #include "common/qlib/qutf8.h"
 
@@ -129,17 +128,6 @@ int qstr_console_write(const qchar* format, std::span<const qfmt_arg> arguments)
   std::u16string text;
   if (!qfmt_to_string(text, format, arguments, qfmt_values::printable)) return -1;
   return qsys_console_put(text) ? static_cast<int>(text.size()) : -1;
-}
-
-const qchar* qstr_extension(const qchar* path) noexcept {
-  if (path == nullptr) return nullptr;
-  const qchar separator = qpath_separator(path);
-  const qchar* extension = nullptr;
-  for (const qchar* unit = path; *unit != 0; ++unit) {
-    if (*unit == separator) extension = nullptr;
-    if (*unit == u'.') extension = unit + 1;
-  }
-  return extension;
 }
 
 bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept {

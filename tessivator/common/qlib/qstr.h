@@ -46,10 +46,6 @@ int qstr_console_printf(const qchar* format, const Args&... args) noexcept {
   return qstr_console_write(format, std::span(list).first(sizeof...(Args)));
 }
 
-// The characters after the last full stop of the last path component, or null when that component has none. The
-// component begins after the last separator of the path's own kind (qpath_separator).
-[[nodiscard]] const qchar* qstr_extension(const qchar* path) noexcept;
-
 // Comparison and lower-casing that fold A-Z only, whatever the locale.
 [[nodiscard]] bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept;
 void qstr_lower_ascii(qchar* text) noexcept;  // in place

@@ -4,6 +4,7 @@
 #include "common/qlib/qcksum.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "msi/msi_database.h"
 #include "utils/signing/brantle/brantle.h"
