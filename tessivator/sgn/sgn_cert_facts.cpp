@@ -8,9 +8,9 @@
 
 #include "common/qlib/qcksum.h"
 #include "sgn/sgn_asn1.h"
-#include "sgn/sgn_names.h"
 #include "sgn/sgn_signed_data.h"
 #include "sgn/sgn_texts.h"
+#include "sgn/sgn_x509_store.h"
 
 namespace {
 

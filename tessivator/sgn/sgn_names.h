@@ -1,8 +1,9 @@
-// Building a certificate name list, and the steps that name and store one certificate. Internal.
+// Building the list of certificate names of a decoded signature. Internal.
 #pragma once
 
+#include "common/qlib/qerr.h"
+#include "sgn/sgn_cert_names.h"
 #include "sgn/sgn_types.h"
-#include "sgn/sgn_x509.h"
 
 // A list under construction; what is not released is freed.
 class sgn_name_list {
@@ -24,10 +25,3 @@ struct sgn_request {
 
 // Names and stores the chosen certificates of `p7` and puts the names in front of `names`. May throw std::bad_alloc.
 [[nodiscard]] qerr_t sgn_process_p7(const sgn_p7& p7, const sgn_request& request, sgn_name_list& names);
-
-// Computes the stem of a certificate that has none yet. May throw std::bad_alloc.
-[[nodiscard]] qerr_t sgn_name_certificate(sgn_certificate& certificate);
-
-// Writes the file of a named certificate that was found in `source`. May throw std::bad_alloc.
-[[nodiscard]] qerr_t sgn_store_certificate(const sgn_certificate& certificate, const sgn_source& source,
-                                           const qchar* output_directory, sgn_store_cache* cache);

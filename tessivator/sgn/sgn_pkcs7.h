@@ -7,7 +7,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 
-struct sgn_cert_name;    // sgn_x509.h
+struct sgn_cert_name;    // sgn_cert_names.h
 struct sgn_store_cache;  // sgn_cache.h
 
 // A decoded PKCS#7 structure. Owned by whoever received it; used by one thread at a time.

@@ -7,11 +7,9 @@
 // the target is replaced and half a certificate never stands there. The output directory is never created.
 #pragma once
 
-#include <memory>
-
 #include "common/qlib/qerr.h"
-#include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
+#include "sgn/sgn_cert_names.h"
 
 class msi_package;       // an open package (msi/msi_package.h)
 struct blib_bin;         // an open image (blib/blib_bin.h)
@@ -19,18 +17,6 @@ struct sgn_p7;           // a decoded signature (sgn_pkcs7.h)
 struct sgn_store_cache;  // what one request has already decoded and written (sgn_cache.h)
 struct x509_st;          // OpenSSL's X509
 struct asn1_string_st;   // OpenSSL's ASN1_INTEGER
-
-// One stored certificate: its stem, and the SHA-256 of its DER. The newest comes first. Owned by whoever received the
-// list.
-struct sgn_cert_name {
-  qchar* name;
-  sgn_cert_name* next;
-  std::uint8_t sha256[32];
-};
-
-// Releases a whole list with its texts; null is allowed.
-void sgn_cert_names_free(sgn_cert_name* list) noexcept;
-using SgnCertNamesOwner = std::unique_ptr<sgn_cert_name, FreeWith<sgn_cert_names_free>>;
 
 // Extracts the certificates of an executable image's attribute certificate table, or of an installer package, writes
 // each into `output_directory` (null: the internal directory of sgn_get_internal_dir_alloc) and hands out their names:

@@ -1,4 +1,5 @@
-// Naming a certificate and writing its file.
+#include "sgn/sgn_x509_store.h"
+
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -9,9 +10,9 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_err.h"
-#include "sgn/sgn_names.h"
 #include "sgn/sgn_oneline.h"
 #include "sgn/sgn_utl.h"
+#include "sgn/sgn_x509.h"
 
 static constexpr std::uint32_t module_id = QLOG_SGN;
 #undef QLOG_SOURCE
