@@ -1,6 +1,7 @@
 // Images: open, certificate table, resource walk, and the readers of versions and manifests, which get the input itself
 // as a resource, too. Whatever the bytes, nothing comes out that the file does not hold, and the walk costs no more
 // than a few times the file.
+#include "blib/blib_bin_16bit.h"
 #include "blib/blib_cert.h"
 #include "blib/blib_res.h"
 #include "common/qlib/qstr.h"

@@ -1,8 +1,10 @@
-// The coarse test for any kind of executable.
-#include <algorithm>
+#include "blib/blib_bin_16bit.h"
 
-#include "blib/blib_bin.h"
+#include <algorithm>
+#include <memory>
+
 #include "common/qlib/qbytes.h"
+#include "common/qlib/qerr.h"
 #include "common/qlib/qlog.h"
 
 static constexpr std::uint32_t module_id = QLOG_BLIB;

@@ -7,11 +7,12 @@
 //   +4      NumberOfSections at +2, SizeOfOptionalHeader at +16, Characteristics at +18
 //   +24     Magic 0x10B or 0x20B        optional header; data directories at +96 (PE32) or +112 (PE32+)
 //   behind  section headers of 40 bytes each
+#include "blib/blib_headers.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
 
-#include "blib/blib_bin.h"
 #include "cfg/cfg.h"
 #include "common/qlib/qbytes.h"
 #include "common/qlib/qlog.h"

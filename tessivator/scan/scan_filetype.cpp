@@ -1,5 +1,6 @@
 #include "scan/scan_filetype.h"
 
+#include "blib/blib_bin_16bit.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qreplaceable.h"

@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 
+#include "blib/blib_bin_16bit.h"
 #include "blib/blib_cert.h"
 #include "blib/blib_res.h"
 #include "blib/images.h"

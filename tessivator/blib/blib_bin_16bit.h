@@ -1,0 +1,7 @@
+// The coarse test for any kind of executable.
+#pragma once
+
+#include "common/qlib/qfile.h"
+
+// 1 when the file begins with "MZ", else 0: every DOS, 16-bit, 32-bit and 64-bit executable.
+[[nodiscard]] std::uint32_t blib_bin_is_16bit_by_handle(qfile_t file) noexcept;

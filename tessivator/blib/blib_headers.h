@@ -1,0 +1,38 @@
+// The headers of an image.
+#pragma once
+
+#include "blib/blib_image.h"
+
+// Data directory entries that this system reads. The security entry's address is a file offset, not an RVA.
+inline constexpr std::uint32_t BLIB_DIRECTORY_RESOURCE = 2;
+inline constexpr std::uint32_t BLIB_DIRECTORY_SECURITY = 4;
+
+// Bits of the file header's characteristics.
+inline constexpr std::uint16_t BLIB_FILE_EXECUTABLE = 0x0002;
+inline constexpr std::uint16_t BLIB_FILE_DLL = 0x2000;
+
+// One section header, as far as it is used.
+struct blib_section {
+  char name[9];  // terminated
+  std::uint32_t virtual_size;
+  std::uint32_t virtual_address;
+  std::uint32_t raw_size;
+  std::uint32_t raw_pointer;
+};
+
+// Validates DOS header, NT headers and section table of a view; called by open. QERR_ARG1 without an image,
+// QERR_BAD_IMAGE, QERR_LOW_MEMORY, or a read error.
+[[nodiscard]] qerr_t blib_bin_parse_headers(blib_bin* image) noexcept;
+
+// Data directory entry `index` of the optional header of the image's width: PE32 at byte 96 + 8 x index, PE32+ at
+// 112 + 8 x index. The header's own count of entries is not consulted: a loader may ignore it. QERR_NOT_FOUND when the
+// entry lies outside the headers that are held, QERR_ARG1 without an image; address and size are then 0.
+[[nodiscard]] qerr_t blib_bin_get_directory(const blib_bin* image, std::uint32_t index, std::uint32_t* address,
+                                            std::uint32_t* size) noexcept;
+
+// Number of sections in the reachable table (0 when there is none), and one of them; false past the end.
+[[nodiscard]] std::uint32_t blib_bin_section_count(const blib_bin* image) noexcept;
+[[nodiscard]] bool blib_bin_get_section(const blib_bin* image, std::uint32_t index, blib_section* section) noexcept;
+
+// The file header's characteristics.
+[[nodiscard]] std::uint16_t blib_bin_characteristics(const blib_bin* image) noexcept;
