@@ -1,31 +1,17 @@
-// The certificates of a report: which were seen, and which of a file's are its signers.
+#include "utils/report/report_certificate_book.h"
+
 #include <algorithm>
 #include <cstring>
 #include <unordered_set>
 
 #include "common/qlib/qstr.h"
-#include "utils/report/report_certificate.h"
-#include "utils/report/report_streams.h"
 #include "utils/report/report_text.h"
 
 namespace {
 
 constexpr std::size_t max_known = 16384;  // entries, each under a kilobyte
-constexpr std::size_t max_told = 20;
 
 }  // namespace
-
-ReportWarnings::~ReportWarnings() {
-  if (count_ <= max_told) return;
-  try {
-    reportPutError(u"brantle-report: and " + qstr_to_wide(std::to_string(count_ - max_told)) + u" more of these\n");
-  } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory even for saying so
-  }
-}
-
-void ReportWarnings::tell(std::u16string_view text) {
-  if (++count_ <= max_told) reportPutError(u"brantle-report: " + forTerminal(text) + u'\n');
-}
 
 std::size_t CertificateBook::NameHash::operator()(const CertificateName& name) const noexcept {
   std::size_t hash = 0;  // a name is a digest already

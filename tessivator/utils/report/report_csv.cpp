@@ -1,3 +1,4 @@
+#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_reader.h"

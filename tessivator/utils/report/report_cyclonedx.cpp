@@ -1,4 +1,5 @@
 // A CycloneDX 1.5 bill of materials. Elements stand in the order that its schema asks for.
+#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"

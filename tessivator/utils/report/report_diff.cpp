@@ -5,6 +5,7 @@
 #include <map>
 
 #include "common/qlib/qstr.h"
+#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"

@@ -16,6 +16,7 @@
 
 #include "common/qlib/qcksum.h"
 #include "common/qlib/qerr.h"
+#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_page.h"

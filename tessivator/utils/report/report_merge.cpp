@@ -9,6 +9,7 @@
 #include "utils/report/report_path_set.h"
 #include "utils/report/report_reader.h"
 #include "utils/report/report_text.h"
+#include "utils/report/report_warnings.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "utils/report/report_certificate.h"
+#include "utils/report/report_warnings.h"
 
 // Notes first which records list which certificates, then copies the files. Keeps about 100 bytes for each name, and 16
 // more for each folder that has it.
