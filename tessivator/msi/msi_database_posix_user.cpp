@@ -12,10 +12,8 @@
 #include "common/qlib/qlog.h"
 #include "msi/code_page.h"
 #include "msi/msi_database.h"
-#include "msi/msi_signature.h"
 #include "msi/package_object.h"
 #include "msi/property_table.h"
-#include "msi/signature_stream.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
 
@@ -160,21 +158,6 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   return MSI_OK;
 } catch (const std::bad_alloc&) {
   return MSI_OUT_OF_MEMORY;
-}
-
-qerr_t msi_package_get_signature_alloc(msi_package* package, std::byte** out, std::uint32_t* length) noexcept try {
-  if (out == nullptr) return QERR_ARG2;
-  if (length == nullptr) return QERR_ARG3;
-  if (package == nullptr) return QERR_NOT_FOUND;
-  QmemPtr<std::byte> bytes;
-  std::uint32_t size = 0;
-  const qerr_t code = signature_stream_read(*package, bytes, size);
-  if (code != QERR_OK) return code;
-  *out = bytes.release();
-  *length = size;
-  return QERR_OK;
-} catch (const std::bad_alloc&) {
-  return QERR_LOW_MEMORY;
 }
 
 const msi_interface& msi_platform_interface() noexcept {
