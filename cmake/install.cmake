@@ -4,7 +4,8 @@ include(CMakePackageConfigHelpers)
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tessivator")
 
 install(TARGETS brantle_cli brantle_report RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
-install(FILES tessivator/utils/signing/brantle/info.xsd DESTINATION "${CMAKE_INSTALL_DATADIR}/brantle")
+install(FILES tessivator/utils/signing/brantle/info.xsd tessivator/details/details.schema.json
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/brantle")
 # Without a Java development kit there is no library for Java hosts.
 if(TARGET brantle)
   install(TARGETS brantle

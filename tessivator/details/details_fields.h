@@ -103,11 +103,13 @@ void details_fields(auto& v, details_is<details_stamp> auto& it) {
   v.needed("kind", it.kind);
   v.text("time", it.time);
   v.object("signer", it.signer);
+  v.list("certificates", it.certificates);
 }
 
 void details_fields(auto& v, details_is<details_signature> auto& it) {
+  v.text("content_type", it.content_type);
   v.text("digest_algorithm", it.digest_algorithm);
-  v.text("signed_digest", it.signed_digest);
+  v.object("signed_digest", it.signed_digest);
   v.flag("signed_digest_matches", it.signed_digest_matches);
   v.list("signers", it.signers);
   v.list("certificates", it.certificates);

@@ -113,11 +113,13 @@ struct details_stamp {
   std::string kind;  // "countersignature" or "rfc3161"
   std::string time;
   details_signer signer;
+  std::vector<std::string> certificates;  // of a token: as details_signature's
 };
 
 struct details_signature {
+  std::string content_type;  // dotted
   std::string digest_algorithm;
-  std::string signed_digest;
+  std::optional<details_digest> signed_digest;
   std::optional<bool> signed_digest_matches;  // only where the file's own digest was made
   std::vector<details_signer> signers;
   std::vector<std::string> certificates;  // SHA-256 of each one's DER, in the signature's order
@@ -183,7 +185,7 @@ struct details_certificate {
   std::vector<details_problem> problems;
 };
 
-// Up to 4,096 members of a catalogue: stands behind the catalogue's own line.
+// Up to 4,096 members of a catalogue: stands before the catalogue's own line.
 struct details_members {
   std::uint64_t ordinal = 0;  // the catalogue's
   std::vector<details_digest> members;

@@ -1,7 +1,12 @@
 #include "details/details_text.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+
+#include "common/qlib/qpath.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qstr_name.h"
 
 namespace {
 
@@ -16,6 +21,8 @@ constexpr std::array<std::uint8_t, 256> digit_values = [] {
   }
   return values;
 }();
+
+bool has_wide_names() noexcept { return qpath_native_separator() == u'\\'; }
 
 // `digits` places of `value`, filled up with zeros.
 void put(std::string& text, std::uint64_t value, std::size_t digits) {
@@ -57,6 +64,38 @@ std::string details_time_text(std::int64_t seconds) {
   if (!text.empty()) text += 'Z';
   return text;
 }
+
+std::string details_path_bytes(std::u16string_view path) {
+  std::string bytes;
+  if (has_wide_names()) {
+    for (const qchar unit : path) {
+      bytes += static_cast<char>(unit & 255U);
+      bytes += static_cast<char>(unit >> 8U);
+    }
+  } else if (!qstr_name_to_bytes(path, bytes)) {
+    bytes = qstr_to_utf8(path);
+  }
+  return bytes;
+}
+
+bool details_path(std::string_view name, std::string_view name_bytes, std::u16string& path) {
+  if (name_bytes.empty()) {
+    path = qstr_to_wide(name);
+  } else if (has_wide_names()) {
+    if (name_bytes.size() % 2 != 0) return false;
+    path.clear();
+    for (std::size_t i = 0; i < name_bytes.size(); i += 2) {
+      const auto low = static_cast<unsigned char>(name_bytes[i]);
+      const auto high = static_cast<unsigned char>(name_bytes[i + 1]);
+      path += static_cast<qchar>(high << 8U | low);
+    }
+  } else {
+    path = qstr_name_from_bytes(name_bytes);
+  }
+  return path.find(u'\0') == path.npos;
+}
+
+std::string_view details_system() noexcept { return has_wide_names() ? "windows" : "linux"; }
 
 void details_base64_append(std::string& text, std::string_view bytes) {
   text.reserve(text.size() + (bytes.size() + 2) / 3 * 4);

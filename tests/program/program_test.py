@@ -84,6 +84,47 @@ class Packages(unittest.TestCase):
         self.assertEqual({"View Fetch rc =259", "Invalid Msi rc =110", *own}, set(said))
 
 
+class Details(unittest.TestCase):
+    """The lines beside the report tell the same as it, and of every file."""
+
+    NAMES = dict(zip(KEYS, ("sha1", "sha256", "company_name", "is_installer", "product_name", "product_version")))
+
+    def test_every_file_has_a_line_that_tells_what_the_report_does(self):
+        for folder in ("tree", "images", "packages", "cabinets", "pkcs7"):
+            with self.subTest(folder):
+                plain = Scan(self, FIXTURES / folder)
+                result = Scan(self, FIXTURES / folder, BRANTLE_DETAILS="1")
+                files, others = result.details()
+                report, records = (result.out / "info.xml").read_bytes(), result.records()
+                self.assertEqual((result.files, report), (sorted([*plain.files, "details.jsonl"]),
+                                                          (plain.out / "info.xml").read_bytes()))
+                self.assertEqual(others["end"][0]["info_sha256"], hashlib.sha256(report).hexdigest())
+                paths = [path for path in (FIXTURES / folder).rglob("*") if path.is_file()]
+                self.assertEqual(set(files), {path.relative_to(FIXTURES / folder).as_posix() for path in paths})
+                self.assertEqual([line["ordinal"] for line in files.values()], list(range(len(files))))
+                for path in paths:
+                    name, about = path.relative_to(FIXTURES / folder).as_posix(), path.stat()
+                    line = files[name]
+                    self.assertEqual((line["size"], line["complete"]), (about.st_size, True), name)
+                    second = time.strftime("%Y-%m-%dT%H:%M:%S", time.gmtime(about.st_mtime_ns // 10**9))
+                    tick = about.st_mtime_ns % 10**9 // (100 if OPTIONS.wine else 1)
+                    self.assertTrue(line["modified"].startswith(f"{second}.{tick:07}" if OPTIONS.wine else
+                                                                f"{second}.{tick:09}Z"), name)
+                    if not OPTIONS.wine:
+                        self.assertEqual(line["file_number"], str(about.st_ino))
+                    told_of = {key: line.get("record", {}).get(own, "") for key, own in self.NAMES.items()}
+                    if line.get("record", {"bare": True})["bare"]:
+                        del told_of["SHA256"]
+                    told_of["stems"] = [one["name"] for one in line.get("certificates", [])]
+                    self.assertEqual(told_of if "record" in line else None, records.get(name), name)
+
+    def test_what_is_not_asked_for_is_not_written(self):
+        for options, asked, line in (([], "2", True), (["-O"], "1", False)):
+            result = Scan(self, SIGNED, *options, BRANTLE_DETAILS=asked)
+            self.assertEqual((result.code, "details.jsonl" in result.files), (0, False))
+            self.assertEqual("BRANTLE_DETAILS" in result.complained, line)
+
+
 @unittest.skipIf(OPTIONS.wine, "these folders are Linux's")
 class ForeignImages(unittest.TestCase):
     """Every image that wine and MinGW-w64 bring, against pefile and hashlib."""
@@ -201,7 +242,8 @@ class Linux(unittest.TestCase):
                  b"-d.exe", "e\u0301\U0001f600.exe".encode(), b"x" * 251 + b".exe"]
         for name in names:
             shutil.copy(SIGNED, os.path.join(os.fsencode(self.source), name))
-        result = Scan(self, self.source)
+        result = Scan(self, self.source, BRANTLE_DETAILS="1")
+        self.assertEqual({os.fsencode(name) for name in result.details()[0]}, {name.replace(b"\\", b"/") for name in names})
         document = ElementTree.parse(result.out / "info.xml").getroot()
         found = [element.findtext("Name").rsplit("/", 1)[1] for element in document]
         expected = [re.sub("[\x00-\x08\x0b-\x1f\ud800-\udfff]", "\ufffd", name.decode("utf-8", "surrogateescape"))

@@ -1,7 +1,10 @@
 """What suites of whole programs share: command line, tables, scratch folders, runs (of Windows' under Wine), scans."""
 import argparse
+import base64
+import collections
 import csv
 import itertools
+import json
 import os
 import pathlib
 import shutil
@@ -10,8 +13,12 @@ import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
+import jsonschema
+
 FIXTURES = pathlib.Path(__file__).resolve().parents[1] / "fixtures"
 SCHEMA = FIXTURES.parents[1] / "tessivator" / "utils" / "signing" / "brantle" / "info.xsd"
+LINES = jsonschema.Draft202012Validator(json.loads((FIXTURES.parents[1] / "tessivator" / "details" /
+                                                    "details.schema.json").read_text()))
 PARSER = argparse.ArgumentParser()
 for option in ("brantle", "report", "unit", "scratch", "wine"):
     PARSER.add_argument(f"--{option}")
@@ -48,6 +55,14 @@ def run(program, *arguments, timeout=300, **environment):
     return subprocess.run(command, capture_output=True, timeout=timeout, check=False, env={**os.environ, **environment})
 
 
+def base64_text(line, key, system):
+    """The path of which `key` has what was no text; else `key`'s own name."""
+    if f"{key}_bytes" not in line:
+        return line[key]
+    octets = base64.b64decode(line[f"{key}_bytes"], validate=True)
+    return os.fsdecode(octets) if system == "linux" else octets.decode("utf-16-le", "surrogatepass")
+
+
 class Scan:
     """A run of the scanner. The output folder is new unless it is given."""
 
@@ -78,3 +93,17 @@ class Scan:
             assert name not in found, name
             found[name] = record
         return found
+
+    def details(self):
+        """The lines, each valid: {path below the source, with slashes: line}, and those of other types by type."""
+        files, others = {}, collections.defaultdict(list)
+        for text in (self.out / "details.jsonl").read_text(encoding="utf-8").splitlines():
+            line = json.loads(text)
+            LINES.validate(line)
+            if line["type"] != "file":
+                others[line["type"]].append(line)
+                continue
+            name = base64_text(line, "name", others["header"][0]["system"])[len(told(self.source)):]
+            files[name.replace("\\", "/").lstrip("/")] = line
+        assert len(others["header"]) == len(others["end"]) == 1 and others["end"][0]["files"] == len(files)
+        return files, others

@@ -13,6 +13,7 @@
 #include "common/qlib/qstr.h"
 #include "msi/msi_package.h"
 #include "share/qshare.h"
+#include "utils/signing/brantle/brantle_details.h"
 #include "utils/signing/brantle/brantle_report.h"
 #include "utils/signing/brantle/brantle_share.h"
 
@@ -92,6 +93,7 @@ std::int32_t Brantle::runScan() {
   if (checkAccess != 0) return BRANTLE_OK;
   const std::int32_t result = scanEntries();
   report.reset();  // of a scan that failed, nothing stays
+  detailsFile.reset();
   return result;
 }
 
@@ -137,6 +139,7 @@ std::uint32_t Brantle::nextEntry() {
 std::int32_t Brantle::scanEntries() {
   if (!outputPath.empty()) qfile_remove_temporaries(outputPath.c_str());
   if (certsOnly == 0) report = std::make_unique<BrantleReport>(infoXmlPath);
+  if (report && details != BRANTLE_DETAILS_OFF) beginDetails();
   // The end of the walk and an error in its middle end the loop alike: what was gathered is reported.
   std::uint32_t walked = QERR_OK;
   for (; walked == QERR_OK && !qlib_is_cancelled(); walked = nextEntry()) {
@@ -144,6 +147,7 @@ std::int32_t Brantle::scanEntries() {
     qlog_end_repeats();  // equal lines of two files are not the same
     handleFile();
     if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
+    ++fileOrdinal;
   }
   closeFile();
   if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
@@ -157,18 +161,22 @@ std::int32_t Brantle::scanEntries() {
 void Brantle::handleFile() {
   ++done.files;
   if (watching != nullptr) watching->onFile(currentFile, done);
+  closeFile();
+  isWhole = true;
+  isNoFile = false;
+  if (detailsFile) detailsFile->beginFile(fileOrdinal, currentFile, openFile);
   try {
     gatherFile();
   } catch (const std::bad_alloc&) {
     leaveFileOut(QERR_LOW_MEMORY, false);
   }
+  if (detailsFile) endFileDetails();
 }
 
 void Brantle::gatherFile() {
   recordAdded = false;
   packageSize = 0;
   currentNames.reset();
-  closeFile();
   bool told = false;
   if (certsOnly == 0) {
     const std::uint32_t code = populateCurrentEXEInfo();
@@ -191,6 +199,7 @@ void Brantle::gatherFile() {
     ++done.records;
     for (const sgn_cert_name* name = currentNames.get(); name != nullptr; name = name->next) ++done.certificates;
     if (report) report->add(currentRecord, currentNames.get());
+    if (detailsFile) detailsFile->setRecord(currentRecord, currentNames.get());
   }
   checkReading(told);
 }
@@ -200,7 +209,8 @@ void Brantle::checkReading(bool told) {
   qerr_t code = openFile.open_code;
   if (code != QERR_OK) {
     constexpr qerr_t no_file[] = {QERR_NOT_FOUND, 6, 20, 40};  // also: no such device, not a directory, too many links
-    if (isLink && std::find(std::begin(no_file), std::end(no_file), code) != std::end(no_file)) return;
+    isNoFile = isLink && std::find(std::begin(no_file), std::end(no_file), code) != std::end(no_file);
+    if (isNoFile) return;
     leaveFileOut(code, told);
     return;
   }
@@ -218,13 +228,14 @@ void Brantle::checkReading(bool told) {
 // `told`: a line has already said so.
 void Brantle::leaveFileOut(std::uint32_t code, bool told) {
   ++leftOut.files;
+  isWhole = false;
   if (told) return;
   QLOG(QLOG_WARNING, u"Failed to read file %s. ecode %d: %s.\n", currentFile, code, qerr_get_string(code));
 }
 
 void Brantle::finishReport() {
   const qerr_t code = report->finish(incompleteText());
-  if (code == QERR_OK) return;
+  if (code == QERR_OK) return finishDetails();
   QLOG(QLOG_WARNING, u"Failed to write report %s. ecode %d: %s.\n", infoXmlPath, code, qerr_get_string(code));
 }
 

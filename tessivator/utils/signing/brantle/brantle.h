@@ -19,6 +19,7 @@
 #include "sgn/sgn_cache.h"
 #include "sgn/sgn_x509.h"
 
+class BrantleDetails;
 class BrantleReport;
 class MsiProductInfoExtractor;
 class msi_package;
@@ -32,6 +33,11 @@ inline constexpr std::int32_t BRANTLE_CONNECT_FAILED = 20002;    // share connec
 inline constexpr std::int32_t BRANTLE_CONNECT_CONFLICT = 20003;  // server already connected with other credentials
 inline constexpr std::int32_t BRANTLE_EXCEPTION = -1;
 inline constexpr std::int32_t BRANTLE_INTERRUPTED = -2;  // qlib_cancel was called; there is no new report
+
+// What a request writes beside the report (docs/details.md).
+inline constexpr std::int32_t BRANTLE_DETAILS_OFF = 0;
+inline constexpr std::int32_t BRANTLE_DETAILS_ON = 1;
+inline constexpr std::int32_t BRANTLE_DETAILS_DIGESTS = 2;  // with the Authenticode digest of every image
 
 // Path, checksums and product information of one file. The fields stand in the byte order of their names, as in the
 // report. One record serves all files, so that its texts keep their memory.
@@ -78,6 +84,10 @@ class Brantle {
   // after printing the usage.
   [[nodiscard]] std::int32_t parseArgs(const qchar* const* argv, int argc);
 
+  // Sets `details` from the variable BRANTLE_DETAILS. False for a value that is not understood; there are no details
+  // then, and the caller says so.
+  [[nodiscard]] bool takeDetailsFromEnvironment();
+
   // Runs the request. Returns one of the result codes above; nothing is thrown.
   [[nodiscard]] std::int32_t invoke() noexcept;
 
@@ -97,6 +107,7 @@ class Brantle {
   std::int32_t allCerts = 0;     // every certificate of a signature, not only the signers' own
   std::int32_t cabFile = 0;      // every file is taken as a cabinet
   std::int32_t checkAccess = 0;  // only test that the path can be connected to and opened
+  std::int32_t details = BRANTLE_DETAILS_OFF;  // never with certsOnly
 
  private:
   [[nodiscard]] std::int32_t runScan();
@@ -109,6 +120,10 @@ class Brantle {
   void checkReading(bool told);
   void leaveFileOut(std::uint32_t code, bool told);
   void finishReport();
+  void beginDetails();
+  void endFileDetails();
+  void finishDetails();
+  [[nodiscard]] std::u16string detailsPath() const;
   void closeFile();
   [[nodiscard]] const std::shared_ptr<msi_package>& currentPackage();
   void closeScan();
@@ -145,6 +160,10 @@ class Brantle {
   bool shareConnected = false;
   SgnStoreCacheOwner storeCache;  // which certificate files this request has already written
   std::unique_ptr<BrantleReport> report;
+  std::unique_ptr<BrantleDetails> detailsFile;
+  std::uint64_t fileOrdinal = 0;  // of the current file among those of the walk
+  bool isNoFile = false;          // the current one is a link that leads to none
+  bool isWhole = false;           // nothing of the current file was left out
   std::uint64_t packageSize = 0;  // of the current package when its digests began
   qfile_left_out leftOut;
   BrantleTotals done;

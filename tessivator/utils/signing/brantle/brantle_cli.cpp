@@ -49,6 +49,9 @@ std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Bran
   try {
     request = std::make_unique<Brantle>();
     result = request->parseArgs(argv, argc);
+    if (result == BRANTLE_OK && !request->takeDetailsFromEnvironment()) {
+      brantle_stderr_write(u"brantle: BRANTLE_DETAILS is neither 1 nor digests; no details are written\n");
+    }
     if (result == BRANTLE_OK) {
       result = invokeVisibly(*request);
       if (result != BRANTLE_OK) explainFailure(argv[1]);

@@ -19,19 +19,6 @@ bool isAllowed(char32_t scalar) noexcept {
   return scalar >= 0x20 ? scalar != 0xFFFE && scalar != 0xFFFF : scalar == U'\t' || scalar == U'\n';
 }
 
-// `value` in UTF-8 with U+FFFD for what is not allowed. Nearly all is plain ASCII from end to end.
-void setAllowed(std::string& text, std::u16string_view value) {
-  const auto* const end = std::find_if(value.begin(), value.end(), [](qchar u) { return u < 0x20 || u >= 0x80; });
-  text.resize(static_cast<std::size_t>(end - value.begin()));
-  std::transform(value.begin(), end, text.begin(), [](qchar unit) { return static_cast<char>(unit); });
-  value.remove_prefix(text.size());
-  while (!value.empty()) {
-    const qutf8_step step = qutf16_next(value);
-    qutf8_append(text, isAllowed(step.scalar) ? step.scalar : QUTF8_REPLACEMENT);
-    value.remove_prefix(step.length);
-  }
-}
-
 void pushCertificates(tinyxml2::XMLPrinter& xml, const sgn_cert_name* names) {
   int count = 0;
   for (const sgn_cert_name* node = names; node != nullptr; node = node->next) ++count;
@@ -47,6 +34,23 @@ void pushCertificates(tinyxml2::XMLPrinter& xml, const sgn_cert_name* names) {
 
 }  // namespace
 
+// Nearly all is plain ASCII from end to end.
+bool brantleReportText(std::string& text, std::u16string_view value) {
+  const auto* const end = std::find_if(value.begin(), value.end(), [](qchar u) { return u < 0x20 || u >= 0x80; });
+  text.resize(static_cast<std::size_t>(end - value.begin()));
+  std::transform(value.begin(), end, text.begin(), [](qchar unit) { return static_cast<char>(unit); });
+  value.remove_prefix(text.size());
+  bool whole = true;
+  while (!value.empty()) {
+    const qutf8_step step = qutf16_next(value);
+    const bool allowed = step.valid && isAllowed(step.scalar);
+    whole = whole && allowed;
+    qutf8_append(text, allowed ? step.scalar : QUTF8_REPLACEMENT);
+    value.remove_prefix(step.length);
+  }
+  return whole;
+}
+
 // Printed element by element: a document tree of a large repository would take several times the report's size.
 BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(path.c_str())) {
   xml_.PushDeclaration("xml version=\"1.0\" encoding=\"UTF-8\"");
@@ -56,7 +60,7 @@ BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(pat
 void BrantleReport::add(const BrantleRecord& record, const sgn_cert_name* names) {
   if (code_ != QERR_OK) return;
   // What takes memory comes first: want of it costs this record.
-  for (std::size_t i = 0; i < BrantleRecord::count; ++i) setAllowed(texts_[i], record.texts[i]);
+  for (std::size_t i = 0; i < BrantleRecord::count; ++i) (void)brantleReportText(texts_[i], record.texts[i]);
   try {
     push(record.isBare, names);
   } catch (...) {  // a record that ends in its middle cannot be taken back
@@ -90,7 +94,9 @@ qerr_t BrantleReport::finish(const std::string& comment) {
 }
 
 void BrantleReport::drain() {
-  code_ = file_.write(xml_.CStr(), static_cast<std::size_t>(xml_.CStrSize()) - 1);
+  const std::string_view text(xml_.CStr(), static_cast<std::size_t>(xml_.CStrSize()) - 1);
+  if (digest_) digest_->add(text);
+  code_ = file_.write(text.data(), text.size());
   xml_.ClearBuffer(false);
   if (code_ != QERR_OK) file_.abandon();  // a full disk has better uses for the space
 }

@@ -4,16 +4,27 @@
 #include <tinyxml2.h>
 
 #include <array>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "common/qlib/qfile_replacement.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_digest.h"
+
+// `value` in UTF-8 as the report has it, with U+FFFD for what XML does not allow: false when there was any.
+bool brantleReportText(std::string& text, std::u16string_view value);
 
 // One report. Failures are kept for finish: the records that come after one cost nothing.
 class BrantleReport {
  public:
   // Begins the document at `path`, where the old one stays until finish has succeeded.
   explicit BrantleReport(const std::u16string& path);
+
+  // The document's SHA-256 is wanted. Called before anything is added.
+  void wantDigest() { digest_.emplace(); }
+  // It, in lower-case hexadecimal, after finish has succeeded; empty when it cannot be had.
+  [[nodiscard]] std::string digest() { return digest_ ? digest_->text() : std::string(); }
 
   // Adds a record with the names of its certificate files, which may be null.
   void add(const BrantleRecord& record, const sgn_cert_name* names);
@@ -28,6 +39,7 @@ class BrantleReport {
 
   qfile_replacement file_;
   qerr_t code_;
+  std::optional<BrantleDigest> digest_;
   tinyxml2::XMLPrinter xml_;
   std::array<std::string, BrantleRecord::count> texts_;  // of the record that is being added
 };

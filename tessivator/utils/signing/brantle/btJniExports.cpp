@@ -62,6 +62,9 @@ jint runNative(const char* name, Configure configure) noexcept {
     request = new Brantle;
     qlib_set_standalone(true);
     configure(*request);
+    if (!request->takeDetailsFromEnvironment()) {
+      QLOG_AS(QLOG_WARNING, name, u"BRANTLE_DETAILS is neither 1 nor digests; no details are written");
+    }
     const jint result = request->invoke();
     delete request;
     return result;

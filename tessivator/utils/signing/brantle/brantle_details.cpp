@@ -1,0 +1,179 @@
+#include "utils/signing/brantle/brantle_details.h"
+
+#include <chrono>
+#include <new>
+
+#include "common/qlib/qerr.h"
+#include "common/qlib/qlib.h"
+#include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
+#include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
+#include "details/details_text.h"
+#include "utils/signing/brantle/brantle_report.h"
+
+static constexpr std::uint32_t module_id = QLOG_PROG;
+#undef QLOG_SOURCE
+#define QLOG_SOURCE "brantle.cpp"
+
+namespace {
+
+// What is gathered before it is written.
+constexpr std::size_t piece = 65536;
+
+std::string now() {
+  const auto since = std::chrono::system_clock::now().time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(since);
+  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(since - seconds);
+  return details_time_text(seconds.count(), static_cast<std::uint32_t>(rest.count()));
+}
+
+std::string timeText(const qfile_time& time) {
+  return time == qfile_time{} ? std::string() : details_time_text(time.seconds, time.nanoseconds);
+}
+
+}  // namespace
+
+bool Brantle::takeDetailsFromEnvironment() {
+  const std::u16string asked = qsys_environment("BRANTLE_DETAILS");
+  details = BRANTLE_DETAILS_OFF;
+  if (asked == u"1") details = BRANTLE_DETAILS_ON;
+  if (asked == u"digests") details = BRANTLE_DETAILS_DIGESTS;
+  return asked.empty() || details != BRANTLE_DETAILS_OFF;
+}
+
+BrantleDetails::BrantleDetails(const std::u16string& path, const details_header& header) noexcept
+    : code_(file_.begin(path.c_str())) {
+  step([&] { put(header); });
+}
+
+// A line is never lost: without memory for one there are no details.
+template <class Step>
+void BrantleDetails::step(Step step) noexcept {
+  if (code_ != QERR_OK) return;
+  try {
+    step();
+  } catch (...) {
+    fail(QERR_LOW_MEMORY);
+  }
+}
+
+void BrantleDetails::beginFile(std::uint64_t ordinal, const std::u16string& path, blib_file& file) noexcept {
+  step([&] {
+    line_ = {};
+    line_.ordinal = ordinal;
+    describe(path, file);
+  });
+}
+
+void BrantleDetails::describe(const std::u16string& path, blib_file& file) {
+  if (!brantleReportText(line_.name, path)) line_.name_bytes = details_path_bytes(path);
+  line_.read_at = now();
+  stamped_ = false;
+  if (blib_file_open(file, path.c_str()) != QERR_OK) return addProblem("open_failed");
+  stamped_ = qfile_get_stamp(file.file.get(), &stamp_) == QERR_OK;
+  if (!stamped_) return addProblem("state_unknown");
+  line_.size = stamp_.size;
+  line_.file_number = stamp_.number;
+  line_.modified = timeText(stamp_.modified);
+  line_.changed = timeText(stamp_.changed);
+}
+
+void BrantleDetails::setRecord(const BrantleRecord& record, const sgn_cert_name* names) noexcept {
+  step([&] {
+    details_record& values = line_.record.emplace();
+    values.bare = record.isBare;
+    const auto set = [&](std::string& text, BrantleRecord::Field field) {
+      (void)brantleReportText(text, record.texts[field]);
+    };
+    set(values.sha1, BrantleRecord::SHA1);
+    set(values.sha256, BrantleRecord::SHA256);
+    set(values.company_name, BrantleRecord::companyName);
+    set(values.is_installer, BrantleRecord::isInstaller);
+    set(values.product_name, BrantleRecord::productName);
+    set(values.product_version, BrantleRecord::productVersion);
+    for (; names != nullptr; names = names->next) line_.certificates.push_back({qstr_to_utf8(names->name), {}});
+  });
+}
+
+void BrantleDetails::addProblem(const char* code) { line_.problems.push_back({code, 1}); }
+
+void BrantleDetails::endFile(blib_file& file, bool whole) noexcept {
+  step([&] {
+    qfile_stamp after;
+    if (stamped_ && !(qfile_get_stamp(file.file.get(), &after) == QERR_OK && after == stamp_)) {
+      addProblem("changed_while_read");
+      whole = false;
+    }
+    line_.complete = whole && stamped_;
+    put(line_);
+    ++lines_;
+  });
+}
+
+qerr_t BrantleDetails::finish(details_end end) noexcept {
+  step([&] {
+    end.files = lines_;
+    end.ended = now();
+    put(end);
+    drain();
+  });
+  if (code_ == QERR_OK) code_ = file_.commit(true);
+  file_.abandon();
+  return code_;
+}
+
+template <class Record>
+void BrantleDetails::put(const Record& record) {
+  std::string_view line;
+  if (const qerr_t code = writer_.write(record, line); code != QERR_OK) return fail(code);
+  pending_ += line;
+  if (pending_.size() > piece) drain();
+}
+
+void BrantleDetails::drain() noexcept {
+  if (code_ != QERR_OK) return;
+  if (const qerr_t code = file_.write(pending_.data(), pending_.size()); code != QERR_OK) return fail(code);
+  pending_.clear();
+}
+
+void BrantleDetails::fail(qerr_t code) noexcept {
+  code_ = code;
+  file_.abandon();
+}
+
+void Brantle::beginDetails() {
+  details_header header;
+  header.program = "brantle " BRANTLE_VERSION;
+  header.system = details_system();
+  details_request& request = header.request;
+  if (!brantleReportText(request.path, reposPath)) request.path_bytes = details_path_bytes(reposPath);
+  request.share = nwMode != 0;
+  request.all_certificates = allCerts != 0;
+  request.digests = details == BRANTLE_DETAILS_DIGESTS;
+  header.started = now();
+  detailsFile = std::make_unique<BrantleDetails>(detailsPath(), header);
+  report->wantDigest();
+}
+
+void Brantle::endFileDetails() {
+  if (isNoFile || qlib_is_cancelled()) return;
+  detailsFile->endFile(openFile, isWhole);
+}
+
+// After the report: until then the old details belong to what stands there.
+void Brantle::finishDetails() {
+  if (!detailsFile) return;
+  details_end end;
+  end.records = done.records;
+  end.certificates = done.certificates;
+  end.left_out_directories = leftOut.directories;
+  end.left_out_files = leftOut.files;
+  end.ended_early = leftOut.ended_early;
+  end.info_sha256 = report->digest();
+  const qerr_t code = detailsFile->finish(std::move(end));
+  if (code == QERR_OK) return;
+  QLOG(QLOG_WARNING, u"Failed to write details %s. ecode %d: %s.\n", detailsPath(), code, qerr_get_string(code));
+}
+
+std::u16string Brantle::detailsPath() const { return qpath_join(outputPath, u"details.jsonl"); }
