@@ -5,5 +5,5 @@ import sys
 
 from sources import ROOT, sources
 
-result = subprocess.run(["clang-format-14", "--dry-run", "--Werror", "--ferror-limit=20", *sources(".h", ".cpp", ".c")], cwd=ROOT)
+result = subprocess.run(["clang-format-14", "--dry-run", "--Werror", "--ferror-limit=20", *sources(".h", ".cpp", ".c", ".js")], cwd=ROOT)
 sys.exit(result.returncode)

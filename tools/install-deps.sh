@@ -22,8 +22,8 @@ check_packages=(
   openjdk-17-jdk-headless samba smbclient iproute2
   # packages: what makes, reads and checks them, and the engine of brantle-parallel
   fakeroot file lintian mandoc bsdextrautils parallel
-  # the schemas of what a scan writes, and a real browser for its page
-  libxml2-utils python3-jsonschema chromium chromium-driver python3-selenium
+  # the schemas of what a scan writes, a parser for the page's script, and a real browser for the page
+  libxml2-utils python3-jsonschema nodejs chromium chromium-driver python3-selenium
 )
 case ${1:-check} in
   run) packages=("${run_packages[@]}") ;;

@@ -69,13 +69,29 @@ two_machines() {
   tools/long/two-machines.sh "$work/programs/usr/bin" "$tree"
 }
 
+# The page's script under eslint, and the page under axe-core. Both come from npm (Debian's package, or with nodejs),
+# and know more than Debian's versions, which are too old for the script.
+page() {
+  local npm=$work/npm build=build/linux-release
+  mkdir -p "$npm"
+  npm install --prefix "$npm" --no-audit --no-fund --ignore-scripts eslint@9.39.1 axe-core@4.11.0 >"$work/page.log" 2>&1 ||
+    { cat "$work/page.log" >&2; return 1; }
+  cmake --preset linux-release >"$work/page-build.log"
+  cmake --build "$build" --target brantle_report >>"$work/page-build.log"
+  cp tools/long/eslint.config.mjs "$build/tessivator/utils/report/page.js" "$npm"
+  (cd "$npm" && node_modules/.bin/eslint page.js)
+  bench/make_report.py "$work/survey" 500
+  "$build/tessivator/utils/report/brantle-report" html "$work/survey" -o "$work/page.html"
+  /usr/bin/python3 tools/long/page_axe.py "$npm/node_modules/axe-core/axe.min.js" "$work/page.html"
+}
+
 # The packages in a bare Debian root.
 bare_root() {
   tools/package.sh "$work/package"
   tools/long/bare-root.sh "$work/package" tests/fixtures/tree tests/install/consumer "$work/package/linux/java"
 }
 
-for check in "${@:-fuzz soak million two_machines bare_root mutation}"; do
+for check in "${@:-fuzz page soak million two_machines bare_root mutation}"; do
   for one in $check; do
     echo "long-checks: $one"
     "$one"

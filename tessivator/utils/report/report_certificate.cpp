@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 #include <array>
 #include <chrono>
@@ -15,6 +16,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "utils/report/report_identity.h"
 #include "utils/report/report_text.h"
 
 namespace {
@@ -27,6 +29,7 @@ constexpr std::size_t max_text = 1024;
 
 using BioPtr = std::unique_ptr<BIO, FreeWith<BIO_free>>;
 using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<BN_free>>;
+using UsagesPtr = std::unique_ptr<EXTENDED_KEY_USAGE, FreeWith<EXTENDED_KEY_USAGE_free>>;
 using X509Ptr = std::unique_ptr<X509, FreeWith<X509_free>>;
 
 struct OpensslFree {
@@ -92,12 +95,62 @@ Seconds secondsOf(const ASN1_TIME* time) noexcept {
   return duration_cast<seconds>(day.time_since_epoch() + timeOfDay).count();
 }
 
+// A certificate may list any number of usages; these are shown, and all are looked at.
+constexpr int max_usages = 32;
+
+// Extended usages: what they are called, the subscriber's among them, and whether time stamps are the only one.
+void readUsages(X509* certificate, CertificateFacts& facts, SignerParticulars& signer) {
+  const UsagesPtr usages(
+      static_cast<EXTENDED_KEY_USAGE*>(X509_get_ext_d2i(certificate, NID_ext_key_usage, nullptr, nullptr)));
+  const int count = usages ? sk_ASN1_OBJECT_num(usages.get()) : 0;
+  for (int i = 0; i < count; ++i) {
+    const ASN1_OBJECT* const usage = sk_ASN1_OBJECT_value(usages.get(), i);
+    const int nid = OBJ_obj2nid(usage);
+    if (count == 1) facts.isTimeStamping = nid == NID_time_stamp;
+    std::array<char, 128> numbers{};
+    const int length = OBJ_obj2txt(numbers.data(), numbers.size(), usage, 1);
+    const bool whole = length > 0 && length < static_cast<int>(numbers.size());
+    if (whole && signer.subscriber.empty() && isSubscriberUsage(numbers.data())) signer.subscriber = numbers.data();
+    if (i > max_usages) continue;
+    if (i > 0) facts.usages += i == max_usages ? ", \u2026" : ", ";
+    if (i < max_usages) facts.usages += nid == NID_undef ? numbers.data() : OBJ_nid2ln(nid);
+  }
+}
+
 template <class Object>
-std::string digestOf(int (*make)(const Object*, const EVP_MD*, unsigned char*, unsigned int*), const Object* object) {
+std::string digestOf(int (*make)(const Object*, const EVP_MD*, unsigned char*, unsigned int*), const Object* object,
+                     const EVP_MD* kind = EVP_sha256()) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
-  if (make(object, EVP_sha256(), digest.data(), &length) != 1) return {};
+  if (make(object, kind, digest.data(), &length) != 1) return {};
   return bytesToHex(std::span(digest).first(length));
+}
+
+void readFacts(X509* certificate, CertificateFacts& facts) {
+  const X509_NAME* const subject = X509_get_subject_name(certificate);
+  const X509_NAME* const issuer = X509_get_issuer_name(certificate);
+  facts.holder = holderOf(subject);
+  facts.subject = nameText(subject);
+  facts.issuer = nameText(issuer);
+  facts.serial = serialText(X509_get0_serialNumber(certificate));
+  facts.key = keyText(certificate);
+  facts.sha1 = digestOf(X509_digest, certificate, EVP_sha1());
+  facts.sha256 = digestOf(X509_digest, certificate);
+  facts.notBefore = secondsOf(X509_get0_notBefore(certificate));
+  facts.notAfter = secondsOf(X509_get0_notAfter(certificate));
+  facts.subjectId = digestOf(X509_NAME_digest, subject);
+  facts.issuerId = digestOf(X509_NAME_digest, issuer);
+  SignerParticulars signer;
+  signer.organisation = attribute(subject, NID_organizationName);
+  signer.commonName = attribute(subject, NID_commonName);
+  signer.country = attribute(subject, NID_countryName);
+  signer.registration = attribute(subject, NID_serialNumber);
+  signer.keyDigest = digestOf(X509_pubkey_digest, certificate);
+  signer.isSelfIssued = !facts.subjectId.empty() && facts.subjectId == facts.issuerId;
+  readUsages(certificate, facts, signer);
+  const SignerIdentity identity = identityOf(signer, facts.holder);
+  facts.identity = identity.key;
+  facts.label = identity.label;
 }
 
 }  // namespace
@@ -126,28 +179,23 @@ std::string readCertificateFile(const std::u16string& path, std::string& bytes) 
 CertificateFacts readCertificate(const std::u16string& folder, const CertificateName& name) {
   CertificateFacts facts;
   facts.name = name;
+  const std::string hex = bytesToHex(name);
   std::string bytes;
-  facts.problem = readCertificateFile(qpath_join(folder, qstr_to_wide(bytesToHex(name)) + u".cer"), bytes);
-  if (!facts.problem.empty()) return facts;
-  ERR_set_mark();
-  const BioPtr memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
-  const X509Ptr certificate(memory ? PEM_read_bio_X509(memory.get(), nullptr, nullptr, nullptr) : nullptr);
-  if (!certificate) {
-    facts.problem = "its file holds no certificate";
-  } else {
-    const X509_NAME* const subject = X509_get_subject_name(certificate.get());
-    const X509_NAME* const issuer = X509_get_issuer_name(certificate.get());
-    facts.holder = holderOf(subject);
-    facts.subject = nameText(subject);
-    facts.issuer = nameText(issuer);
-    facts.serial = serialText(X509_get0_serialNumber(certificate.get()));
-    facts.key = keyText(certificate.get());
-    facts.digest = digestOf(X509_digest, certificate.get());
-    facts.notBefore = secondsOf(X509_get0_notBefore(certificate.get()));
-    facts.notAfter = secondsOf(X509_get0_notAfter(certificate.get()));
-    facts.subjectId = digestOf(X509_NAME_digest, subject);
-    facts.issuerId = digestOf(X509_NAME_digest, issuer);
+  facts.problem = readCertificateFile(qpath_join(folder, qstr_to_wide(hex) + u".cer"), bytes);
+  if (facts.problem.empty()) {
+    ERR_set_mark();
+    const BioPtr memory(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+    const X509Ptr certificate(memory ? PEM_read_bio_X509(memory.get(), nullptr, nullptr, nullptr) : nullptr);
+    if (certificate) {
+      readFacts(certificate.get(), facts);
+    } else {
+      facts.problem = "its file holds no certificate";
+    }
+    ERR_pop_to_mark();
   }
-  ERR_pop_to_mark();
+  if (!facts.problem.empty()) {
+    facts.identity = hex.substr(0, 32);
+    facts.label = facts.holder = "(certificate " + hex.substr(0, 12) + "\u2026: " + facts.problem + ')';
+  }
   return facts;
 }

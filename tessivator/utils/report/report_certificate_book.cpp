@@ -26,10 +26,10 @@ CertificateBook::EntryPtr CertificateBook::find(const CertificateName& name) {
   if (!facts.problem.empty()) {
     const std::string hex = bytesToHex(name);
     warnings_.tell(folder_ + u": certificate " + qstr_to_wide(hex) + u": " + qstr_to_wide(facts.problem));
-    facts.holder = "(certificate " + hex.substr(0, 12) + "\u2026: " + facts.problem + ')';
   }
   if (seen) seen(facts);
-  EntryPtr entry = std::make_shared<const Entry>(Entry{name, count_++, facts.holder, facts.subjectId, facts.issuerId});
+  EntryPtr entry = std::make_shared<const Entry>(
+      Entry{name, count_++, facts.identity, facts.label, facts.isTimeStamping, facts.subjectId, facts.issuerId});
   known_.emplace(name, entry);
   return entry;
 }
@@ -38,27 +38,32 @@ std::vector<CertificateBook::EntryPtr> CertificateBook::of(const ReportRecord& r
   std::vector<EntryPtr> entries;
   entries.reserve(record.certificates.size());
   for (const CertificateName& name : record.certificates) entries.push_back(find(name));
-  signers = entries.size();
-  if (signers < 2) return entries;
   // Who issued another one; a certificate that issued itself alone is a signer nevertheless.
   std::unordered_set<std::string_view> issuers;
   for (const EntryPtr& entry : entries) {
     if (!entry->issuerId.empty() && entry->issuerId != entry->subjectId) issuers.insert(entry->issuerId);
   }
   const auto middle = std::stable_partition(entries.begin(), entries.end(), [&](const EntryPtr& entry) {
-    return entry->subjectId.empty() || !issuers.contains(entry->subjectId);
+    return !entry->isTimeStamping && (entry->subjectId.empty() || !issuers.contains(entry->subjectId));
   });
   signers = static_cast<std::size_t>(middle - entries.begin());
   return entries;
 }
 
-std::string CertificateBook::signersOf(const ReportRecord& record) {
-  std::size_t signers = 0;
-  const std::vector<EntryPtr> entries = of(record, signers);
+std::vector<CertificateBook::EntryPtr> CertificateBook::signersOf(const ReportRecord& record) {
+  std::size_t count = 0;
+  std::vector<EntryPtr> signers = of(record, count);
+  signers.resize(count);
+  std::unordered_set<std::string_view> identities;
+  std::erase_if(signers, [&](const EntryPtr& entry) { return !identities.insert(entry->identity).second; });
+  return signers;
+}
+
+std::string labelsOf(const std::vector<CertificateBook::EntryPtr>& signers) {
   std::string text;
-  for (std::size_t i = 0; i < signers; ++i) {
+  for (const CertificateBook::EntryPtr& entry : signers) {
     if (!text.empty()) text += "; ";
-    text += entries[i]->holder;
+    text += entry->label;
   }
   return text;
 }

@@ -17,7 +17,9 @@ class CertificateBook {
   struct Entry {
     CertificateName name{};
     std::uint32_t number = 0;  // in the order of first sight
-    std::string holder;
+    std::string identity;
+    std::string label;
+    bool isTimeStamping = false;
     std::string subjectId;
     std::string issuerId;
   };
@@ -28,12 +30,11 @@ class CertificateBook {
   // Called for each certificate that is read; one that the cache had forgotten comes again under a new number.
   std::function<void(const CertificateFacts&)> seen;
 
-  // The certificates of a record. Signers come first: those that issued no other one of it; `signers` counts them.
+  // The certificates of a record. Signers come first: those that issued no other one of it and are not made for time
+  // stamps alone; `signers` counts them.
   [[nodiscard]] std::vector<EntryPtr> of(const ReportRecord& record, std::size_t& signers);
-  // "First Signer; Second Signer"
-  [[nodiscard]] std::string signersOf(const ReportRecord& record);
-  // Who a certificate is of.
-  [[nodiscard]] std::string holderOf(const CertificateName& name) { return find(name)->holder; }
+  // One certificate for each identity among the signers, in their order.
+  [[nodiscard]] std::vector<EntryPtr> signersOf(const ReportRecord& record);
 
  private:
   EntryPtr find(const CertificateName& name);
@@ -46,3 +47,6 @@ class CertificateBook {
   std::unordered_map<CertificateName, EntryPtr, NameHash> known_;
   std::uint32_t count_ = 0;
 };
+
+// "First Signer; Second Signer"
+[[nodiscard]] std::string labelsOf(const std::vector<CertificateBook::EntryPtr>& signers);

@@ -3,6 +3,22 @@
 #include "utils/report/report_output.h"
 #include "utils/report/report_reader.h"
 #include "utils/report/report_text.h"
+#include "utils/report/report_verdict.h"
+
+namespace {
+
+std::string_view signedText(const ReportRecord& record) noexcept {
+  switch (verdictOf(record)) {
+    case ReportVerdict::Signed:
+      return "yes";
+    case ReportVerdict::Unsigned:
+      return "no";
+    default:
+      return REPORT_VERDICT_WORDS[static_cast<std::size_t>(ReportVerdict::NotLookedAt)];
+  }
+}
+
+}  // namespace
 
 void reportCsv(const std::u16string& folder, const std::u16string& output) {
   ReportReader reader(folder);
@@ -18,8 +34,8 @@ void reportCsv(const std::u16string& folder, const std::u16string& output) {
       appendCsv(row, record[field]);
       row += ',';
     }
-    row += record.certificates.empty() ? "no," : "yes,";
-    appendCsv(row, certificates.signersOf(record));
+    row.append(signedText(record)).append(",");
+    appendCsv(row, labelsOf(certificates.signersOf(record)));
     row += "\r\n";
     out.spill();
   });

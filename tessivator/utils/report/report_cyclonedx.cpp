@@ -44,10 +44,8 @@ void appendComponent(std::string& out, const ReportRecord& record, const std::st
   out += "      <properties>\n        <property name=\"brantle:installer\">";
   out += record.isInstaller() ? "yes" : "no";
   out += "</property>\n";
-  std::size_t signers = 0;
-  const std::vector<CertificateBook::EntryPtr> entries = certificates.of(record, signers);
-  for (std::size_t i = 0; i < signers; ++i) {
-    appendElement(out, "        <property name=\"brantle:signer\">", entries[i]->holder, "</property>\n");
+  for (const CertificateBook::EntryPtr& signer : certificates.signersOf(record)) {
+    appendElement(out, "        <property name=\"brantle:signer\">", signer->label, "</property>\n");
   }
   out += "      </properties>\n      <evidence>\n        <occurrences>\n";
   appendElement(out, "          <occurrence><location>", record.name(), "</location></occurrence>\n");

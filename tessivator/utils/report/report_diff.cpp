@@ -31,8 +31,14 @@ struct Difference {
   std::uint64_t newer = 0;
 };
 
-// How many files a signer has signed, in the older and in the newer scan.
-using SignerCounts = std::map<CertificateName, std::array<std::uint32_t, 2>>;
+// A signer by its identity: how many files it has signed in the older and in the newer scan, and a certificate of it.
+struct Signer {
+  std::array<std::uint32_t, 2> files{};
+  std::string label;
+  CertificateName certificate{};
+  [[nodiscard]] bool came() const noexcept { return files[0] == 0; }
+};
+using Signers = std::map<std::string, Signer>;
 
 // One of the two scans.
 struct Side {
@@ -42,7 +48,7 @@ struct Side {
   Lines lines;
 };
 
-void readSide(Side& side, std::size_t which, SignerCounts& signerCounts) {
+void readSide(Side& side, std::size_t which, Signers& signers) {
   side.reader.read([&](const ReportRecord& record, std::uint64_t offset) {
     Line line;
     line.offset = offset;
@@ -54,17 +60,15 @@ void readSide(Side& side, std::size_t which, SignerCounts& signerCounts) {
          {ReportField::Company, ReportField::Installer, ReportField::Product, ReportField::Version}) {
       words.append(record[field]).append(1, '\0');
     }
-    std::size_t signers = 0;
-    std::vector<CertificateName> names;
-    for (const CertificateBook::EntryPtr& entry : side.certificates.of(record, signers)) {
-      if (names.size() == signers) break;
-      names.push_back(entry->name);
-    }
-    std::sort(names.begin(), names.end());
-    names.erase(std::unique(names.begin(), names.end()), names.end());
-    for (const CertificateName& name : names) {
-      ++signerCounts[name][which];
-      words.append(reinterpret_cast<const char*>(name.data()), name.size());
+    std::vector<CertificateBook::EntryPtr> entries = side.certificates.signersOf(record);
+    std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a->identity < b->identity; });
+    for (const CertificateBook::EntryPtr& entry : entries) {
+      Signer& signer = signers[entry->identity];
+      if (++signer.files[which] == 1) {
+        signer.label = entry->label;
+        signer.certificate = entry->name;
+      }
+      words += entry->identity;
     }
     const TextDigest digest = digestOfText(words);
     std::memcpy(&line.words, digest.data(), sizeof(line.words));
@@ -144,11 +148,11 @@ Told tell(const Difference& difference, Side& older, Side& newer) {
   Told told;
   if (difference.change != Change::Added) {
     told.older = older.reader.readAt(difference.older);
-    told.olderSigners = older.certificates.signersOf(told.older);
+    told.olderSigners = labelsOf(older.certificates.signersOf(told.older));
   }
   if (difference.change != Change::Removed) {
     told.newer = newer.reader.readAt(difference.newer);
-    told.newerSigners = newer.certificates.signersOf(told.newer);
+    told.newerSigners = labelsOf(newer.certificates.signersOf(told.newer));
   }
   return told;
 }
@@ -176,7 +180,7 @@ class Listing {
  public:
   virtual ~Listing() = default;
   virtual void difference(Change change, const Told& told) = 0;
-  virtual void signer(bool came, const std::string& holder, const CertificateName& name, std::uint32_t files) = 0;
+  virtual void signer(const Signer& signer) = 0;  // is in one of the scans only
   virtual void end() = 0;
 };
 
@@ -205,10 +209,12 @@ class TextListing final : public Listing {
     }
     put(line);
   }
-  void signer(bool came, const std::string& holder, const CertificateName& name, std::uint32_t files) override {
-    ++signers_[came ? 1 : 0];
-    put(std::string(came ? "signer came  " : "signer went  ") + holder + " (certificate " +
-        bytesToHex(name).substr(0, 12) + ", " + std::to_string(files) + (files == 1 ? " file)" : " files)"));
+  void signer(const Signer& signer) override {
+    ++signers_[signer.came() ? 1 : 0];
+    const std::uint32_t files = signer.files[signer.came() ? 1 : 0];
+    put(std::string(signer.came() ? "signer came  " : "signer went  ") + signer.label + " (certificate " +
+        bytesToHex(signer.certificate).substr(0, 12) + ", " + std::to_string(files) +
+        (files == 1 ? " file)" : " files)"));
   }
   void end() override {
     std::string line;
@@ -252,9 +258,11 @@ class CsvListing final : public Listing {
          change == Change::Moved ? told.older.name() : std::string(), differs, told.older[ReportField::Version],
          told.newer[ReportField::Version], told.olderSigners, told.newerSigners, "1"});
   }
-  void signer(bool came, const std::string& holder, const CertificateName& name, std::uint32_t files) override {
-    row({came ? "signer came" : "signer went", bytesToHex(name), "", "", "", "", came ? std::string() : holder,
-         came ? holder : std::string(), std::to_string(files)});
+  void signer(const Signer& signer) override {
+    const bool came = signer.came();
+    row({came ? "signer came" : "signer went", bytesToHex(signer.certificate), "", "", "", "",
+         came ? std::string() : signer.label, came ? signer.label : std::string(),
+         std::to_string(signer.files[came ? 1 : 0])});
   }
   void end() override { out_.finish(); }
 
@@ -276,13 +284,13 @@ class CsvListing final : public Listing {
 bool reportDiff(const std::u16string& older, const std::u16string& newer, const std::u16string& output, bool csv) {
   ReportWarnings warnings;
   std::array<Side, 2> sides{Side(older, warnings), Side(newer, warnings)};
-  SignerCounts signers;
+  Signers signers;
   for (std::size_t which = 0; which < sides.size(); ++which) {
     readSide(sides[which], which, signers);
     if (sides[which].reader.omissions().any()) warnings.tell(sides[which].reader.incompleteText());
   }
   const std::deque<Difference> differences = compare(sides[0].lines, sides[1].lines);
-  std::erase_if(signers, [](const auto& one) { return (one.second[0] == 0) == (one.second[1] == 0); });
+  std::erase_if(signers, [](const auto& one) { return (one.second.files[0] == 0) == (one.second.files[1] == 0); });
   const bool differ = !differences.empty() || !signers.empty();
   // A file of an earlier comparison must not stay.
   if (!differ && (output.empty() || output == u"-")) return false;
@@ -295,10 +303,7 @@ bool reportDiff(const std::u16string& older, const std::u16string& newer, const 
   for (const Difference& difference : differences) {
     listing->difference(difference.change, tell(difference, sides[0], sides[1]));
   }
-  for (const auto& [name, counts] : signers) {
-    const bool came = counts[1] != 0;
-    listing->signer(came, sides[came ? 1 : 0].certificates.holderOf(name), name, counts[came ? 1 : 0]);
-  }
+  for (const auto& [identity, signer] : signers) listing->signer(signer);
   listing->end();
   return differ;
 }

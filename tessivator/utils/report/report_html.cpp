@@ -1,11 +1,13 @@
 // The page: its own sources, and between them the report's data in chunks that the script takes one by one while the
-// browser reads on. Chunks are JSON, column by column:
+// browser reads on. Chunks are JSON, column by column, under the names of report_names.def:
 //
-//   t  texts met for the first time; they are numbered through the page, and other columns name them by number
-//   z  certificates met for the first time, likewise
-//   d n p v c k   a number or value a row: folder, file name, product, version, company, certificates
-//   x  digests, 27 + 43 characters of base64 a row, blanks for what is missing
-//   i  a character a row: 1 for an installer
+//   texts            met for the first time; they are numbered through the page, and other columns name them by number
+//   newCertificates  met for the first time, likewise: lists of the fields of report_names.def
+//   folder product version company certificates   a text's number a row
+//   file             a name a row
+//   digests          27 + 43 characters of base64 a row, blanks for what is missing
+//   installer        a character a row: 1 for an installer, 0 for none, a blank where the report has no word
+//   verdict          a digit a row: a ReportVerdict
 //
 // A row's certificates are a text "signers|others" of certificate numbers, so that equal ones stand there once.
 #include <openssl/evp.h>
@@ -22,6 +24,7 @@
 #include "utils/report/report_page.h"
 #include "utils/report/report_reader.h"
 #include "utils/report/report_text.h"
+#include "utils/report/report_verdict.h"
 
 namespace {
 
@@ -30,7 +33,7 @@ constexpr std::size_t chunk_rows = 4096;
 constexpr std::size_t sha1_base64 = 27;
 constexpr std::size_t sha256_base64 = 43;
 // The chunk before this element is complete.
-constexpr std::string_view take = "take()";
+constexpr std::string_view take = "survey.take()";
 
 // The source expression of a Content-Security-Policy that allows exactly this text.
 std::string policyHash(std::string_view text) {
@@ -68,6 +71,21 @@ class TextNumbers {
   std::uint32_t count_ = 0;
 };
 
+#define REPORT_TEXT_COLUMN(name) name,
+enum class TextColumn : std::uint8_t {
+#include "utils/report/report_names.def"
+};
+#define REPORT_TEXT_COLUMN(name) #name,
+constexpr std::array text_columns{
+#include "utils/report/report_names.def"
+};
+#define REPORT_PART(name) constexpr std::string_view part_##name = #name;
+#include "utils/report/report_names.def"
+
+void appendValue(std::string& out, const CertificateName& name) { appendJson(out, bytesToHex(name)); }
+void appendValue(std::string& out, const std::string& text) { appendJson(out, text); }
+void appendValue(std::string& out, Seconds seconds) { out += std::to_string(seconds); }
+
 class PageData {
  public:
   PageData(ReportOutput& out, CertificateBook& certificates) : out_(out), certificates_(certificates) {
@@ -76,17 +94,17 @@ class PageData {
 
   void add(const ReportRecord& record) {
     const SplitPath path = splitPath(record.name());
-    const std::string certificates = certificatesOf(record);
-    addNumber(Folder, std::string(path.folder));
-    appendJson(separated(columns_[File]), path.name);
-    addNumber(Product, record[ReportField::Product]);
-    addNumber(Version, record[ReportField::Version]);
-    addNumber(Company, record[ReportField::Company]);
-    addNumber(Certificates, certificates);
+    addText(TextColumn::certificates, certificatesOf(record));
+    addText(TextColumn::folder, std::string(path.folder));
+    addText(TextColumn::product, record[ReportField::Product]);
+    addText(TextColumn::version, record[ReportField::Version]);
+    addText(TextColumn::company, record[ReportField::Company]);
+    appendJson(separated(files_), path.name);
     addDigest(record[ReportField::Sha1], sha1_base64);
     addDigest(record[ReportField::Sha256], sha256_base64);
-    installers_ += record.isInstaller() ? '1' : '0';
-    std::size_t size = texts_.size() + newCertificates_.size();
+    installers_ += installerOf(record);
+    verdicts_ += static_cast<char>('0' + static_cast<int>(verdictOf(record)));
+    std::size_t size = texts_.size() + newCertificates_.size() + files_.size();
     for (const std::string& column : columns_) size += column.size();
     if (++rows_ >= chunk_rows || size >= chunk_bytes) flush();
   }
@@ -95,31 +113,39 @@ class PageData {
   void flush() {
     if (rows_ == 0 && texts_.empty() && newCertificates_.empty()) return;
     std::string& chunk = out_.buffer();
-    chunk += "<script type=\"application/json\">{\"t\":[" + texts_ + "],\"z\":[" + newCertificates_ + "]";
-    for (std::size_t i = 0; i < columns_.size(); ++i) {
-      chunk.append(",\"").append(1, "dnpvck"[i]).append("\":[").append(columns_[i]).append("]");
-      columns_[i].clear();
-    }
-    chunk += ",\"x\":\"" + digests_ + "\",\"i\":\"" + installers_ + "\"}</script><script>";
-    chunk.append(take).append("</script>\n");
-    texts_.clear();
-    newCertificates_.clear();
-    digests_.clear();
-    installers_.clear();
+    chunk += "<script type=\"application/json\">{";
+    appendPart(part_texts, '[', texts_, ']');
+    appendPart(part_newCertificates, '[', newCertificates_, ']');
+    for (std::size_t i = 0; i < columns_.size(); ++i) appendPart(text_columns[i], '[', columns_[i], ']');
+    appendPart(part_file, '[', files_, ']');
+    appendPart(part_digests, '"', digests_, '"');
+    appendPart(part_installer, '"', installers_, '"');
+    appendPart(part_verdict, '"', verdicts_, '"');
+    chunk.back() = '}';
+    chunk.append("</script><script>").append(take).append("</script>\n");
     rows_ = 0;
     out_.spill();
   }
 
  private:
-  enum Column : std::uint8_t { Folder, File, Product, Version, Company, Certificates };
+  static char installerOf(const ReportRecord& record) noexcept {
+    if (record[ReportField::Installer].empty()) return ' ';
+    return record.isInstaller() ? '1' : '0';
+  }
 
   static std::string& separated(std::string& list) {
     if (!list.empty()) list += ',';
     return list;
   }
 
-  void addNumber(Column column, const std::string& text) {
-    separated(columns_[column]) += std::to_string(numbers_.numberOf(text, texts_));
+  void appendPart(std::string_view name, char start, std::string& content, char end) {
+    std::string& chunk = out_.buffer();
+    chunk.append("\"").append(name).append("\":").append(1, start).append(content).append(1, end).append(",");
+    content.clear();
+  }
+
+  void addText(TextColumn column, const std::string& text) {
+    separated(columns_[static_cast<std::size_t>(column)]) += std::to_string(numbers_.numberOf(text, texts_));
   }
 
   void addDigest(const std::string& hex, std::size_t width) {
@@ -133,7 +159,11 @@ class PageData {
     const std::vector<CertificateBook::EntryPtr> entries = certificates_.of(record, signers);
     std::string text;
     for (std::size_t i = 0; i < entries.size(); ++i) {
-      if (i > 0) text += i == signers ? '|' : ',';
+      if (i == signers) {
+        text += '|';
+      } else if (i > 0) {
+        text += ',';
+      }
       text += std::to_string(entries[i]->number);
     }
     return text;
@@ -141,13 +171,13 @@ class PageData {
 
   void addCertificate(const CertificateFacts& facts) {
     std::string& out = separated(newCertificates_);
-    out += "[";
-    for (const std::string& text : {bytesToHex(facts.name), facts.holder, facts.subject, facts.issuer, facts.serial,
-                                    facts.key, facts.digest, facts.problem}) {
-      appendJson(out, text);
-      out += ',';
-    }
-    out += std::to_string(facts.notBefore) + ',' + std::to_string(facts.notAfter) + ']';
+    char before = '[';
+#define REPORT_CERTIFICATE_FIELD(name) \
+  out += before;                       \
+  appendValue(out, facts.name);        \
+  before = ',';
+#include "utils/report/report_names.def"
+    out += ']';
     if (out.size() >= chunk_bytes) flush();  // one row may have any number of certificates
   }
 
@@ -156,9 +186,11 @@ class PageData {
   TextNumbers numbers_;
   std::string texts_;
   std::string newCertificates_;
-  std::array<std::string, 6> columns_;
+  std::array<std::string, text_columns.size()> columns_;
+  std::string files_;
   std::string digests_;
   std::string installers_;
+  std::string verdicts_;
   std::size_t rows_ = 0;
 };
 

@@ -1,6 +1,7 @@
 """Made reports, and the report program run on them."""
 import pathlib
 import shutil
+import subprocess
 import sys
 from xml.sax.saxutils import escape
 
@@ -10,7 +11,7 @@ import programs  # noqa: E402
 
 KEYS = ("Name", "SHA1", "SHA256", "companyName", "isInstaller", "productName", "productVersion")
 # Certificate files by a letter: the chain of the fixtures, one that is missing, one that holds something else.
-STEMS = {letter: letter * 64 for letter in "abcdef"}
+STEMS = {letter: letter * 64 for letter in "0123456789abcdef"}
 FILES = {"a": "leaf", "b": "intermediate", "c": "root", "d": "leaf2"}
 
 
@@ -33,6 +34,17 @@ def folder(case, name, *records, comment=""):
         shutil.copy(programs.FIXTURES / "pki" / "rsa" / f"{source}.pem", path / f"{STEMS[letter]}.cer")
     (path / f"{STEMS['f']}.cer").write_text("no certificate")
     return path
+
+
+def issue(path, subject, usages=""):
+    """A certificate file for this subject, from the fixtures' root, with these extended usages."""
+    rsa = programs.FIXTURES / "pki" / "rsa"
+    extensions, key = path.with_suffix(".cnf"), path.with_suffix(".pub")
+    extensions.write_text(usages and f"extendedKeyUsage={usages}\n")
+    for command in (["-in", rsa / "leaf.pem", "-pubkey", "-noout", "-out", key],
+                    ["-new", "-force_pubkey", key, "-subj", subject, "-CA", rsa / "root.pem", "-CAkey", rsa / "root.key",
+                     "-set_serial", "7", "-days", "2000", "-extfile", extensions, "-out", path]):
+        subprocess.run(["openssl", "x509", *command], check=True, capture_output=True)
 
 
 def run(*arguments):

@@ -1,4 +1,7 @@
 """The page in a real browser: no error, search, sort, filters, keyboard, and hostile names as text."""
+import hashlib
+import pathlib
+import ssl
 import tempfile
 import unittest
 
@@ -9,7 +12,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
 
-from made_report import folder, programs, record, run
+from made_report import STEMS, folder, issue, programs, record, run
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",
          "--disable-background-networking", "--disable-component-update", "--window-size=1300,900",
@@ -27,6 +30,8 @@ class Page(unittest.TestCase):
         for flag in [*FLAGS, "--user-data-dir=" + cls.enterClassContext(tempfile.TemporaryDirectory())]:
             options.add_argument(flag)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        cls.downloads = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
+        options.add_experimental_option("prefs", {"download.default_directory": str(cls.downloads)})
         cls.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
         cls.addClassCleanup(cls.browser.quit)
         cls.browser.set_page_load_timeout(300)
@@ -35,7 +40,12 @@ class Page(unittest.TestCase):
         made = folder(self, "in", *records, comment=comment)
         code, _, error = run("html", made, "-o", made / "page.html")
         self.assertEqual(code, 0, error)
-        self.browser.get((made / "page.html").as_uri())
+        self.show((made / "page.html").as_uri())
+        return made
+
+    def show(self, address):
+        self.browser.get("about:blank")  # another fragment alone would load nothing
+        self.browser.get(address)
         self.assertEqual(self.browser.execute_script("return document.documentElement.dataset.ready"), "yes")
 
     def tearDown(self):
@@ -45,46 +55,86 @@ class Page(unittest.TestCase):
         return self.browser.find_element(By.CSS_SELECTOR, selector)
 
     def names(self):
-        return self.browser.execute_script("return [...document.querySelectorAll('#rows .name')].map(n => n.innerText)")
+        return self.browser.execute_script("return [...document.querySelectorAll('[role=tabpanel]:not([hidden]) .rows .title')].map(n => n.innerText)")
 
     def wait_for(self, wanted):
         WebDriverWait(self.browser, 60).until(lambda _: self.names() == wanted, f"{self.names()} is not {wanted}")
 
     def test_list(self):
-        self.open(record("/r/b10.exe", "abc", isInstaller="yes", companyName="Acme"), record("/r/b9.msi", "d", content="2"),
-                  record("/r/sub/a.dll", companyName="Acme", content="3"), comment="2 files")
+        made = self.open(record("/r/b10.exe", "abc", isInstaller="yes", companyName="Acme"), record("/r/b9.msi", "c", content="2"),
+                         record("/r/sub/a.efi", companyName="Acme", content="3"), record("/r/sub/=b.dll", content="3"),
+                         comment="2 files")
         self.assertIn("incomplete: 2 files", self.find("#incomplete").text)
         self.assertEqual([one.text.replace("\n", " ") for one in self.browser.find_elements(By.CSS_SELECTOR, ".tile")],
-                         ["3 files", "1 installers", "1 packages", "2 signed", "1 unsigned", "4 certificates", "0 expired",
-                          "0 expiring soon"])
-        self.assertEqual(self.names(), ["b10.exe", "b9.msi", "a.dll"])
-        for title, wanted in (("n", ["a.dll", "b9.msi", "b10.exe"]), ("n", ["b10.exe", "b9.msi", "a.dll"]),
-                              ("i", ["b10.exe", "b9.msi", "a.dll"])):
-            self.find(f"[data-key={title}] button").click()
+                         ["4 files", "1 installers", "1 packages", "2 signed", "1 unsigned", "1 not looked at", "3 certificates",
+                          "0 certificates past their end date", "0 certificates that end soon"])
+        scan = ["b10.exe", "b9.msi", "a.efi", "=b.dll"]
+        self.assertEqual(self.names(), scan)
+        # What is empty comes last, up and down.
+        for title, wanted in (("name", ["=b.dll", "a.efi", "b9.msi", "b10.exe"]), ("name", ["b10.exe", "b9.msi", "a.efi", "=b.dll"]),
+                              ("company", ["b10.exe", "a.efi", "b9.msi", "=b.dll"]),
+                              ("company", ["b10.exe", "a.efi", "b9.msi", "=b.dll"]), ("company", scan),
+                              ("certificates", ["b9.msi", "b10.exe", "a.efi", "=b.dll"]),
+                              ("certificates", ["b10.exe", "b9.msi", "a.efi", "=b.dll"])):
+            self.find(f"#grid-{title}").click()
             self.wait_for(wanted)
-        for name, value, wanted in (("kind", "installer", ["b10.exe"]), ("signed", "no", ["a.dll"]),
-                                    ("company", "Acme", ["b10.exe", "a.dll"]),
-                                    ("signer", "Fixture Signer RSA leaf2", ["b9.msi"])):
+        self.find("#grid-certificates").click()
+        for name, value, wanted in (("kind", "installer", ["b10.exe"]), ("signature", "NotLookedAt", ["a.efi"]),
+                                    ("signature", "Unsigned", ["=b.dll"]), ("company", "Acme", ["b10.exe", "a.efi"]),
+                                    ("copies", "yes", ["a.efi", "=b.dll"])):
             Select(self.find(f"#{name}")).select_by_value(value)
             self.wait_for(wanted)
             self.find("#reset").click()
-        for query, wanted in (("B9", ["b9.msi"]), ("acme", ["b10.exe", "a.dll"]), ("rsa leaf2", ["b9.msi"]),
-                              ("sub/a", ["a.dll"]), ("2" * 40, ["b9.msi"]), ("3333333", ["a.dll"]), ("none", [])):
+        root = (made / f"{'c' * 64}.cer").read_bytes()
+        thumbprint = hashlib.sha1(ssl.PEM_cert_to_DER_cert(root.decode())).hexdigest()
+        for query, wanted in (("B9", ["b9.msi"]), ("acme .exe", ["b10.exe"]), ("leaf intermediate", ["b10.exe"]), ("sub/a", ["a.efi"]),
+                              ("2" * 40, ["b9.msi"]), ("3333333", ["a.efi", "=b.dll"]), ("b" * 64 + ".cer", ["b10.exe"]),
+                              ('"fixture root"', ["b10.exe", "b9.msi"]), ('"root fixture"', []),
+                              (thumbprint.upper(), ["b10.exe", "b9.msi"]),
+                              (":".join(thumbprint[i:i + 2] for i in range(0, 40, 2)) + " .msi", ["b9.msi"])):
             self.find("#query").clear()
             self.find("#query").send_keys(query)
             self.wait_for(wanted)
         self.find("#reset").click()
-        self.find("#companies button").click()
-        self.wait_for(["b10.exe", "a.dll"])
+        for button, wanted in (("#companies button", ["b10.exe", "a.efi"]), ("#folders button", ["a.efi"])):
+            self.find(button).click()
+            self.wait_for(wanted)
+        self.assertEqual(self.find("#folders tr").text, "in this folder itself 1 0 0")
+
+    def test_views(self):
+        """What is asked for stands in the address; certificates lead to their files; both lists leave as tables."""
+        made = self.open(record("C:\\a\\1.exe", "ab", companyName="=x;y"), record("D:\\b\\2.exe", "b", isInstaller=""),
+                         record("D:\\b\\3.exe", "1"), record("D:\\b\\4.txt", content=""))
+        self.assertEqual((self.find("h1").text, self.find("#grid .folder").text), ("Survey of C:\\a and D:\\b", "C:\\a\\"))
+        self.find("#save").click()
+        WebDriverWait(self.browser, 30).until(lambda _: (self.downloads / "files.csv").exists())
+        self.assertEqual((self.downloads / "files.csv").read_bytes(), run("csv", made)[1])
+        issue(made / f"{STEMS['1']}.cer", "/C=US/O=Next", "codeSigning")
+        self.assertEqual(run("html", made, "-o", made / "page.html")[0], 0)
+        page = (made / "page.html").as_uri()
+        self.show(page + "#view=certificates&role=signer")
+        self.wait_for(["Next (US)", "Fixture Works (SE)", "Fixture Works (SE)"])
+        self.find("#certificate-grid").send_keys(Keys.END, Keys.ARROW_UP, Keys.ENTER)
+        self.assertIn("CN=Fixture", self.find("#sheet").text)
+        self.find("#sheet .note button").click()
+        shown = self.names()
+        self.assertIn(shown, (["1.exe"], ["1.exe", "2.exe"]))
+        self.find("#grid-name").click()
+        self.find("#grid-name").click()
+        self.wait_for(shown[::-1])
+        self.browser.refresh()
+        self.assertEqual(self.names(), shown[::-1])
+        self.show(page + "#view=toString&sort=__proto__&kind=x&signature=%00&q=%")
+        self.assertEqual(self.names(), [])
 
     def test_keyboard(self):
         self.open(*(record(f"/r/{number}.exe", "ab" if number == MANY - 2 else "e") for number in range(MANY)))
         grid = self.find("#grid")
+        active = lambda: self.find("#" + grid.get_attribute("aria-activedescendant"))
         self.assertEqual(grid.get_attribute("aria-rowcount"), str(MANY + 1))
         self.assertLess(len(self.names()), 40)
         grid.send_keys(Keys.END, Keys.ARROW_UP)
-        active = self.find("#" + grid.get_attribute("aria-activedescendant"))
-        self.assertEqual((active.get_attribute("aria-rowindex"), active.find_element(By.CSS_SELECTOR, ".name").text),
+        self.assertEqual((active().get_attribute("aria-rowindex"), active().find_element(By.CSS_SELECTOR, ".title").text),
                          (str(MANY), f"{MANY - 2}.exe"))
         grid.send_keys(Keys.ENTER)
         sheet = self.find("#sheet").text
@@ -95,6 +145,13 @@ class Page(unittest.TestCase):
         self.assertEqual(self.browser.switch_to.active_element, grid)
         grid.send_keys(Keys.HOME, " ")
         self.assertIn("its file is missing", self.find("#sheet").text)
+        self.find("#close").click()
+        # The heads are above the first row, and the list is one tab stop.
+        grid.send_keys(Keys.ARROW_UP, Keys.ARROW_RIGHT, Keys.ARROW_LEFT, Keys.ENTER, Keys.ENTER)
+        self.assertEqual(active().get_attribute("aria-sort"), "descending")
+        self.assertEqual(self.names()[0], f"{MANY - 1}.exe")
+        grid.send_keys(Keys.TAB)
+        self.assertFalse(self.browser.execute_script("return arguments[0].contains(document.activeElement)", grid))
 
     def test_hostile(self):
         self.open(*(record(name, companyName=name) for name in HOSTILE))

@@ -10,9 +10,16 @@ import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from made_report import HERE, STEMS, folder, programs, record, run
+from made_report import HERE, STEMS, folder, issue, programs, record, run
 
-LEAF, LEAF2, ROOT = "Fixture Signer RSA leaf", "Fixture Signer RSA leaf2", "Fixture Root RSA"
+# Leaf certificates are of one signer; the key is of the root's RSAPublicKey, by openssl and sha256sum.
+LEAF, ROOT = "Fixture Works (SE)", "Fixture Works (SE, self-issued, key d0d83151594c)"
+SERVICE = "codeSigning,1.3.6.1.4.1.311.97.1.0,1.3.6.1.4.1.311.97."
+# A signer's subject and usages, and what it is called.
+IDENTITIES = [("/C=US/O=Jane/CN=x", SERVICE + "1.2.3.45", "Jane (US, subscriber \u202645)"),
+              ("/C=US/O=Jane", SERVICE + "1.2.3", "Jane (US)"), ("/C=US/O=Jane", SERVICE + "1.2.3.4.5", "Jane (US)"),
+              ("/C=US/O=Jane/serialNumber=77/CN=y", "codeSigning", "Jane (US, 77)"), ("/CN=y", "", "y"),
+              ("/C=US/O=Stamps", "timeStamping", ""), ("/C=US/O=Both", "timeStamping,codeSigning", "Both (US)")]
 HOSTILE = ["</script><script>alert(1)</script>", "<!--<script>", "a\u202egpj.exe", "\u2066x\u2069", "\u061c\u200e\u200f", "'\"&amp;\\", "=1+1",
            "x" * 8000]
 # Names, and how spreadsheets may see them: a sign in front is one behind blanks, too, and semicolons and tabs separate.
@@ -39,18 +46,37 @@ class Commands(unittest.TestCase):
         table = self.succeed("csv", made, said=["incomplete: 1 directory"])
         self.assertEqual(table.decode(), "\ufeffName,SHA1,SHA256,companyName,productName,productVersion,isInstaller,"
                          f'signed,signers\r\n"/a,""b"".exe",{"1" * 40},{"1" * 64},\'=cmd,"\'-1\n+2",,yes,yes,'
-                         f'"{LEAF2}; {LEAF}"\r\n' "'@sum,,,,,,no,no,\r\n" +
-                         "".join(f"{cell},,,,,,no,no,\r\n" for cell in CELLS.values()))
+                         f"{LEAF}\r\n'@sum,,,,,,no,not looked at,\r\n" +
+                         "".join(f"{cell},,,,,,no,not looked at,\r\n" for cell in CELLS.values()))
 
     def test_signers(self):
-        rows = {"abc": LEAF, "cba": LEAF, "da": f"{LEAF2}; {LEAF}", "c": ROOT, "ac": f"{LEAF}; {ROOT}", "": "",
+        rows = {"abc": LEAF, "cba": LEAF, "da": LEAF, "c": ROOT, "ac": f"{LEAF}; {ROOT}", "": "",
                 "ae": f"{LEAF}; (certificate eeeeeeeeeeee\u2026: its file is missing)",
                 "fc": f"(certificate ffffffffffff\u2026: its file holds no certificate); {ROOT}"}
         made = folder(self, "in", *(record(f"/{letters}", letters) for letters in rows))
         table = self.succeed("csv", made, said=["e" * 64 + ": its file is missing", "f" * 64 + ": its file holds no"])
         found = list(csv.reader(io.StringIO(table.decode("utf-8-sig"))))[1:]
         self.assertEqual({row[0][1:]: row[-1] for row in found}, rows)
-        self.assertEqual([row[-2] for row in found], ["yes" if letters else "no" for letters in rows])
+        self.assertEqual([row[-2] for row in found], ["yes" if letters else "not looked at" for letters in rows])
+
+    def test_looked_at(self):
+        names = {"/a.DLL": "no", "/b.Msi": "no", "/c.efi": "not looked at", "C:\\d.exe\\e": "not looked at", "/exe": "not looked at",
+                 "C:\\f.x\\g.cat": "no"}
+        table = self.succeed("csv", folder(self, "in", *map(record, names)))
+        self.assertEqual({row[0]: row[7] for row in list(csv.reader(io.StringIO(table.decode())))[1:]}, names)
+
+    def test_identities(self):
+        made = folder(self, "in", *(record(f"/{n}", str(n)) for n in range(len(IDENTITIES))))
+        for n, (subject, usages, _) in enumerate(IDENTITIES):
+            issue(made / f"{STEMS[str(n)]}.cer", subject, usages)
+        found = list(csv.reader(io.StringIO(self.succeed("csv", made).decode())))[1:]
+        self.assertEqual([row[-1] for row in found], [label for _, _, label in IDENTITIES])
+        # A service's next certificate for the same subscriber, under another name, is no other signer.
+        later = folder(self, "later", *(record(f"/{n}", "9" if n == 0 else str(n)) for n in range(len(IDENTITIES))))
+        for n in range(1, len(IDENTITIES)):
+            shutil.copy(made / f"{STEMS[str(n)]}.cer", later)
+        issue(later / f"{STEMS['9']}.cer", "/C=SE/O=Jane Renamed", SERVICE + "1.2.3.45")
+        self.assertEqual(self.succeed("diff", made, later), b"")
 
     def test_damaged(self):
         """Each row is a good report of which one place was changed, and where the program must point."""
@@ -145,20 +171,20 @@ class Commands(unittest.TestCase):
     def test_diff(self):
         old = folder(self, "old", record("/same", "a"), record("/gone", content="2"), record("/from", content="3"),
                      record("/bare", content=""), record("/changed", "a", content="4", productVersion="1"))
-        new = folder(self, "new", record("/changed", "d", content="5", productVersion="2"), record("/to", content="3"),
-                     record("/new\u202e\x85", content="6"), record("/same", "a"), record("/bare", content=""))
+        new = folder(self, "new", record("/changed", "c", content="5", productVersion="2"), record("/to", content="3"),
+                     record("/new\u202e\x85", content="6"), record("/same", "d"), record("/bare", content=""))
         self.assertEqual(self.succeed("diff", old, old), b"")
         # For people, and so on Windows in the console's code page.
         words = self.succeed("diff", old, new, status=1).decode().replace("\r\n", "\n").replace("\ufffd", "?")
         self.assertEqual(words, "added    /new??\nremoved  /gone\n"
-                         f"changed  /changed (content, productVersion 1 -> 2, signers {LEAF} -> {LEAF2})\n"
+                         f"changed  /changed (content, productVersion 1 -> 2, signers {LEAF} -> {ROOT})\n"
                          "moved    /from -> /to\n"
-                         f"signer came  {LEAF2} (certificate dddddddddddd, 1 file)\n"
+                         f"signer came  {ROOT} (certificate cccccccccccc, 1 file)\n"
                          "1 added, 1 removed, 1 changed, 1 moved, signers: 1 came, 0 went\n")
         rows = list(csv.DictReader(io.StringIO(self.succeed("diff", old, new, "--csv", status=1).decode())))
         self.assertEqual([(row["change"], row["path"], row["old path"]) for row in rows],
                          [("added", "/new\u202e\x85", ""), ("removed", "/gone", ""), ("changed", "/changed", ""),
-                          ("moved", "/to", "/from"), ("signer came", STEMS["d"], "")])
+                          ("moved", "/to", "/from"), ("signer came", STEMS["c"], "")])
 
     def test_merge(self):
         one = folder(self, "one", record("/1&<", "ab", content=""), record("/2"), comment="1 directory, 3 files")
@@ -213,8 +239,8 @@ class Commands(unittest.TestCase):
                          r"""script-src 'sha256-[^' ]+' 'sha256-[^' ]+'; style-src 'sha256-[^' ]+'">""")
         self.assertEqual(re.findall(r'<[^<>]* (?:src|href)="[^#][^"]*', page), [])
         chunks = [json.loads(text) for text in re.findall('<script type="application/json"[^>]*>(.*?)</script', page, re.S)]
-        self.assertEqual([chunks[0]["t"][n] for n in chunks[0]["c"]], HOSTILE)
-        self.assertEqual(len(chunks[0]["t"]), len(set(chunks[0]["t"])), "no text twice")
+        self.assertEqual([chunks[0]["texts"][n] for n in chunks[0]["company"]], HOSTILE)
+        self.assertEqual(len(chunks[0]["texts"]), len(set(chunks[0]["texts"])), "no text twice")
         self.assertEqual(chunks[1], {"now": 1760000000, "incomplete": "1 file"})
 
     def test_memory(self):
