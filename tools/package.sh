@@ -34,7 +34,7 @@ pack linux linux-release -DCMAKE_INSTALL_PREFIX=/usr
 windows_docs() {
   local page library
   mkdir -p "$1/manuals" "$1/licences"
-  for page in brantle.1 brantle-report.1 brantle-info.5; do
+  for page in brantle.1 brantle-report.1 brantle-info.5 brantle-details.5; do
     mandoc -T utf8 "packaging/man/$page" | col -bx | sed 's/$/\r/' >"$1/manuals/${page%.*}.txt"
   done
   for library in libssl-dev:OpenSSL libtinyxml2-dev:tinyxml2 libexpat1-dev:Expat rapidjson-dev:RapidJSON \

@@ -15,7 +15,7 @@ PACKAGES, UNPACKED = SCRATCH / "made", SCRATCH / "unpacked"
 # package -> what it must hold, what none of its files may be, what it must depend on
 DEBIAN = {
     "brantle": (["usr/bin/brantle", "usr/bin/brantle-report", "usr/bin/brantle-parallel", "usr/share/brantle/info.xsd",
-                 "usr/share/man/man1/brantle-parallel.1.gz", "usr/share/man/man5/brantle-info.5.gz",
+                 "usr/share/man/man1/brantle-parallel.1.gz", "usr/share/man/man5/brantle-info.5.gz", "usr/share/brantle/details.schema.json",
                  "usr/share/bash-completion/completions/brantle-report"], r"smb|\.(h|a|jar|so)$", ["libssl3", "python3"]),
     "brantle-smb": (["usr/libexec/brantle/brantle_smb"], r"/lib/|/include/|/bin/", ["libsmbclient"]),
     "libbrantle-java": (["usr/share/java/brantle.jar"], r"\.(h|a)$|/bin/", ["libssl3"]),

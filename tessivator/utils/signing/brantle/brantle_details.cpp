@@ -1,5 +1,6 @@
 #include "utils/signing/brantle/brantle_details.h"
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 
@@ -43,24 +44,20 @@ bool Brantle::takeDetailsFromEnvironment() {
 }
 
 BrantleDetails::BrantleDetails(const std::u16string& path, const details_header& header) noexcept
-    : code_(file_.begin(path.c_str())) {
+    : code_(file_.begin(path.c_str())),
+      watch_{
+          [](void* self, blib_bin* image) noexcept { return static_cast<BrantleDetails*>(self)->beginDigests(image); },
+          this} {
   step([&] { put(header); });
-}
-
-// A line is never lost: without memory for one there are no details.
-template <class Step>
-void BrantleDetails::step(Step step) noexcept {
-  if (code_ != QERR_OK) return;
-  try {
-    step();
-  } catch (...) {
-    fail(QERR_LOW_MEMORY);
-  }
 }
 
 void BrantleDetails::beginFile(std::uint64_t ordinal, const std::u16string& path, blib_file& file) noexcept {
   step([&] {
     line_ = {};
+    stems_.clear();
+    whole_ = true;
+    described_ = false;
+    kinds_ = 0;
     line_.ordinal = ordinal;
     describe(path, file);
   });
@@ -96,19 +93,37 @@ void BrantleDetails::setRecord(const BrantleRecord& record, const sgn_cert_name*
   });
 }
 
-void BrantleDetails::addProblem(const char* code) { line_.problems.push_back({code, 1}); }
-
-void BrantleDetails::endFile(blib_file& file, bool whole) noexcept {
+void BrantleDetails::endFile(blib_file& file, msi_package* package, bool whole) noexcept {
   step([&] {
-    qfile_stamp after;
-    if (stamped_ && !(qfile_get_stamp(file.file.get(), &after) == QERR_OK && after == stamp_)) {
-      addProblem("changed_while_read");
-      whole = false;
-    }
-    line_.complete = whole && stamped_;
+    whole_ = whole_ && whole;
+    if (file.file.get() != QFILE_INVALID) complete(file, package);
+    if (code_ != QERR_OK) return;
+    line_.complete = whole_ && stamped_;
     put(line_);
     ++lines_;
   });
+}
+
+void BrantleDetails::complete(blib_file& file, msi_package* package) {
+  const qfile_t handle = file.file.get();
+  describeSignatures(handle, file.image.get(), package);
+  nameCertificates();
+  endDigests();
+  if (qfile_failure(handle) != QERR_OK) whole_ = false;
+  qfile_stamp after;
+  if (stamped_ && qfile_get_stamp(handle, &after) == QERR_OK && after == stamp_) return;
+  if (stamped_) addProblem("changed_while_read");
+  whole_ = false;
+}
+
+void BrantleDetails::addProblem(std::string_view code, std::uint64_t count) {
+  const auto same = [&](const details_problem& problem) { return problem.code == code; };
+  const auto known = std::find_if(line_.problems.begin(), line_.problems.end(), same);
+  if (known != line_.problems.end()) {
+    known->count += count;
+  } else {
+    line_.problems.push_back({std::string(code), count});
+  }
 }
 
 qerr_t BrantleDetails::finish(details_end end) noexcept {
@@ -123,10 +138,7 @@ qerr_t BrantleDetails::finish(details_end end) noexcept {
   return code_;
 }
 
-template <class Record>
-void BrantleDetails::put(const Record& record) {
-  std::string_view line;
-  if (const qerr_t code = writer_.write(record, line); code != QERR_OK) return fail(code);
+void BrantleDetails::append(std::string_view line) {
   pending_ += line;
   if (pending_.size() > piece) drain();
 }
@@ -158,7 +170,7 @@ void Brantle::beginDetails() {
 
 void Brantle::endFileDetails() {
   if (isNoFile || qlib_is_cancelled()) return;
-  detailsFile->endFile(openFile, isWhole);
+  detailsFile->endFile(openFile, openPackage.get(), isWhole);
 }
 
 // After the report: until then the old details belong to what stands there.

@@ -3,12 +3,20 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
+#include "blib/blib_authenticode.h"
 #include "blib/blib_bin.h"
+#include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qfile_replacement.h"
 #include "details/details_writer.h"
+#include "inv/inv_cfci.h"
+#include "sgn/sgn_facts.h"
 #include "utils/signing/brantle/brantle.h"
+
+class msi_package;
 
 // One details file. Failures, want of memory among them, are kept for finish: what comes after one costs nothing.
 class BrantleDetails {
@@ -21,20 +29,47 @@ class BrantleDetails {
   void beginFile(std::uint64_t ordinal, const std::u16string& path, blib_file& file) noexcept;
   // What the report says of it.
   void setRecord(const BrantleRecord& record, const sgn_cert_name* names) noexcept;
-  // Writes its line. `whole`: all that had to be read was.
-  void endFile(blib_file& file, bool whole) noexcept;
+  // Makes the Authenticode digests of the current file's image, if it gets one, while its bytes are read for others.
+  [[nodiscard]] const inv_digest_watch* watch() const noexcept { return &watch_; }
+  // Writes its line. `package`: the file as one, or null. `whole`: all that had to be read so far was.
+  void endFile(blib_file& file, msi_package* package, bool whole) noexcept;
 
   // Ends the file and puts it in its place. `end` lacks the number of lines and the time. QERR_OK, or the code of the
   // first step that failed; then the new file is gone.
   [[nodiscard]] qerr_t finish(details_end end) noexcept;
 
  private:
+  // A line is never lost: without memory for one there are no details.
   template <class Step>
-  void step(Step step) noexcept;
+  void step(Step step) noexcept {
+    if (code_ != QERR_OK) return;
+    try {
+      step();
+    } catch (...) {
+      fail(QERR_LOW_MEMORY);
+    }
+  }
   template <class Record>
-  void put(const Record& record);
+  void put(const Record& record) {
+    std::string_view line;
+    if (const qerr_t code = writer_.write(record, line); code != QERR_OK) return fail(code);
+    append(line);
+  }
+  void append(std::string_view line);
   void describe(const std::u16string& path, blib_file& file);
-  void addProblem(const char* code);
+  void complete(blib_file& file, msi_package* package);
+  void addProblem(std::string_view code, std::uint64_t count = 1);
+  void addProblems(const std::vector<sgn_problem>& problems);
+
+  // What the file's signatures say, once for each file.
+  void describeSignatures(qfile_t file, blib_bin* image, msi_package* package);
+  const std::string& tellCertificate(const sgn_certificate_place& place);
+  void tellInner(const sgn_facts& facts);
+  void tellMembers(Bytes list);
+  void nameCertificates();
+  const qcksum_tap* beginDigests(blib_bin* image) noexcept;
+  void endDigests();
+
   void drain() noexcept;
   void fail(qerr_t code) noexcept;
 
@@ -46,4 +81,11 @@ class BrantleDetails {
   details_file line_;  // of the current file
   qfile_stamp stamp_;  // its state when it was opened
   bool stamped_ = false;
+  bool whole_ = false;                                  // nothing of it is cut or unread so far
+  bool described_ = false;                              // its signatures are
+  std::unordered_map<std::string, std::string> stems_;  // of its signatures' certificates: SHA-256 by name of the file
+  std::unordered_map<std::string, std::string> told_;   // names of files of certificates told, by SHA-256
+  blib_authenticode authenticode_;
+  std::uint32_t kinds_ = 0;  // of digests that were begun
+  inv_digest_watch watch_;
 };

@@ -8,6 +8,7 @@
 #include "common/qlib/qstr.h"
 #include "msi/msi_database.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_details.h"
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
@@ -37,7 +38,9 @@ std::uint32_t Brantle::populateCurrentEXEInfo() {
   fileInfo.reset();
   inv_cfci_t* info = nullptr;
   std::int64_t newest_time = 0;
-  const qerr_t code = inv_get_cfci_of_file_alloc(currentFile.c_str(), openFile, &info, &newest_time, 1);
+  const qerr_t code =
+      inv_get_cfci_of_file_alloc(currentFile.c_str(), openFile, &info, &newest_time, 1,
+                                 detailsFile && details == BRANTLE_DETAILS_DIGESTS ? detailsFile->watch() : nullptr);
   fileInfo.reset(info);
   if (code == QERR_OK && fileInfo != nullptr && (fileInfo->type_flags & image_types) != 0) {
     appendImageRecord();

@@ -1,0 +1,253 @@
+// What a file's signatures say, as parts of its line, and the lines of certificates and members before it.
+#include <algorithm>
+#include <new>
+
+#include "common/qlib/qerr.h"
+#include "sgn/sgn_catalogue.h"
+#include "sgn/sgn_cert_facts.h"
+#include "sgn/sgn_signatures.h"
+#include "utils/signing/brantle/brantle_details.h"
+
+namespace {
+
+// Certificates whose lines are remembered; beyond that their lines come again.
+constexpr std::size_t most_told = 65536;
+
+details_digest digestOf(const sgn_digest& digest) { return {digest.algorithm, digest.value}; }
+
+details_signer signerOf(const sgn_signer_facts& facts) {
+  return {facts.certificate,   facts.issuer,       facts.serial,     facts.digest_algorithm,
+          facts.key_algorithm, facts.program_name, facts.program_url};
+}
+
+std::vector<std::string> digestsOf(const std::vector<sgn_certificate_place>& places) {
+  std::vector<std::string> digests;
+  digests.reserve(places.size());
+  for (const sgn_certificate_place& place : places) digests.push_back(place.sha256);
+  return digests;
+}
+
+details_signature signatureOf(const sgn_facts& facts) {
+  details_signature signature;
+  signature.content_type = facts.content_type;
+  signature.digest_algorithm = facts.digest_algorithm;
+  if (!facts.signed_digest.value.empty()) signature.signed_digest = digestOf(facts.signed_digest);
+  for (const sgn_signer_facts& signer : facts.signers) signature.signers.push_back(signerOf(signer));
+  signature.certificates = digestsOf(facts.certificates);
+  for (const sgn_stamp_facts& stamp : facts.stamps) {
+    signature.stamps.push_back({stamp.kind == sgn_stamp_kind::rfc3161 ? "rfc3161" : "countersignature", stamp.time,
+                                signerOf(stamp.signer), digestsOf(stamp.certificates)});
+  }
+  for (const sgn_facts& nested : facts.nested) signature.nested.push_back(signatureOf(nested));
+  return signature;
+}
+
+details_certificate certificateOf(const sgn_cert_facts& facts, Bytes der) {
+  details_certificate line;
+  line.sha256 = facts.sha256;
+  line.sha1 = facts.sha1;
+  line.tbs_sha1 = facts.tbs_sha1;
+  line.tbs_sha256 = facts.tbs_sha256;
+  line.tbs_sha384 = facts.tbs_sha384;
+  line.subject = facts.subject;
+  line.issuer = facts.issuer;
+  line.serial = facts.serial;
+  line.not_before = facts.not_before;
+  line.not_after = facts.not_after;
+  line.key_algorithm = facts.key_algorithm;
+  line.key_bits = facts.key_bits;
+  line.key_curve = facts.key_curve;
+  line.signature_algorithm = facts.signature_algorithm;
+  line.extended_usages = facts.extended_usages;
+  line.ca = facts.ca;
+  line.self_issued = facts.self_issued;
+  line.common_name = facts.common_name;
+  line.organization = facts.organization;
+  line.country = facts.country;
+  line.registration = facts.registration;
+  line.name = facts.stem;
+  line.der.assign(reinterpret_cast<const char*>(der.data()), der.size());
+  for (const sgn_problem& problem : facts.problems) line.problems.push_back({std::string(problem.code), problem.count});
+  return line;
+}
+
+details_kind kindOf(sgn_file_kind kind) {
+  switch (kind) {
+    case sgn_file_kind::image:
+      return details_kind::image;
+    case sgn_file_kind::package:
+      return details_kind::package;
+    case sgn_file_kind::cabinet:
+      return details_kind::cabinet;
+    case sgn_file_kind::catalogue:
+      return details_kind::catalogue;
+    case sgn_file_kind::other:
+      break;
+  }
+  return details_kind::other;
+}
+
+// Of the problems that are no damage of the file: something was left out.
+bool isCut(std::string_view code) {
+  return code.ends_with("_too_many") || code.ends_with("_too_deep") || code.ends_with("_too_large");
+}
+
+struct DigestKind {
+  std::uint8_t kind;
+  const char* name;
+};
+constexpr DigestKind digest_kinds[] = {{QCKSUM_MD5, "md5"},
+                                       {QCKSUM_SHA1, "sha1"},
+                                       {QCKSUM_SHA256, "sha256"},
+                                       {QCKSUM_SHA384, "sha384"},
+                                       {QCKSUM_SHA512, "sha512"}};
+
+// What is signed is the file itself: SpcIndirectDataContent.
+bool isOfFile(const details_signature& signature) {
+  return signature.content_type == "1.3.6.1.4.1.311.2.1.4" && signature.signed_digest;
+}
+
+std::uint32_t kindsOf(const std::vector<details_signature>& signatures) {
+  std::uint32_t kinds = 0;
+  for (const details_signature& signature : signatures) {
+    for (const DigestKind& one : digest_kinds) {
+      if (isOfFile(signature) && signature.signed_digest->algorithm == one.name) kinds |= one.kind;
+    }
+    kinds |= kindsOf(signature.nested);
+  }
+  return kinds;
+}
+
+void compare(details_signature& signature, const std::vector<details_digest>& digests) {
+  for (details_signature& nested : signature.nested) compare(nested, digests);
+  if (!isOfFile(signature)) return;
+  for (const details_digest& digest : digests) {
+    if (digest.algorithm != signature.signed_digest->algorithm) continue;
+    signature.signed_digest_matches = digest.value == signature.signed_digest->value;
+  }
+}
+
+std::string textOf(const qcksum& digest) {
+  std::string text;
+  for (std::size_t i = 0; i < digest.length; ++i) {
+    text += "0123456789abcdef"[digest.value[i] >> 4U];
+    text += "0123456789abcdef"[digest.value[i] & 15U];
+  }
+  return text;
+}
+
+void throwUnless(qerr_t code) {
+  if (code != QERR_OK) throw std::bad_alloc();  // there is no other failure
+}
+
+}  // namespace
+
+void BrantleDetails::describeSignatures(qfile_t file, blib_bin* image, msi_package* package) {
+  if (described_) return;
+  described_ = true;
+  sgn_file_kind kind = sgn_file_kind::other;
+  std::vector<sgn_problem> problems;
+  const qerr_t code = sgn_visit_signatures({file, image, package}, kind, problems, [&](const sgn_facts& facts) {
+    addProblems(facts.problems);
+    for (const sgn_certificate_place& place : facts.certificates) {
+      const auto [at, is_new] = stems_.try_emplace(tellCertificate(place), place.sha256);
+      if (!is_new && at->second != place.sha256) at->second.clear();  // two of one name: which one is not known
+    }
+    tellInner(facts);
+    if (!facts.list.empty()) tellMembers(facts.list);
+    line_.signatures.push_back(signatureOf(facts));
+    return code_;
+  });
+  if (code_ != QERR_OK) return;  // the file cannot be written
+  throwUnless(code);
+  line_.kind = kindOf(kind);
+  addProblems(problems);
+}
+
+void BrantleDetails::nameCertificates() {
+  for (details_listed& listed : line_.certificates) {
+    const auto found = stems_.find(listed.name);
+    if (found != stems_.end()) listed.sha256 = found->second;
+  }
+}
+
+// Certificates of time stamps and of signatures inside.
+void BrantleDetails::tellInner(const sgn_facts& facts) {
+  for (const sgn_stamp_facts& stamp : facts.stamps) {
+    for (const sgn_certificate_place& place : stamp.certificates) (void)tellCertificate(place);
+  }
+  for (const sgn_facts& nested : facts.nested) {
+    addProblems(nested.problems);
+    for (const sgn_certificate_place& place : nested.certificates) (void)tellCertificate(place);
+    tellInner(nested);
+  }
+}
+
+// Returns the name of its file, valid until the next call.
+const std::string& BrantleDetails::tellCertificate(const sgn_certificate_place& place) {
+  if (told_.size() >= most_told) told_.clear();
+  const auto [at, is_new] = told_.try_emplace(place.sha256);
+  if (!is_new) return at->second;
+  sgn_cert_facts facts;
+  throwUnless(sgn_cert_facts_read(place.der, facts));
+  at->second = facts.stem;
+  put(certificateOf(facts, place.der));
+  return at->second;
+}
+
+void BrantleDetails::tellMembers(Bytes list) {
+  sgn_catalogue catalogue(list);
+  details_members part;
+  part.ordinal = line_.ordinal;
+  line_.catalogue.emplace().members = catalogue.count();
+  sgn_member_facts member;
+  qerr_t code = QERR_OK;
+  do {
+    code = catalogue.next(member);
+    if (code == QERR_OK) part.members.push_back(digestOf(member.digest));
+    if (part.members.size() == DETAILS_LARGEST_MEMBERS || (code == QERR_END && !part.members.empty())) {
+      put(part);
+      part.members.clear();
+    }
+  } while (code == QERR_OK);
+  if (code != QERR_END) throwUnless(code);
+  if (catalogue.is_damaged()) addProblem("list_damaged", 1);
+}
+
+void BrantleDetails::addProblems(const std::vector<sgn_problem>& problems) {
+  for (const sgn_problem& problem : problems) {
+    if (isCut(problem.code)) whole_ = false;
+    addProblem(problem.code, problem.count);
+  }
+}
+
+// In the algorithms of the signatures, which are read for that.
+const qcksum_tap* BrantleDetails::beginDigests(blib_bin* image) noexcept {
+  step([&] {
+    describeSignatures(image->file, image, nullptr);
+    kinds_ = kindsOf(line_.signatures);
+    if (kinds_ == 0) kinds_ = QCKSUM_SHA1 | QCKSUM_SHA256;
+    const qerr_t code = authenticode_.begin(image, kinds_);
+    if (code == QERR_OK) return;
+    throwUnless(code == QERR_LOW_MEMORY ? code : QERR_OK);
+    kinds_ = 0;
+    addProblem("digests_impossible");
+  });
+  return code_ == QERR_OK && kinds_ != 0 ? authenticode_.tap() : nullptr;
+}
+
+void BrantleDetails::endDigests() {
+  for (const DigestKind& one : digest_kinds) {
+    if ((kinds_ & one.kind) == 0) continue;
+    qcksum digest{};
+    const qerr_t code = authenticode_.finish(one.kind, &digest);
+    throwUnless(code == QERR_LOW_MEMORY ? code : QERR_OK);
+    if (code == QERR_OK) {
+      line_.authenticode_digests.push_back({one.name, textOf(digest)});
+    } else {
+      addProblem("digests_unreadable");
+      whole_ = false;
+    }
+  }
+  for (details_signature& signature : line_.signatures) compare(signature, line_.authenticode_digests);
+}
