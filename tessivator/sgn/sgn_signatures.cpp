@@ -111,8 +111,8 @@ class signature_walk {
     const std::size_t skipped = sgn_text(head).starts_with("PKCX") ? 4 : 0;
     head = head.subspan(skipped);
     if (!is_signed_data(head)) return QERR_OK;
-    constexpr std::string_view trust_list = "\x06\x0A\x2B\x06\x01\x04\x01\x82\x37\x0A\x01";
-    if (sgn_text(head).find(trust_list) != std::string_view::npos) kind = sgn_file_kind::catalogue;
+    constexpr sgn_oid trust_list("1.3.6.1.4.1.311.10.1");
+    if (sgn_text(head).find(trust_list.content()) != std::string_view::npos) kind = sgn_file_kind::catalogue;
     std::uint64_t size = 0;
     if (qfile_size(file_.file, &size) != QERR_OK) size = 0;
     size -= std::min<std::uint64_t>(size, skipped);

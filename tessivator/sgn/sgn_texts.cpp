@@ -338,23 +338,22 @@ std::optional<std::string> sgn_string(const sgn_element& string, std::size_t mos
 }
 
 std::string sgn_rfc4514(Bytes name) {
-  // The last relative name comes first, so that texts are kept until all have been read.
-  std::vector<std::string> sets;
+  // The last attribute comes first, so that texts are kept until all have been read; each with what stands behind it.
+  std::vector<std::string> parts;
   std::size_t size = 0;
   bool starts_set = false;
   sgn_name_reader in(name);
   while (const auto attribute = in.next(starts_set)) {
-    if (starts_set || sets.empty()) sets.emplace_back();
-    std::string& set = sets.back();
-    const std::size_t before = set.size();
-    if (!starts_set) set += '+';
-    append_attribute(*attribute, set);
-    size += set.size() - before + 1;
+    std::string& part = parts.emplace_back();
+    append_attribute(*attribute, part);
+    part += starts_set ? ',' : '+';
+    size += part.size();
     if (size > SGN_FACTS_MOST_TEXT) return {};
   }
-  if (in.is_damaged()) return {};
+  if (in.is_damaged() || parts.empty()) return {};
   std::string out;
-  for (auto set = sets.rbegin(); set != sets.rend(); ++set) out.append(out.empty() ? "" : ",").append(*set);
+  for (auto part = parts.rbegin(); part != parts.rend(); ++part) out += *part;
+  out.pop_back();
   return out;
 }
 
