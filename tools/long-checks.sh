@@ -80,7 +80,7 @@ page() {
   cmake --build "$build" --target brantle_report >>"$work/page-build.log"
   cp tools/long/eslint.config.mjs "$build/tessivator/utils/report/page.js" "$npm"
   (cd "$npm" && node_modules/.bin/eslint page.js)
-  bench/make_report.py "$work/survey" 500
+  /usr/bin/python3 bench/make_report.py "$work/survey" 500
   "$build/tessivator/utils/report/brantle-report" html "$work/survey" -o "$work/page.html"
   /usr/bin/python3 tools/long/page_axe.py "$npm/node_modules/axe-core/axe.min.js" "$work/page.html"
 }

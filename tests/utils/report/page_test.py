@@ -99,7 +99,7 @@ class Page(unittest.TestCase):
         for button, wanted in (("#companies button", ["b10.exe", "a.efi"]), ("#folders button", ["a.efi"])):
             self.find(button).click()
             self.wait_for(wanted)
-        self.assertEqual(self.find("#folders tr").text, "in this folder itself 1 0 0")
+        self.assertEqual(self.find("#folders tr").text, "right here 1 0 0")
 
     def test_views(self):
         """What is asked for stands in the address; certificates lead to their files; both lists leave as tables."""

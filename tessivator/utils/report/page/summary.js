@@ -113,7 +113,7 @@ const summary = (() => {
   }
 
   function folderRow([folder, sums], base) {
-    let name = dom.make('span', 'soft', 'in this folder itself');
+    let name = dom.make('span', 'soft', 'right here');
     if (folder !== base) {
       name = dom.button('link', null, () => lists.ask({folder, view: 'files'}));
       name.append(dom.bdi(folder.slice(base.length)));
