@@ -1,10 +1,11 @@
-// A package's compound file, string pool, Property table and signature stream, from memory.
+// A package's compound file, tables, summary information and signature stream, from memory.
+#include <algorithm>
 #include <string>
 
-#include "common/qlib/qerr.h"
-#include "msi/package_object.h"
-#include "msi/property_table.h"
-#include "msi/signature_stream.h"
+#include "common/qlib/qmem.h"
+#include "msi/msi_package.h"
+#include "msi/msi_signature.h"
+#include "msi/package_facts.h"
 #include "support/memory_file.h"
 #include "target.h"
 
@@ -12,16 +13,21 @@ void fuzz(Bytes input) {
   memory_file file(input);
   std::shared_ptr<msi_package> package;
   if (msi_package_open_file(u"package", &file, &package) != QERR_OK) return;
-  (void)package->compound().has_whole_streams(MSI_TABLE_MARK);
-  if (const auto table = property_table::open(package->compound())) {
-    std::u16string value;
-    for (const char* name : {"ProductName", "Manufacturer", "ProductVersion"}) {
+  msi_handle database = 0;
+  if (msi_open_package_database(package, &database) == MSI_OK) {
+    msi_package_facts facts;
+    check(msi_read_package_facts(database, &facts) == QERR_OK);
+    check(msi_close_handle(database) == MSI_OK);
+    for (const msi_fact& fact : {facts.product_code, facts.upgrade_code, facts.product_language, facts.package_code,
+                                 facts.architecture, facts.languages}) {
+      check(fact.result == MSI_OK || fact.text.empty());
       // A text is never longer than the bytes that it was made from.
-      check(table->value(name, value) != property_result::found || value.size() <= input.size());
+      check(fact.text.size() <= std::min<std::size_t>(input.size(), MSI_MAX_TEXT));
     }
   }
-  QmemPtr<std::byte> signature;
+  std::byte* signature = nullptr;
   std::uint32_t length = 0;
-  check(signature_stream_read(*package, signature, length) != QERR_OK ||
-        (length != 0 && length <= input.size() + 4096));
+  const qerr_t code = msi_package_get_signature_alloc(package.get(), &signature, &length);
+  const QmemPtr<std::byte> owner(signature);
+  check(code != QERR_OK || (length != 0 && length <= input.size() + 4096));
 }

@@ -1,5 +1,6 @@
 // Read-only access to an installer package's Property table, in the shape of the Windows Installer database interface:
-// open a database, open a view for a query, execute it, fetch a record, get a string, close each handle.
+// open a database, open a view for a query, execute it, fetch a record, get a string, close each handle. And to its
+// summary information.
 //
 // On Windows the calls go to msi.dll. Elsewhere the package is read here; then the one query form
 //   SELECT `Value` FROM `Property` WHERE `Property`='NAME'
@@ -47,6 +48,14 @@ inline constexpr std::uint32_t MSI_MAX_TEXT = 4000;
 // text does not fit.
 [[nodiscard]] msi_result msi_record_get_string(msi_handle record, std::uint32_t field, qchar* buffer,
                                                std::uint32_t* size) noexcept;
+// Numbers of texts in the summary information.
+inline constexpr std::uint32_t MSI_SUMMARY_TEMPLATE = 7;
+inline constexpr std::uint32_t MSI_SUMMARY_REVISION = 9;  // the package code
+
+// Copies text `number` of the database's summary information, as msi_record_get_string does. MSI_NO_MORE_ITEMS when
+// there is none, MSI_FUNCTION_FAILED when it is no text or the summary information is damaged.
+[[nodiscard]] msi_result msi_database_get_summary(msi_handle database, std::uint32_t number, qchar* buffer,
+                                                  std::uint32_t* size) noexcept;
 // Closes a handle of any kind; 0 is allowed. A record outlives its closed view and database.
 msi_result msi_close_handle(msi_handle handle) noexcept;
 

@@ -20,6 +20,7 @@ static constexpr std::uint32_t module_id = QLOG_PROG;
 namespace {
 
 struct object {
+  std::shared_ptr<msi_package> package;        // a database
   std::shared_ptr<property_table> properties;  // a database and its views
   std::string name;                            // a view: the property that it asks for
   bool executed = false;
@@ -124,20 +125,10 @@ msi_result posix_fetch(msi_handle view, msi_handle* record) noexcept try {
   return MSI_OUT_OF_MEMORY;
 }
 
-// A buffer that is too small gets as much as fits, with a terminator. An empty text fits even into no room at all, as
-// the installer has it.
 msi_result posix_get_string(msi_handle record, std::uint32_t field, qchar* buffer, std::uint32_t* size) noexcept {
   const auto item = handles().find(record, object::kind::record);
   if (!item) return MSI_INVALID_HANDLE;
-  const std::u16string_view text = field == 1 ? std::u16string_view(item->text) : std::u16string_view();
-  const std::uint32_t capacity = buffer == nullptr ? 0 : *size;
-  *size = static_cast<std::uint32_t>(text.size());
-  if (capacity > 0) {
-    const std::size_t count = std::min<std::size_t>(text.size(), capacity - 1);
-    text.copy(buffer, count);
-    buffer[count] = u'\0';
-  }
-  return buffer == nullptr || text.empty() || text.size() < capacity ? MSI_OK : MSI_MORE_DATA;
+  return msi_copy_text(field == 1 ? std::u16string_view(item->text) : std::u16string_view(), buffer, size);
 }
 
 msi_result posix_close(msi_handle handle) noexcept { return handles().remove(handle) ? MSI_OK : MSI_INVALID_HANDLE; }
@@ -148,6 +139,7 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   if (database == nullptr) return MSI_INVALID_PARAMETER;
   if (package == nullptr || !package->is_database()) return MSI_OPEN_FAILED;
   auto item = std::make_shared<object>();
+  item->package = package;
   item->properties = property_table::open(package->compound());
   if (!item->properties) return MSI_OPEN_FAILED;
   const std::uint32_t code_page = item->properties->code_page();
@@ -156,6 +148,18 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   }
   *database = handles().add(std::move(item));
   return MSI_OK;
+} catch (const std::bad_alloc&) {
+  return MSI_OUT_OF_MEMORY;
+}
+
+msi_result msi_database_get_summary(msi_handle database, std::uint32_t number, qchar* buffer,
+                                    std::uint32_t* size) noexcept try {
+  if (size == nullptr) return MSI_INVALID_PARAMETER;
+  const auto item = handles().find(database, object::kind::database);
+  if (!item) return MSI_INVALID_HANDLE;
+  std::u16string text;
+  const msi_result result = item->package->read_summary(number, text);
+  return result == MSI_OK ? msi_copy_text(text, buffer, size) : result;
 } catch (const std::bad_alloc&) {
   return MSI_OUT_OF_MEMORY;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/qlib/qsys_winnt_user.h"
+#include "msi/code_page.h"
 #include "msi/msi_database.h"
 #include "msi/msi_path_winnt.h"
 #include "msi/package_object.h"
@@ -22,6 +23,8 @@ struct installer {
   using fetch_fn = UINT(WINAPI*)(msi_handle, msi_handle*);
   using get_string_fn = UINT(WINAPI*)(msi_handle, UINT, wchar_t*, DWORD*);
   using close_fn = UINT(WINAPI*)(msi_handle);
+  using get_summary_fn = UINT(WINAPI*)(msi_handle, const wchar_t*, UINT, msi_handle*);
+  using get_summary_text_fn = UINT(WINAPI*)(msi_handle, UINT, UINT*, INT*, FILETIME*, wchar_t*, DWORD*);
 
   open_database_fn open_database = nullptr;
   open_view_fn open_view = nullptr;
@@ -29,6 +32,8 @@ struct installer {
   fetch_fn fetch = nullptr;
   get_string_fn get_string = nullptr;
   close_fn close = nullptr;
+  get_summary_fn get_summary = nullptr;
+  get_summary_text_fn get_summary_text = nullptr;
   msi_result missing = MSI_OK;  // why the interface cannot be used
 
   installer() noexcept;
@@ -46,7 +51,8 @@ installer::installer() noexcept {
   if (module != nullptr && find(module, "MsiOpenDatabaseW", open_database) &&
       find(module, "MsiDatabaseOpenViewW", open_view) && find(module, "MsiViewExecute", execute) &&
       find(module, "MsiViewFetch", fetch) && find(module, "MsiRecordGetStringW", get_string) &&
-      find(module, "MsiCloseHandle", close)) {
+      find(module, "MsiCloseHandle", close) && find(module, "MsiGetSummaryInformationW", get_summary) &&
+      find(module, "MsiSummaryInfoGetPropertyW", get_summary_text)) {
     return;
   }
   missing = GetLastError();
@@ -58,29 +64,34 @@ const installer& api() noexcept {
   return functions;
 }
 
-// The paths that databases were opened from, until those are closed: one may be that of a copy.
-class open_paths {
+// The packages of open databases: a copy that one was opened from stays as long as it is open.
+class open_packages {
  public:
-  void keep(msi_handle database, std::shared_ptr<msi_system_path> path) {
+  void keep(msi_handle database, std::shared_ptr<msi_package> package) {
     const std::lock_guard lock(mutex_);
-    paths_.insert_or_assign(database, std::move(path));
+    packages_.insert_or_assign(database, std::move(package));
+  }
+  [[nodiscard]] std::shared_ptr<msi_package> find(msi_handle database) {
+    const std::lock_guard lock(mutex_);
+    const auto at = packages_.find(database);
+    return at != packages_.end() ? at->second : nullptr;
   }
   void drop(msi_handle handle) {
-    std::shared_ptr<msi_system_path> last;  // a copy is removed outside the lock
+    std::shared_ptr<msi_package> last;  // released outside the lock
     const std::lock_guard lock(mutex_);
-    if (const auto at = paths_.find(handle); at != paths_.end()) {
+    if (const auto at = packages_.find(handle); at != packages_.end()) {
       last = std::move(at->second);
-      paths_.erase(at);
+      packages_.erase(at);
     }
   }
 
  private:
   std::mutex mutex_;
-  std::unordered_map<msi_handle, std::shared_ptr<msi_system_path>> paths_;
+  std::unordered_map<msi_handle, std::shared_ptr<msi_package>> packages_;
 };
 
-open_paths& kept() {
-  static open_paths table;
+open_packages& kept() {
+  static open_packages table;
   return table;
 }
 
@@ -90,8 +101,7 @@ bool is_fit(msi_package& package) {
   if (!package.is_database()) return false;
   const auto tables = package_tables::open(package.compound(), {});
   if (!tables) return false;
-  const std::uint32_t code_page = tables->strings().code_page();
-  return code_page == 0 || IsValidCodePage(code_page) != FALSE;
+  return code_page_is_known(tables->strings().code_page());
 }
 
 msi_result system_open_database(const qchar* path, msi_handle* database) noexcept {
@@ -112,11 +122,12 @@ msi_result system_fetch(msi_handle view, msi_handle* record) noexcept {
   return api().missing != MSI_OK ? api().missing : api().fetch(view, record);
 }
 
-msi_result system_get_string(msi_handle record, std::uint32_t field, qchar* buffer, std::uint32_t* size) noexcept {
-  if (api().missing != MSI_OK) return api().missing;
+// Lets `get` write at most MSI_MAX_TEXT units into `buffer`.
+template <class Get>
+msi_result cut_text(qchar* buffer, std::uint32_t* size, Get get) noexcept {
   const DWORD capacity = std::min<DWORD>(*size, MSI_MAX_TEXT + 1);
   DWORD units = capacity;
-  msi_result result = api().get_string(record, field, qsys_wide(buffer), &units);
+  msi_result result = get(qsys_wide(buffer), &units);
   *size = std::min<DWORD>(units, MSI_MAX_TEXT);
   if (result == MSI_MORE_DATA && capacity > MSI_MAX_TEXT) {
     *size = msi_cut_length(buffer, units);
@@ -124,6 +135,12 @@ msi_result system_get_string(msi_handle record, std::uint32_t field, qchar* buff
     result = MSI_OK;
   }
   return result;
+}
+
+msi_result system_get_string(msi_handle record, std::uint32_t field, qchar* buffer, std::uint32_t* size) noexcept {
+  if (api().missing != MSI_OK) return api().missing;
+  return cut_text(buffer, size,
+                  [&](wchar_t* out, DWORD* units) { return api().get_string(record, field, out, units); });
 }
 
 msi_result system_close(msi_handle handle) noexcept {
@@ -145,20 +162,45 @@ msi_result msi_open_package_database(const std::shared_ptr<msi_package>& package
   if (database == nullptr) return MSI_INVALID_PARAMETER;
   if (api().missing != MSI_OK) return api().missing;
   if (package == nullptr || !is_fit(*package)) return MSI_OPEN_FAILED;
-  auto path = msi_system_path::of(*package);
+  const auto path = msi_system_path::of(*package);
   if (!path) return MSI_OPEN_FAILED;
   constexpr const wchar_t* read_only = nullptr;  // MSIDBOPEN_READONLY
   msi_handle opened = 0;
   const msi_result result = api().open_database(qsys_wide(path->text().c_str()), read_only, &opened);
   if (result != MSI_OK) return result;
   try {
-    kept().keep(opened, std::move(path));
+    kept().keep(opened, package);
   } catch (const std::bad_alloc&) {
     (void)api().close(opened);
     throw;
   }
   *database = opened;
   return MSI_OK;
+} catch (const std::bad_alloc&) {
+  return MSI_OUT_OF_MEMORY;
+}
+
+// The installer is asked only for a text that is there and whole, among others that it would write itself.
+msi_result msi_database_get_summary(msi_handle database, std::uint32_t number, qchar* buffer,
+                                    std::uint32_t* size) noexcept try {
+  if (size == nullptr) return MSI_INVALID_PARAMETER;
+  const auto package = kept().find(database);
+  if (!package) return MSI_INVALID_HANDLE;
+  std::u16string text;
+  msi_result result = package->read_summary(number, text);
+  if (result != MSI_OK) return result;
+  if (!package->has_plain_summary()) return msi_copy_text(text, buffer, size);
+  msi_handle summary = 0;
+  result = api().get_summary(database, nullptr, 0, &summary);
+  if (result != MSI_OK) return result;
+  result = cut_text(buffer, size, [&](wchar_t* out, DWORD* units) {
+    UINT type = 0;
+    INT integer = 0;
+    FILETIME time{};
+    return api().get_summary_text(summary, number, &type, &integer, &time, out, units);
+  });
+  (void)api().close(summary);
+  return result;
 } catch (const std::bad_alloc&) {
   return MSI_OUT_OF_MEMORY;
 }

@@ -1,8 +1,10 @@
 #include "msi/package_object.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "common/qlib/qbytes.h"
+#include "msi/code_page.h"
 
 namespace {
 
@@ -27,6 +29,35 @@ bool msi_package::is_database() const noexcept {
   return (kind == 0x84 || kind == 0x82 || kind == 0x86) &&
          (qbytes_le<std::uint64_t>(id, 0).value_or(0) >> 8) == behind_first_byte &&
          qbytes_le<std::uint64_t>(id, 8) == second_half;
+}
+
+msi_result msi_package::read_summary(std::uint32_t number, std::u16string& text) {
+  constexpr std::uint32_t bytes_a_unit = 8;  // no code page takes more
+  if (!summary_) {
+    auto summary = std::make_unique<summary_stream>();
+    summary_result_ = summary->open(*compound_);
+    summary_ = std::move(summary);
+  }
+  std::vector<std::byte> bytes;
+  auto result = summary_result_;
+  if (result == summary_stream::result::found) result = summary_->text(number, bytes_a_unit * MSI_MAX_TEXT, bytes);
+  if (result == summary_stream::result::absent) return MSI_NO_MORE_ITEMS;
+  if (result == summary_stream::result::damaged) return MSI_FUNCTION_FAILED;
+  text = code_page_decode(summary_->code_page(), bytes);
+  text.resize(std::min(text.find(u'\0'), text.size()));
+  text.resize(msi_cut_length(text.data(), text.size()));
+  return MSI_OK;
+}
+
+msi_result msi_copy_text(std::u16string_view text, qchar* buffer, std::uint32_t* size) noexcept {
+  const std::uint32_t capacity = buffer == nullptr ? 0 : *size;
+  *size = static_cast<std::uint32_t>(text.size());
+  if (capacity > 0) {
+    const std::size_t count = std::min<std::size_t>(text.size(), capacity - 1);
+    text.copy(buffer, count);
+    buffer[count] = u'\0';
+  }
+  return buffer == nullptr || text.empty() || text.size() < capacity ? MSI_OK : MSI_MORE_DATA;
 }
 
 std::u16string msi_table_stream_name(std::string_view name) {

@@ -45,7 +45,7 @@ bool package_tables::read_columns(msi_source& stream) {
   const std::uint32_t text = strings_->reference_size();
   const std::uint32_t width = 2 * text + 4;
   const std::uint64_t rows = stream.size() / width;
-  if (stream.size() % width != 0 || rows > MOST_COLUMNS) return false;
+  if (stream.size() % width != 0 || rows > MSI_MOST_COLUMNS) return false;
   rows_.resize(static_cast<std::size_t>(rows));
   msi_window window(stream);
   const auto read = [&](std::uint32_t before, std::uint32_t size, std::uint32_t row::*field) {
@@ -79,7 +79,7 @@ bool package_tables::are_numbered() const noexcept {
 bool package_tables::has_columns_for(msi_source& tables) {
   const std::uint32_t text = strings_->reference_size();
   const std::uint64_t rows = tables.size() / text;
-  if (tables.size() % text != 0 || rows > MOST_COLUMNS) return false;
+  if (tables.size() % text != 0 || rows > MSI_MOST_COLUMNS) return false;
   msi_window window(tables);
   for (std::uint64_t i = 0; i < rows; ++i) {
     const auto name = package_cell(window, rows, i, 0, text);
@@ -91,7 +91,9 @@ bool package_tables::has_columns_for(msi_source& tables) {
 std::vector<package_column> package_tables::columns(std::uint32_t table) const {
   std::vector<package_column> columns;
   std::uint32_t before = 0;
-  for (const row& r : std::ranges::equal_range(rows_, table, {}, &row::table)) {
+  for (auto at = std::ranges::lower_bound(rows_, table, {}, &row::table); at != rows_.end(); ++at) {
+    const row& r = *at;
+    if (r.table != table) break;
     package_column column;
     column.name = r.name;
     column.before = before;

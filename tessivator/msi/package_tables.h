@@ -11,6 +11,9 @@
 #include "msi/compound_file.h"
 #include "msi/string_pool.h"
 
+// In all tables together; the installer's own packages have some thousand.
+inline constexpr std::uint32_t MSI_MOST_COLUMNS = 65536;
+
 struct package_column {
   enum class kind : std::uint8_t { text, number, stream } what = kind::number;
   std::uint32_t name = 0;    // the number of its text
@@ -20,9 +23,6 @@ struct package_column {
 
 class package_tables {
  public:
-  // No sound package has more columns in all its tables.
-  static constexpr std::uint32_t MOST_COLUMNS = 65536;
-
   // Null when there are no texts, a table's stream is not whole, or what describes the tables is damaged: a stream's
   // name without its end, a name that is no string, a table without columns, columns that are not numbered from 1 on,
   // or too many. `texts` as in string_pool. May throw std::bad_alloc, as all of these.

@@ -9,6 +9,7 @@
 #include "msi/msi_database.h"
 #include "msi/msi_package.h"
 #include "msi/msi_signature.h"
+#include "msi/package_facts.h"
 #include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/scratch.h"
@@ -32,6 +33,8 @@ std::string shown(const qchar* text) {
   return out;
 }
 
+std::string failure(msi_result result) { return "!" + std::to_string(result); }
+
 std::string property(msi_handle database, const std::string& name) {
   const std::string query = "SELECT `Value` FROM `Property` WHERE `Property`='" + name + "'";
   msi_handle view = 0;
@@ -44,7 +47,7 @@ std::string property(msi_handle database, const std::string& name) {
   if (result == MSI_OK) result = msi_record_get_string(record, 1, text.data(), &size);
   EXPECT_EQ(msi_close_handle(record), MSI_OK);
   EXPECT_EQ(msi_close_handle(view), MSI_OK);
-  return result == MSI_OK ? shown(text.data()) : "!" + std::to_string(result);
+  return result == MSI_OK ? shown(text.data()) : failure(result);
 }
 
 // Length and FNV-1a of a signature; `-` for none.
@@ -110,6 +113,24 @@ TEST_F(MsiPackage, AnswersAsTheTableHasIt) {
     EXPECT_EQ(found, own ? found : expected_of(row)) << row["file"];
     const std::string& most = row["reads"];
     EXPECT_LE(disk.calls(file_op::read), most.empty() ? 100 : std::stoul(most)) << row["file"];
+  }
+}
+
+// Only where the table tells of them.
+TEST_F(MsiPackage, TellsItsCodesAndLanguages) {
+  for (auto& row : fixture_table("packages")) {
+    if (row["facts"].empty()) continue;
+    msi_handle database = 0;
+    msi_package_facts facts;
+    ASSERT_EQ(msi_open_database(fixture_wide(row["file"]).c_str(), &database), MSI_OK) << row["file"];
+    EXPECT_EQ(msi_read_package_facts(database, &facts), QERR_OK);
+    EXPECT_EQ(msi_close_handle(database), MSI_OK);
+    std::string found;
+    for (const msi_fact& fact : {facts.product_code, facts.upgrade_code, facts.product_language, facts.package_code,
+                                 facts.architecture, facts.languages}) {
+      found += (found.empty() ? "" : "|") + (fact.result == MSI_OK ? shown(fact.text.c_str()) : failure(fact.result));
+    }
+    EXPECT_EQ(found, row["facts"]) << row["file"];
   }
 }
 
