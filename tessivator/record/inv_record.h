@@ -65,6 +65,8 @@ struct inv_cfci_t {
   void* reserved_after_description;
   qchar* InternalName;
   qchar* manifest_description;
+  // What made it an installer (utl/utl.h): a short name of the rule, of static storage; null when nothing did.
+  const char* installer_rule;
 };
 
 // Releases a record with everything that it owns; null is allowed.

@@ -1,5 +1,6 @@
 #include "utl/utl.h"
 
+#include <span>
 #include <string_view>
 
 #include "common/qlib/qerr.h"
@@ -46,16 +47,35 @@ bool names_exe(const inv_cfci_t& record, qchar* path) noexcept {
   return contains(path, exe_word);
 }
 
+// A word that tells an installer, in a text of the record that has lost its case.
+struct installer_rule {
+  qchar* inv_cfci_t::*field;
+  std::u16string_view word;
+  const char* name;
+};
 // OriginalFilename is not searched for "setup": too many tools that are no installers are named so.
-bool names_installer(const inv_cfci_t& record) noexcept {
-  return contains(record.OriginalFilename, install_word) || contains(record.FileDescription, install_word) ||
-         contains(record.FileDescription, setup_word) || contains(record.InternalName, install_word) ||
-         contains(record.InternalName, setup_word);
-}
+constexpr installer_rule name_rules[] = {
+    {&inv_cfci_t::OriginalFilename, install_word, "original_filename_install"},
+    {&inv_cfci_t::FileDescription, install_word, "file_description_install"},
+    {&inv_cfci_t::FileDescription, setup_word, "file_description_setup"},
+    {&inv_cfci_t::InternalName, install_word, "internal_name_install"},
+    {&inv_cfci_t::InternalName, setup_word, "internal_name_setup"},
+};
+constexpr installer_rule manifest_rules[] = {
+    {&inv_cfci_t::manifest_description, install_word, "manifest_install"},
+    {&inv_cfci_t::manifest_description, setup_word, "manifest_setup"},
+    {&inv_cfci_t::manifest_description, archive_description, "manifest_archive"},
+    {&inv_cfci_t::manifest_description, bootstrapper_description, "manifest_bootstrapper"},
+};
 
-bool describes_installer(const qchar* description) noexcept {
-  return contains(description, install_word) || contains(description, setup_word) ||
-         contains(description, archive_description) || contains(description, bootstrapper_description);
+// Whether one of `rules` holds; the first that does is named in the record.
+bool is_installer(std::span<const installer_rule> rules, inv_cfci_t& record) noexcept {
+  for (const installer_rule& rule : rules) {
+    if (!contains(record.*rule.field, rule.word)) continue;
+    record.installer_rule = rule.name;
+    return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -147,7 +167,7 @@ std::uint32_t utl_is_installer_heuristic(qchar* path, blib_bin* image, inv_cfci_
       QLOG(QLOG_INFO, u"utl_is_installer_heuristic - is not an .exe");
       return 0;
     }
-    if (names_installer(*record)) return 1;
+    if (is_installer(name_rules, *record)) return 1;
   }
 
   if (const qerr_t code =
@@ -159,7 +179,7 @@ std::uint32_t utl_is_installer_heuristic(qchar* path, blib_bin* image, inv_cfci_
   if (record->manifest_description == nullptr) return 0;
   QLOG(QLOG_DETAIL, u"utl_is_installer_Heuristic - manifestDescription:%s", record->manifest_description);
   qstr_lower_ascii(record->manifest_description);
-  return describes_installer(record->manifest_description) ? 1 : 0;
+  return is_installer(manifest_rules, *record) ? 1 : 0;
 }
 
 std::uint32_t utl_is_installer_cfci(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept {

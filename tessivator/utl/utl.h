@@ -7,10 +7,12 @@
 
 struct inv_cfci_t;
 
-// 1 when the image is an installer or a self-extracting archive, else 0. Fills the record's version strings and its
-// manifest description. Folds A-Z in place: when the path's extension is exe, the record's OriginalFilename,
-// FileDescription and InternalName and, unless the first of them names an .exe, the buffer `path`; also the manifest
-// description when it is looked at. So the caller hands in a copy of a path that it still needs.
+// 1 when the image is an installer or a self-extracting archive, else 0. Fills the record's version strings, its
+// manifest description, and the rule that decided: "original_filename_install", "file_description_install",
+// "file_description_setup", "internal_name_install", "internal_name_setup", "manifest_install", "manifest_setup",
+// "manifest_archive" or "manifest_bootstrapper". Folds A-Z in place: when the path's extension is exe, the record's
+// OriginalFilename, FileDescription and InternalName and, unless the first of them names an .exe, the buffer `path`;
+// also the manifest description when it is looked at. So the caller hands in a copy of a path that it still needs.
 [[nodiscard]] std::uint32_t utl_is_installer_cfci(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
 // The same without the log lines about the call itself.
 [[nodiscard]] std::uint32_t utl_is_installer_heuristic(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;

@@ -49,7 +49,8 @@ TEST_F(InformationRecord, HoldsWhatEachResourceSays) {
     SCOPED_TRACE(file.string());
     const Record record = gather(file);
     ASSERT_EQ(code, QERR_OK);
-    EXPECT_EQ(record->classification_flags, row.at("isInstaller") == "yes" ? INV_CLASS_INSTALLER : 0);
+    EXPECT_EQ(record->installer_rule == nullptr ? "" : record->installer_rule, row.at("installer"));
+    EXPECT_EQ(record->classification_flags, row.at("installer").empty() ? 0 : INV_CLASS_INSTALLER);
     for (std::size_t i = 0; i < std::size(fields); ++i) {
       std::u16string told = row.wide(fields[i].first);
       // The installer check leaves three names of an exe in lower case.
