@@ -7,6 +7,7 @@
 #include "common/qlib/qstr.h"
 #include "inv/inv_resource.h"
 #include "record/inv_version.h"
+#include "record/version_facts.h"
 #include "support/memory_file.h"
 #include "target.h"
 #include "utl/utl.h"
@@ -38,6 +39,20 @@ void read_image(blib_bin* image, std::size_t size) {
   }
 }
 
+// Version facts stay inside their limits, and hold no more text than they were read from.
+void check_facts(const record_version_facts& facts, std::size_t most_units) {
+  check(facts.tables.size() <= RECORD_MOST_VERSION_TABLES);
+  std::size_t units = 0;
+  for (const record_version_table& table : facts.tables) {
+    check(table.values.size() <= RECORD_MOST_VERSION_VALUES);
+    for (const auto& [name, value] : table.values) {
+      check(std::max(name.size(), value.size()) <= RECORD_MOST_VERSION_UNITS);
+      units += name.size() + value.size();
+    }
+  }
+  check(units <= most_units);
+}
+
 // Has `read` fill a record: no string is longer than the input, and none but a single character ends with a blank.
 template <class Read>
 void read_record(std::size_t size, Read&& read) {
@@ -61,9 +76,15 @@ void fuzz(Bytes input) {
     if (blib_bin_open_by_handle(&file, u"", &image, flags, 0) != QERR_OK) continue;
     const BlibBinByHandleOwner owner(image);
     read_image(image, input.size());
+    record_version_facts facts;
+    (void)record_get_version_facts(image, facts);
+    check_facts(facts, input.size() * 2 + 131072);
     read_record(input.size(), [&](inv_cfci_t* record) { (void)inv_get_resource_data(u"fuzz.exe", image, record); });
   }
   (void)blib_bin_is_16bit_by_handle(&file);
+  record_version_facts facts;
+  record_add_version(input, facts);
+  check_facts(facts, input.size() / 2);
   read_record(input.size(), [&](inv_cfci_t* record) {
     const auto size = static_cast<std::uint32_t>(input.size());
     std::uint32_t stop = 0;

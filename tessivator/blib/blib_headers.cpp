@@ -4,9 +4,9 @@
 //   0       e_magic "MZ"                DOS header, 64 bytes
 //   60      e_lfanew, signed            file offset of the NT headers
 //   +0      Signature "PE\0\0"          NT headers
-//   +4      NumberOfSections at +2, SizeOfOptionalHeader at +16, Characteristics at +18
-//   +24     Magic 0x10B or 0x20B        optional header; data directories at +96 (PE32) or +112 (PE32+)
-//   behind  section headers of 40 bytes each
+//   +4      Machine, NumberOfSections at +2, TimeDateStamp at +4, SizeOfOptionalHeader at +16, Characteristics at +18
+//   +24     Magic 0x10B or 0x20B        optional header; Subsystem at +68, data directories at +96 (PE32) or +112
+//   (PE32+) behind  section headers of 40 bytes each
 #include "blib/blib_headers.h"
 
 #include <algorithm>
@@ -185,4 +185,15 @@ bool blib_bin_get_section(const blib_bin* image, std::uint32_t index, blib_secti
   return true;
 }
 
+std::uint16_t blib_bin_machine(const blib_bin* image) noexcept { return header_field(*image, 4); }
+
+std::uint32_t blib_bin_link_time(const blib_bin* image) noexcept {
+  return qbytes_le<std::uint32_t>(image->nt_headers, 4 + 4).value_or(0);
+}
+
 std::uint16_t blib_bin_characteristics(const blib_bin* image) noexcept { return header_field(*image, 4 + 18); }
+
+// At the same place in both widths.
+std::uint16_t blib_bin_subsystem(const blib_bin* image) noexcept {
+  return header_field(*image, optional_header_offset + 68);
+}

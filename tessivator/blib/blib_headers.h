@@ -34,5 +34,9 @@ struct blib_section {
 [[nodiscard]] std::uint32_t blib_bin_section_count(const blib_bin* image) noexcept;
 [[nodiscard]] bool blib_bin_get_section(const blib_bin* image, std::uint32_t index, blib_section* section) noexcept;
 
-// The file header's characteristics.
+// Fields of the file header and of the optional header.
+[[nodiscard]] std::uint16_t blib_bin_machine(const blib_bin* image) noexcept;
+// TimeDateStamp: seconds since 1970 by the linker's clock, or whatever a reproducible build puts there.
+[[nodiscard]] std::uint32_t blib_bin_link_time(const blib_bin* image) noexcept;
 [[nodiscard]] std::uint16_t blib_bin_characteristics(const blib_bin* image) noexcept;
+[[nodiscard]] std::uint16_t blib_bin_subsystem(const blib_bin* image) noexcept;

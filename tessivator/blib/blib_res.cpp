@@ -116,9 +116,10 @@ qerr_t read_directory(resource_reader& reader, std::uint64_t offset, blib_res_di
 
 class type_walk {
  public:
-  type_walk(blib_bin& image, const blib_res_section& section, std::uint32_t type_id, blib_res_visitor visitor,
-            std::uint32_t* stop, void* context, std::size_t context_size) noexcept
-      : reader_(image),
+  type_walk(std::span<std::byte> buffer, blib_bin& image, const blib_res_section& section, std::uint32_t type_id,
+            blib_res_visitor visitor, std::uint32_t* stop, void* context, std::size_t context_size) noexcept
+      : buffer_(buffer),
+        reader_(image),
         section_(section),
         type_id_(type_id),
         visitor_(visitor),
@@ -179,11 +180,14 @@ class type_walk {
     const Bytes fields(entry);
     const std::uint64_t place = to_offset(qbytes_le<std::uint32_t>(fields, 0).value_or(0));
     // Larger sizes and negative ones are cut alike.
-    const std::uint32_t size = std::min(qbytes_le<std::uint32_t>(fields, 4).value_or(0), BLIB_RES_MOST_BYTES);
-    code = reader_.read_data(place, data_.data(), size);
-    return code != QERR_OK ? code : visitor_(type_id_, data_.data(), size, language_id, stop_, context_, context_size_);
+    const auto size = static_cast<std::uint32_t>(
+        std::min<std::size_t>(qbytes_le<std::uint32_t>(fields, 4).value_or(0), buffer_.size()));
+    code = reader_.read_data(place, buffer_.data(), size);
+    return code != QERR_OK ? code
+                           : visitor_(type_id_, buffer_.data(), size, language_id, stop_, context_, context_size_);
   }
 
+  std::span<std::byte> buffer_;
   resource_reader reader_;
   const blib_res_section& section_;
   std::uint32_t type_id_;
@@ -192,7 +196,6 @@ class type_walk {
   void* context_;
   std::size_t context_size_;
   std::uint64_t root_ = nowhere;
-  std::array<std::byte, BLIB_RES_MOST_BYTES> data_;  // filled before it is given away
 };
 
 }  // namespace
@@ -234,10 +237,17 @@ qerr_t blib_res_walk(blib_bin* image, const blib_res_section* section, std::uint
   if (section == nullptr) return QERR_ARG2;
   if (visitor == nullptr) return QERR_ARG4;
   if (stop == nullptr) return QERR_ARG5;
-  *stop = 0;
+  std::array<std::byte, BLIB_RES_MOST_BYTES> buffer;  // filled before it is given away
   try {
-    return type_walk(*image, *section, type_id, visitor, stop, context, context_size).run();
+    return blib_res_walk_into(buffer, *image, *section, type_id, visitor, stop, context, context_size);
   } catch (const std::bad_alloc&) {
     return QERR_LOW_MEMORY;
   }
+}
+
+qerr_t blib_res_walk_into(std::span<std::byte> buffer, blib_bin& image, const blib_res_section& section,
+                          std::uint32_t type_id, blib_res_visitor visitor, std::uint32_t* stop, void* context,
+                          std::size_t context_size) {
+  *stop = 0;
+  return type_walk(buffer, image, section, type_id, visitor, stop, context, context_size).run();
 }

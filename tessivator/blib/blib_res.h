@@ -6,6 +6,8 @@
 //   file offset of an RVA = RVA - section's virtual address + section's raw data pointer
 #pragma once
 
+#include <span>
+
 #include "blib/blib_bin.h"
 #include "common/qlib/qbytes.h"
 
@@ -56,3 +58,9 @@ struct blib_res_directory {
 [[nodiscard]] qerr_t blib_res_walk(blib_bin* image, const blib_res_section* section, std::uint32_t type_id,
                                    blib_res_visitor visitor, std::uint32_t* stop, void* context,
                                    std::size_t context_size) noexcept;
+
+// The same, with resources cut to the size of `buffer` instead. May throw std::bad_alloc, so that QERR_LOW_MEMORY
+// means a directory without entries.
+[[nodiscard]] qerr_t blib_res_walk_into(std::span<std::byte> buffer, blib_bin& image, const blib_res_section& section,
+                                        std::uint32_t type_id, blib_res_visitor visitor, std::uint32_t* stop,
+                                        void* context, std::size_t context_size);

@@ -1,6 +1,7 @@
 #include "record/inv_version.h"
 
 #include "record/new_record.h"
+#include "record/version_facts.h"
 #include "support/fixture_table.h"
 
 namespace {
@@ -13,6 +14,8 @@ qerr_t read(const std::string& resource, std::size_t& longest) {
   inv_version_outcome outcome{};
   const qerr_t code = inv_read_version(std::as_bytes(std::span(exact.get(), resource.size())), *record, outcome);
   longest = std::max(qstr_len(record->CompanyName), qstr_len(record->ProductName));
+  record_version_facts facts;
+  record_add_version(std::as_bytes(std::span(exact.get(), resource.size())), facts);
   return code;
 }
 
