@@ -42,6 +42,14 @@ TEST_F(PosixFiles, SpecialFilesAreNeitherYieldedNorOpened) {
   }
 }
 
+// Nothing of the current directory stands in for it.
+TEST_F(PosixFiles, SharesAnswerOneCodeUntilTheyAreEnabled) {
+  constexpr qerr_t NO_SHARES = EOPNOTSUPP;
+  EXPECT_EQ(open_code(u"\\\\server\\share\\file", QFILE_WRITE | QFILE_CREATE), NO_SHARES);
+  EXPECT_EQ(walk(u"\\\\server\\share", 0).ended, NO_SHARES);
+  EXPECT_EQ(walk(u"\\\\server\\share\\*", 0).left_out.directories, 1U);
+}
+
 TEST_F(PosixFiles, LinksAreWhatTheyLeadTo) {
   put(u"t/d/f");
   fs::create_symlink("d", at(u"t/to-d"));
