@@ -107,6 +107,19 @@ class Scans(unittest.TestCase):
                     self.assertEqual(told, [str(error)] if error else [])
                     self.assertEqual(result.files, ["info.xml"] if code == 0 and option == "-n" else [])
 
+    def test_parts_with_a_password_from_a_file(self):
+        secret = fresh(self, "secret") / "file"
+        whole = self.scan(TREE + r"\tree", "-n").records(TREE)
+        for content, code in ((f"{PASSWORD}\r\nmore", 0), ("wr0ng!\n", 20002), (None, 22)):
+            secret.unlink() if content is None else secret.write_text(content, newline="")
+            found = {}
+            for part in ("1/2", "2/2"):
+                result = self.scan(TREE + r"\tree", "-n", logon=(DOMAIN, USER, "-"), BRANTLE_PART=part,
+                                   BRANTLE_PASSWORD_FILE=str(secret))
+                self.assertEqual(result.code, code & 255, result.said)
+                found |= result.records(TREE) if code == 0 else {}
+            self.assertEqual(found, whole if code == 0 else {})
+
     def test_without_credentials_the_program_is_a_guest(self):
         guest = r"\\127.0.0.1\guest\tree"
         self.assertEqual(self.scan(guest).records(), self.scan(TREE + r"\tree", "-n").records())

@@ -20,7 +20,7 @@ SCHEMA = FIXTURES.parents[1] / "tessivator" / "utils" / "signing" / "brantle" / 
 LINES = jsonschema.Draft202012Validator(json.loads((FIXTURES.parents[1] / "tessivator" / "details" /
                                                     "details.schema.json").read_text()))
 PARSER = argparse.ArgumentParser()
-for option in ("brantle", "report", "unit", "scratch", "wine"):
+for option in ("brantle", "report", "parallel", "unit", "scratch", "wine"):
     PARSER.add_argument(f"--{option}")
 PARSER.add_argument("--measure", action="store_true")
 OPTIONS, REST = PARSER.parse_known_args()

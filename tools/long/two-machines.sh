@@ -42,6 +42,5 @@ done
 ) &
 "$bin/brantle-parallel" "$repository" "$work/several" -j 2 --sshloginfile "$work/machines"
 wait $!
-"$bin/brantle-report" diff "$work/one" "$work/several"
-diff <(cd "$work/one" && sha256sum -- *.cer) <(cd "$work/several" && sha256sum -- *.cer)
+diff -r "$work/one" "$work/several"
 echo "two machines: the same as one scan"

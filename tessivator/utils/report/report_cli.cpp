@@ -18,6 +18,7 @@ namespace {
 constexpr int equal = 0;
 constexpr int different = 1;
 constexpr int failed = 2;
+constexpr int uneven = 3;
 
 constexpr const qchar* usage =
     u"usage: brantle-report COMMAND ...\n"
@@ -31,7 +32,7 @@ constexpr const qchar* usage =
     u"\n"
     u"DIR, OLD and NEW are folders that a scan wrote info.xml and certificates into. Without -o, or with -o -,\n"
     u"the result goes to standard output. Exit status: 0; of diff 1 when something differs; 2 when the command "
-    u"failed.\n"
+    u"failed;\nof merge 3 when parts of one scan do not fit together, and are merged all the same.\n"
     u"\n"
     u"  -h, --help     this text\n"
     u"  --version      the version\n";
@@ -75,8 +76,7 @@ int runCommand(const std::u16string& command, Arguments arguments) {
   if (command == u"diff") return runDiff(std::move(arguments));
   if (command == u"merge") {
     if (arguments.size() < 2) badUsage();
-    reportMerge(arguments[0], {arguments.begin() + 1, arguments.end()});
-    return equal;
+    return reportMerge(arguments[0], {arguments.begin() + 1, arguments.end()}) ? equal : uneven;
   }
   const std::u16string output = takeOutput(arguments);
   if (arguments.size() != 1) badUsage();

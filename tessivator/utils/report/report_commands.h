@@ -17,4 +17,5 @@ void reportCycloneDx(const std::u16string& folder, const std::u16string& output)
 [[nodiscard]] bool reportDiff(const std::u16string& older, const std::u16string& newer, const std::u16string& output,
                               bool csv);
 // The reports and certificates of `folders` as those of one scan, in the folder `target`, which is made when missing.
-void reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders);
+// False when parts of one scan do not fit together; they are merged all the same.
+[[nodiscard]] bool reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders);

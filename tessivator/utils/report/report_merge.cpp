@@ -1,17 +1,29 @@
 // Several scans as one.
+#include <functional>
+#include <queue>
+#include <utility>
+
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_merge_certificates.h"
+#include "utils/report/report_order.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"
+#include "utils/report/report_pieces.h"
 #include "utils/report/report_reader.h"
 #include "utils/report/report_text.h"
 #include "utils/report/report_warnings.h"
 
 namespace {
+
+using Folders = std::vector<std::u16string>;
+
+std::u16string number(std::uint64_t value) { return qstr_to_wide(std::to_string(value)); }
+
+std::u16string reportIn(const std::u16string& folder) { return qpath_join(folder, u"info.xml"); }
 
 void appendRecord(std::string& out, const ReportRecord& record) {
   out += "    <Executable>\n";
@@ -33,51 +45,203 @@ void appendRecord(std::string& out, const ReportRecord& record) {
   out += "        </CertificatesExtracted>\n    </Executable>\n";
 }
 
-// U+FFFD stands for any character or byte that XML cannot hold: equal paths with it can be two files.
-bool mayDiffer(const std::string& path) noexcept { return path.find("\xEF\xBF\xBD") != std::string::npos; }
-
-// Everything is read, and the new report on the device, before the first certificate is written.
-void mergeInto(const std::u16string& target, const std::vector<std::u16string>& folders) {
-  ReportWarnings warnings;
-  MergedCertificates certificates(folders, warnings);
-  ReportOmissions omissions;
-  ReportPathSet paths;
-  ReportOutput out(qpath_join(target, u"info.xml"));
-  out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ExecutableData>\n");
-  for (std::uint32_t at = 0; at < folders.size(); ++at) {
-    ReportReader reader(folders[at]);
-    reader.read([&](const ReportRecord& record, std::uint64_t) {
-      if (!mayDiffer(record.name())) {
-        std::uint32_t& found = paths.valueOf(record.name());
-        if (found != 0 && found != at + 1) {
-          throw ReportError(qstr_to_wide(record.name()) + u": stands in " + folders[found - 1] + u" and in " +
-                            folders[at]);
-        }
-        found = at + 1;
-      }
-      appendRecord(out.buffer(), record);
-      out.spill();
-      certificates.note(at, record.certificates);
-    });
-    omissions.add(reader.omissions());
+// The order of a folder's records in the walk of which it is a part; true when it has one and it is this report's.
+bool readOrder(const std::u16string& folder, ReportOrder& order, ReportWarnings& warnings) {
+  constexpr std::uint64_t room = 4096;  // a record takes more bytes in the report than in the order
+  std::uint64_t size = 0;
+  (void)qfile_size_by_name(reportIn(folder).c_str(), &size);
+  const ReportOrder::State state = order.read(folder, size + room);
+  if (state == ReportOrder::State::missing) return false;
+  if (state == ReportOrder::State::good) {
+    ReportPieces pieces(reportIn(folder), true);
+    std::uint64_t records = 0;
+    ReportPieces::Found found = pieces.next();
+    for (; found == ReportPieces::Found::record; found = pieces.next()) ++records;
+    if (found == ReportPieces::Found::end && records == order.records() && pieces.digest() == order.report())
+      return true;
   }
-  if (omissions.any()) out.write("    <!-- incomplete: " + omissions.text() + " -->\n");
-  out.write("</ExecutableData>\n");
-  out.flush();
-  certificates.copyTo(target);
-  out.finish();
+  warnings.tell(qpath_join(folder, u"order") + (state == ReportOrder::State::good
+                                                    ? u": not of the report beside it: ignored"
+                                                    : u": damaged: ignored"));
+  return false;
 }
+
+// The folders that are parts of one walk, with their orders.
+class Parts {
+ public:
+  Parts(const Folders& folders, ReportWarnings& warnings) : orders_(folders.size()), isPart_(folders.size()) {
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+      isPart_[i] = readOrder(folders[i], orders_[i], warnings);
+      if (isPart_[i]) last_ = &orders_[i];
+      areAll_ = areAll_ && isPart_[i];
+    }
+  }
+  [[nodiscard]] bool contain(std::size_t folder) const noexcept { return isPart_[folder]; }
+  [[nodiscard]] ReportOrder& orderOf(std::size_t folder) noexcept { return orders_[folder]; }
+  [[nodiscard]] bool areAll() const noexcept { return areAll_; }
+
+  // Whether together they are one scan; if not, lines say why.
+  [[nodiscard]] bool fit(ReportWarnings& warnings) const {
+    if (last_ == nullptr) return true;
+    std::vector<char> found(last_->parts());
+    bool same = true;
+    bool good = true;
+    for (std::size_t i = 0; i < orders_.size(); ++i) {
+      if (!isPart_[i]) continue;
+      same = same && orders_[i].parts() == last_->parts() && orders_[i].sawTheSame(*last_);
+      const std::size_t part = orders_[i].part() - 1;
+      if (part < found.size() && std::exchange(found[part], 1) != 0) {
+        warnings.tell(u"part " + number(part + 1) + u" is there twice");
+        good = false;
+      }
+    }
+    if (!same) warnings.tell(u"the parts did not see the same files: the repository changed between their scans");
+    for (std::size_t part = 0; areAll_ && part < found.size(); ++part) {
+      if (found[part] != 0) continue;
+      warnings.tell(u"part " + number(part + 1) + u" of " + number(found.size()) + u" is missing");
+      good = false;
+    }
+    return same && good;
+  }
+
+ private:
+  std::vector<ReportOrder> orders_;
+  std::vector<bool> isPart_;
+  const ReportOrder* last_ = nullptr;
+  bool areAll_ = true;
+};
+
+class Merge {
+ public:
+  Merge(const std::u16string& target, const Folders& folders)
+      : target_(target),
+        folders_(folders),
+        parts_(folders, warnings_),
+        certificates_(folders, warnings_),
+        out_(reportIn(target)) {}
+
+  // False when parts do not fit together.
+  bool run() {
+    const bool fits = parts_.fit(warnings_);
+    // Parts of one walk have different files.
+    checksPaths_ = !fits || !parts_.areAll();
+    out_.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ExecutableData");
+    weaveParts();
+    for (std::uint32_t i = 0; i < folders_.size(); ++i) {
+      if (!parts_.contain(i)) append(i);
+    }
+    if (omissions_.any()) open() += "    <!-- incomplete: " + omissions_.text() + " -->\n";
+    out_.write(isOpen_ ? "</ExecutableData>\n" : "/>\n");
+    // Everything is read, and the new report on the device, before the first certificate is written.
+    out_.flush();
+    certificates_.copyTo(target_);
+    out_.finish();
+    return fits;
+  }
+
+ private:
+  // By ordinal, then by folder.
+  void weaveParts() {
+    using Next = std::pair<std::uint64_t, std::uint32_t>;
+    std::priority_queue<Next, std::vector<Next>, std::greater<>> waiting;
+    std::vector<std::unique_ptr<ReportPieces>> pieces(folders_.size());
+    const auto advance = [&](std::uint32_t folder) {
+      switch (pieces[folder]->next()) {
+        case ReportPieces::Found::record:
+          waiting.emplace(parts_.orderOf(folder).next(), folder);
+          break;
+        case ReportPieces::Found::end:
+          omissions_.add(pieces[folder]->omissions());
+          break;
+        default:
+          throw ReportError(reportIn(folders_[folder]) + u": changed while it was read");
+      }
+    };
+    for (std::uint32_t i = 0; i < folders_.size(); ++i) {
+      if (!parts_.contain(i)) continue;
+      pieces[i] = std::make_unique<ReportPieces>(reportIn(folders_[i]), false);
+      advance(i);
+    }
+    while (!waiting.empty()) {
+      const std::uint32_t folder = waiting.top().second;
+      waiting.pop();
+      take(folder, *pieces[folder]);
+      advance(folder);
+    }
+  }
+
+  // All records of one folder. Those from the first on that no scan wrote in this form come from an XML parser.
+  void append(std::uint32_t folder) {
+    ReportPieces pieces(reportIn(folders_[folder]), false);
+    std::uint64_t taken = 0;
+    ReportPieces::Found found = pieces.next();
+    for (; found == ReportPieces::Found::record; found = pieces.next()) {
+      take(folder, pieces);
+      ++taken;
+    }
+    if (found == ReportPieces::Found::end) {
+      omissions_.add(pieces.omissions());
+      return;
+    }
+    ReportReader reader(folders_[folder]);
+    reader.read([&](const ReportRecord& record, std::uint64_t) {
+      if (taken != 0) {
+        --taken;
+        return;
+      }
+      checkPath(folder, record.name());
+      appendRecord(open(), record);
+      out_.spill();
+      certificates_.note(folder, record.certificates);
+    });
+    omissions_.add(reader.omissions());
+  }
+
+  void take(std::uint32_t folder, const ReportPieces& pieces) {
+    if (checksPaths_) checkPath(folder, unescaped(pieces.escapedName()));
+    open() += pieces.bytes();
+    out_.spill();
+    certificates_.note(folder, pieces.certificates());
+  }
+
+  // U+FFFD stands for any character or byte that XML cannot hold: equal paths with it can be two files.
+  void checkPath(std::uint32_t folder, const std::string& path) {
+    if (path.find("\xEF\xBF\xBD") != std::string::npos) return;
+    std::uint32_t& found = paths_.valueOf(path);
+    if (found != 0 && found != folder + 1) {
+      throw ReportError(qstr_to_wide(path) + u": stands in " + folders_[found - 1] + u" and in " + folders_[folder]);
+    }
+    found = folder + 1;
+  }
+
+  // An element without content has no end tag.
+  std::string& open() {
+    if (!std::exchange(isOpen_, true)) out_.buffer() += ">\n";
+    return out_.buffer();
+  }
+
+  const std::u16string& target_;
+  const Folders& folders_;
+  ReportWarnings warnings_;
+  Parts parts_;
+  MergedCertificates certificates_;
+  ReportPathSet paths_;
+  ReportOmissions omissions_;
+  ReportOutput out_;
+  bool checksPaths_ = true;
+  bool isOpen_ = false;
+};
 
 }  // namespace
 
-void reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders) {
+bool reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders) {
   const bool isNew = !qfile_exists(target.c_str());
   if (isNew) {
     const qerr_t code = qfile_mkdir(target.c_str());
     if (code != QERR_OK) throw ReportError(target + u": " + qerr_get_string(code));
   }
   try {
-    mergeInto(target, folders);
+    return Merge(target, folders).run();
   } catch (...) {
     if (isNew) (void)qfile_rmdir(target.c_str());  // stays when anything was written
     throw;

@@ -14,6 +14,7 @@
 #include "msi/msi_package.h"
 #include "share/qshare.h"
 #include "utils/signing/brantle/brantle_details.h"
+#include "utils/signing/brantle/brantle_order.h"
 #include "utils/signing/brantle/brantle_report.h"
 #include "utils/signing/brantle/brantle_share.h"
 
@@ -94,6 +95,7 @@ std::int32_t Brantle::runScan() {
   const std::int32_t result = scanEntries();
   report.reset();  // of a scan that failed, nothing stays
   detailsFile.reset();
+  order.reset();
   return result;
 }
 
@@ -120,7 +122,12 @@ std::uint32_t Brantle::openWalk() {
   walker.reset(new (std::nothrow) qfile_itr);
   if (walker == nullptr) return QERR_LOW_MEMORY;
   const qerr_t opened = qfile_itr_open(walker.get(), reposPath.c_str());
-  return opened != QERR_OK ? opened : nextEntry();
+  if (opened != QERR_OK) return opened;
+  const std::size_t above = walker->levels.front().directory_length;
+  const std::uint32_t code = nextEntry();
+  const bool isStart = isDirectory && !walker->lists_start && !walker->selects;
+  belowRepository = (isStart ? currentFile.size() : above) + 1;
+  return code;
 }
 
 std::uint32_t Brantle::nextEntry() {
@@ -139,22 +146,32 @@ std::uint32_t Brantle::nextEntry() {
 std::int32_t Brantle::scanEntries() {
   if (!outputPath.empty()) qfile_remove_temporaries(outputPath.c_str());
   if (certsOnly == 0) report = std::make_unique<BrantleReport>(infoXmlPath);
+  if (report && !part.isWhole()) order = std::make_unique<BrantleOrder>(qpath_join(outputPath, u"order"), part);
+  if (order) report->wantDigest();
   if (report && details != BRANTLE_DETAILS_OFF) beginDetails();
   // The end of the walk and an error in its middle end the loop alike: what was gathered is reported.
   std::uint32_t walked = QERR_OK;
   for (; walked == QERR_OK && !qlib_is_cancelled(); walked = nextEntry()) {
     if (isDirectory || qfile_is_temporary(currentFile.c_str())) continue;
-    qlog_end_repeats();  // equal lines of two files are not the same
-    handleFile();
-    if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
+    if (isOurs()) {
+      qlog_end_repeats();  // equal lines of two files are not the same
+      handleFile();
+      if (currentFile.empty()) return BRANTLE_EMPTY_ENTRY;
+    }
     ++fileOrdinal;
   }
   closeFile();
   if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
-  leftOut.directories = walker->left_out.directories;
+  // Every part walks alike, so that one alone counts what the walk left out.
+  if (part.index <= 1) leftOut.directories = walker->left_out.directories;
   leftOut.ended_early = walker->left_out.ended_early;
   if (certsOnly == 0) finishReport();
   return BRANTLE_OK;
+}
+
+bool Brantle::isOurs() {
+  const std::u16string_view path(currentFile);
+  return !order || order->next(path.substr(std::min(belowRepository, path.size())));
 }
 
 // Want of memory for one file costs that file.
@@ -200,6 +217,7 @@ void Brantle::gatherFile() {
     for (const sgn_cert_name* name = currentNames.get(); name != nullptr; name = name->next) ++done.certificates;
     if (report) report->add(currentRecord, currentNames.get());
     if (detailsFile) detailsFile->setRecord(currentRecord, currentNames.get());
+    if (order) order->addRecord();
   }
   checkReading(told);
 }
@@ -235,8 +253,17 @@ void Brantle::leaveFileOut(std::uint32_t code, bool told) {
 
 void Brantle::finishReport() {
   const qerr_t code = report->finish(incompleteText());
-  if (code == QERR_OK) return finishDetails();
+  if (code == QERR_OK) {
+    if (order) finishOrder();
+    return finishDetails();
+  }
   QLOG(QLOG_WARNING, u"Failed to write report %s. ecode %d: %s.\n", infoXmlPath, code, qerr_get_string(code));
+}
+
+void Brantle::finishOrder() {
+  const qerr_t code = order->finish(report->digest());
+  if (code == QERR_OK) return;
+  QLOG(QLOG_WARNING, u"Failed to write the order of %s. ecode %d: %s.\n", infoXmlPath, code, qerr_get_string(code));
 }
 
 std::string Brantle::incompleteText() const {

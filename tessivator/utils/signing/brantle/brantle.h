@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "blib/blib_bin.h"
 #include "common/qlib/qfile_itr.h"
@@ -18,8 +19,10 @@
 #include "inv/inv_cfci.h"
 #include "sgn/sgn_cache.h"
 #include "sgn/sgn_x509.h"
+#include "utils/signing/brantle/brantle_part.h"
 
 class BrantleDetails;
+class BrantleOrder;
 class BrantleReport;
 class MsiProductInfoExtractor;
 class msi_package;
@@ -80,6 +83,10 @@ class Brantle {
   void setPassword(std::u16string text);
   void setDomain(std::u16string name);
 
+  // Handles its share of the files alone and writes the file "order" beside the report; without effect on a request
+  // that writes no report.
+  void setPart(BrantlePart share) noexcept { part = share; }
+
   // Reads the command line's fixed argument sequences (argument 0 is the program). BRANTLE_OK, or BRANTLE_USAGE
   // after printing the usage.
   [[nodiscard]] std::int32_t parseArgs(const qchar* const* argv, int argc);
@@ -99,6 +106,7 @@ class Brantle {
   // nothing.
   [[nodiscard]] std::string incompleteText() const;
 
+  [[nodiscard]] bool hasPassword(std::u16string_view text) const noexcept { return password == text; }
   // Overwrites the password; also done at destruction.
   void wipePassword() noexcept;
 
@@ -115,11 +123,13 @@ class Brantle {
   [[nodiscard]] std::uint32_t openWalk();
   [[nodiscard]] std::uint32_t nextEntry();
   [[nodiscard]] std::int32_t scanEntries();
+  [[nodiscard]] bool isOurs();
   void handleFile();
   void gatherFile();
   void checkReading(bool told);
   void leaveFileOut(std::uint32_t code, bool told);
   void finishReport();
+  void finishOrder();
   void beginDetails();
   void endFileDetails();
   void finishDetails();
@@ -164,7 +174,10 @@ class Brantle {
   std::uint64_t fileOrdinal = 0;  // of the current file among those of the walk
   bool isNoFile = false;          // the current one is a link that leads to none
   bool isWhole = false;           // nothing of the current file was left out
-  std::uint64_t packageSize = 0;  // of the current package when its digests began
+  BrantlePart part;
+  std::unique_ptr<BrantleOrder> order;  // of a part
+  std::size_t belowRepository = 0;      // where the walk's paths go on below the repository
+  std::uint64_t packageSize = 0;        // of the current package when its digests began
   qfile_left_out leftOut;
   BrantleTotals done;
   BrantleObserver* watching = nullptr;

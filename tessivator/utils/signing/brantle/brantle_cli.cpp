@@ -1,14 +1,19 @@
 #include "utils/signing/brantle/brantle_cli.h"
 
+#include <cstdlib>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
+#include "common/qlib/qsys.h"
 #include "share/qshare.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_password.h"
 #include "utils/signing/brantle/brantle_progress.h"
 #include "utils/signing/brantle/brantle_signals.h"
 #include "utils/signing/brantle/brantle_stderr.h"
@@ -21,6 +26,28 @@ namespace {
 
 void logFailure(std::int32_t result) noexcept {
   QLOG_AS(QLOG_ERROR, "wmain", u"Final Error Code is unsuccessful: %d", result);
+}
+
+std::int32_t refuse(const qchar* why) noexcept {
+  brantle_stderr_write(std::u16string(u"brantle: ") + why + u'\n');
+  return BRANTLE_USAGE;
+}
+
+// What the environment asks for beyond the arguments.
+std::int32_t readEnvironment(Brantle& request) {
+  if (const char* const asked = std::getenv("BRANTLE_PART"); asked != nullptr) {  // NOLINT(concurrency-mt-unsafe)
+    BrantlePart part;
+    if (!part.read(asked)) return refuse(u"BRANTLE_PART is not I/N with 1 <= I <= N <= 65536");
+    if (request.certsOnly != 0 || request.checkAccess != 0) return refuse(u"BRANTLE_PART does not go with -O or -c");
+    request.setPart(part);
+  }
+  if (request.nwMode == 0 || !request.hasPassword(u"-")) return BRANTLE_OK;
+  const std::u16string file = qsys_environment("BRANTLE_PASSWORD_FILE");
+  std::u16string password;
+  if (file.empty()) return BRANTLE_OK;
+  if (!brantle_password_read(file, password)) return refuse(u"BRANTLE_PASSWORD_FILE cannot be read");
+  request.setPassword(std::move(password));
+  return BRANTLE_OK;
 }
 
 std::int32_t invokeVisibly(Brantle& request) {
@@ -52,6 +79,7 @@ std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Bran
     if (result == BRANTLE_OK && !request->takeDetailsFromEnvironment()) {
       brantle_stderr_write(u"brantle: BRANTLE_DETAILS is neither 1 nor digests; no details are written\n");
     }
+    if (result == BRANTLE_OK) result = readEnvironment(*request);
     if (result == BRANTLE_OK) {
       result = invokeVisibly(*request);
       if (result != BRANTLE_OK) explainFailure(argv[1]);

@@ -163,6 +163,7 @@ void Brantle::beginDetails() {
   request.share = nwMode != 0;
   request.all_certificates = allCerts != 0;
   request.digests = details == BRANTLE_DETAILS_DIGESTS;
+  if (!part.isWhole()) request.part = std::to_string(part.index) + '/' + std::to_string(part.count);
   header.started = now();
   detailsFile = std::make_unique<BrantleDetails>(detailsPath(), header);
   report->wantDigest();

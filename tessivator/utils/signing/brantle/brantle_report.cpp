@@ -89,6 +89,7 @@ qerr_t BrantleReport::finish(const std::string& comment) {
   xml_.CloseElement();
   drain();
   if (code_ == QERR_OK) code_ = file_.commit(true);
+  if (code_ == QERR_OK && digest_) digestText_ = digest_->text();
   file_.abandon();
   return code_;
 }

@@ -24,7 +24,7 @@ class BrantleReport {
   // The document's SHA-256 is wanted. Called before anything is added.
   void wantDigest() { digest_.emplace(); }
   // It, in lower-case hexadecimal, after finish has succeeded; empty when it cannot be had.
-  [[nodiscard]] std::string digest() { return digest_ ? digest_->text() : std::string(); }
+  [[nodiscard]] const std::string& digest() const noexcept { return digestText_; }
 
   // Adds a record with the names of its certificate files, which may be null.
   void add(const BrantleRecord& record, const sgn_cert_name* names);
@@ -40,6 +40,7 @@ class BrantleReport {
   qfile_replacement file_;
   qerr_t code_;
   std::optional<BrantleDigest> digest_;
+  std::string digestText_;
   tinyxml2::XMLPrinter xml_;
   std::array<std::string, BrantleRecord::count> texts_;  // of the record that is being added
 };
