@@ -22,8 +22,8 @@ constexpr std::uint32_t subdirectory_bit = 0x80000000;
 //
 // Directories of a hostile tree may point to themselves, to each other, or all to one child; with 65,535 entries on
 // each of three levels that is 2^48 visits. So every read is charged with the bytes that it takes from the file or from
-// memory, and all reads together may take four times the file's size and 256 KiB more. An honest tree takes each
-// byte once or twice, more only where small files share directories or data, for which the constant is.
+// memory and with its own cost, and all reads together may cost four times the file's size and 256 KiB more. An honest
+// tree takes each byte once or twice, more only where small files share directories or data, for which the constant is.
 //
 // Bytes past the end of the file read as zero, as in every range read of an image.
 class resource_reader {
@@ -48,10 +48,10 @@ class resource_reader {
 
   // A resource's bytes, which leave the window on the tree.
   qerr_t read_data(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
-    if (length == 0) return charge(0);
+    if (length == 0) return charge(call);
     if (const Bytes bytes = held(offset, length); !bytes.empty()) {
       std::memcpy(destination, bytes.data(), length);
-      return charge(length);
+      return charge(std::uint64_t{call} + length);
     }
     std::memset(destination, 0, length);
     return fetch(offset, destination, clip(offset, length));
@@ -64,6 +64,10 @@ class resource_reader {
   }
 
  private:
+  // What a read costs beside its bytes, as many bytes as are copied in that time: here, and by the system.
+  static constexpr std::uint32_t call = 64;
+  static constexpr std::uint32_t system_call = 1024;
+
   // Offsets of an image have 32 bits; further on nothing of it lies.
   [[nodiscard]] bool exists(std::uint64_t offset) const noexcept {
     return offset < image_.full_size && offset <= 0xFFFFFFFF;
@@ -76,9 +80,7 @@ class resource_reader {
     if (offset < start_) return {};
     return qbytes_slice(Bytes(window_).first(filled_), offset - start_, length).value_or(Bytes{});
   }
-  qerr_t charge(std::uint32_t bytes) noexcept {
-    // A read of nothing costs its call.
-    const std::uint64_t cost = std::max(bytes, 16U);
+  qerr_t charge(std::uint64_t cost) noexcept {
     if (cost > budget_) {
       QLOG_AS(QLOG_INFO, "blib_res_walk", u"resource tree of \"%s\" refers to itself\n", image_.file_name);
       return QERR_OVERFLOW;
@@ -87,7 +89,7 @@ class resource_reader {
     return QERR_OK;
   }
   qerr_t fetch(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
-    const qerr_t code = charge(length);
+    const qerr_t code = charge(std::uint64_t{length == 0 ? call : system_call} + length);
     if (code != QERR_OK || length == 0) return code;
     return blib_bin_get_buf(&image_, destination, static_cast<std::uint32_t>(offset), length);
   }
