@@ -97,6 +97,15 @@ bool details_path(std::string_view name, std::string_view name_bytes, std::u16st
 
 std::string_view details_system() noexcept { return has_wide_names() ? "windows" : "linux"; }
 
+std::string details_hex(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  for (const std::uint8_t one : bytes) {
+    text += "0123456789abcdef"[one >> 4U];
+    text += "0123456789abcdef"[one & 15U];
+  }
+  return text;
+}
+
 void details_base64_append(std::string& text, std::string_view bytes) {
   text.reserve(text.size() + (bytes.size() + 2) / 3 * 4);
   for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(3, bytes.size()))) {

@@ -1,7 +1,8 @@
-// Texts of a details file: times, paths and base64.
+// Texts of a details file: times, paths, hexadecimal and base64.
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,9 @@
 [[nodiscard]] bool details_path(std::string_view name, std::string_view name_bytes, std::u16string& path);
 // "linux" or "windows".
 [[nodiscard]] std::string_view details_system() noexcept;
+
+// Lower-case hexadecimal. May throw std::bad_alloc.
+[[nodiscard]] std::string details_hex(std::span<const std::uint8_t> bytes);
 
 // Base64 (RFC 4648, section 4) with its padding. Both append; what is no base64 from end to end gives false. May throw
 // std::bad_alloc.

@@ -54,7 +54,6 @@ BrantleDetails::BrantleDetails(const std::u16string& path, const details_header&
 void BrantleDetails::beginFile(std::uint64_t ordinal, const std::u16string& path, blib_file& file) noexcept {
   step([&] {
     line_ = {};
-    stems_.clear();
     whole_ = true;
     described_ = false;
     kinds_ = 0;
@@ -89,7 +88,9 @@ void BrantleDetails::setRecord(const BrantleRecord& record, const sgn_cert_name*
     set(values.is_installer, BrantleRecord::isInstaller);
     set(values.product_name, BrantleRecord::productName);
     set(values.product_version, BrantleRecord::productVersion);
-    for (; names != nullptr; names = names->next) line_.certificates.push_back({qstr_to_utf8(names->name), {}});
+    for (; names != nullptr; names = names->next) {
+      line_.certificates.push_back({qstr_to_utf8(names->name), details_hex(names->sha256)});
+    }
   });
 }
 
@@ -107,7 +108,7 @@ void BrantleDetails::endFile(blib_file& file, msi_package* package, bool whole) 
 void BrantleDetails::complete(blib_file& file, msi_package* package) {
   const qfile_t handle = file.file.get();
   describeSignatures(handle, file.image.get(), package);
-  nameCertificates();
+  keepDigestsThatWereTold();
   endDigests();
   if (qfile_failure(handle) != QERR_OK) whole_ = false;
   qfile_stamp after;

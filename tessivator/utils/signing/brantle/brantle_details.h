@@ -3,7 +3,7 @@
 
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "blib/blib_authenticode.h"
@@ -63,10 +63,10 @@ class BrantleDetails {
 
   // What the file's signatures say, once for each file.
   void describeSignatures(qfile_t file, blib_bin* image, msi_package* package);
-  const std::string& tellCertificate(const sgn_certificate_place& place);
+  void tellCertificate(const sgn_certificate_place& place);
   void tellInner(const sgn_facts& facts);
   void tellMembers(Bytes list);
-  void nameCertificates();
+  void keepDigestsThatWereTold();
   const qcksum_tap* beginDigests(blib_bin* image) noexcept;
   void endDigests();
 
@@ -81,10 +81,9 @@ class BrantleDetails {
   details_file line_;  // of the current file
   qfile_stamp stamp_;  // its state when it was opened
   bool stamped_ = false;
-  bool whole_ = false;                                  // nothing of it is cut or unread so far
-  bool described_ = false;                              // its signatures are
-  std::unordered_map<std::string, std::string> stems_;  // of its signatures' certificates: SHA-256 by name of the file
-  std::unordered_map<std::string, std::string> told_;   // names of files of certificates told, by SHA-256
+  bool whole_ = false;                    // nothing of it is cut or unread so far
+  bool described_ = false;                // its signatures are
+  std::unordered_set<std::string> told_;  // certificates that have their lines, by SHA-256
   blib_authenticode authenticode_;
   std::uint32_t kinds_ = 0;  // of digests that were begun
   inv_digest_watch watch_;

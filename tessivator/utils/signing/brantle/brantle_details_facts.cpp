@@ -3,6 +3,7 @@
 #include <new>
 
 #include "common/qlib/qerr.h"
+#include "details/details_text.h"
 #include "sgn/sgn_catalogue.h"
 #include "sgn/sgn_cert_facts.h"
 #include "sgn/sgn_signatures.h"
@@ -127,15 +128,6 @@ void compare(details_signature& signature, const std::vector<details_digest>& di
   }
 }
 
-std::string textOf(const qcksum& digest) {
-  std::string text;
-  for (std::size_t i = 0; i < digest.length; ++i) {
-    text += "0123456789abcdef"[digest.value[i] >> 4U];
-    text += "0123456789abcdef"[digest.value[i] & 15U];
-  }
-  return text;
-}
-
 void throwUnless(qerr_t code) {
   if (code != QERR_OK) throw std::bad_alloc();  // there is no other failure
 }
@@ -149,10 +141,7 @@ void BrantleDetails::describeSignatures(qfile_t file, blib_bin* image, msi_packa
   std::vector<sgn_problem> problems;
   const qerr_t code = sgn_visit_signatures({file, image, package}, kind, problems, [&](const sgn_facts& facts) {
     addProblems(facts.problems);
-    for (const sgn_certificate_place& place : facts.certificates) {
-      const auto [at, is_new] = stems_.try_emplace(tellCertificate(place), place.sha256);
-      if (!is_new && at->second != place.sha256) at->second.clear();  // two of one name: which one is not known
-    }
+    for (const sgn_certificate_place& place : facts.certificates) tellCertificate(place);
     tellInner(facts);
     if (!facts.list.empty()) tellMembers(facts.list);
     line_.signatures.push_back(signatureOf(facts));
@@ -164,35 +153,31 @@ void BrantleDetails::describeSignatures(qfile_t file, blib_bin* image, msi_packa
   addProblems(problems);
 }
 
-void BrantleDetails::nameCertificates() {
+// A listed certificate may be one that no line tells: of a signature beyond those that are described.
+void BrantleDetails::keepDigestsThatWereTold() {
   for (details_listed& listed : line_.certificates) {
-    const auto found = stems_.find(listed.name);
-    if (found != stems_.end()) listed.sha256 = found->second;
+    if (!told_.contains(listed.sha256)) listed.sha256.clear();
   }
 }
 
 // Certificates of time stamps and of signatures inside.
 void BrantleDetails::tellInner(const sgn_facts& facts) {
   for (const sgn_stamp_facts& stamp : facts.stamps) {
-    for (const sgn_certificate_place& place : stamp.certificates) (void)tellCertificate(place);
+    for (const sgn_certificate_place& place : stamp.certificates) tellCertificate(place);
   }
   for (const sgn_facts& nested : facts.nested) {
     addProblems(nested.problems);
-    for (const sgn_certificate_place& place : nested.certificates) (void)tellCertificate(place);
+    for (const sgn_certificate_place& place : nested.certificates) tellCertificate(place);
     tellInner(nested);
   }
 }
 
-// Returns the name of its file, valid until the next call.
-const std::string& BrantleDetails::tellCertificate(const sgn_certificate_place& place) {
+void BrantleDetails::tellCertificate(const sgn_certificate_place& place) {
   if (told_.size() >= most_told) told_.clear();
-  const auto [at, is_new] = told_.try_emplace(place.sha256);
-  if (!is_new) return at->second;
+  if (!told_.insert(place.sha256).second) return;
   sgn_cert_facts facts;
   throwUnless(sgn_cert_facts_read(place.der, facts));
-  at->second = facts.stem;
   put(certificateOf(facts, place.der));
-  return at->second;
 }
 
 void BrantleDetails::tellMembers(Bytes list) {
@@ -243,7 +228,7 @@ void BrantleDetails::endDigests() {
     const qerr_t code = authenticode_.finish(one.kind, &digest);
     throwUnless(code == QERR_LOW_MEMORY ? code : QERR_OK);
     if (code == QERR_OK) {
-      line_.authenticode_digests.push_back({one.name, textOf(digest)});
+      line_.authenticode_digests.push_back({one.name, details_hex(std::span(digest.value).first(digest.length))});
     } else {
       addProblem("digests_unreadable");
       whole_ = false;

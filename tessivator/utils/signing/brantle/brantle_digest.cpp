@@ -5,6 +5,8 @@
 #include <array>
 #include <new>
 
+#include "details/details_text.h"
+
 void BrantleDigest::Free::operator()(evp_md_ctx_st* context) const noexcept { EVP_MD_CTX_free(context); }
 
 BrantleDigest::BrantleDigest() : context_(EVP_MD_CTX_new()) {
@@ -19,11 +21,6 @@ void BrantleDigest::add(std::string_view bytes) noexcept {
 std::string BrantleDigest::text() {
   std::array<unsigned char, EVP_MAX_MD_SIZE> value{};
   unsigned length = 0;
-  std::string text;
-  if (!good_ || EVP_DigestFinal_ex(context_.get(), value.data(), &length) != 1) return text;
-  for (unsigned i = 0; i < length; ++i) {
-    text += "0123456789abcdef"[value[i] >> 4U];
-    text += "0123456789abcdef"[value[i] & 15U];
-  }
-  return text;
+  if (!good_ || EVP_DigestFinal_ex(context_.get(), value.data(), &length) != 1) return {};
+  return details_hex(std::span(value).first(length));
 }
