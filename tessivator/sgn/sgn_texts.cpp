@@ -184,7 +184,13 @@ bool append_wide(Bytes content, std::string& out) {
   return true;
 }
 
+// What nearly all texts are, and the same in all forms but the wide ones.
+bool is_ascii(std::string_view text) noexcept {
+  return std::all_of(text.begin(), text.end(), [](char one) { return (one & 0x80) == 0; });
+}
+
 bool is_utf8(std::string_view text) noexcept {
+  if (is_ascii(text)) return true;
   while (!text.empty()) {
     const qutf8_step step = qutf8_next(text);
     if (!step.valid) return false;
@@ -196,6 +202,7 @@ bool is_utf8(std::string_view text) noexcept {
 // RFC 4514, 2.4; control characters in hexadecimal, too.
 void append_escaped(const std::string& value, std::string& out) {
   constexpr std::string_view digits = "0123456789ABCDEF";
+  constexpr std::string_view special = ",+\"\\<>;";
   for (std::size_t i = 0; i < value.size(); ++i) {
     const auto one = static_cast<unsigned char>(value[i]);
     const bool at_edge = (i == 0 && (one == ' ' || one == '#')) || (i + 1 == value.size() && one == ' ');
@@ -203,7 +210,7 @@ void append_escaped(const std::string& value, std::string& out) {
       out.append(1, '\\').append(1, digits[one >> 4]).append(1, digits[one & 0xF]);
       continue;
     }
-    if (at_edge || std::string_view(",+\"\\<>;").find(value[i]) != std::string_view::npos) out += '\\';
+    if (at_edge || special.find(value[i]) != std::string_view::npos) out += '\\';
     out += value[i];
   }
 }
@@ -224,11 +231,10 @@ void append_attribute(const sgn_attribute& attribute, std::string& out) {
 
 std::string sgn_hex(Bytes bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
-  std::string out;
-  out.reserve(bytes.size() * 2);
+  std::string out(bytes.size() * 2, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    out += digits[octet(bytes, i) >> 4];
-    out += digits[octet(bytes, i) & 0xF];
+    out[2 * i] = digits[octet(bytes, i) >> 4];
+    out[2 * i + 1] = digits[octet(bytes, i) & 0xF];
   }
   return out;
 }
@@ -323,7 +329,11 @@ std::optional<std::string> sgn_string(const sgn_element& string, std::size_t mos
       if (!is_utf8(out)) return std::nullopt;
       break;
     case string_form::latin:
-      for (const std::byte one : content) qutf8_append(out, std::to_integer<char32_t>(one));
+      if (is_ascii(sgn_text(content))) {
+        out = sgn_text(content);
+      } else {
+        for (const std::byte one : content) qutf8_append(out, std::to_integer<char32_t>(one));
+      }
       break;
     case string_form::wide16:
       if (!append_wide<2>(content, out)) return std::nullopt;
