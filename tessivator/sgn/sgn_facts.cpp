@@ -94,6 +94,7 @@ class facts_reader {
   void read_certificates(Bytes set, certificate_set& out) {
     sgn_elements in(set);
     while (const auto element = in.next()) {
+      if (element->tag != sgn_sequence) continue;  // an attribute certificate: real time stamps have them
       if (!take_entry(out.places.size(), "certificates_too_many")) return;
       out.index.add(element->whole, out.places.size());
       out.places.push_back({element->whole, sgn_sha256_hex(element->whole)});

@@ -91,7 +91,8 @@ class Details(unittest.TestCase):
 
     NAMES = dict(zip(KEYS, ("sha1", "sha256", "company_name", "is_installer", "product_name", "product_version")))
 
-    CUT = ("entries_101.exe", "length_4GB.der", "length_maximum.der")  # more signatures, and longer ones, than are read
+    # More signatures, longer ones, and deeper ones than are read.
+    CUT = ("entries_101.exe", "length_4GB.der", "length_maximum.der", "nested_signatures_5.der")
 
     def test_every_file_has_a_line_that_tells_what_the_report_does(self):
         for folder in ("tree", "images", "packages", "cabinets", "pkcs7"):
