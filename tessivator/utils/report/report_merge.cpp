@@ -1,5 +1,6 @@
 // Several scans as one.
 #include <functional>
+#include <optional>
 #include <queue>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "common/qlib/qstr.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_merge_certificates.h"
+#include "utils/report/report_merge_details.h"
 #include "utils/report/report_order.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"
@@ -123,6 +125,10 @@ class Merge {
   // False when parts do not fit together.
   bool run() {
     const bool fits = parts_.fit(warnings_);
+    MergedDetails details(folders_, warnings_);
+    const bool hasDetails =
+        parts_.areAll() && details.prepare([&](std::size_t folder) { return parts_.orderOf(folder).report(); });
+    if (hasDetails) out_.wantDigest();
     // Parts of one walk have different files.
     checksPaths_ = !fits || !parts_.areAll();
     out_.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ExecutableData");
@@ -134,12 +140,20 @@ class Merge {
     out_.write(isOpen_ ? "</ExecutableData>\n" : "/>\n");
     // Everything is read, and the new report on the device, before the first certificate is written.
     out_.flush();
+    if (hasDetails) writeDetails(details);
     certificates_.copyTo(target_);
     out_.finish();
-    return fits;
+    if (details_) details_->finish();
+    return fits && details.areGood();
   }
 
  private:
+  void writeDetails(MergedDetails& details) {
+    details_.emplace(qpath_join(target_, u"details.jsonl"));
+    if (!details.write(*details_, out_.digest())) details_.reset();
+    if (details_) details_->flush();
+  }
+
   // By ordinal, then by folder.
   void weaveParts() {
     using Next = std::pair<std::uint64_t, std::uint32_t>;
@@ -228,6 +242,7 @@ class Merge {
   ReportPathSet paths_;
   ReportOmissions omissions_;
   ReportOutput out_;
+  std::optional<ReportOutput> details_;
   bool checksPaths_ = true;
   bool isOpen_ = false;
 };

@@ -17,6 +17,7 @@ void ReportOutput::write(std::string_view text) {
 }
 
 void ReportOutput::flush() {
+  if (digest_ && !buffer_.empty()) digest_->add(buffer_);
   if (device_.isOpen() || path_.empty()) {
     if (device_.isOpen() ? !device_.write(buffer_) : !reportPutBytes(buffer_)) {
       throw ReportError((path_.empty() ? u"standard output" : path_) + u": cannot be written");

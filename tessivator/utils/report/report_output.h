@@ -1,10 +1,12 @@
 // Where a command's result goes: a file, which is there whole or not at all, or a device, a pipe or standard output.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "common/qlib/qfile_replacement.h"
+#include "utils/report/report_digest.h"
 #include "utils/report/report_streams.h"
 
 class ReportOutput {
@@ -21,6 +23,9 @@ class ReportOutput {
   }
   // What was given so far is written.
   void flush();
+  // The SHA-256 of all that is given is wanted: called before anything is. digest() gives it after the last flush.
+  void wantDigest() { digest_.emplace(); }
+  [[nodiscard]] std::string digest() { return digest_ ? digest_->text() : std::string(); }
   // Everything is written; a file takes its place.
   void finish();
 
@@ -31,5 +36,6 @@ class ReportOutput {
   std::u16string path_;
   ReportDevice device_;
   qfile_replacement file_;
+  std::optional<ReportDigest> digest_;
   std::string buffer_;
 };

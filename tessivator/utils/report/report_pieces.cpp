@@ -4,9 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstring>
-#include <new>
 
-#include "common/qlib/qcksum.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qutf8.h"
 #include "utils/report/report_reader.h"
@@ -154,9 +152,7 @@ class ReportPieces::Cursor {
 ReportPieces::ReportPieces(std::u16string path, bool digest) : path_(std::move(path)) {
   const qerr_t code = qfile_open(file_.out(), path_.c_str(), QFILE_READ);
   if (code != QERR_OK) throw ReportError(path_ + u": " + qerr_get_string(code));
-  if (!digest) return;
-  digest_.reset(EVP_MD_CTX_new());
-  if (!digest_ || EVP_DigestInit_ex(digest_.get(), EVP_sha256(), nullptr) != 1) throw std::bad_alloc();
+  if (digest) digest_.emplace();
 }
 
 ReportPieces::Found ReportPieces::next() {
@@ -189,7 +185,7 @@ bool ReportPieces::more() {
   const auto room = static_cast<std::uint32_t>(buffer_.size() - end_);
   const qerr_t code = qfile_read(file_.get(), buffer_.data() + end_, room, &done);
   if (code != QERR_OK) throw ReportError(path_ + u": " + qerr_get_string(code));
-  if (digest_ && EVP_DigestUpdate(digest_.get(), buffer_.data() + end_, done) != 1) throw std::bad_alloc();
+  if (digest_) digest_->add({buffer_.data() + end_, done});
   end_ += done;
   atEnd_ = done == 0;
   return !atEnd_;
@@ -255,13 +251,6 @@ bool ReportPieces::list(Cursor& cursor) {
     certificates_.push_back(bytes);
   }
   return cursor.take("        </CertificatesExtracted>\n");
-}
-
-std::string ReportPieces::digest() {
-  std::array<std::uint8_t, EVP_MAX_MD_SIZE> bytes{};
-  if (!digest_ || EVP_DigestFinal_ex(digest_.get(), bytes.data(), nullptr) != 1) throw std::bad_alloc();
-  digest_.reset();
-  return bytesToHex(std::span(bytes).first(QCKSUM_SHA256_BIN_LEN));
 }
 
 std::string unescaped(std::string_view text) {

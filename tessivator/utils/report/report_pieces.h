@@ -2,16 +2,14 @@
 // form, and every byte is held against it.
 #pragma once
 
-#include <openssl/evp.h>
-
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/qlib/qfile.h"
-#include "common/qlib/qmem.h"
+#include "utils/report/report_digest.h"
 #include "utils/report/report_record.h"
 
 class ReportPieces {
@@ -34,7 +32,7 @@ class ReportPieces {
 
   // Known at the end.
   [[nodiscard]] const ReportOmissions& omissions() const noexcept { return omissions_; }
-  [[nodiscard]] std::string digest();
+  [[nodiscard]] std::string digest() { return digest_ ? digest_->text() : std::string(); }
 
  private:
   class Cursor;
@@ -47,7 +45,7 @@ class ReportPieces {
 
   std::u16string path_;
   QfileOwner file_;
-  std::unique_ptr<EVP_MD_CTX, FreeWith<EVP_MD_CTX_free>> digest_;
+  std::optional<ReportDigest> digest_;
   std::vector<char> buffer_;
   std::size_t at_ = 0;   // where the next record begins
   std::size_t end_ = 0;  // of what was read
