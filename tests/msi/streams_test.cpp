@@ -1,15 +1,19 @@
 // The streams of a package, read from memory.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qlog.h"
+#include "msi/package_facts.h"
 #include "msi/property_table.h"
 #include "msi/signature_stream.h"
 #include "support/fixture_table.h"
 #include "support/image_builder.h"
 #include "support/memory_file.h"
+#include "support/runtime.h"
 
 namespace {
 
@@ -52,6 +56,23 @@ TEST(SignatureStream, HandsOutOneMessage) {
     const std::string stream = row.octets("stream");
     const std::string message = stream.substr(0, row.number("length"));
     EXPECT_EQ(message_of(stream), row.at("code") + " " + message) << row.at("stream");
+  }
+}
+
+using CodePages = Runtime;
+
+TEST_F(CodePages, UnknownOneIsNamedInOneWarning) {
+  for (const char* file : {"packages/codepage_unknown.msi", "packages/codepage_932.msi"}) {
+    const std::string log = logged(QLOG_PROG, [&] {
+      msi_handle database = 0;
+      msi_package_facts facts;
+      EXPECT_EQ(msi_open_database(fixture_wide(file).c_str(), &database), MSI_OK);
+      EXPECT_EQ(msi_read_package_facts(database, &facts), QERR_OK);
+      EXPECT_EQ(msi_close_handle(database), MSI_OK);
+    });
+    const bool unknown = log.find("Code page 12345 of ") != log.npos;
+    EXPECT_EQ(unknown, std::string_view(file).ends_with("unknown.msi")) << log;
+    EXPECT_EQ(std::ranges::count(log, '\n'), unknown ? 1 : 0) << log;
   }
 }
 
