@@ -19,9 +19,8 @@ std::u16string told(const std::vector<record_version_table>& tables) {
   for (const record_version_table& table : tables) {
     char key[9];
     std::snprintf(key, sizeof key, "%04x%04x", table.language, table.code_page);
-    text += (text.empty() ? u"" : u" | ") + qstr_to_wide(key);
-    for (const auto& [name, value] : table.values)
-      text += (&name == &table.values[0].name ? u" " : u"; ") + name + u'=' + value;
+    text.append(text.empty() ? u"" : u"| ").append(qstr_to_wide(key)).append(u" ");
+    for (const auto& [name, value] : table.values) text.append(name).append(u"=").append(value).append(u"; ");
   }
   return text;
 }
