@@ -1,23 +1,18 @@
 #include "common/qlib/qfile.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <limits>
 #include <new>
-#include <thread>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qfile_provider.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qmem.h"
-#include "common/qlib/qreplaceable.h"
 
 // Argument rules and handles. What can throw lies below the seam, and only for want of memory: 12.
 
 namespace {
-
-qreplaceable<qfile_provider> replaceable_provider;
 
 constexpr std::uint32_t needs_write = QFILE_APPEND | QFILE_CREATE | QFILE_TRUNCATE;
 
@@ -28,16 +23,6 @@ bool flags_are_valid(std::uint32_t flags) noexcept {
 }
 
 }  // namespace
-
-qfile_provider& qfile_provider_for(const qchar* path) noexcept {
-  return replaceable_provider.get(qfile_platform_provider_for(path));
-}
-
-void qfile_set_provider(qfile_provider* own) noexcept { replaceable_provider.replace(own); }
-
-void qfile_provider::pause(std::uint32_t milliseconds) noexcept {
-  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
 
 qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept try {
   if (handle == nullptr) return QERR_ARG1;
