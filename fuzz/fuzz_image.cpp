@@ -5,7 +5,7 @@
 #include "blib/blib_cert.h"
 #include "blib/blib_res.h"
 #include "common/qlib/qstr.h"
-#include "inv/inv_resource.h"
+#include "inv/inv_cfci.h"
 #include "record/inv_version.h"
 #include "record/version_facts.h"
 #include "support/memory_file.h"

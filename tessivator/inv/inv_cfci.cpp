@@ -12,7 +12,6 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qstr.h"
-#include "inv/inv_resource.h"
 #include "record/inv_version.h"
 #include "scan/scan_filetype.h"
 #include "utl/utl.h"

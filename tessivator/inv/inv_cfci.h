@@ -34,6 +34,9 @@ struct inv_digest_watch {
 // filled.
 [[nodiscard]] qerr_t inv_get_resource_data(const qchar* path, inv_cfci_t* record) noexcept;
 
+// The same over an image that the caller opened from `path` and keeps.
+[[nodiscard]] qerr_t inv_get_resource_data(const qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
+
 // Fills the list of distinct signers through the signer lookup (cert/cert_sign.h). QERR_INVALID without an
 // argument, QERR_LOW_MEMORY, or the lookup's code (QERR_ALL_BITS when it gave none); then the count is as before.
 [[nodiscard]] qerr_t inv_get_certificates_info_alloc(const qchar* path, inv_cfci_t* record) noexcept;
