@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 
@@ -255,7 +256,7 @@ class details_parser::state {
   }
 
   details_json_memory memory_;
-  char block_[65536];
+  alignas(std::max_align_t) char block_[65536];
 };
 
 details_parser::details_parser() : state_(std::make_unique<state>()) {}

@@ -67,22 +67,17 @@ class details_reader::state {
     return QERR_OK;
   }
 
-  // The end's line is short: its texts are a time and a digest, as our writer has them.
   qerr_t read_end(details_end& end) {
-    constexpr std::uint64_t longest = 4096;
-    std::uint64_t size = 0;
     const std::uint64_t here = file_offset_ + begin_;
     const bool was_ended = ended_;
     const bool was_counted = counted_;
-    qerr_t code = qfile_size(file_.get(), &size);
-    if (code == QERR_OK) code = move_to(size - std::min(size, longest));
-    if (code == QERR_OK) code = fill_all(longest);
-    const std::string tail = std::move(data_);
+    std::string tail;
+    qerr_t code = read_tail(tail);
     if (code == QERR_OK) code = move_to(here);
     ended_ = was_ended;
     counted_ = was_counted;
     if (code != QERR_OK) return code;
-    return parse_end(tail, end);
+    return parse_end(std::move(tail), end);
   }
 
   [[nodiscard]] std::uint64_t offset() const noexcept { return offset_; }
@@ -103,10 +98,18 @@ class details_reader::state {
     return code;
   }
 
-  qerr_t fill_all(std::size_t largest) {
-    qerr_t code = QERR_OK;
-    while (code == QERR_OK && !exhausted_ && data_.size() <= largest) code = fill();
-    return code;
+  // The last line with its line feed, and some of what is before it. As our writer has it, it is short.
+  qerr_t read_tail(std::string& tail) {
+    std::uint64_t size = 0;
+    qerr_t code = qfile_size(file_.get(), &size);
+    for (const std::uint64_t most : {std::uint64_t{4096}, std::uint64_t{DETAILS_LARGEST_LINE} + 1}) {
+      if (code == QERR_OK) code = move_to(size - std::min(size, most));
+      while (code == QERR_OK && !exhausted_ && data_.size() <= most) code = fill();
+      if (code != QERR_OK) return code;
+      tail = std::move(data_);
+      if (tail.find('\n') + 1 < tail.size()) break;
+    }
+    return QERR_OK;
   }
 
   // The bytes up to the next line feed.

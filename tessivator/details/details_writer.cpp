@@ -4,7 +4,6 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
-#include <initializer_list>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qutf8.h"
@@ -140,22 +139,24 @@ class details_writer::state {
   }
 
   void problems(std::string_view name, const std::vector<details_problem>& problems) {
-    if (problems.empty() && left_out_.empty()) return;
-    key(name);
-    json_.StartArray();
-    std::size_t room = largest_problems;
-    for (const auto* const some : std::initializer_list<const std::vector<details_problem>*>{&left_out_, &problems}) {
-      for (const details_problem& problem : *some) {
-        if (room == 0 || !is_code(problem.code)) continue;
-        --room;
+    std::size_t done = 0;
+    const auto add = [&](const std::vector<details_problem>& some) {
+      for (const details_problem& problem : some) {
+        if (done == largest_problems || !is_code(problem.code)) continue;
+        if (done++ == 0) {
+          key(name);
+          json_.StartArray();
+        }
         json_.StartObject();
         key("code");
         put(problem.code);
         number("count", problem.count);
         json_.EndObject();
       }
-    }
-    json_.EndArray();
+    };
+    add(left_out_);
+    add(problems);
+    if (done != 0) json_.EndArray();
   }
 
   void complete(std::string_view name, bool is) { flag(name, is && left_out_.empty()); }

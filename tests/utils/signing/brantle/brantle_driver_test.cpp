@@ -174,4 +174,37 @@ TEST_F(Driver, WhatWasLeftOutIsSaidAndAFailedReportKeepsTheOldOne) {
   }
 }
 
+// A line says that its file was not read whole, whatever kept from it; details that do not fit keep the old ones.
+TEST_F(Driver, DetailsSayWhatIsNotComplete) {
+  const struct {
+    file_op op;
+    qerr_t code;
+    const char* line;
+  } cases[] = {{file_op::exists, QERR_IO, "true"},
+               {file_op::open, QERR_PERMISSION, "open_failed"},
+               {file_op::read, QERR_IO, "false"},
+               {file_op::read, QERR_OK, "changed_while_read"},
+               {file_op::flush, QERR_NO_SPACE, nullptr}};
+  for (const auto& c : cases) {
+    const std::u16string image = put(u"in/a.exe", file_text(fixture_path("images/exe32_rsa.exe")));
+    put(u"out/details.jsonl", "old");
+    faulty_provider disk;
+    disk.only(c.op == file_op::flush ? u".tmp" : u".exe");
+    disk.before(c.op, [&] {
+      if (c.op == file_op::read && c.code == QERR_OK) fs::last_write_time(image, {});
+    });
+    const std::uint32_t nth = c.op == file_op::flush ? 2 : 1;  // the report's is the first
+    disk.fail(c.op, c.code == QERR_OK ? 0 : nth, c.code, faulty_provider::ALWAYS);
+    EXPECT_EQ(run([](Brantle& request) { request.details = BRANTLE_DETAILS_ON; }), BRANTLE_OK);
+    const std::string details = get(at(u"out/details.jsonl"));
+    EXPECT_EQ(details == "old", c.line == nullptr);
+    EXPECT_NE(get(at(u"out/info.xml")), "old");
+    if (c.line == nullptr) continue;
+    std::string line = details.substr(details.find("a.exe"));
+    line.resize(line.find('\n'));
+    EXPECT_NE(line.find(c.line), std::string::npos) << line;
+    EXPECT_EQ(line.find("\"complete\":true") != std::string::npos, c.line == std::string("true")) << line;
+  }
+}
+
 }  // namespace
