@@ -17,6 +17,7 @@
 #include "utils/signing/brantle/brantle.h"
 
 class msi_package;
+struct msi_package_facts;
 
 // One details file. Failures, want of memory among them, are kept for finish: what comes after one costs nothing.
 class BrantleDetails {
@@ -29,6 +30,7 @@ class BrantleDetails {
   void beginFile(std::uint64_t ordinal, const std::u16string& path, blib_file& file) noexcept;
   // What the report says of it.
   void setRecord(const BrantleRecord& record, const sgn_cert_name* names) noexcept;
+  void setPackage(const msi_package_facts& facts) noexcept;
   // Makes the Authenticode digests of the current file's image, if it gets one, while its bytes are read for others.
   [[nodiscard]] const inv_digest_watch* watch() const noexcept { return &watch_; }
   // Writes its line. `package`: the file as one, or null. `whole`: all that had to be read so far was.

@@ -3,7 +3,9 @@
 #include <new>
 
 #include "common/qlib/qerr.h"
+#include "common/qlib/qstr.h"
 #include "details/details_text.h"
+#include "msi/package_facts.h"
 #include "sgn/sgn_catalogue.h"
 #include "sgn/sgn_cert_facts.h"
 #include "sgn/sgn_signatures.h"
@@ -133,6 +135,18 @@ void throwUnless(qerr_t code) {
 }
 
 }  // namespace
+
+void BrantleDetails::setPackage(const msi_package_facts& facts) noexcept {
+  step([&] {
+    details_package& package = line_.package.emplace();
+    package.product_code = qstr_to_utf8(facts.product_code.text);
+    package.upgrade_code = qstr_to_utf8(facts.upgrade_code.text);
+    package.product_language = qstr_to_utf8(facts.product_language.text);
+    package.package_code = qstr_to_utf8(facts.package_code.text);
+    package.architecture = qstr_to_utf8(facts.architecture.text);
+    package.languages = qstr_to_utf8(facts.languages.text);
+  });
+}
 
 void BrantleDetails::describeSignatures(qfile_t file, blib_bin* image, msi_package* package) {
   if (described_) return;

@@ -75,6 +75,7 @@ bool Brantle::appendPackageRecord() {
   try {
     MsiProductInfoExtractor extractor(currentFile, currentPackage());
     populateMsiInfo(extractor, currentRecord);
+    if (detailsFile) detailsFile->setPackage(extractor.facts());
   } catch (const std::uint32_t rc) {
     QLOG_AS(QLOG_ERROR, "Brantle::populateCurrentEXEInfo", u"Invalid Msi rc =%d, error = %d\n", rc,
             msi_last_system_error());

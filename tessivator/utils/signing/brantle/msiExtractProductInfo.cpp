@@ -1,6 +1,7 @@
 #include "utils/signing/brantle/msiExtractProductInfo.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "common/qlib/qlog.h"
@@ -37,6 +38,12 @@ MsiProductInfoExtractor::MsiProductInfoExtractor(const std::u16string& path,
     : path_(path) {
   const msi_result result = msi_open_package_database(package, &database_);
   if (result != MSI_OK) throw std::uint32_t{result};
+}
+
+msi_package_facts MsiProductInfoExtractor::facts() {
+  msi_package_facts found;
+  if (msi_read_package_facts(database_, &found) != QERR_OK) throw std::bad_alloc();
+  return found;
 }
 
 MsiProductInfoExtractor::~MsiProductInfoExtractor() { (void)msi_close_handle(database_); }

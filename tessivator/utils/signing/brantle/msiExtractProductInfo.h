@@ -5,6 +5,7 @@
 #include <string>
 
 #include "msi/msi_database.h"
+#include "msi/package_facts.h"
 
 // An open installer package. Results are the Windows Installer's numbers; failures are logged where they happen.
 class MsiProductInfoExtractor {
@@ -21,6 +22,9 @@ class MsiProductInfoExtractor {
   // installer's code (MSI_NO_MORE_ITEMS: no such property); `value` is written only on MSI_OK. Throws std::bad_alloc
   // when memory runs out.
   [[nodiscard]] msi_result getPropertyValueFromMsi(std::u16string name, std::u16string& value);
+
+  // What the package says beside its product. Throws std::bad_alloc when memory runs out.
+  [[nodiscard]] msi_package_facts facts();
 
   // Asks for the length in units of field 1 of a fetched record: MSI_MORE_DATA with the length in `size`, or, for
   // an empty value, MSI_OK.
