@@ -107,6 +107,7 @@ void BrantleDetails::endFile(blib_file& file, msi_package* package, bool whole) 
 
 void BrantleDetails::complete(blib_file& file, msi_package* package) {
   const qfile_t handle = file.file.get();
+  if (file.image) describeImage(file.image.get());
   describeSignatures(handle, file.image.get(), package);
   keepDigestsThatWereTold();
   endDigests();

@@ -31,6 +31,7 @@ class BrantleDetails {
   // What the report says of it.
   void setRecord(const BrantleRecord& record, const sgn_cert_name* names) noexcept;
   void setPackage(const msi_package_facts& facts) noexcept;
+  void setInstallerRule(const char* rule) noexcept;
   // Makes the Authenticode digests of the current file's image, if it gets one, while its bytes are read for others.
   [[nodiscard]] const inv_digest_watch* watch() const noexcept { return &watch_; }
   // Writes its line. `package`: the file as one, or null. `whole`: all that had to be read so far was.
@@ -61,8 +62,11 @@ class BrantleDetails {
   void describe(const std::u16string& path, blib_file& file);
   void complete(blib_file& file, msi_package* package);
   void addProblem(std::string_view code, std::uint64_t count = 1);
-  void addProblems(const std::vector<sgn_problem>& problems);
+  template <class Problem>
+  void addProblems(const std::vector<Problem>& problems);
 
+  details_image& imagePart();
+  void describeImage(blib_bin* image);
   // What the file's signatures say, once for each file.
   void describeSignatures(qfile_t file, blib_bin* image, msi_package* package);
   void tellCertificate(const sgn_certificate_place& place);

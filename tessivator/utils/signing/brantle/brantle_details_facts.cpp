@@ -2,10 +2,12 @@
 #include <algorithm>
 #include <new>
 
+#include "blib/blib_headers.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qstr.h"
 #include "details/details_text.h"
 #include "msi/package_facts.h"
+#include "record/version_facts.h"
 #include "sgn/sgn_catalogue.h"
 #include "sgn/sgn_cert_facts.h"
 #include "sgn/sgn_signatures.h"
@@ -92,7 +94,14 @@ details_kind kindOf(sgn_file_kind kind) {
 
 // Of the problems that are no damage of the file: something was left out.
 bool isCut(std::string_view code) {
-  return code.ends_with("_too_many") || code.ends_with("_too_deep") || code.ends_with("_too_large");
+  return code.ends_with("_cut") || code.ends_with("_too_long") || code.ends_with("_too_many") ||
+         code.ends_with("_too_deep") || code.ends_with("_too_large");
+}
+
+std::string versionText(std::uint64_t version) {
+  std::string text = std::to_string(version >> 48U);
+  for (const unsigned shift : {32U, 16U, 0U}) text += '.' + std::to_string(version >> shift & 0xFFFFU);
+  return text;
 }
 
 struct DigestKind {
@@ -135,6 +144,41 @@ void throwUnless(qerr_t code) {
 }
 
 }  // namespace
+
+template <class Problem>
+void BrantleDetails::addProblems(const std::vector<Problem>& problems) {
+  for (const Problem& problem : problems) {
+    if (isCut(problem.code)) whole_ = false;
+    addProblem(problem.code, problem.count);
+  }
+}
+
+void BrantleDetails::setInstallerRule(const char* rule) noexcept {
+  step([&] {
+    if (rule != nullptr) imagePart().installer_rule = rule;
+  });
+}
+
+details_image& BrantleDetails::imagePart() { return line_.image ? *line_.image : line_.image.emplace(); }
+
+void BrantleDetails::describeImage(blib_bin* image) {
+  details_image& part = imagePart();
+  part.machine = blib_bin_machine(image);
+  part.subsystem = blib_bin_subsystem(image);
+  part.link_time = details_time_text(blib_bin_link_time(image));
+  record_version_facts facts;
+  const qerr_t code = record_get_version_facts(image, facts);
+  throwUnless(code == QERR_LOW_MEMORY ? code : QERR_OK);
+  if (code != QERR_OK) whole_ = false;
+  if (facts.file_version) part.fixed_file_version = versionText(*facts.file_version);
+  for (const record_version_table& table : facts.tables) {
+    details_version_table& out = part.version_tables.emplace_back();
+    out.language = table.language;
+    out.code_page = table.code_page;
+    for (const auto& [name, value] : table.values) out.values.push_back({qstr_to_utf8(name), qstr_to_utf8(value)});
+  }
+  addProblems(facts.problems);
+}
 
 void BrantleDetails::setPackage(const msi_package_facts& facts) noexcept {
   step([&] {
@@ -211,13 +255,6 @@ void BrantleDetails::tellMembers(Bytes list) {
   } while (code == QERR_OK);
   if (code != QERR_END) throwUnless(code);
   if (catalogue.is_damaged()) addProblem("list_damaged", 1);
-}
-
-void BrantleDetails::addProblems(const std::vector<sgn_problem>& problems) {
-  for (const sgn_problem& problem : problems) {
-    if (isCut(problem.code)) whole_ = false;
-    addProblem(problem.code, problem.count);
-  }
 }
 
 // In the algorithms of the signatures, which are read for that.

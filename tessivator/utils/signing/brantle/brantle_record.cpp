@@ -61,6 +61,7 @@ void Brantle::appendImageRecord() {
   currentRecord[BrantleRecord::productVersion] = orEmpty(fileInfo->ProductVersion);
   currentRecord[BrantleRecord::isInstaller] =
       (fileInfo->classification_flags & INV_CLASS_INSTALLER) != 0 ? u"yes" : u"no";
+  if (detailsFile) detailsFile->setInstallerRule(fileInfo->installer_rule);
   completeRecord();
 }
 
