@@ -4,6 +4,7 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "common/qlib/qerr.h"
 #include "common/qlib/qutf8.h"
@@ -14,16 +15,46 @@
 namespace {
 
 using json_buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, details_json_memory>;
-using json_writer =
+using json_base =
     rapidjson::Writer<json_buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, details_json_memory, rapidjson::kWriteNoFlags>;
+
+// Most texts hold nothing that must be escaped: they go out in one piece, for which the library has no call.
+class json_writer : public json_base {
+ public:
+  using json_base::json_base;
+  void plain(std::string_view text) {
+    Prefix(rapidjson::kStringType);
+    char* const at = os_->Push(text.size() + 2);
+    at[0] = '"';
+    std::copy(text.begin(), text.end(), at + 1);
+    at[text.size() + 1] = '"';
+  }
+};
 
 // Texts and list elements end here; the room behind it is for keys, numbers, closing brackets and problems.
 constexpr std::size_t largest_values = DETAILS_LARGEST_LINE - 65536;
 constexpr std::size_t most_elements = details_most_values - 4096;  // counted as values
 constexpr std::size_t largest_problems = 256;
 
-bool is_ascii(std::string_view text) noexcept {
-  return std::none_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+// Whether all characters of a text are ASCII, and which of them must be escaped in JSON, eight at a time.
+enum class text_kind : std::uint8_t { plain, escaped, wide };
+
+text_kind kind_of(std::string_view text) noexcept {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t tops = 0x80 * ones;
+  std::uint64_t all = 0;
+  std::uint64_t found = 0;
+  for (std::size_t i = 0; i < text.size(); i += 8) {
+    std::uint64_t bytes = ' ' * ones;
+    std::memcpy(&bytes, text.data() + i, std::min<std::size_t>(8, text.size() - i));
+    all |= bytes;
+    const std::uint64_t quotes = bytes ^ '"' * ones;
+    const std::uint64_t slashes = bytes ^ '\\' * ones;
+    // The top bit of each byte that was below 0x20, a quote or a backslash; exact where none was above 0x7F.
+    found |= ((bytes - 0x20 * ones) | (quotes - ones) | (slashes - ones)) & ~bytes;
+  }
+  if ((all & tops) != 0) return text_kind::wide;
+  return (found & tops) != 0 ? text_kind::escaped : text_kind::plain;
 }
 
 // Problems are written where no room is checked any more.
@@ -74,7 +105,7 @@ class details_writer::state {
 
   void text(std::string_view name, const std::string& text) {
     if (text.empty()) return;
-    const std::string_view valid = valid_form(text);
+    const prepared valid = prepare(text);
     if (!fits(valid)) return leave_out(name, 1);
     key(name);
     put(valid);
@@ -162,36 +193,47 @@ class details_writer::state {
   void complete(std::string_view name, bool is) { flag(name, is && left_out_.empty()); }
 
  private:
+  // A text that is UTF-8.
+  struct prepared {
+    std::string_view text;
+    bool plain;  // nothing of it must be escaped
+  };
+
   void key(std::string_view name) {
-    json_.Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
+    json_.plain(name);
     values_ += 2;
   }
-  void put(std::string_view text) { json_.String(text.data(), static_cast<rapidjson::SizeType>(text.size())); }
+  void put(std::string_view plain) { json_.plain(plain); }
+  void put(const prepared& it) {
+    if (it.plain) return json_.plain(it.text);
+    json_.String(it.text.data(), static_cast<rapidjson::SizeType>(it.text.size()));
+  }
   bool put_text(std::string_view text) {
-    const std::string_view valid = valid_form(text);
+    const prepared valid = prepare(text);
     if (!fits(valid)) return false;
     put(valid);
     return true;
   }
 
   // Valid until the next call.
-  std::string_view valid_form(std::string_view text) {
-    if (is_ascii(text)) return text;
+  prepared prepare(std::string_view text) {
+    const text_kind kind = kind_of(text);
+    if (kind != text_kind::wide) return {text, kind == text_kind::plain};
     repaired_.clear();
     while (!text.empty()) {
       const qutf8_step step = qutf8_next(text);
       qutf8_append(repaired_, step.scalar);
       text.remove_prefix(step.length);
     }
-    return repaired_;
+    return {repaired_, false};
   }
 
-  [[nodiscard]] bool fits(std::string_view text) const noexcept {
-    const std::size_t used = buffer_.GetSize();
-    if (used >= largest_values) return false;
-    const std::size_t room = largest_values - used;
-    if (text.size() <= room / 6) return true;
-    return escaped_size(text) <= room;
+  [[nodiscard]] std::size_t room() const noexcept {
+    return largest_values - std::min(buffer_.GetSize(), largest_values);
+  }
+  [[nodiscard]] bool fits(const prepared& it) const noexcept {
+    if (it.plain) return it.text.size() + 2 <= room();
+    return it.text.size() <= room() / 6 ? room() != 0 : escaped_size(it.text) <= room();
   }
 
   template <class Record>
@@ -204,14 +246,15 @@ class details_writer::state {
   }
 
   // Pairs of texts are written whole or not at all; of anything larger what fits.
-  [[nodiscard]] bool has_room(const details_listed& it) { return fits(it.name, it.sha256); }
-  [[nodiscard]] bool has_room(const details_digest& it) { return fits(it.algorithm, it.value); }
-  [[nodiscard]] bool has_room(const details_value& it) { return fits(it.name, valid_form(it.value)); }
-  [[nodiscard]] bool has_room(const auto&) const noexcept { return fits("", ""); }
-  [[nodiscard]] bool fits(std::string_view one, std::string_view other) const noexcept {
+  [[nodiscard]] bool has_room(const details_listed& it) { return both_fit(it.name, it.sha256); }
+  [[nodiscard]] bool has_room(const details_digest& it) { return both_fit(it.algorithm, it.value); }
+  [[nodiscard]] bool has_room(const details_value& it) { return both_fit(it.name, it.value); }
+  [[nodiscard]] bool has_room(const auto&) const noexcept { return room() != 0; }
+  [[nodiscard]] bool both_fit(std::string_view one, std::string_view other) {
     constexpr std::size_t keys = 64;
-    const std::size_t size = keys + escaped_size(one) + escaped_size(other);
-    return buffer_.GetSize() < largest_values && size <= largest_values - buffer_.GetSize();
+    if (keys + 6 * (one.size() + other.size()) <= room()) return true;
+    const std::size_t size = escaped_size(prepare(one).text);
+    return keys + size + escaped_size(prepare(other).text) <= room();
   }
 
   bool put_element(const std::string& text) { return put_text(text); }

@@ -44,21 +44,27 @@ constexpr std::size_t round_up(std::size_t value) { return (value + 3) & ~std::s
 // What `bytes` have from `offset` on; empty past their end.
 Bytes behind(Bytes bytes, std::size_t offset) { return bytes.subspan(std::min(offset, bytes.size())); }
 
-std::uint16_t unit_at(Bytes bytes, std::size_t index) {
-  return qbytes_le<std::uint16_t>(bytes, std::uint64_t{index} * 2).value_or(0);
-}
-
 // Units before the first zero, or all that there are.
 std::size_t text_units(Bytes bytes) {
+  ByteReader reader(bytes);
   std::size_t count = 0;
-  while (count < bytes.size() / 2 && unit_at(bytes, count) != 0) ++count;
+  for (std::uint16_t unit = 0; reader.le(unit) && unit != 0;) ++count;
   return count;
 }
 
 std::u16string text_of(Bytes bytes, std::size_t units) {
+  ByteReader reader(bytes);
   std::u16string text(units, u'\0');
-  for (std::size_t i = 0; i < units; ++i) text[i] = static_cast<char16_t>(unit_at(bytes, i));
+  std::uint16_t unit = 0;
+  for (std::size_t i = 0; i < units && reader.le(unit); ++i) text[i] = static_cast<char16_t>(unit);
   return text;
+}
+
+bool is_text(Bytes bytes, std::u16string_view text) {
+  ByteReader reader(bytes);
+  std::uint16_t unit = 0;
+  return bytes.size() == text.size() * 2 &&
+         std::ranges::all_of(text, [&](char16_t wanted) { return reader.le(unit) && unit == wanted; });
 }
 
 // One block, which begins on a 4-byte boundary.
@@ -67,9 +73,7 @@ struct block {
   Bytes behind_key;   // the value and the children
   std::size_t value;  // wValueLength
 
-  [[nodiscard]] bool is(std::u16string_view name) const {
-    return key.size() == name.size() * 2 && text_of(key, name.size()) == name;
-  }
+  [[nodiscard]] bool is(std::u16string_view name) const { return is_text(key, name); }
   // What follows a value of `bytes`.
   [[nodiscard]] Bytes children(std::size_t bytes) const { return behind(behind_key, round_up(bytes)); }
 };
@@ -78,7 +82,8 @@ struct block {
 bool read_block(Bytes bytes, block& out, record_version_facts& facts) {
   const Bytes texts = behind(bytes, header_size);
   const std::size_t units = text_units(texts);
-  out = {texts.first(units * 2), behind(bytes, round_up(header_size + (units + 1) * 2)), unit_at(bytes, 1)};
+  out = {texts.first(units * 2), behind(bytes, round_up(header_size + (units + 1) * 2)),
+         qbytes_le<std::uint16_t>(bytes, 2).value_or(0)};
   if (units < texts.size() / 2) return true;
   add_problem(facts, "version_block_damaged");
   return false;
@@ -87,7 +92,7 @@ bool read_block(Bytes bytes, block& out, record_version_facts& facts) {
 // Takes the next block of `rest` whose key is whole. False at the end, and at a block that does not lead to the next.
 bool take_block(Bytes& rest, block& out, record_version_facts& facts) {
   while (rest.size() >= header_size) {
-    const std::size_t length = unit_at(rest, 0);
+    const std::size_t length = qbytes_le<std::uint16_t>(rest, 0).value_or(0);
     const bool padding =
         std::ranges::all_of(rest.first(header_size), [](std::byte one) { return one == std::byte{0}; });
     if (padding) return false;
@@ -117,7 +122,7 @@ void add_string(const block& string, record_version_table& table, record_version
 bool read_table_key(Bytes key, record_version_table& table) {
   std::uint32_t number = 0;
   for (std::size_t i = 0; i < key.size() / 2; ++i) {
-    const std::uint32_t unit = unit_at(key, i);
+    const std::uint32_t unit = qbytes_le<std::uint16_t>(key, std::uint64_t{i} * 2).value_or(0);
     const std::uint32_t letter = unit | 0x20;
     const bool is_digit = unit >= u'0' && unit <= u'9';
     if (key.size() != 16 || (!is_digit && (letter < u'a' || letter > u'f'))) return false;
@@ -160,7 +165,7 @@ qerr_t visit(std::uint32_t /*type_id*/, const void* data, std::uint32_t size, st
 
 void record_add_version(Bytes resource, record_version_facts& facts) {
   Bytes rest = resource.first(std::min(resource.size(), most_bytes));
-  const std::size_t length = unit_at(rest, 0);
+  const std::size_t length = qbytes_le<std::uint16_t>(rest, 0).value_or(0);
   const bool fits = length >= header_size && length <= rest.size();
   block root;
   if (rest.size() <= header_size || !read_block(fits ? rest.first(length) : rest, root, facts) ||
