@@ -190,17 +190,21 @@ msi_result msi_database_get_summary(msi_handle database, std::uint32_t number, q
   msi_result result = package->read_summary(number, text);
   if (result != MSI_OK) return result;
   if (!package->has_plain_summary()) return msi_copy_text(text, buffer, size);
+  const std::uint32_t room = *size;
   msi_handle summary = 0;
   result = api().get_summary(database, nullptr, 0, &summary);
   if (result != MSI_OK) return result;
+  UINT type = 0;
   result = cut_text(buffer, size, [&](wchar_t* out, DWORD* units) {
-    UINT type = 0;
     INT integer = 0;
     FILETIME time{};
     return api().get_summary_text(summary, number, &type, &integer, &time, out, units);
   });
   (void)api().close(summary);
-  return result;
+  // The installer takes a header that it does not like for a set without properties.
+  if (result != MSI_OK || type == MSI_SUMMARY_TEXT) return result;
+  *size = room;
+  return msi_copy_text(text, buffer, size);
 } catch (const std::bad_alloc&) {
   return MSI_OUT_OF_MEMORY;
 }

@@ -18,13 +18,12 @@ constexpr std::uint32_t most_properties = 256;
 constexpr std::uint32_t number_code_page = 1;
 constexpr std::uint32_t type_16_bit = 2;
 constexpr std::uint32_t type_32_bit = 3;
-constexpr std::uint32_t type_text = 30;
 constexpr std::uint32_t type_time = 64;
 
 // Bytes that a value of the type has at least; 0 for a type that the installer does not write.
 std::size_t least_size(std::uint32_t type) noexcept {
   if (type == type_time) return 8;
-  return type == type_16_bit || type == type_32_bit || type == type_text ? 4 : 0;
+  return type == type_16_bit || type == type_32_bit || type == MSI_SUMMARY_TEXT ? 4 : 0;
 }
 
 }  // namespace
@@ -63,8 +62,8 @@ bool summary_stream::read_property(msi_window& window, std::uint64_t place, prop
   if (value.size() != size) return false;
   const std::uint32_t word = qbytes_le<std::uint32_t>(value, 0).value_or(0);
   if (out.number == number_code_page && out.type == type_16_bit) code_page_ = word & 0xFFFF;
-  is_plain_ = is_plain_ && size != 0 && (out.type != type_text || word != 0);
-  if (out.type != type_text) return true;
+  is_plain_ = is_plain_ && size != 0 && (out.type != MSI_SUMMARY_TEXT || word != 0);
+  if (out.type != MSI_SUMMARY_TEXT) return true;
   out.place += size;
   out.length = word;
   return out.length <= stream_->size() - out.place;
@@ -73,7 +72,7 @@ bool summary_stream::read_property(msi_window& window, std::uint64_t place, prop
 summary_stream::result summary_stream::text(std::uint32_t number, std::uint32_t most, std::vector<std::byte>& bytes) {
   const auto at = std::ranges::find(properties_, number, &property::number);
   if (at == properties_.end()) return result::absent;
-  if (at->type != type_text) return result::damaged;
+  if (at->type != MSI_SUMMARY_TEXT) return result::damaged;
   std::vector<std::byte> text(std::min(at->length, most));
   if (!stream_->read(at->place, text)) return result::damaged;
   bytes = std::move(text);

@@ -7,6 +7,9 @@
 
 #include "msi/compound_file.h"
 
+// The type of a text (VT_LPSTR).
+inline constexpr std::uint32_t MSI_SUMMARY_TEXT = 30;
+
 class summary_stream {
  public:
   enum class result : std::uint8_t { found, absent, damaged };
