@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Scans FILEPATH and writes certificate files and info.xml to OUTPUT: ./run.sh FILEPATH OUTPUT [options]
-# Builds the program first when that is needed. Without arguments it scans the sample repository of the tests,
-# shows the report and makes a page of it.
+# Builds the program first if needed. Without arguments it scans the sample repository of the tests,
+# shows the report and makes a page from it.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 build=$root/build/linux-release
 mkdir -p "$root/build"
 
-# Standard output belongs to the program alone; what happens before it goes to standard error, and only when
-# there is something to do.
+# Only the program writes to standard output. Installation and build write to standard error, and only if there
+# is something to do.
 build_program() {
   "$root/tools/install-deps.sh" run
   local log=$root/build/run.log

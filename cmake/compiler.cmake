@@ -1,17 +1,17 @@
-# Warnings, hardening and sanitizers, handed to our own targets only through one interface target.
+# Warnings, hardening and sanitizers. One interface target passes them to our own targets only.
 option(TESSIVATOR_WERROR "Treat warnings as errors (the gate sets it)" OFF)
 set(TESSIVATOR_SANITIZE "" CACHE STRING "Sanitizers for -fsanitize=, empty for none")
 
 add_library(tessivator_flags INTERFACE)
 target_compile_features(tessivator_flags INTERFACE cxx_std_20)
 target_compile_options(tessivator_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow
-  # Log lines name sources relative to the tree; no path of the build machine enters a binary.
+  # Log lines name sources relative to the tree; binaries contain no path of the build machine.
   "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # GCC 12 sees overlaps that cannot be in its own inlined std::basic_string (GCC bug 105329).
+  # GCC 12 warns of impossible overlaps in its own inlined std::basic_string (GCC bug 105329).
   target_compile_options(tessivator_flags INTERFACE -Wno-restrict)
   if(TESSIVATOR_SANITIZE)
-    # Instrumented, its own std::regex looks uninitialised to it (GCC bug 105562).
+    # With sanitizers it warns that its own std::regex is uninitialised (GCC bug 105562).
     target_compile_options(tessivator_flags INTERFACE -Wno-maybe-uninitialized)
   endif()
 endif()
@@ -29,7 +29,7 @@ if(TESSIVATOR_SANITIZE)
   add_link_options(-fsanitize=${TESSIVATOR_SANITIZE})
 elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   target_compile_options(tessivator_flags INTERFACE -fstack-protector-strong
-    # Some compilers bring a level of their own; without optimisation there is none.
+    # Some compilers set a level by default; without optimisation there is none.
     $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>)
   if(WIN32)
     target_link_options(tessivator_flags INTERFACE -fstack-protector-strong)  # brings the library of its checks
@@ -43,7 +43,7 @@ elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   endif()
 endif()
 
-# The components need libFuzzer's coverage counters as much as the targets do: without them it refuses to run.
+# The components need libFuzzer's coverage counters too: without them it refuses to run.
 if(TESSIVATOR_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

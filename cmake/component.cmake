@@ -1,10 +1,10 @@
 # tessivator_component(NAME
 #   SOURCES  common sources
 #   PLATFORM stems: x compiles x_winnt_user.cpp or x_posix_user.cpp
-#   HEADERS  the component's interface, which is installed; its other headers are its own
-#   USES     targets whose headers our headers show
+#   HEADERS  the component's interface, which is installed; its other headers are private
+#   USES     targets whose headers our headers include
 #   PRIVATE  targets that only our sources use)
-# One component, one static target; a component sees exactly the targets that it names.
+# Makes one static target for one component, which sees only the targets that it names.
 function(tessivator_component name)
   cmake_parse_arguments(ARG "" "" "SOURCES;PLATFORM;HEADERS;USES;PRIVATE" ${ARGN})
   if(WIN32)
@@ -28,18 +28,18 @@ function(tessivator_component name)
   set_property(GLOBAL APPEND_STRING PROPERTY tessivator_libraries " -l${name}")
 endfunction()
 
-# What a ThreadSanitizer build needs: the tests that are labelled tsan.
+# Builds all tests labelled tsan, for a ThreadSanitizer build.
 add_custom_target(tsan_tests)
 
 # tessivator_test(NAME SOURCES ... USES ... [TIMEOUT seconds] [LABELS ...])
-# One GoogleTest program; ctest runs it as one test, under Wine where it is a Windows program. Its working
-# directory is the source tree's tests/ folder; fixtures are reached through TESSIVATOR_FIXTURES.
+# Makes one GoogleTest program, which ctest runs as one test, under Wine if it is a Windows program. Its working
+# directory is the source tree's tests/ folder; TESSIVATOR_FIXTURES is the path of the fixtures.
 function(tessivator_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;USES;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_link_libraries(${name} PRIVATE tessivator_flags ${ARG_USES} GTest::gmock_main)
-  # What GoogleTest's headers unfold to takes the compiler longer than all of the product; nobody measures it.
+  # With optimisation, GoogleTest's headers take longer to compile than the whole product.
   target_compile_options(${name} PRIVATE -O0 -g1 -U_FORTIFY_SOURCE)
   set_target_properties(${name} PROPERTIES CXX_EXTENSIONS OFF)
   if("tsan" IN_LIST ARG_LABELS)
@@ -53,7 +53,7 @@ function(tessivator_test name)
     ENVIRONMENT "TESSIVATOR_FIXTURES=${PROJECT_SOURCE_DIR}/tests/fixtures;TESSIVATOR_SCRATCH=${CMAKE_CURRENT_BINARY_DIR}/${name}.scratch")
 endfunction()
 
-# tessivator_layers(FILE): writes down every target below tessivator/, one a line, for tools/check-rules.py:
+# tessivator_layers(FILE): lists every target below tessivator/, one per line, for tools/check-rules.py:
 # name|folder|sources|interface headers|what it links|what its users see too
 function(tessivator_layers file)
   set(folders tessivator)

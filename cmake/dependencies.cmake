@@ -1,4 +1,4 @@
-# What this tree builds with: the components' libraries, and what only the share program and the tests use.
+# Dependencies of this tree: the libraries of the components, and those of the share program and the tests.
 include("${CMAKE_CURRENT_LIST_DIR}/libraries.cmake")
 if(NOT WIN32)
   find_package(PkgConfig REQUIRED)
@@ -15,16 +15,16 @@ if(WIN32)
   target_compile_definitions(expat_dependency INTERFACE XML_STATIC)
 endif()
 
-# Headers alone, the same for every platform. Linked into a folder of their own, since no cross compiler may see what else
-# lies beside them.
+# Only headers, the same for every platform. Linked into a separate folder, because a cross compiler must not see the
+# other headers beside them.
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/reader.h REQUIRED NO_CMAKE_FIND_ROOT_PATH)
 file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/headers")
 file(CREATE_LINK "${RAPIDJSON_INCLUDE_DIR}/rapidjson" "${PROJECT_BINARY_DIR}/headers/rapidjson" SYMBOLIC)
 add_library(rapidjson_dependency INTERFACE IMPORTED GLOBAL)
 target_include_directories(rapidjson_dependency SYSTEM INTERFACE "${PROJECT_BINARY_DIR}/headers")
 
-# The Java library needs only the interface's headers, which are the same on every 64-bit platform but for the export
-# macro, and that one is ours. Without them everything else is built.
+# The Java library needs only JNI's headers. They are the same on every 64-bit platform except for the export macro, for
+# which we use our own. If they are missing, everything else is built.
 file(GLOB TESSIVATOR_JDKS /usr/lib/jvm/default-java /usr/lib/jvm/java-*)
 find_path(JNI_INCLUDE_DIR jni.h HINTS ENV JAVA_HOME PATHS ${TESSIVATOR_JDKS} PATH_SUFFIXES include
   NO_CMAKE_FIND_ROOT_PATH)

@@ -6,7 +6,7 @@ set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/tessivator")
 install(TARGETS brantle_cli brantle_report RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 install(FILES tessivator/utils/signing/brantle/info.xsd tessivator/details/details.schema.json
   DESTINATION "${CMAKE_INSTALL_DATADIR}/brantle")
-# Without a Java development kit there is no library for Java hosts.
+# The library for Java hosts is built only if a Java development kit is installed.
 if(TARGET brantle)
   install(TARGETS brantle
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT java
@@ -14,7 +14,7 @@ if(TARGET brantle)
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT dev)
 endif()
 if(TARGET brantle_smb)
-  # The one place below the prefix where program and library look for it, so none to be chosen.
+  # Not configurable: below the prefix, program and library look for it only here.
   install(TARGETS brantle_smb RUNTIME DESTINATION libexec/brantle COMPONENT smb)
 endif()
 
@@ -26,7 +26,7 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/tessivator-config-versio
   COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/tessivator-config.cmake" "${PROJECT_BINARY_DIR}/tessivator-config-version.cmake"
   cmake/libraries.cmake DESTINATION "${package_folder}" COMPONENT dev)
-# The same for builds that ask pkg-config: the components lowest first, so the linker wants them the other way round.
+# The same for pkg-config. The list begins with the lowest component; the linker needs the reverse order.
 get_property(libraries GLOBAL PROPERTY tessivator_libraries)
 separate_arguments(libraries)
 list(REVERSE libraries)

@@ -1,9 +1,9 @@
 # The libraries that the components use: from Debian; for Windows, libcrypto, tinyxml2 and expat cross-built by
-# tools/cross-libs.sh. Also part of the installed package, whose users need the same targets.
+# tools/cross-libs.sh. The installed package includes this file, because its users need the same targets.
 find_package(Threads REQUIRED)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
 if(WIN32)
-  # A static libcrypto names its system libraries only through its users.
+  # A static libcrypto does not name its system libraries; its users must link them.
   set_property(TARGET OpenSSL::Crypto APPEND PROPERTY INTERFACE_LINK_LIBRARIES ws2_32 crypt32 advapi32 user32 gdi32)
 endif()
 

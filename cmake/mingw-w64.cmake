@@ -5,7 +5,7 @@ set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 
-# The cross-built static libraries: the build folder's own, or a place that the user names.
+# The cross-built static libraries: in the build folder, or in a folder that the user names.
 if(DEFINED ENV{TESSIVATOR_CROSS})
   set(TESSIVATOR_CROSS "$ENV{TESSIVATOR_CROSS}" CACHE PATH "Prefix of the cross-built libraries")
 else()

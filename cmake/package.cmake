@@ -1,5 +1,5 @@
-# What CPack makes: on Debian four packages, for Windows one archive. tools/package.sh runs it in build folders of its
-# own, since both want other install folders than a build to try things out.
+# CPack makes four packages on Debian and one archive for Windows. tools/package.sh runs it in separate build folders,
+# because packages need other install folders than a development build.
 set(CPACK_PACKAGE_NAME brantle)
 set(CPACK_PACKAGE_VENDOR "Brantle developers")
 set(CPACK_PACKAGE_CONTACT "Brantle developers <brantle@brantle.example>")
@@ -23,7 +23,7 @@ if(WIN32)
   set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
   set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
-  # Manuals as text and the licences of what is linked in, gathered by tools/package.sh.
+  # Manuals as text and the licences of the libraries linked in; tools/package.sh collects them.
   install(DIRECTORY "${PROJECT_BINARY_DIR}/package-docs/" DESTINATION . COMPONENT runtime OPTIONAL)
 else()
   list(APPEND CPACK_COMPONENTS_ALL dev)

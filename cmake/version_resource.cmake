@@ -1,5 +1,5 @@
-# tessivator_version_resource(TARGET FILE_NAME DESCRIPTION): a Windows program or library tells its version, the one of
-# this project, in its version resource.
+# tessivator_version_resource(TARGET FILE_NAME DESCRIPTION): gives a Windows program or library a version resource
+# with the version of this project.
 if(WIN32)
   enable_language(RC)
 endif()

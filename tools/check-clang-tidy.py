@@ -16,8 +16,8 @@ import sys
 from sources import ROOT, sources
 
 TIDY = "clang-tidy-14"
-# The static analyser gives a function up after a third of the steps that it takes by itself: it spends most of the
-# gate's time in the few functions that need more.
+# Limit the static analyser to a third of its default steps per function: without that, the few functions that need more
+# would take most of the gate's time.
 ANALYSER = ["-Xclang", "-analyzer-config", "-Xclang", "max-nodes=75000"]
 CACHE = os.path.join(ROOT, "build", "tidy-cache")
 MINGW = "x86_64-w64-mingw32-g++-posix"
@@ -60,12 +60,12 @@ def dependencies(build):
 
 
 def mingw_arguments():
-    """What makes clang read a Windows source as MinGW-w64's own compiler does."""
+    """Options that make clang read a Windows source as MinGW-w64's own compiler does."""
     shown = subprocess.run([MINGW, "-E", "-v", "-x", "c++", os.devnull], check=True, text=True,
                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE).stderr
     folders = re.search(r"#include <\.\.\.> search starts here:\n(.*?)End of search list", shown, re.S).group(1)
     arguments = ["--target=x86_64-w64-windows-gnu", "-nostdinc", "-nostdinc++"]
-    # Clang brings its own intrinsics; the compiler's own include folders hold those of GCC.
+    # Clang has its own intrinsics; the compiler's include folders have those of GCC.
     arguments += [f"-isystem{clang_headers()}"]
     for folder in folders.split():
         folder = os.path.realpath(folder)
@@ -99,7 +99,7 @@ def jobs(preset, wanted, extra, contents):
 
 
 def tidy_command(source, entry, extra):
-    """clang-tidy with the source's own compile flags, less those that only GCC knows or that make a product."""
+    """clang-tidy with the source's compile flags, without those that only GCC knows or that write files."""
     words = shlex.split(entry["command"])
     if os.path.basename(words[0]) == "ccache":
         words = words[1:]
@@ -120,7 +120,7 @@ def run(job):
     if result.returncode == 0:
         with open(os.path.join(CACHE, key), "w", encoding="utf-8") as file:
             file.write(name + "\n")
-    # Standard error also counts the warnings that were suppressed; it matters only when nothing else was said.
+    # Standard error also counts the warnings that were suppressed; show it only if there is no other output.
     return name, result.returncode, result.stdout or result.stderr
 
 
@@ -128,8 +128,8 @@ def main():
     os.makedirs(CACHE, exist_ok=True)
     contents = Contents()
     windows = re.compile(r"_winnt_user\.cpp$")
-    # What is shipped. GoogleTest's headers would take the larger part of the gate's time, and the compiler's warnings
-    # and the sanitizers watch over tests.
+    # Only what is shipped. GoogleTest's headers would take most of the gate's time, and tests are checked by the
+    # compiler's warnings and the sanitizers.
     shipped = re.compile(r"(tessivator|java)/")
     work = [*jobs("linux-release", shipped.match, [], contents),
             *jobs("windows-release", windows.search, mingw_arguments(), contents)]

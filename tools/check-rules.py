@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Checks what no compiler does: the platform seam, the layers, and what must not stand in the tree."""
+"""Checks what no compiler checks: where platform code is, the layers, and what must not be in the tree."""
 import os
 import re
 import sys
@@ -23,7 +23,7 @@ LAYERS = os.path.join(ROOT, "build", "linux-release", "layers.txt")
 
 
 class Layers:
-    """Which headers a source may include, by what its target links (cmake/component.cmake writes that down)."""
+    """Which headers a source may include, by what its target links (cmake/component.cmake lists that)."""
 
     def __init__(self):
         self.folder, self.direct, self.public = {}, {}, {}
@@ -58,7 +58,7 @@ class Layers:
         return self.folder.get(folder, set())
 
     def visible(self, target):
-        """TARGET and what it links, with what that shows its own users."""
+        """TARGET and the targets that it links, with those that they pass on to their users."""
         seen, todo = {target}, self.direct[target] & self.direct.keys()
         while todo:
             one = todo.pop()
@@ -74,7 +74,7 @@ class Layers:
             if not found:
                 continue
             used = PRODUCT + found.group(1)
-            # A folder's own headers, and those below it, are its own affair.
+            # A folder may include its own headers and those below it.
             inside = os.path.dirname(used).startswith(os.path.dirname(name))
             if not inside and not self.owners(used) & allowed:
                 yield number, f"{', '.join(sorted(own))} may not include {found.group(1)}"

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds the static libraries that the Windows build needs, libcrypto, tinyxml2 and expat, for x86_64-w64-mingw32 from
-# Debian's source packages, into DEST (default: build/cross). A library that DEST already holds, of the Debian version
-# that is installed here and built as this script would, is left alone: both platforms run the same releases.
+# Debian's source packages, into DEST (default: build/cross). A library is kept if DEST has it in the Debian version
+# that is installed here and with the same build options. So both platforms use the same releases.
 #
 #   tools/cross-libs.sh [DEST]
 #
 # The source packages are found through a private apt configuration that is derived from the system's own source
-# entries; the system's configuration, package lists and cache are left as they are, and no rights are needed.
+# entries. The system's configuration, package lists and cache are not changed, and no privileges are needed.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 dest=${1:-${TESSIVATOR_CROSS:-$root/build/cross}}
@@ -23,8 +23,8 @@ run() {
 }
 # How each library is built, in the folder of its source: headers into $dest/include, the archive into $dest/lib.
 build_openssl() {
-  # A library inside a host's process reads no configuration file and loads nothing: neither of its own accord nor
-  # from a default folder that any user of a Windows machine could create.
+  # A library inside a host's process must not read a configuration file or load modules, least of all from a default
+  # folder that any user of a Windows machine could create.
   run "$work/configure.log" ./Configure mingw64 --cross-compile-prefix="$host-" \
     --prefix="C:/Program Files/OpenSSL" \
     no-shared no-pinshared no-tests no-engine no-legacy no-module no-dso no-autoload-config -ffunction-sections -fdata-sections
@@ -54,7 +54,7 @@ build_expat() {
 # source package, Debian package whose version counts, archive
 libraries=("openssl libssl-dev libcrypto" "tinyxml2 libtinyxml2-dev libtinyxml2" "expat libexpat1-dev libexpat")
 source_version() { dpkg-query -W -f '${source:Version}' "$1" 2>/dev/null || true; }
-# What a library was built from and how: other build options mean another build, of that library alone.
+# Identifies the source and build options of a library: when they change, only that library is built again.
 key_of() { echo "$1 $(source_version "$2"), $(declare -f "build_$1" | sha256sum | cut -c1-16)"; }
 
 exec 9>"$dest/.lock"
@@ -73,8 +73,8 @@ work=$dest/work
 rm -rf "$work"
 mkdir -p "$work"/{apt/parts,apt/lists/partial,apt/cache/archives/partial,src} "$dest/include" "$dest/lib"
 
-# The system's entries for this release, asked for sources instead of binaries. Entries of other vendors are left
-# out: they have no use here, and many offer no sources.
+# The system's entries for this release, asked for sources instead of binaries. Entries of other vendors are
+# skipped: they are not needed, and many have no sources.
 codename=$(. /etc/os-release && echo "${VERSION_CODENAME:?}")
 one_line_entries() {
   local f
@@ -94,7 +94,7 @@ deb822_entries() {
   local f
   for f in /etc/apt/sources.list.d/*.sources; do
     [ -r "$f" ] || continue
-    # A paragraph is kept when one of its suites belongs to this release; comments may stand inside one.
+    # A paragraph is kept when one of its suites belongs to this release; comments may be inside one.
     sed '/^#/d' "$f" | awk -v RS= -v suite="$codename" '
       {
         n = split($0, line, "\n"); types = 0; ours = 0; out = ""

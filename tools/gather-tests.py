@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Gathers the tests of several build folders, and the linters, into one ctest directory.
+"""Collects the tests of several build folders, and the linters, in one ctest directory.
 
 gather-tests.py OUTPUT PRESET[:LABEL]...
 
-Each preset's tests come from build/PRESET and are named PRESET.TEST there; with a LABEL only tests that carry it
-are taken. A test that skips anything fails here: the gate provides all that the tests ask for.
+Each preset's tests come from build/PRESET and are named PRESET.TEST there; with a LABEL only tests with it
+are taken. A test that skips anything fails here, because the gate provides everything that tests need.
 """
 import json
 import os
@@ -14,7 +14,7 @@ import sys
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 # Properties that name other tests or fixtures, which get the preset's name as well.
 NAMES = {"DEPENDS", "FIXTURES_SETUP", "FIXTURES_CLEANUP", "FIXTURES_REQUIRED"}
-# Where a test was defined is of no use here, and ctest refuses these names.
+# The place where a test was defined is not needed here, and ctest rejects these names.
 DROPPED = {"_BACKTRACE_TRIPLES", "ENVIRONMENT_MODIFICATION"}
 
 
@@ -63,8 +63,8 @@ def entry(preset, test):
 
 
 def linters():
-    # The limit ends what hangs; a busy machine stays far below it. clang-tidy takes longest and so begins first: it
-    # needs a processor while the tests of shares, installations and Wine wait.
+    # The limit ends tests that hang; even a busy machine stays far below it. clang-tidy takes longest and so begins
+    # first: it needs a processor while the tests of shares, installations and Wine wait.
     lines = []
     for name, cost in (("rules", 0), ("clang-format", 0), ("clang-tidy", 1000)):
         script = os.path.join(ROOT, "tools", f"check-{name}.py")

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that this project needs, and says which; quick when none is missing.
+# Installs the Debian packages that this project needs and prints their names; quick when none is missing.
 #
 #   tools/install-deps.sh run      to build and run the program here
 #   tools/install-deps.sh check    also for the Windows build, all tests and the linters (default)
@@ -16,13 +16,13 @@ check_packages=(
   g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev make perl xz-utils
   # linters and fuzzers
   clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev
-  # independent tools that results are compared with, and makers of fixtures
+  # independent tools to compare results with, and tools that make fixtures
   openssl osslsigncode msitools wixl gcab python3 python3-pefile python3-ecdsa python3-asn1crypto
   # real hosts: a Java virtual machine and an SMB server, in a network of its own
   openjdk-17-jdk-headless samba smbclient iproute2
-  # packages: what makes, reads and checks them, and the engine of brantle-parallel
+  # tools that make, read and check packages, and GNU parallel for brantle-parallel
   fakeroot file lintian mandoc bsdextrautils parallel
-  # the schemas of what a scan writes, a parser for the page's script, and a real browser for the page
+  # to check outputs against their schemas, to parse the script of the page, and a real browser for the page
   libxml2-utils python3-jsonschema nodejs chromium chromium-driver python3-selenium
 )
 case ${1:-check} in
@@ -53,6 +53,6 @@ apt() {
   "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=120 "$@" </dev/null >"$log" 2>&1
 }
 echo "install-deps: installing ${needed[*]}"
-# An update may fail for one of several sources and still be good enough: the installation decides.
+# Ignore a failed update: if only one of several sources failed, the installation may still work.
 apt update || true
 apt install -y --no-install-recommends "${needed[@]}" || { cat "$log" >&2; exit 1; }

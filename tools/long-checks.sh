@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# What takes hours and is run before a release, not by the gate: tools/long-checks.sh [NAME]...
-# Without names all of them, in this order. A check prints its figures and fails the script when it fails.
+# Checks that take hours, run before a release and not by the gate: tools/long-checks.sh [NAME]...
+# Without names it runs all of them in this order. Each prints its figures; if one fails, the script fails.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 export LC_ALL=C.UTF-8
 work=$PWD/build/long
 mkdir -p "$work"
 
-# Half an hour for each fuzz target, from its corpus and its seeds.
+# Runs each fuzz target for half an hour, from its corpus and seeds.
 fuzz() {
   cmake --preset linux-fuzz >"$work/fuzz-build.log"
   cmake --build build/linux-fuzz >>"$work/fuzz-build.log"
@@ -27,15 +27,15 @@ fuzz() {
   done
 }
 
-# A Java host of twelve threads on disks and shares, good, slow, dying and silent ones; then a million calls on a small
-# tree. Memory, threads, descriptors and child processes must not grow.
+# A Java host with twelve threads scans disks and shares (good, slow, dying and silent ones); then it makes a million
+# calls on a small tree. The numbers of threads, descriptors and child processes and the memory must not grow.
 soak() {
   cmake --preset linux-release >"$work/soak-build.log"
   cmake --build build/linux-release >>"$work/soak-build.log"
   tools/long/soak.py build/linux-release "${SOAK_SECONDS:-600}" "${MILLION_CALLS:-1000000}"
 }
 
-# A repository of a million files: peak memory in KiB and the time.
+# Scans a repository of a million files, and prints peak memory in KiB and the time.
 million() {
   cmake --preset linux-release >"$work/million-build.log"
   cmake --build build/linux-release --target brantle_cli >>"$work/million-build.log"
@@ -51,10 +51,10 @@ million() {
   [ "$count" -eq 1000000 ] || { echo "million: $count records" >&2; return 1; }
 }
 
-# The faults that the tests do not notice.
+# Prints planted faults that no test catches.
 mutation() { tools/mutate.py --count "${FAULTS:-150}"; }
 
-# Two servers on loopback stand for two machines, one of which dies in the middle of a scan.
+# Two servers on loopback simulate two machines, one of which dies during a scan.
 two_machines() {
   tools/package.sh "$work/package"
   rm -rf "$work/programs"
@@ -69,8 +69,8 @@ two_machines() {
   tools/long/two-machines.sh "$work/programs/usr/bin" "$tree"
 }
 
-# The page's script under eslint, and the page under axe-core. Both come from npm (Debian's package, or with nodejs),
-# and know more than Debian's versions, which are too old for the script.
+# Checks the page's script with eslint and the page with axe-core. npm (Debian's package, or with nodejs) installs both,
+# because Debian's versions are too old for the script.
 page() {
   local npm=$work/npm build=build/linux-release
   mkdir -p "$npm"
@@ -85,7 +85,7 @@ page() {
   /usr/bin/python3 tools/long/page_axe.py "$npm/node_modules/axe-core/axe.min.js" "$work/page.html"
 }
 
-# The packages in a bare Debian root.
+# Tests the packages in a minimal Debian root.
 bare_root() {
   tools/package.sh "$work/package"
   tools/long/bare-root.sh "$work/package" tests/fixtures/tree tests/install/consumer "$work/package/linux/java"

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""Plants one-line faults in a copy of the sources, one at a time, and tells which of them the tests do not notice.
+"""Plants one-line faults in a copy of the sources, one at a time, and prints those that the tests do not catch.
 
 mutate.py [--count N] [--component NAME]... [--seed N] [--work FOLDER] [--minutes M] [--quick]
 
-A fault is a changed operator, bound, constant or return, or a statement left out. They are spread evenly over the
-components, chosen by the seed. For each the native release is built, the suites of its component run first and then
-all others, for at most M minutes. What was found stays in FOLDER/results.tsv: a second run with the same seed goes on
-where the first ended. --quick leaves it at the suites of its component. A fault that the
-compiler refuses, or that leaves the object code as it was, is none.
+A fault is a changed operator, bound, constant or return, or a removed statement. The seed selects them, evenly over
+the components. For each one the native release is built, then the suites of its component run, then all others, for
+at most M minutes. Results are kept in FOLDER/results.tsv: a second run with the same seed continues where the first
+ended. --quick runs only the suites of the component. A fault that does not compile, or that does not change the
+object code, does not count.
 """
 import argparse
 import collections
@@ -22,12 +22,12 @@ import time
 from sources import ROOT, all_files
 
 PRESET = "linux-release"
-# Components whose suites stand elsewhere than in the folder of the same name.
+# Components whose suites are not in the folder of the same name.
 SUITES = {"cert": ["inv", "sgn"], "record": ["record", "inv"], "utl": ["utl", "inv"], "share/program": ["share"]}
-# What tests that are scripts run.
+# The programs that script tests run.
 PROGRAMS = {"share": ["brantle_cli", "brantle_smb", "share_unit_test"], "utils/report": ["brantle_report"]}
 SKIPPED = re.compile(r"^\s*(//|#|using |template|namespace|class |struct |enum |static_assert|friend |public:|private:|\*)|\[\[nodiscard\]\]")
-# Pattern and replacements; each match outside texts and comments is a fault.
+# Pattern and replacements; each match outside strings and comments is a fault.
 OPERATORS = [
     (r"(?<= )<(?= )", ["<="]), (r"<=(?!>)", ["<"]), (r"(?<= )>(?= )", [">="]), (r"(?<!<)>=", [">"]),
     (r"==", ["!="]), (r"!=", ["=="]), (r"&&(?= )", ["||"]), (r"\|\|", ["&&"]), (r" \+ 1\b", [""]), (r" - 1\b", [""]),
@@ -48,7 +48,7 @@ class Fault(collections.namedtuple("Fault", "file line before after")):
 
 
 def masked(line):
-    """LINE with texts and comments blanked, so that nothing is changed there."""
+    """LINE with strings and comments blanked, so that nothing is changed there."""
     line = re.sub(r"\"(\\.|[^\"\\])*\"|'(\\.|[^'\\])*'", lambda m: "\"" + " " * (len(m.group()) - 2) + "\"", line)
     return line.split("//")[0]
 
@@ -72,7 +72,7 @@ def component_of(name):
 
 
 def candidates():
-    """By component, all faults of its native sources."""
+    """All faults of each component's native sources."""
     found = collections.defaultdict(list)
     for name in all_files():
         if not name.startswith("tessivator/") or not name.endswith((".cpp", ".h")) or "_winnt" in name:
@@ -86,7 +86,7 @@ def candidates():
 
 
 def chosen(found, components, seed):
-    """Endless enough: round after round one fault of every component, no line twice before each had its turn."""
+    """Rounds with one fault of every component; no line is used twice before each was used once."""
     queues = {}
     for component in sorted(components or found):
         faults = sorted(found[component])
@@ -121,7 +121,7 @@ class Tree:
         self.sound = {name: self.code(name) for name in all_files() if name.startswith("tessivator/")}
 
     def restore(self, name):
-        """Copies NAME unless it is there already, so that nothing is built for nothing."""
+        """Copies NAME unless it is already there, to avoid needless builds."""
         origin, target = os.path.join(ROOT, name), os.path.join(self.source, name)
         os.makedirs(os.path.dirname(target), exist_ok=True)
         with open(origin, "rb") as file:
@@ -143,7 +143,7 @@ class Tree:
             file.write("\n".join(lines))
 
     def run(self, command, seconds):
-        """Whether COMMAND succeeds; None when the time is over."""
+        """Whether COMMAND succeeds; None after a timeout."""
         with subprocess.Popen(command, cwd=self.source, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL, start_new_session=True) as process:
             try:
@@ -162,7 +162,7 @@ class Tree:
                         seconds)
 
     def code(self, name):
-        """What the object code of source NAME is, without what only tells lines and columns; None for a header."""
+        """The object code of source NAME without line and column numbers; None for a header."""
         for folder, _, names in os.walk(os.path.join(self.build, os.path.dirname(name))):
             if os.path.basename(name) + ".o" in names:
                 bare = os.path.join(self.build, "mutate.o")
@@ -172,7 +172,7 @@ class Tree:
         return None
 
     def suites(self, component):
-        """The targets and the tests of COMPONENT; none: all have to run."""
+        """The targets and the tests of COMPONENT; if empty, all have to run."""
         targets, tests = [], []
         for folder in SUITES.get(component, [component]):
             path = os.path.join(self.source, "tests", folder, "CMakeLists.txt")
@@ -194,7 +194,7 @@ class Tree:
                 return "no fault" if built is False else "out of time"
             if self.sound[fault.file] is not None and self.code(fault.file) == self.sound[fault.file]:
                 return "no fault"
-            # A suite that hangs has noticed the fault: the sound sources take it seconds, a minute over a share.
+            # A suite that hangs has caught the fault: without a fault it takes seconds, or a minute with shares.
             if self.test(tests, min(240 if "share" in SUITES.get(component, []) else 60, end - time.monotonic())) is not True:
                 return "caught by its component"
             if quick:

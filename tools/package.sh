@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
-# Makes what is handed to users, in DEST (default: build/package): Debian packages of the programs, the share program,
+# Makes the release packages in DEST (default: build/package): Debian packages of the programs, the share program,
 # the Java library and the C++ components, and an archive of everything for Windows.
 #
 #   tools/package.sh [DEST [CMAKE-OPTION...]]
 #
-# It needs what tools/install-deps.sh check installs and the libraries of tools/cross-libs.sh.
+# First run tools/install-deps.sh check and tools/cross-libs.sh.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root"
 dest=${1:-$root/build/package}
 options=("${@:2}")
-# What was compiled for another build folder with the same options need not be compiled again.
+# Let the compiler cache reuse objects of other build folders with the same options.
 export CCACHE_NOHASHDIR=1
 mkdir -p "$dest"
 dest=$(cd "$dest" && pwd)
@@ -21,7 +21,7 @@ quiet() {
   shift
   "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2; echo "package.sh: failed: $*" >&2; exit 1; }
 }
-# Each in a build folder of its own: a package is installed into /usr.
+# Separate build folders, because packages are installed into /usr.
 pack() {
   local name=$1 preset=$2
   shift 2
@@ -30,7 +30,7 @@ pack() {
   quiet "$dest/$name.log" cpack --config "$dest/$name/CPackConfig.cmake" -B "$dest/$name.packages"
 }
 pack linux linux-release -DCMAKE_INSTALL_PREFIX=/usr
-# windows_docs FOLDER: manuals as text, and the terms of what is linked in, as the packages of their sources have them.
+# windows_docs FOLDER: manuals as text, and the licences of the libraries linked in, copied from their source packages.
 windows_docs() {
   local page library
   mkdir -p "$1/manuals" "$1/licences"

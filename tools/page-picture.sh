@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes docs/page.png, the README's picture of a survey's page: the sample repository of the tests, scanned by the
-# programs in BUILD (default: build/linux-release), as Chromium shows it.
+# Makes docs/page.png, the README's picture of a page: the programs in BUILD (default: build/linux-release) scan the
+# sample repository of the tests, and Chromium shows the page.
 #
 #   tools/page-picture.sh [BUILD]
 set -euo pipefail
@@ -12,7 +12,7 @@ trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/survey"
 "$(program brantle)" "$root/tests/fixtures/tree" "$work/survey"
-# No machine's folder is in the picture.
+# Use a neutral path, because the picture shows it.
 sed -i "s#<Name>$root/tests/fixtures/tree#<Name>/srv/repository#" "$work/survey/info.xml"
 "$(program brantle-report)" html "$work/survey" -o "$work/page.html"
 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking \

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fetches Debian's signed boot loaders and unpacks them into build/real: real images with real signatures for the
-# tests. They are never installed. Does nothing when they are there.
+# tests. They are never installed. Does nothing if they are already there.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 dest=$root/build/real
@@ -12,10 +12,10 @@ echo "real-images: fetching ${packages[*]}"
 rm -rf "$dest" "$dest.new"
 mkdir -p "$dest.new/packages"
 cd "$dest.new/packages"
-# The work folder need not be open to apt's own user.
+# apt's own user may not be able to read the work folder.
 download() { apt-get -q -o APT::Sandbox::User="$(id -un)" download "${packages[@]}" >download.log 2>&1; }
 if ! download; then
-  # Package lists that are missing or too old: fetched anew.
+  # Package lists are missing or too old: update them.
   if [ "$(id -u)" -eq 0 ]; then apt-get -q update >/dev/null; else sudo apt-get -q update >/dev/null; fi
   download || { cat download.log >&2; exit 1; }
 fi

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Prints how many lines of tests there are to 100 of the product: test-share.py [MOST], which fails above MOST.
+"""Prints how many lines of tests there are to 100 of the product: test-share.py [MOST] fails above MOST.
 
 Blank lines do not count. Tests are all programs, scripts, tables and fixture makers of tests/ and fuzz/; the tables
 that fixture makers read (tests/fixtures/scripts) are data.

@@ -1,21 +1,21 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine: wine-run.sh PROGRAM [ARGUMENT...]. CMake's emulator for the Windows build.
 #
-# The Wine prefix is WINEPREFIX, by default build/wineprefix of this source tree; it is made when missing.
-# TESSIVATOR_* variables that hold an absolute Linux path reach the program in Windows form (Z:\...). The exit
+# The Wine prefix is WINEPREFIX, by default build/wineprefix of this source tree; it is created if missing.
+# TESSIVATOR_* variables with an absolute Linux path are converted to Windows form (Z:\...). The exit
 # status is the low eight bits of the program's own.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export WINEPREFIX=${WINEPREFIX:-$root/build/wineprefix}
 export WINEDEBUG=${WINEDEBUG:--all}
 export WINEARCH=win64
-# No offers to download .NET or a browser engine, no entries in the desktop's menus.
+# Do not offer to download .NET or a browser engine, and make no desktop menu entries.
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-"mscoree,mshtml=;winemenubuilder.exe=d"}
 # Wine reads file names in the locale's encoding; in the C locale it would not see those beyond ASCII.
 export LC_ALL=C.UTF-8
 export HOME=${HOME:-$root/build}
 
-# The loader itself: Debian's wrapper script asks for the 32-bit Wine first and complains when there is none.
+# Use the loader itself: Debian's wrapper script looks for 32-bit Wine first and prints a warning if it is missing.
 if [ -x /usr/lib/wine/wine64 ]; then
   wine=/usr/lib/wine/wine64
 else
@@ -24,8 +24,8 @@ fi
 
 clear_prefix() { find "$WINEPREFIX" -mindepth 1 -maxdepth 1 ! -name '.tessivator-*' -exec rm -rf {} +; }
 prefix_works() { "$wine" cmd /c exit >/dev/null 2>&1 9>&-; }
-# Makes the prefix: as Wine does it, or, where its own installation fails (it says nothing of the reason and leaves a
-# prefix without system files), of links to the system files alone, which is all that the tests need.
+# Makes the prefix with Wine's own installation. If that fails (it gives no reason and leaves a prefix without system
+# files), makes it of links to the system files, which is all that the tests need.
 make_prefix() {
   clear_prefix
   "$wine" wineboot -i </dev/null >"$WINEPREFIX/.tessivator-log" 2>&1 9>&- && prefix_works && return
