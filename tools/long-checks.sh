@@ -17,7 +17,7 @@ fuzz() {
     seeds=(fuzz/corpus/"${target##*/}")
     case ${target##*/} in
       fuzz_image) seeds+=(tests/fixtures/images) ;;
-      fuzz_signature) seeds+=(tests/fixtures/pkcs7) ;;
+      fuzz_signature | fuzz_facts) seeds+=(tests/fixtures/pkcs7) ;;
       fuzz_package) seeds+=(tests/fixtures/packages) ;;
       fuzz_request) seeds+=(tests/fixtures/images tests/fixtures/packages tests/fixtures/cabinets) ;;
     esac

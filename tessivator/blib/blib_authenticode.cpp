@@ -9,6 +9,7 @@ namespace {
 constexpr std::uint64_t checksum_offset = 24 + 64;  // from the NT headers on
 constexpr std::uint64_t directories_32 = 24 + 96;
 constexpr std::uint64_t directories_64 = 24 + 112;
+constexpr std::uint64_t directory_size = 8;
 constexpr std::uint64_t alignment = 8;
 
 }  // namespace
@@ -21,14 +22,14 @@ qerr_t blib_authenticode::begin(const blib_bin* image, std::uint32_t kinds) noex
   if (code != QERR_OK) return code;
   const std::uint64_t headers = qbytes_le<std::uint32_t>(image->view, 60).value_or(0);
   const std::uint64_t directory =
-      headers + (image->is_64bit ? directories_64 : directories_32) + BLIB_DIRECTORY_SECURITY * 8;
+      headers + (image->is_64bit ? directories_64 : directories_32) + BLIB_DIRECTORY_SECURITY * directory_size;
   size_ = image->full_size;
   position_ = 0;
   const bool has_table = address != 0 && length != 0 && address < size_;
   is_padded_ = has_table;
   const std::uint64_t table = has_table ? address : size_;
   skipped_ = {{{headers + checksum_offset, headers + checksum_offset + 4},
-               {directory, directory + 8},
+               {directory, directory + directory_size},
                {table, has_table ? table + length : table}}};
   std::sort(skipped_.begin(), skipped_.end(), [](const range& a, const range& b) { return a.begin < b.begin; });
   return digests_.begin(kinds);

@@ -9,6 +9,7 @@
 #include "sgn/sgn_cert_facts.h"
 #include "sgn/sgn_signatures.h"
 #include "sgn/support.h"
+#include "support/memory_file.h"
 
 namespace {
 
@@ -225,6 +226,35 @@ TEST_F(SgnFacts, TellWhatIsDamagedOrLeftOut) {
   }
   EXPECT_EQ(codes(visit("images/signature_damaged.exe").problems), "undecodable:1");
   EXPECT_EQ(codes(visit("images/cert_table/overrun_75.exe").problems), "signatures_unreadable:1");
+}
+
+// A file that is a signature is told by its beginning, whatever its length.
+TEST_F(SgnFacts, OfAFileAreThoseOfItsBeginning) {
+  const std::string one = file_text(fixture_path("pkcs7/signed_rsa.der"));
+  std::string catalogue = file_text(fixture_path("pkcs7/catalogue_version_1.der"));
+  catalogue.replace(0, 2, "\x30\x83\x7f");  // some 8 MiB, of which the file has less
+  std::string large = catalogue;
+  large.replace(0, 5, "\x30\x84\x01\x00\x00\x01", 6);
+  const std::tuple<std::string, sgn_file_kind, std::size_t, const char*> rows[] = {
+      {"PKCX" + one, sgn_file_kind::other, 1, ""},
+      {one + std::string(std::size_t{20} << 20, 'x'), sgn_file_kind::other, 1, ""},
+      {"text" + one, sgn_file_kind::other, 0, ""},
+      {catalogue, sgn_file_kind::catalogue, 1, "undecodable:1"},
+      {large, sgn_file_kind::catalogue, 1, "signature_too_large:1"},
+  };
+  for (const auto& [bytes, kind, signatures, problems] : rows) {
+    memory_file file(bytes);
+    Visited found;
+    std::vector<sgn_problem> of_file;
+    const auto take = [&](const sgn_facts& facts) {
+      found.take(facts);
+      return QERR_OK;
+    };
+    EXPECT_EQ(sgn_visit_signatures({&file, nullptr, nullptr}, found.kind, of_file, take), QERR_OK);
+    EXPECT_EQ(found.kind, kind) << bytes.substr(0, 4);
+    EXPECT_EQ(found.facts.size(), signatures) << bytes.substr(0, 4);
+    EXPECT_EQ(codes(found.problems) + codes(of_file), problems) << bytes.substr(0, 4);
+  }
 }
 
 // One odd value leaves the others as they are.
