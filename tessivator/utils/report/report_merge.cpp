@@ -2,6 +2,7 @@
 #include <functional>
 #include <optional>
 #include <queue>
+#include <set>
 #include <utility>
 
 #include "common/qlib/qerr.h"
@@ -47,33 +48,34 @@ void appendRecord(std::string& out, const ReportRecord& record) {
   out += "        </CertificatesExtracted>\n    </Executable>\n";
 }
 
-// The order of a folder's records in the walk of which it is a part; true when it has one and it is this report's.
+// A folder's records are not those that its order is of.
+struct Misfit {
+  std::size_t folder;
+};
+
+void tellOrder(const std::u16string& folder, const char16_t* what, ReportWarnings& warnings) {
+  warnings.tell(qpath_join(folder, u"order") + u": " + what + u": ignored");
+}
+
+// The order of a folder's records in the walk of which it is a part; true when it has one. Whether it is this report's
+// shows when the report has been read.
 bool readOrder(const std::u16string& folder, ReportOrder& order, ReportWarnings& warnings) {
   constexpr std::uint64_t room = 4096;  // a record takes more bytes in the report than in the order
   std::uint64_t size = 0;
   (void)qfile_size_by_name(reportIn(folder).c_str(), &size);
   const ReportOrder::State state = order.read(folder, size + room);
-  if (state == ReportOrder::State::missing) return false;
-  if (state == ReportOrder::State::good) {
-    ReportPieces pieces(reportIn(folder), true);
-    std::uint64_t records = 0;
-    ReportPieces::Found found = pieces.next();
-    for (; found == ReportPieces::Found::record; found = pieces.next()) ++records;
-    if (found == ReportPieces::Found::end && records == order.records() && pieces.digest() == order.report())
-      return true;
-  }
-  warnings.tell(qpath_join(folder, u"order") + (state == ReportOrder::State::good
-                                                    ? u": not of the report beside it: ignored"
-                                                    : u": damaged: ignored"));
-  return false;
+  if (state == ReportOrder::State::damaged) tellOrder(folder, u"damaged", warnings);
+  return state == ReportOrder::State::good;
 }
 
 // The folders that are parts of one walk, with their orders.
 class Parts {
  public:
-  Parts(const Folders& folders, ReportWarnings& warnings) : orders_(folders.size()), isPart_(folders.size()) {
+  // Takes those of `misfits` for none.
+  Parts(const Folders& folders, const std::set<std::size_t>& misfits, ReportWarnings& warnings)
+      : orders_(folders.size()), isPart_(folders.size()) {
     for (std::size_t i = 0; i < folders.size(); ++i) {
-      isPart_[i] = readOrder(folders[i], orders_[i], warnings);
+      isPart_[i] = !misfits.contains(i) && readOrder(folders[i], orders_[i], warnings);
       if (isPart_[i]) last_ = &orders_[i];
       areAll_ = areAll_ && isPart_[i];
     }
@@ -115,14 +117,16 @@ class Parts {
 
 class Merge {
  public:
-  Merge(const std::u16string& target, const Folders& folders)
+  Merge(const std::u16string& target, const Folders& folders, const std::set<std::size_t>& misfits,
+        ReportWarnings& warnings)
       : target_(target),
         folders_(folders),
-        parts_(folders, warnings_),
-        certificates_(folders, warnings_),
+        warnings_(warnings),
+        parts_(folders, misfits, warnings),
+        certificates_(folders, warnings),
         out_(reportIn(target)) {}
 
-  // False when parts do not fit together.
+  // False when parts do not fit together. Throws Misfit.
   bool run() {
     const bool fits = parts_.fit(warnings_);
     MergedDetails details(folders_, warnings_);
@@ -160,20 +164,22 @@ class Merge {
     std::priority_queue<Next, std::vector<Next>, std::greater<>> waiting;
     std::vector<std::unique_ptr<ReportPieces>> pieces(folders_.size());
     const auto advance = [&](std::uint32_t folder) {
-      switch (pieces[folder]->next()) {
-        case ReportPieces::Found::record:
-          waiting.emplace(parts_.orderOf(folder).next(), folder);
-          break;
-        case ReportPieces::Found::end:
-          omissions_.add(pieces[folder]->omissions());
-          break;
-        default:
-          throw ReportError(reportIn(folders_[folder]) + u": changed while it was read");
+      ReportOrder& order = parts_.orderOf(folder);
+      const ReportPieces::Found found = pieces[folder]->next();
+      std::uint64_t ordinal = 0;
+      if (found == ReportPieces::Found::odd || order.next(ordinal) != (found == ReportPieces::Found::record)) {
+        throw Misfit{folder};
+      }
+      if (found == ReportPieces::Found::record) {
+        waiting.emplace(ordinal, folder);
+      } else {
+        if (pieces[folder]->digest() != order.report()) throw Misfit{folder};
+        omissions_.add(pieces[folder]->omissions());
       }
     };
     for (std::uint32_t i = 0; i < folders_.size(); ++i) {
       if (!parts_.contain(i)) continue;
-      pieces[i] = std::make_unique<ReportPieces>(reportIn(folders_[i]), false);
+      pieces[i] = std::make_unique<ReportPieces>(reportIn(folders_[i]), true);
       advance(i);
     }
     while (!waiting.empty()) {
@@ -236,7 +242,7 @@ class Merge {
 
   const std::u16string& target_;
   const Folders& folders_;
-  ReportWarnings warnings_;
+  ReportWarnings& warnings_;
   Parts parts_;
   MergedCertificates certificates_;
   ReportPathSet paths_;
@@ -247,6 +253,19 @@ class Merge {
   bool isOpen_ = false;
 };
 
+bool mergeParts(const std::u16string& target, const Folders& folders) {
+  ReportWarnings warnings;
+  std::set<std::size_t> misfits;
+  for (;;) {
+    try {
+      return Merge(target, folders, misfits, warnings).run();
+    } catch (const Misfit& misfit) {  // once for each folder at most
+      tellOrder(folders[misfit.folder], u"not of the report beside it", warnings);
+      misfits.insert(misfit.folder);
+    }
+  }
+}
+
 }  // namespace
 
 bool reportMerge(const std::u16string& target, const std::vector<std::u16string>& folders) {
@@ -256,7 +275,7 @@ bool reportMerge(const std::u16string& target, const std::vector<std::u16string>
     if (code != QERR_OK) throw ReportError(target + u": " + qerr_get_string(code));
   }
   try {
-    return Merge(target, folders).run();
+    return mergeParts(target, folders);
   } catch (...) {
     if (isNew) (void)qfile_rmdir(target.c_str());  // stays when anything was written
     throw;

@@ -101,7 +101,8 @@ void MergedCertificates::copyTo(const std::u16string& target) {
 }
 
 void MergedCertificates::copyOne(const std::u16string& target, const CertificateName& name, std::vector<Use>& uses) {
-  const std::u16string file = qstr_to_wide(bytesToHex(name)) + u".cer";
+  std::u16string file = qstr_to_wide(bytesToHex(name));
+  file += u".cer";
   const std::u16string path = qpath_join(target, file);
   std::string before;
   if (!readOneCertificate(path, before).empty()) before.clear();

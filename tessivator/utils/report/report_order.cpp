@@ -77,16 +77,16 @@ bool ReportOrder::check() noexcept {
     std::uint64_t ordinal = 0;
     if (!taker.number(ordinal) || !taker.literal("\n") || ordinal < least) return false;
     least = ordinal + 1;
-    ++records_;
     if (least == 0) return false;
   }
   return taker.number(files_) && taker.literal(" ") && taker.hex(16, paths_) && taker.literal(" ") &&
          taker.hex(64, report_) && taker.rest() == "\n" && least <= files_;
 }
 
-std::uint64_t ReportOrder::next() noexcept {
+bool ReportOrder::next(std::uint64_t& ordinal) noexcept {
   const char* const begin = text_.data() + at_;
-  const auto [end, failure] = std::from_chars(begin, text_.data() + text_.size(), last_);
-  if (failure == std::errc()) at_ += static_cast<std::size_t>(end - begin) + 1;
-  return last_;
+  const auto [end, failure] = std::from_chars(begin, text_.data() + text_.size(), ordinal);
+  if (failure != std::errc()) return false;
+  at_ += static_cast<std::size_t>(end - begin) + 1;
+  return true;
 }

@@ -13,15 +13,14 @@ class ReportOrder {
 
   [[nodiscard]] std::uint32_t part() const noexcept { return part_; }  // from 1
   [[nodiscard]] std::uint32_t parts() const noexcept { return parts_; }
-  [[nodiscard]] std::uint64_t records() const noexcept { return records_; }
   [[nodiscard]] std::string_view report() const noexcept { return report_; }  // its SHA-256
   // Whether both parts saw the same files in the same order.
   [[nodiscard]] bool sawTheSame(const ReportOrder& other) const noexcept {
     return files_ == other.files_ && paths_ == other.paths_;
   }
 
-  // The ordinal of the next record; behind the last one it does not change.
-  std::uint64_t next() noexcept;
+  // The ordinal of the next record; false behind the last one.
+  [[nodiscard]] bool next(std::uint64_t& ordinal) noexcept;
 
  private:
   [[nodiscard]] bool check() noexcept;
@@ -30,9 +29,7 @@ class ReportOrder {
   std::size_t at_ = 0;  // of the next ordinal's line
   std::uint32_t part_ = 0;
   std::uint32_t parts_ = 0;
-  std::uint64_t records_ = 0;
   std::uint64_t files_ = 0;
-  std::uint64_t last_ = 0;
   std::string_view paths_;
   std::string_view report_;
 };

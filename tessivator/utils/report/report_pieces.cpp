@@ -8,7 +8,6 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qutf8.h"
 #include "utils/report/report_reader.h"
-#include "utils/report/report_text.h"
 
 namespace {
 
@@ -44,16 +43,21 @@ bool arePlain(const char* text) noexcept {
   return ((bytes & tops) | below(bytes, 0x20) | has('<') | has('>') | has('&')) == 0;
 }
 
+// What each byte is worth as a hexadecimal digit.
+constexpr std::uint8_t no_digit = 0x80;
 constexpr auto hex_digits = [] {
   std::array<std::uint8_t, 256> all{};
-  for (const unsigned char digit : std::string_view("0123456789abcdef")) all[digit] = 1;
+  all.fill(no_digit);
+  for (std::uint8_t i = 0; i < 16; ++i) all[static_cast<unsigned char>("0123456789abcdef"[i])] = i;
   return all;
 }();
 
+std::uint8_t digitOf(char character) noexcept { return hex_digits[static_cast<unsigned char>(character)]; }
+
 bool isDigest(std::string_view text, std::size_t length) noexcept {
-  unsigned good = 1;
-  for (const char digit : text) good &= hex_digits[static_cast<unsigned char>(digit)];
-  return text.empty() || (text.size() == length && good != 0);
+  unsigned digits = 0;
+  for (const char character : text) digits |= digitOf(character);
+  return text.empty() || (text.size() == length && digits < no_digit);
 }
 
 bool isValue(ReportField field, std::string_view text) noexcept {
@@ -75,7 +79,7 @@ class ReportPieces::Cursor {
 
   bool take(std::string_view wanted) noexcept {
     const std::size_t have = std::min(wanted.size(), static_cast<std::size_t>(end_ - at_));
-    if (std::memcmp(at_, wanted.data(), have) != 0) return false;
+    if (have != 0 && std::memcmp(at_, wanted.data(), have) != 0) return false;
     if (have < wanted.size()) return lack();
     at_ += have;
     return true;
@@ -110,6 +114,19 @@ class ReportPieces::Cursor {
     if (end == end_) return lack();
     at_ = end;
     return failure == std::errc();
+  }
+
+  bool takeName(CertificateName& name) noexcept {
+    if (static_cast<std::size_t>(end_ - at_) < 2 * name.size()) return lack();
+    unsigned digits = 0;
+    for (std::uint8_t& byte : name) {
+      const std::uint8_t high = digitOf(at_[0]);
+      const std::uint8_t low = digitOf(at_[1]);
+      digits |= high | low;
+      byte = static_cast<std::uint8_t>(high << 4U | low);
+      at_ += 2;
+    }
+    return digits < no_digit;
   }
 
   bool takeUpTo(std::string_view mark, std::size_t most, std::string_view& text) noexcept {
@@ -242,13 +259,10 @@ bool ReportPieces::list(Cursor& cursor) {
   if (count == 0) return cursor.take("\"/>\n");
   if (count > REPORT_MAX_CERTIFICATES || !cursor.take("\">\n")) return false;
   for (std::uint64_t i = 0; i < count; ++i) {
-    std::string_view name;
-    CertificateName bytes{};
-    if (!cursor.take("            <Certificate name=\"") || !cursor.takeUpTo("\"/>\n", 68, name) ||
-        !hexToBytes(name, bytes)) {
+    CertificateName name{};
+    if (!cursor.take("            <Certificate name=\"") || !cursor.takeName(name) || !cursor.take("\"/>\n"))
       return false;
-    }
-    certificates_.push_back(bytes);
+    certificates_.push_back(name);
   }
   return cursor.take("        </CertificatesExtracted>\n");
 }
