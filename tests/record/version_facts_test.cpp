@@ -51,8 +51,8 @@ std::string block(std::u16string text, std::size_t units, const std::string& bod
   std::string bytes(reinterpret_cast<const char*>(text.data()), text.size() * 2);
   bytes += body;
   const std::size_t length = bytes.size();
-  for (const std::size_t at : {0, 1}) bytes[at] = static_cast<char>(length >> 8 * at);
-  for (const std::size_t at : {0, 1}) bytes[2 + at] = static_cast<char>(units >> 8 * at);
+  for (const unsigned at : {0U, 1U}) bytes[at] = static_cast<char>(length >> 8 * at);
+  for (const unsigned at : {0U, 1U}) bytes[2 + at] = static_cast<char>(units >> 8 * at);
   return bytes.append(-length % 4, '\0');
 }
 
