@@ -26,6 +26,7 @@ constexpr std::uint64_t max_file = std::uint64_t{24} << 20U;
 // In characters.
 constexpr std::size_t max_holder = 256;
 constexpr std::size_t max_text = 1024;
+constexpr std::string_view lifetime_signing = "1.3.6.1.4.1.311.10.3.13";
 
 using BioPtr = std::unique_ptr<BIO, FreeWith<BIO_free>>;
 using BignumPtr = std::unique_ptr<BIGNUM, FreeWith<BN_free>>;
@@ -110,6 +111,7 @@ void readUsages(X509* certificate, CertificateFacts& facts, SignerParticulars& s
     std::array<char, 128> numbers{};
     const int length = OBJ_obj2txt(numbers.data(), numbers.size(), usage, 1);
     const bool whole = length > 0 && length < static_cast<int>(numbers.size());
+    if (whole && numbers.data() == lifetime_signing) facts.isLifetime = true;
     if (whole && signer.subscriber.empty() && isSubscriberUsage(numbers.data())) signer.subscriber = numbers.data();
     if (i > max_usages) continue;
     if (i > 0) facts.usages += i == max_usages ? ", \u2026" : ", ";
@@ -153,6 +155,15 @@ void readFacts(X509* certificate, CertificateFacts& facts) {
   facts.label = identity.label;
 }
 
+// What a certificate that could not be read is called.
+CertificateFacts nameProblem(CertificateFacts facts) {
+  if (facts.problem.empty()) return facts;
+  const std::string hex = bytesToHex(facts.name);
+  facts.identity = hex.substr(0, 32);
+  facts.label = facts.holder = "(certificate " + hex.substr(0, 12) + "\u2026: " + facts.problem + ')';
+  return facts;
+}
+
 }  // namespace
 
 std::string readCertificateFile(const std::u16string& path, std::string& bytes) {
@@ -193,9 +204,20 @@ CertificateFacts readCertificate(const std::u16string& folder, const Certificate
     }
     ERR_pop_to_mark();
   }
-  if (!facts.problem.empty()) {
-    facts.identity = hex.substr(0, 32);
-    facts.label = facts.holder = "(certificate " + hex.substr(0, 12) + "\u2026: " + facts.problem + ')';
+  return nameProblem(std::move(facts));
+}
+
+CertificateFacts readCertificateDer(std::string_view der, const CertificateName& name) {
+  CertificateFacts facts;
+  facts.name = name;
+  ERR_set_mark();
+  const auto* at = reinterpret_cast<const unsigned char*>(der.data());
+  const X509Ptr certificate(der.size() > max_file ? nullptr : d2i_X509(nullptr, &at, static_cast<long>(der.size())));
+  if (certificate) {
+    readFacts(certificate.get(), facts);
+  } else {
+    facts.problem = "it cannot be decoded";
   }
-  return facts;
+  ERR_pop_to_mark();
+  return nameProblem(std::move(facts));
 }

@@ -26,6 +26,7 @@ struct CertificateFacts {
   Seconds notBefore = 0;
   Seconds notAfter = 0;
   bool isTimeStamping = false;  // made for time stamps and nothing else, so that it signs no file
+  bool isLifetime = false;      // a signature by it ends with it, stamped or not
   // Digests of the encoded names: who issued whom.
   std::string subjectId;
   std::string issuerId;
@@ -34,6 +35,9 @@ struct CertificateFacts {
 // Reads the certificate file of this name in `folder`. A file that is missing or unreadable is a problem, no error;
 // then label and holder say so, and the identity is the name's own.
 [[nodiscard]] CertificateFacts readCertificate(const std::u16string& folder, const CertificateName& name);
+
+// The same of a certificate in DER.
+[[nodiscard]] CertificateFacts readCertificateDer(std::string_view der, const CertificateName& name);
 
 // The bytes of a certificate's file, which must be a regular file and no link. Returns what is wrong with it, empty for
 // nothing.

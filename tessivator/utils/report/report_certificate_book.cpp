@@ -10,6 +10,8 @@
 namespace {
 
 constexpr std::size_t max_known = 16384;  // entries, each under a kilobyte
+constexpr std::size_t max_told = 65536;   // idem; what a scan remembers to have told
+constexpr std::size_t max_told_bytes = std::size_t{16} << 20U;
 
 }  // namespace
 
@@ -27,11 +29,40 @@ CertificateBook::EntryPtr CertificateBook::find(const CertificateName& name) {
     const std::string hex = bytesToHex(name);
     warnings_.tell(folder_ + u": certificate " + qstr_to_wide(hex) + u": " + qstr_to_wide(facts.problem));
   }
-  if (seen) seen(facts);
-  EntryPtr entry = std::make_shared<const Entry>(
-      Entry{name, count_++, facts.identity, facts.label, facts.isTimeStamping, facts.subjectId, facts.issuerId});
+  EntryPtr entry = enter(facts);
   known_.emplace(name, entry);
   return entry;
+}
+
+CertificateBook::EntryPtr CertificateBook::enter(const CertificateFacts& facts) {
+  if (seen) seen(facts);
+  return std::make_shared<const Entry>(Entry{facts.name, count_++, facts.identity, facts.label, facts.isTimeStamping,
+                                             facts.subjectId, facts.issuerId, facts.sha256, facts.notBefore,
+                                             facts.notAfter, facts.isLifetime, !facts.problem.empty()});
+}
+
+void CertificateBook::add(const details_certificate& certificate) {
+  if (told_[0].contains(certificate.sha256)) return;
+  EntryPtr entry = findDigest(certificate.sha256);
+  if (!entry) {
+    CertificateName name{};
+    (void)hexToBytes(certificate.name, name);
+    entry = enter(readCertificateDer(certificate.der, name));
+  }
+  if (told_[0].size() >= max_told || toldBytes_ >= max_told_bytes) {
+    told_[1] = std::move(told_[0]);
+    told_[0] = {};
+    toldBytes_ = 0;
+  }
+  toldBytes_ += entry->label.size() + certificate.sha256.size();
+  told_[0].emplace(certificate.sha256, std::move(entry));
+}
+
+CertificateBook::EntryPtr CertificateBook::findDigest(const std::string& sha256) const {
+  for (const Lot& lot : told_) {
+    if (const auto found = lot.find(sha256); found != lot.end()) return found->second;
+  }
+  return nullptr;
 }
 
 std::vector<CertificateBook::EntryPtr> CertificateBook::of(const ReportRecord& record, std::size_t& signers) {
@@ -48,15 +79,6 @@ std::vector<CertificateBook::EntryPtr> CertificateBook::of(const ReportRecord& r
   });
   signers = static_cast<std::size_t>(middle - entries.begin());
   return entries;
-}
-
-std::vector<CertificateBook::EntryPtr> CertificateBook::signersOf(const ReportRecord& record) {
-  std::size_t count = 0;
-  std::vector<EntryPtr> signers = of(record, count);
-  signers.resize(count);
-  std::unordered_set<std::string_view> identities;
-  std::erase_if(signers, [&](const EntryPtr& entry) { return !identities.insert(entry->identity).second; });
-  return signers;
 }
 
 std::string labelsOf(const std::vector<CertificateBook::EntryPtr>& signers) {

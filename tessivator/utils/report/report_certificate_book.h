@@ -1,12 +1,14 @@
 // The certificates of a report: which were seen, and which of a file's are its signers.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "details/details_records.h"
 #include "utils/report/report_certificate.h"
 #include "utils/report/report_warnings.h"
 
@@ -22,6 +24,11 @@ class CertificateBook {
     bool isTimeStamping = false;
     std::string subjectId;
     std::string issuerId;
+    std::string sha256;  // of the certificate; empty when it cannot be read
+    Seconds notBefore = 0;
+    Seconds notAfter = 0;
+    bool isLifetime = false;
+    bool isProblem = false;
   };
   using EntryPtr = std::shared_ptr<const Entry>;
 
@@ -33,11 +40,16 @@ class CertificateBook {
   // The certificates of a record. Signers come first: those that issued no other one of it and are not made for time
   // stamps alone; `signers` counts them.
   [[nodiscard]] std::vector<EntryPtr> of(const ReportRecord& record, std::size_t& signers);
-  // One certificate for each identity among the signers, in their order.
-  [[nodiscard]] std::vector<EntryPtr> signersOf(const ReportRecord& record);
+
+  // Takes up a certificate of the details.
+  void add(const details_certificate& certificate);
+  // The certificate of the details whose SHA-256 this is; null when none has come, or so many others since that it was
+  // forgotten.
+  [[nodiscard]] EntryPtr findDigest(const std::string& sha256) const;
 
  private:
   EntryPtr find(const CertificateName& name);
+  EntryPtr enter(const CertificateFacts& facts);
 
   struct NameHash {
     std::size_t operator()(const CertificateName& name) const noexcept;
@@ -45,6 +57,11 @@ class CertificateBook {
   std::u16string folder_;
   ReportWarnings& warnings_;
   std::unordered_map<CertificateName, EntryPtr, NameHash> known_;
+  // By SHA-256. A scan tells a certificate again after this many others, so the last two lots are all that can be
+  // named.
+  using Lot = std::unordered_map<std::string, EntryPtr>;
+  std::array<Lot, 2> told_;
+  std::size_t toldBytes_ = 0;  // of the first lot's texts
   std::uint32_t count_ = 0;
 };
 

@@ -69,7 +69,7 @@ int runDiff(Arguments arguments) {
   const bool csv = std::erase(arguments, u"--csv") != 0;
   const std::u16string output = takeOutput(arguments);
   if (arguments.size() != 2) badUsage();
-  return reportDiff(arguments[0], arguments[1], output, csv) ? different : equal;
+  return reportDiff(arguments[0], arguments[1], output, csv, timeOfRun()) ? different : equal;
 }
 
 int runCommand(const std::u16string& command, Arguments arguments) {
@@ -83,9 +83,9 @@ int runCommand(const std::u16string& command, Arguments arguments) {
   if (command == u"html") {
     reportHtml(arguments[0], output, timeOfRun());
   } else if (command == u"csv") {
-    reportCsv(arguments[0], output);
+    reportCsv(arguments[0], output, timeOfRun());
   } else if (command == u"cyclonedx") {
-    reportCycloneDx(arguments[0], output);
+    reportCycloneDx(arguments[0], output, timeOfRun());
   } else {
     badUsage();
   }

@@ -1,9 +1,8 @@
 // A CycloneDX 1.5 bill of materials. Elements stand in the order that its schema asks for.
-#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"
-#include "utils/report/report_reader.h"
+#include "utils/report/report_survey.h"
 #include "utils/report/report_text.h"
 
 namespace {
@@ -26,7 +25,7 @@ std::string referenceOf(const std::string& path, ReportPathSet& paths) {
 }
 
 void appendComponent(std::string& out, const ReportRecord& record, const std::string& reference,
-                     CertificateBook& certificates) {
+                     const std::vector<CertificateBook::EntryPtr>& signers) {
   out += "    <component type=\"file\" bom-ref=\"" + reference + "\">\n";
   appendElement(out, "      <publisher>", record[ReportField::Company], "</publisher>\n");
   const std::string_view product = record[ReportField::Product];
@@ -44,7 +43,7 @@ void appendComponent(std::string& out, const ReportRecord& record, const std::st
   out += "      <properties>\n        <property name=\"brantle:installer\">";
   out += record.isInstaller() ? "yes" : "no";
   out += "</property>\n";
-  for (const CertificateBook::EntryPtr& signer : certificates.signersOf(record)) {
+  for (const CertificateBook::EntryPtr& signer : signers) {
     appendElement(out, "        <property name=\"brantle:signer\">", signer->label, "</property>\n");
   }
   out += "      </properties>\n      <evidence>\n        <occurrences>\n";
@@ -54,22 +53,21 @@ void appendComponent(std::string& out, const ReportRecord& record, const std::st
 
 }  // namespace
 
-void reportCycloneDx(const std::u16string& folder, const std::u16string& output) {
-  ReportReader reader(folder);
+void reportCycloneDx(const std::u16string& folder, const std::u16string& output, Seconds now) {
   ReportWarnings warnings;
-  CertificateBook certificates(folder, warnings);
+  ReportSurvey survey(folder, warnings, now);
   ReportPathSet paths;
   ReportOutput out(output);
   out.write(
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<bom xmlns=\"http://cyclonedx.org/schema/bom/1.5\" version=\"1\">\n"
       "  <components>\n");
-  reader.read([&](const ReportRecord& record, std::uint64_t) {
-    appendComponent(out.buffer(), record, referenceOf(record.name(), paths), certificates);
+  survey.read([&](const SurveyFile& file) {
+    appendComponent(out.buffer(), *file.record, referenceOf(file.record->name(), paths), survey.signersOf(file));
     out.spill();
   });
   out.write("  </components>\n");
-  if (reader.omissions().any()) {
+  if (const ReportReader& reader = survey.reader(); reader.omissions().any()) {
     out.write(
         "  <compositions>\n    <composition>\n      <aggregate>incomplete</aggregate>\n    </composition>\n"
         "  </compositions>\n  <properties>\n    <property name=\"brantle:incomplete\">" +

@@ -5,11 +5,10 @@
 #include <map>
 
 #include "common/qlib/qstr.h"
-#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_path_set.h"
-#include "utils/report/report_reader.h"
+#include "utils/report/report_survey.h"
 #include "utils/report/report_text.h"
 
 namespace {
@@ -19,16 +18,23 @@ struct Line {
   TextDigest content{};     // of both digests of the file; zero when there are none
   std::uint64_t words = 0;  // of product information and signers
   std::uint64_t offset = 0;
+  std::uint64_t details = 0;  // offset of its line there
 };
 using Lines = std::deque<Line>;  // grows without being copied
 
 enum class Change : std::uint8_t { Added, Removed, Changed, Moved };
 constexpr std::array<std::string_view, 4> change_names{"added", "removed", "changed", "moved"};
 
+// Where a record is, and its line in the details.
+struct Place {
+  std::uint64_t offset = 0;
+  std::uint64_t details = 0;
+};
+
 struct Difference {
   Change change = Change::Added;
-  std::uint64_t older = 0;  // offsets of the records; one is unused for what was added or removed
-  std::uint64_t newer = 0;
+  Place older;  // one of them is unused for what was added or removed
+  Place newer;
 };
 
 // A signer by its identity: how many files it has signed in the older and in the newer scan, and a certificate of it.
@@ -42,16 +48,21 @@ using Signers = std::map<std::string, Signer>;
 
 // One of the two scans.
 struct Side {
-  Side(const std::u16string& folder, ReportWarnings& warnings) : reader(folder), certificates(folder, warnings) {}
-  ReportReader reader;
-  CertificateBook certificates;
+  Side(const std::u16string& folder, ReportWarnings& warnings, Seconds now) : survey(folder, warnings, now) {}
+  ReportSurvey survey;
   Lines lines;
 };
 
+std::string_view verdictText(const SurveyFile& file) {
+  return REPORT_VERDICT_WORDS[static_cast<std::size_t>(file.verdict.kind)];
+}
+
 void readSide(Side& side, std::size_t which, Signers& signers) {
-  side.reader.read([&](const ReportRecord& record, std::uint64_t offset) {
+  side.survey.read([&](const SurveyFile& file) {
+    const ReportRecord& record = *file.record;
     Line line;
-    line.offset = offset;
+    line.offset = file.offset;
+    line.details = file.detailsOffset;
     line.path = digestOfText(record.name());
     const std::string digests = record[ReportField::Sha1] + record[ReportField::Sha256];
     if (!digests.empty()) line.content = digestOfText(digests);
@@ -60,7 +71,8 @@ void readSide(Side& side, std::size_t which, Signers& signers) {
          {ReportField::Company, ReportField::Installer, ReportField::Product, ReportField::Version}) {
       words.append(record[field]).append(1, '\0');
     }
-    std::vector<CertificateBook::EntryPtr> entries = side.certificates.signersOf(record);
+    if (file.details != nullptr) words += verdictText(file);
+    std::vector<CertificateBook::EntryPtr> entries = side.survey.signersOf(file);
     std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a->identity < b->identity; });
     for (const CertificateBook::EntryPtr& entry : entries) {
       Signer& signer = signers[entry->identity];
@@ -98,6 +110,8 @@ void sortBy(Lines& lines, Key key) {
             [key](const Line& a, const Line& b) { return a.*key != b.*key ? a.*key < b.*key : a.offset < b.offset; });
 }
 
+Place placeOf(const Line& line) { return {line.offset, line.details}; }
+
 // Takes the lines apart: what is left of them are the differences.
 std::deque<Difference> compare(Lines& older, Lines& newer) {
   std::deque<Difference> differences;
@@ -108,7 +122,9 @@ std::deque<Difference> compare(Lines& older, Lines& newer) {
   join(
       older, newer, &Line::path,
       [&](const Line& a, const Line& b) {
-        if (a.content != b.content || a.words != b.words) differences.push_back({Change::Changed, a.offset, b.offset});
+        if (a.content != b.content || a.words != b.words) {
+          differences.push_back({Change::Changed, placeOf(a), placeOf(b)});
+        }
       },
       [&](const Line& line, Change change) { (change == Change::Removed ? removed : added).push_back(line); });
   older = {};
@@ -116,14 +132,14 @@ std::deque<Difference> compare(Lines& older, Lines& newer) {
   sortBy(removed, &Line::content);
   sortBy(added, &Line::content);
   const auto lone = [&](const Line& line, Change change) {
-    differences.push_back(
-        {change, change == Change::Removed ? line.offset : 0, change == Change::Added ? line.offset : 0});
+    differences.push_back({change, change == Change::Removed ? placeOf(line) : Place(),
+                           change == Change::Added ? placeOf(line) : Place()});
   };
   join(
       removed, added, &Line::content,
       [&](const Line& a, const Line& b) {
         if (a.content != TextDigest{}) {
-          differences.push_back({Change::Moved, a.offset, b.offset});
+          differences.push_back({Change::Moved, placeOf(a), placeOf(b)});
         } else {
           lone(a, Change::Removed);
           lone(b, Change::Added);
@@ -131,7 +147,7 @@ std::deque<Difference> compare(Lines& older, Lines& newer) {
       },
       lone);
   std::sort(differences.begin(), differences.end(), [](const Difference& a, const Difference& b) {
-    return std::tie(a.change, a.newer, a.older) < std::tie(b.change, b.newer, b.older);
+    return std::tie(a.change, a.newer.offset, a.older.offset) < std::tie(b.change, b.newer.offset, b.older.offset);
   });
   return differences;
 }
@@ -142,17 +158,23 @@ struct Told {
   ReportRecord newer;
   std::string olderSigners;
   std::string newerSigners;
+  std::string olderVerdict;  // empty without details
+  std::string newerVerdict;
 };
+
+void tellSide(const Place& place, Side& side, ReportRecord& record, std::string& signers, std::string& verdict) {
+  const SurveyFile file = side.survey.readAt(place.offset, place.details, record);
+  signers = labelsOf(side.survey.signersOf(file));
+  if (file.details != nullptr) verdict = verdictText(file);
+}
 
 Told tell(const Difference& difference, Side& older, Side& newer) {
   Told told;
   if (difference.change != Change::Added) {
-    told.older = older.reader.readAt(difference.older);
-    told.olderSigners = labelsOf(older.certificates.signersOf(told.older));
+    tellSide(difference.older, older, told.older, told.olderSigners, told.olderVerdict);
   }
   if (difference.change != Change::Removed) {
-    told.newer = newer.reader.readAt(difference.newer);
-    told.newerSigners = labelsOf(newer.certificates.signersOf(told.newer));
+    tellSide(difference.newer, newer, told.newer, told.newerSigners, told.newerVerdict);
   }
   return told;
 }
@@ -169,6 +191,7 @@ void differingFields(const Told& told,
     if (told.older[field] == told.newer[field]) continue;
     visit(REPORT_FIELDS[static_cast<std::size_t>(field)], told.older[field], told.newer[field]);
   }
+  if (told.olderVerdict != told.newerVerdict) visit("verdict", told.olderVerdict, told.newerVerdict);
   if (told.olderSigners != told.newerSigners) {
     visit("signers", told.olderSigners, told.newerSigners);
   } else if (told.older.certificates != told.newer.certificates) {
@@ -281,13 +304,19 @@ class CsvListing final : public Listing {
 
 }  // namespace
 
-bool reportDiff(const std::u16string& older, const std::u16string& newer, const std::u16string& output, bool csv) {
+bool reportDiff(const std::u16string& older, const std::u16string& newer, const std::u16string& output, bool csv,
+                Seconds now) {
   ReportWarnings warnings;
-  std::array<Side, 2> sides{Side(older, warnings), Side(newer, warnings)};
+  std::array<Side, 2> sides{Side(older, warnings, now), Side(newer, warnings, now)};
+  // Of a scan with details more is known than of one without, which is no difference of the files.
+  if (sides[0].survey.hasDetails() != sides[1].survey.hasDetails()) {
+    for (Side& side : sides) side.survey.ignoreDetails();
+  }
   Signers signers;
   for (std::size_t which = 0; which < sides.size(); ++which) {
     readSide(sides[which], which, signers);
-    if (sides[which].reader.omissions().any()) warnings.tell(sides[which].reader.incompleteText());
+    const ReportReader& reader = sides[which].survey.reader();
+    if (reader.omissions().any()) warnings.tell(reader.incompleteText());
   }
   const std::deque<Difference> differences = compare(sides[0].lines, sides[1].lines);
   std::erase_if(signers, [](const auto& one) { return (one.second.files[0] == 0) == (one.second.files[1] == 0); });

@@ -3,13 +3,15 @@
 //
 //   texts            met for the first time; they are numbered through the page, and other columns name them by number
 //   newCertificates  met for the first time, likewise: lists of the fields of report_names.def
-//   folder product version company certificates   a text's number a row
+//   folder product version company certificates signature   a text's number a row
 //   file             a name a row
 //   digests          27 + 43 characters of base64 a row, blanks for what is missing
 //   installer        a character a row: 1 for an installer, 0 for none, a blank where the report has no word
 //   verdict          a digit a row: a ReportVerdict
 //
-// A row's certificates are a text "signers|others" of certificate numbers, so that equal ones stand there once.
+// A row's certificates are a text "signers|others|stamps" of certificate numbers, so that equal ones stand there once.
+// Its signature is the verdict in words, with dates and names; empty without details. Where there are details, an
+// element of lines follows, one line a row, which the script reads when it needs one.
 #include <openssl/evp.h>
 
 #include <array>
@@ -18,18 +20,19 @@
 
 #include "common/qlib/qcksum.h"
 #include "common/qlib/qerr.h"
-#include "utils/report/report_certificate_book.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
 #include "utils/report/report_page.h"
-#include "utils/report/report_reader.h"
+#include "utils/report/report_page_details.h"
+#include "utils/report/report_survey.h"
 #include "utils/report/report_text.h"
-#include "utils/report/report_verdict.h"
 
 namespace {
 
 constexpr std::size_t chunk_bytes = std::size_t{1} << 20U;  // bytes
 constexpr std::size_t chunk_rows = 4096;
+// A survey of more files has no room on the page for what the dialog shows of each.
+constexpr std::uint64_t max_detailed = 100000;
 constexpr std::size_t sha1_base64 = 27;
 constexpr std::size_t sha256_base64 = 43;
 // The chunk before this element is complete.
@@ -88,13 +91,16 @@ void appendValue(std::string& out, Seconds seconds) { out += std::to_string(seco
 
 class PageData {
  public:
-  PageData(ReportOutput& out, CertificateBook& certificates) : out_(out), certificates_(certificates) {
-    certificates_.seen = [this](const CertificateFacts& facts) { addCertificate(facts); };
+  PageData(ReportOutput& out, ReportSurvey& survey)
+      : out_(out), survey_(survey), isDetailed_(survey.hasDetails() && survey.records() <= max_detailed) {
+    survey_.certificates().seen = [this](const CertificateFacts& facts) { addCertificate(facts); };
   }
 
-  void add(const ReportRecord& record) {
+  void add(const SurveyFile& file) {
+    const ReportRecord& record = *file.record;
     const SplitPath path = splitPath(record.name());
-    addText(TextColumn::certificates, certificatesOf(record));
+    addText(TextColumn::certificates, certificatesOf(file));
+    addText(TextColumn::signature, file.details == nullptr ? std::string() : wordsOf(file.verdict));
     addText(TextColumn::folder, std::string(path.folder));
     addText(TextColumn::product, record[ReportField::Product]);
     addText(TextColumn::version, record[ReportField::Version]);
@@ -103,8 +109,9 @@ class PageData {
     addDigest(record[ReportField::Sha1], sha1_base64);
     addDigest(record[ReportField::Sha256], sha256_base64);
     installers_ += installerOf(record);
-    verdicts_ += static_cast<char>('0' + static_cast<int>(verdictOf(record)));
-    std::size_t size = texts_.size() + newCertificates_.size() + files_.size();
+    verdicts_ += static_cast<char>('0' + static_cast<int>(file.verdict.kind));
+    if (isDetailed_) lines_ += pageDetailsOf(*file.details, survey_.certificates()) + '\n';
+    std::size_t size = texts_.size() + newCertificates_.size() + files_.size() + lines_.size();
     for (const std::string& column : columns_) size += column.size();
     if (++rows_ >= chunk_rows || size >= chunk_bytes) flush();
   }
@@ -123,6 +130,11 @@ class PageData {
     appendPart(part_verdict, '"', verdicts_, '"');
     chunk.back() = '}';
     chunk.append("</script><script>").append(take).append("</script>\n");
+    if (isDetailed_) {
+      chunk.append("<script type=\"text/plain\">").append(lines_).append("</script><script>");
+      chunk.append(take).append("</script>\n");
+      lines_.clear();
+    }
     rows_ = 0;
     out_.spill();
   }
@@ -154,17 +166,15 @@ class PageData {
     digests_.resize(before + width, ' ');
   }
 
-  std::string certificatesOf(const ReportRecord& record) {
-    std::size_t signers = 0;
-    const std::vector<CertificateBook::EntryPtr> entries = certificates_.of(record, signers);
+  std::string certificatesOf(const SurveyFile& file) {
+    const FileCertificates found = survey_.certificatesOf(file);
     std::string text;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      if (i == signers) {
-        text += '|';
-      } else if (i > 0) {
-        text += ',';
+    for (const auto* const list : {&found.signers, &found.others, &found.stamps}) {
+      if (list != &found.signers) text += '|';
+      for (const CertificateBook::EntryPtr& entry : *list) {
+        if (!text.empty() && text.back() != '|') text += ',';
+        text += std::to_string(entry->number);
       }
-      text += std::to_string(entries[i]->number);
     }
     return text;
   }
@@ -182,7 +192,8 @@ class PageData {
   }
 
   ReportOutput& out_;
-  CertificateBook& certificates_;
+  ReportSurvey& survey_;
+  bool isDetailed_;
   TextNumbers numbers_;
   std::string texts_;
   std::string newCertificates_;
@@ -191,6 +202,7 @@ class PageData {
   std::string digests_;
   std::string installers_;
   std::string verdicts_;
+  std::string lines_;
   std::size_t rows_ = 0;
 };
 
@@ -213,16 +225,17 @@ void writeHead(ReportOutput& out) {
 }  // namespace
 
 void reportHtml(const std::u16string& folder, const std::u16string& output, Seconds now) {
-  ReportReader reader(folder);
   ReportWarnings warnings;
-  CertificateBook certificates(folder, warnings);
+  ReportSurvey survey(folder, warnings, now);
+  const ReportReader& reader = survey.reader();
   ReportOutput out(output);
   writeHead(out);
-  PageData data(out, certificates);
-  reader.read([&](const ReportRecord& record, std::uint64_t) { data.add(record); });
+  PageData data(out, survey);
+  survey.read([&](const SurveyFile& file) { data.add(file); });
   data.flush();
   std::string& end = out.buffer();
-  end += "<script type=\"application/json\">{\"now\":" + std::to_string(now) + ",\"incomplete\":";
+  end += "<script type=\"application/json\">{\"now\":" + std::to_string(now) +
+         ",\"hasDetails\":" + (survey.hasDetails() ? "true" : "false") + ",\"incomplete\":";
   appendJson(end, reader.omissions().text());
   end.append("}</script><script>").append(take).append("</script>\n</body>\n</html>\n");
   out.finish();

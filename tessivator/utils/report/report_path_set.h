@@ -15,11 +15,13 @@ class ReportPathSet {
   ReportPathSet() : slots_(std::size_t{1} << 12U) {}
   // The value kept with `path`, to read and to change: 0 at first.
   [[nodiscard]] std::uint32_t& valueOf(std::string_view path);
+  // The value; 0 when nothing is kept with it.
+  [[nodiscard]] std::uint32_t find(std::string_view path) const;
 
  private:
   // The digest's first three words, and the value.
   using Slot = std::array<std::uint32_t, 4>;
-  static Slot& place(std::vector<Slot>& slots, const Slot& key) noexcept;
+  static std::size_t place(const std::vector<Slot>& slots, const Slot& key) noexcept;
   std::vector<Slot> slots_;  // a slot whose key is zero is free
   std::size_t used_ = 0;
 };

@@ -1,6 +1,10 @@
 """Made reports, and the report program run on them."""
+import base64
+import hashlib
+import json
 import pathlib
 import shutil
+import ssl
 import subprocess
 import sys
 from xml.sax.saxutils import escape
@@ -47,7 +51,36 @@ def issue(path, subject, usages=""):
         subprocess.run(["openssl", "x509", *command], check=True, capture_output=True)
 
 
-def run(*arguments):
+def der(path, letter):
+    return ssl.PEM_cert_to_DER_cert((path / f"{STEMS[letter]}.cer").read_text())
+
+
+def signature(path, signer, stamp="", **more):
+    """A signature by the certificate of a letter; the root's stamps it at the time `stamp`."""
+    by = lambda letter: {"certificate": hashlib.sha256(der(path, letter)).hexdigest()}
+    stamps = [{"kind": "rfc3161", "time": stamp, "signer": by("c")}] if stamp else []
+    return {"signers": [by(signer)], "stamps": stamps, **more}
+
+
+def details(path, files, letters="ac", records=None):
+    """The details of the report in `path`: lines of its files in their order, as a dictionary each, by name."""
+    lines = [{"type": "header", "format": "brantle-details", "version": 1, "reading": 1, "program": "x", "system": "linux",
+              "request": {"path": "/", "share": False, "all_certificates": False, "digests": True}, "started": "2026-01-01T00:00:00Z"}]
+    for letter in letters:
+        lines.append({"type": "certificate", "sha256": hashlib.sha256(der(path, letter)).hexdigest(), "name": STEMS[letter],
+                      "key_bits": 0, "ca": False, "self_issued": False, "der": base64.b64encode(der(path, letter)).decode()})
+    for number, (name, more) in enumerate(files.items()):
+        if members := more.get("catalogue", {}).pop("list", None):
+            lines.append({"type": "members", "ordinal": number, "members": [{"algorithm": "sha1", "value": one} for one in members]})
+        lines.append({"type": "file", "ordinal": number, "name": name, "kind": "image", "size": 1, "read_at": "2026-01-01T00:00:00Z",
+                      "record": {"bare": False}, "complete": True, **more})
+    lines.append({"type": "end", "ended": "2026-01-01T00:00:00Z", "files": len(files), "records": records or len(files), "certificates": 0,
+                  "left_out_directories": 0, "left_out_files": 0, "ended_early": False, "info_sha256": hashlib.sha256((path / "info.xml").read_bytes()).hexdigest()})
+    text = "".join(json.dumps({key: value for key, value in line.items() if value is not None}) + "\n" for line in lines)
+    (path / "details.jsonl").write_text(text, newline="\n")
+
+
+def run(*arguments, now=1760000000):
     """The program's exit code, output and error output, both as bytes."""
-    done = programs.run(programs.OPTIONS.report, *arguments, SOURCE_DATE_EPOCH="1760000000")
+    done = programs.run(programs.OPTIONS.report, *arguments, SOURCE_DATE_EPOCH=str(now))
     return done.returncode, done.stdout, done.stderr

@@ -12,7 +12,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
 
-from made_report import STEMS, folder, issue, programs, record, run
+from made_report import STEMS, details, folder, issue, programs, record, run, signature
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",
          "--disable-background-networking", "--disable-component-update", "--window-size=1300,900",
@@ -109,6 +109,7 @@ class Page(unittest.TestCase):
         self.find("#save").click()
         WebDriverWait(self.browser, 30).until(lambda _: (self.downloads / "files.csv").exists())
         self.assertEqual((self.downloads / "files.csv").read_bytes(), run("csv", made)[1])
+        (self.downloads / "files.csv").unlink()
         issue(made / f"{STEMS['1']}.cer", "/C=US/O=Next", "codeSigning")
         self.assertEqual(run("html", made, "-o", made / "page.html")[0], 0)
         page = (made / "page.html").as_uri()
@@ -126,6 +127,34 @@ class Page(unittest.TestCase):
         self.assertEqual(self.names(), shown[::-1])
         self.show(page + "#view=toString&sort=__proto__&kind=x&signature=%00&q=%")
         self.assertEqual(self.names(), [])
+
+    def test_details(self):
+        made = folder(self, "in", *(record(f"/r/{n}.exe") for n in range(4)))
+        odd = signature(made, "a", "2021-03-04T05:06:07Z", nested=[signature(made, "a")])
+        odd["signers"][0]["program_name"] = "<img src=x onerror=alert(1)>"
+        tables = [{"language": 1041, "code_page": 1200, "values": [{"name": "CompanyName", "value": "\u7a0b"}]}]
+        details(made, {"/r/0.exe": {"signatures": [odd], "image": {"machine": 1, "subsystem": 2, "version_tables": tables}},
+                       "/r/1.exe": {"signatures": [signature(made, "a", signed_digest_matches=False)]},
+                       "/r/2.exe": {"package": {"package_code": "{3}"}, "problems": [{"code": "y" * 70000, "count": 1}]}, "/r/3.exe": {}})
+        self.assertEqual(run("html", made, "-o", made / "page.html")[0], 0)
+        self.show((made / "page.html").as_uri())
+        self.assertEqual([one.text.replace("\n", " ") for one in self.browser.find_elements(By.CSS_SELECTOR, ".tile")][3:],
+                         ["1 stamped", "1 does not match", "2 unsigned", "2 certificates", "0 certificates that end soon"])
+        self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, ".tile.warn")), 1)
+        self.find("#save").click()
+        WebDriverWait(self.browser, 30).until(lambda _: (self.downloads / "files.csv").exists())
+        self.assertEqual((self.downloads / "files.csv").read_bytes(), run("csv", made)[1])
+        (self.downloads / "files.csv").unlink()
+        self.find("#query").send_keys("2021-03")
+        self.wait_for(["0.exe"])
+        self.find("#grid").send_keys(Keys.ENTER)
+        for words in ("<img src=x onerror=alert(1)>", "2021-03-04T05:06:07Z, RFC 3161, by Fixture Works", "Nested signature 1",
+                      "\u7a0b", "Language 0411", "for time stamps"):
+            self.assertIn(words, self.find("#sheet").text)
+        self.find("#close").click()
+        self.show((made / "page.html").as_uri() + "#signature=Unsigned")
+        self.find("#grid").send_keys(Keys.ENTER)
+        self.assertIn("too long for this page", self.find("#sheet").text)
 
     def test_keyboard(self):
         self.open(*(record(f"/r/{number}.exe", "ab" if number == MANY - 2 else "e") for number in range(MANY)))

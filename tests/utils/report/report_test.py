@@ -10,7 +10,7 @@ import sys
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from made_report import HERE, STEMS, folder, issue, programs, record, run
+from made_report import HERE, STEMS, details, folder, issue, programs, record, run, signature
 
 # Leaf certificates are of one signer; the key is of the root's RSAPublicKey, by openssl and sha256sum.
 LEAF, ROOT = "Fixture Works (SE)", "Fixture Works (SE, self-issued, key d0d83151594c)"
@@ -77,6 +77,52 @@ class Commands(unittest.TestCase):
             shutil.copy(made / f"{STEMS[str(n)]}.cer", later)
         issue(later / f"{STEMS['9']}.cer", "/C=SE/O=Jane Renamed", SERVICE + "1.2.3.45")
         self.assertEqual(self.succeed("diff", made, later), b"")
+
+    def test_verdicts(self):
+        """What the details say of a file, and its verdict in 2025 and, where it is another one, in 2052."""
+        inside = "2020-01-01T00:00:00Z"
+        made = folder(self, "in", *(record(f"/{n}.efi") for n in range(14)))
+        issue(made / f"{STEMS['1']}.cer", "/C=US/O=Short", "codeSigning,1.3.6.1.4.1.311.10.3.13")
+        sign = lambda *arguments, **more: {"signatures": [signature(made, *arguments, **more)]}
+        mismatch = signature(made, "1", signed_digest_matches=False)
+        rows = [(sign("a", inside), "stamped,2020-01-01"), (sign("a", "2049-12-31T23:59:59.9Z"), "stamped,2049-12-31"),
+                (sign("a", "2019-12-31T23:59:59Z"), "valid until,2049-12-31", "ended,2049-12-31"),
+                (sign("a"), "valid until,2049-12-31", "ended,2049-12-31"),
+                (sign("1", "2028-01-01T00:00:00Z"), "valid until", "ended"),
+                (sign("1", nested=[signature(made, "a", nested=[signature(made, "a", inside)])]), "stamped,2020-01-01"),
+                ({"signatures": [signature(made, "a", inside), mismatch]}, "does not match"),
+                (sign("a", inside, nested=[mismatch]), "does not match"), (sign("b", inside), "undecodable"),
+                ({"signatures": [{}]}, "undecodable"), ({"problems": [{"code": "signatures_unreadable", "count": 1}]}, "undecodable"),
+                ({"authenticode_digests": [{"algorithm": "sha1", "value": "ab"}]}, "in catalogue,,d.cat"),
+                ({"authenticode_digests": [{"algorithm": "sha1", "value": "cd"}]}, "unsigned"), ({"kind": "other"}, "not looked at")]
+        catalogue = lambda name, signed, *members: {name: {"record": None, "catalogue": {"members": 2, "list": list(members)}, **signed}}
+        details(made, {**catalogue("/x/no.cat", {}, "ab", "cd"), **catalogue("/x/d.cat", sign("1"), "ab"),
+                       **{f"/{n}.efi": about for n, (about, *_) in enumerate(rows)}}, "ac1")
+        for now, column in ((1760000000, 1), (2600000000, -1)):
+            found = list(csv.reader(io.StringIO(run("csv", made, now=now)[1].decode())))[1:]
+            for row, wanted in zip(found, rows, strict=True):
+                self.assertTrue(",".join(row[9:]).startswith(wanted[column]), (row, wanted))
+            self.assertEqual([row[8] for row in found[:6]], [LEAF] * 4 + ["Short (US)", f"Short (US); {LEAF}"])
+        # What differs is told by verdict; a scan without details knows nothing of them.
+        later = folder(self, "later", *(record(f"/{n}.efi") for n in range(14)))
+        details(later, {f"/{n}.efi": rows[0][0] if n == 3 else about for n, (about, *_) in enumerate(rows) if n != 11} | {"/11.efi": {}})
+        self.assertEqual(run("diff", made, later)[0], 2, "a line that is not in the report's order")
+        (later / "details.jsonl").unlink()
+        self.assertEqual(run("diff", made, later), (0, b"", b""))
+
+    def test_foreign_details(self):
+        made = folder(self, "in", record("/a.exe", "c"))
+        details(made, {"/a.exe": {"signatures": [signature(made, "a")]}})
+        old = folder(self, "old", record("/a.exe", "c"))
+        details(old, {"/a.exe": {"signatures": [signature(made, "a", "2021-01-01T00:00:00Z")]}})
+        self.assertIn(b"/a.exe (verdict stamped -> valid until)", self.succeed("diff", old, made, status=1))
+        details(made, {"/a.exe": {"signatures": [signature(made, "a")]}}, records=100001)
+        self.assertFalse(b'<script type="text/plain">' in self.succeed("html", made))
+        (made / "details.jsonl").write_bytes((made / "details.jsonl").read_bytes().replace(b'"info_sha256": "', b'"info_sha256": "0'))
+        for command in ("csv", "html", "cyclonedx"):
+            code, out, error = run(command, made)
+            self.assertEqual((code, error.decode().count("another report")), (0, 1))
+            self.assertIn(ROOT.encode(), out)
 
     def test_damaged(self):
         """Each row is a good report of which one place was changed, and where the program must point."""
@@ -241,7 +287,7 @@ class Commands(unittest.TestCase):
         chunks = [json.loads(text) for text in re.findall('<script type="application/json"[^>]*>(.*?)</script', page, re.S)]
         self.assertEqual([chunks[0]["texts"][n] for n in chunks[0]["company"]], HOSTILE)
         self.assertEqual(len(chunks[0]["texts"]), len(set(chunks[0]["texts"])), "no text twice")
-        self.assertEqual(chunks[1], {"now": 1760000000, "incomplete": "1 file"})
+        self.assertEqual(chunks[1], {"now": 1760000000, "hasDetails": False, "incomplete": "1 file"})
 
     def test_memory(self):
         """What is kept of a report does not grow with its paths."""

@@ -64,9 +64,10 @@ const controls = (() => {
   }
 
   function start() {
+    const verdicts = Object.keys(VERDICT).filter((key) => survey.canBe(VERDICT[key]));
     for (const [name, words] of
-             [...Object.keys(VERDICT).map((key) => [key, VERDICT_WORDS[VERDICT[key]]]),
-              ['ended', 'certificate past its end date'], ['soon', 'certificate ends soon']]) {
+             [...verdicts.map((key) => [key, VERDICT_WORDS[VERDICT[key]]]), ['ended', 'certificate past its end date'],
+              ['soon', 'certificate ends soon']]) {
       dom.option(byId('signature'), name, words);
     }
     let waiting = 0;

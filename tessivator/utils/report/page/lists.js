@@ -23,22 +23,19 @@ const lists = (() => {
 
   const text = (value) => dom.bdi(value, most);
 
-  const signLooks = {
-    '': ['dot', ''],
-    'soon': ['dot warn', 'certificate ends soon: '],
-    'unknown': ['dot past', ''],
-    'ended': ['dot past', 'certificate is past its end date: '],
-  };
+  const looks = {'': 'dot', 'soon': 'dot warn', 'bad': 'dot bad', 'past': 'dot past'};
+  const validityWords = {ended: 'certificate is past its end date: ', soon: 'certificate ends soon: '};
 
   function signature(file) {
-    const one = survey.setFor(file);
-    if (survey.verdictOf(file) !== VERDICT.Signed) {
-      return [dom.make('span', 'soft', VERDICT_WORDS[survey.verdictOf(file)])];
+    const {label, validity} = survey.setFor(file), words = survey.wordsOf(file);
+    const dot = dom.make('span', looks[survey.looksOf(file)]);
+    if (survey.verdictOf(file) === VERDICT.Signed) {
+      const unseen = dom.make('span', 'unseen', validityWords[validity] ?? '');
+      return [dot, unseen, text(label || 'signed, by no listed signer')];
     }
-    const [look, words] = signLooks[one.validity];
-    return [
-      dom.make('span', look), dom.make('span', 'unseen', words), text(one.label || 'signed, by no listed signer')
-    ];
+    if (survey.verdictOf(file) >= VERDICT.Unsigned) return [dom.make('span', 'soft', words)];
+    if (!label) return [dot, text(words)];
+    return [dom.make('div', 'signer', null, dot, text(label)), dom.make('div', 'folder', null, text(words))];
   }
 
   function fillFile([name, product, version, company, kind, signer], file) {

@@ -10,15 +10,24 @@ const output = (() => {
     return /[,;"\t\r\n]/.test(guarded) ? `"${guarded.replaceAll('"', '""')}"` : guarded;
   }
 
-  const signedWords = {[VERDICT.Signed]: 'yes', [VERDICT.Unsigned]: 'no'};
+  function signedWord(file) {
+    if (survey.verdictOf(file) === VERDICT.NotLookedAt) return VERDICT_WORDS[VERDICT.NotLookedAt];
+    return survey.isSigned(file) ? 'yes' : 'no';
+  }
+  function verdictCells(file) {
+    const verdict = survey.verdictOf(file), about = survey.aboutVerdict(file);
+    const isCatalogue = verdict === VERDICT.InCatalogue;
+    return [VERDICT_WORDS[verdict], isCatalogue ? '' : about, isCatalogue ? about : ''];
+  }
 
+  const verdictHead = ['verdict', 'verdictDate', 'catalogue'];
   const fileHead =
       ['Name', 'SHA1', 'SHA256', 'companyName', 'productName', 'productVersion', 'isInstaller', 'signed', 'signers'];
   const fileRow = (file) =>
       [survey.pathOf(file), survey.sha1Of(file), survey.sha256Of(file), survey.textOf(file, 'company'),
        survey.textOf(file, 'product'), survey.textOf(file, 'version'),
-       ['no', 'yes', ''][survey.columns.installer[file]],
-       signedWords[survey.verdictOf(file)] ?? VERDICT_WORDS[survey.verdictOf(file)], survey.setFor(file).label];
+       ['no', 'yes', ''][survey.columns.installer[file]], signedWord(file), survey.setFor(file).label,
+       ...(survey.hasDetails ? verdictCells(file) : [])];
 
   const certificateHead = [
     'signer', 'subject', 'issuer', 'serial', 'valid from', 'valid until', 'key', 'usages', 'SHA1', 'SHA256', 'file',
@@ -42,7 +51,8 @@ const output = (() => {
     const {view} = query.asked, {items} = lists.current();
     const link = document.createElement('a');
     link.href = URL.createObjectURL(
-        view === 'files' ? table(items, fileHead, fileRow) : table(items, certificateHead, certificateRow));
+        view === 'files' ? table(items, [...fileHead, ...(survey.hasDetails ? verdictHead : [])], fileRow) :
+                           table(items, certificateHead, certificateRow));
     link.download = `${view}.csv`;
     link.click();
     setTimeout(() => URL.revokeObjectURL(link.href), 60000);
@@ -68,10 +78,14 @@ const output = (() => {
     const parts = value.match(/[^/\\]*[/\\]?/g).filter((part) => part !== '');
     return dom.make('bdi', '', null, ...parts.flatMap((part) => [dom.make('span', '', part), dom.make('wbr')]));
   }
+  function printedSignature(file) {
+    const {label} = survey.setFor(file);
+    return label && survey.verdictOf(file) !== VERDICT.Signed ? `${label}: ${survey.wordsOf(file)}` :
+                                                                label || survey.wordsOf(file);
+  }
   const printedFile = (file) =>
       [survey.pathOf(file), survey.textOf(file, 'product'), survey.textOf(file, 'version'),
-       survey.textOf(file, 'company'), survey.isInstaller(file) ? 'installer' : '',
-       survey.setFor(file).label || VERDICT_WORDS[survey.verdictOf(file)]];
+       survey.textOf(file, 'company'), survey.isInstaller(file) ? 'installer' : '', printedSignature(file)];
   const printedCertificate = (one) =>
       [one.subject || one.label, one.issuer, one.problem || dom.day(one.notAfter), one.key, one.usages, one.sha1,
        dom.count(one.files)];

@@ -12,11 +12,19 @@ const page = (() => {
     return named.length ? `of ${named.join(', ')} and ${last}` : `of ${last}`;
   }
 
+  function about() {
+    const words = `${dom.counted(survey.files, 'file', 'files')}. Validity of certificates as of ` +
+        `${dom.day(survey.now)}; no signature was verified`;
+    if (!survey.hasDetails) return `${words}, and time stamps were not looked at.`;
+    return survey.isDetailed() ? `${words}.` :
+                                 `${words}. The page holds verdicts, signers and time stamps; the rest of so many ` +
+            'files is in details.jsonl.';
+  }
+
   function start(incomplete) {
     dom.put(byId('root'), heading(), 500);
     document.title = `Survey ${heading().slice(0, 200)}`.trim();
-    byId('about').textContent = `${dom.counted(survey.files, 'file', 'files')}. Validity of certificates as of ` +
-        `${dom.day(survey.now)}; no signature was verified, and time stamps were not looked at.`;
+    byId('about').textContent = about();
     const rest = incomplete.includes('early') ? '' : ' left out';
     byId('incomplete').hidden = incomplete === '';
     byId('incomplete').textContent = `This survey is incomplete: ${incomplete}${rest}.`;

@@ -76,13 +76,13 @@ const query = (() => {
     const found = (value) => value.toLowerCase().includes(word);
     const carrying = new Set(survey.certificates.filter((one) => isIn(one, word)));
     const inTexts = hits(survey.texts, found);
-    const inSets =
-        hits(sets, (one) => [...one.signers, ...one.others].some((certificate) => carrying.has(certificate)));
+    const inSets = hits(sets, (one) => one.all.some((certificate) => carrying.has(certificate)));
     const tests = [
       (file) => inTexts[columns.folder[file]],
       (file) => inTexts[columns.product[file]],
       (file) => inTexts[columns.version[file]],
       (file) => inTexts[columns.company[file]],
+      (file) => inTexts[columns.signature[file]],
       (file) => inSets[columns.certificates[file]],
       (file) => found(names[file]),
     ];
@@ -118,7 +118,7 @@ const query = (() => {
     if (asked.signature) tests.push(signatureTest(asked.signature));
     if (asked.signer) tests.push(setTest((one) => one.identities.has(asked.signer)));
     if (asked.certificate) {
-      tests.push(setTest((one) => [...one.signers, ...one.others].some(({name}) => name === asked.certificate)));
+      tests.push(setTest((one) => one.all.some(({name}) => name === asked.certificate)));
     }
     if (asked.company) {
       const wanted = survey.textNumbers.get(asked.company);

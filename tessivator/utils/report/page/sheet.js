@@ -79,16 +79,17 @@ const sheet = (() => {
     text(list, 'Version', survey.textOf(file, 'version'));
     text(list, 'Company', survey.textOf(file, 'company'));
     term(list, 'Installer', survey.isInstaller(file) ? 'yes' : 'no');
-    text(list, 'Signature', VERDICT_WORDS[survey.verdictOf(file)]);
+    text(list, 'Signature', survey.wordsOf(file));
     code(list, 'SHA-1', survey.sha1Of(file));
     code(list, 'SHA-256', survey.sha256Of(file));
     const certificates = [
       ...one.signers.map((signer) => certificateCard(signer, 'signer')),
-      ...one.others.map((other) => certificateCard(other, other.isTimeStamping ? 'stamp' : 'other')),
+      ...one.all.slice(one.signers.length)
+          .map((other) => certificateCard(other, other.isTimeStamping ? 'stamp' : 'other')),
     ];
-    const parts = [make('h2', '', null, bdi(survey.names[file])), list, ...copiesLine(file)];
+    const parts = [make('h2', '', null, bdi(survey.names[file])), list, ...copiesLine(file), ...facts.of(file)];
     if (certificates.length) parts.push(make('h3', '', 'Certificates'));
-    if (one.validity === 'ended') {
+    if (one.validity === 'ended' && !survey.hasDetails) {
       parts.push(make(
           'p', 'note',
           'Time stamps were not looked at: a signature that was stamped before the ' +

@@ -70,6 +70,9 @@ const summary = (() => {
     byId('tiles').append(dom.make('li', '', null, one));
   }
 
+  const tileWords = {ValidUntil: 'valid, not stamped', InCatalogue: 'in a catalogue'};
+  const actOn = ['Ended', 'DoesNotMatch', 'Undecodable'];
+
   function tiles() {
     let installers = 0, packages = 0;
     const verdicts = VERDICT_WORDS.map(() => 0);
@@ -84,9 +87,16 @@ const summary = (() => {
     tile(survey.files, 'files', {view});
     tile(installers, 'installers', {view, kind: 'installer'});
     tile(packages, 'packages', {view, kind: 'package'});
-    for (const [name, n] of Object.entries(VERDICT)) tile(verdicts[n], VERDICT_WORDS[n], {view, signature: name});
+    for (const [name, n] of Object.entries(VERDICT)) {
+      if (!survey.canBe(n) || (survey.hasDetails && verdicts[n] === 0)) continue;
+      tile(
+          verdicts[n], tileWords[name] ?? VERDICT_WORDS[n], {view, signature: name},
+          actOn.includes(name) ? 'warn' : '');
+    }
     tile(survey.certificates.length, 'certificates', {view: 'certificates'});
-    tile(states.ended, 'certificates past their end date', {view: 'certificates', validity: 'ended'});
+    if (!survey.hasDetails) {
+      tile(states.ended, 'certificates past their end date', {view: 'certificates', validity: 'ended'});
+    }
     tile(states.soon, 'certificates that end soon', {view: 'certificates', validity: 'soon'}, 'warn');
   }
 
@@ -97,10 +107,10 @@ const summary = (() => {
     const {columns, texts} = survey;
     const counts = [texts.length, texts.length, texts.length].map((size) => new Uint32Array(size));
     for (const file of files) {
-      const folder = columns.folder[file], verdict = survey.verdictOf(file);
+      const folder = columns.folder[file];
       ++counts[0][folder];
-      if (verdict === VERDICT.Signed) ++counts[1][folder];
-      if (verdict === VERDICT.Unsigned) ++counts[2][folder];
+      if (survey.isSigned(file)) ++counts[1][folder];
+      if (survey.verdictOf(file) === VERDICT.Unsigned) ++counts[2][folder];
     }
     const totals = new Map();
     for (let n = 0; n < texts.length; ++n) {

@@ -12,10 +12,22 @@ const survey = (() => {
   const sets = [], setNumbers = new Map();
   const certificates = [], certificateOf = [], certificateNumbers = new Map();
   const names = [];
-  const digestChunks = [], chunkStarts = [];
+  const digestChunks = [], detailChunks = [], chunkStarts = [];
   const columns = {installer: new Uint8Array(1024), verdict: new Uint8Array(1024)};
   for (const column of TEXT_COLUMNS) columns[column] = new Uint32Array(1024);
-  const self = {texts, textNumbers, sets, certificates, names, columns, files: 0, now: 0, root: '', roots: []};
+  const self = {
+    texts,
+    textNumbers,
+    sets,
+    certificates,
+    names,
+    columns,
+    files: 0,
+    now: 0,
+    hasDetails: false,
+    root: '',
+    roots: []
+  };
 
   function number(list, numbers, key, value) {
     let n = numbers.get(key);
@@ -49,7 +61,7 @@ const survey = (() => {
   function addCertificate(values) {
     const one = Object.fromEntries(CERTIFICATE_FIELDS.map((field, i) => [field, values[i]]));
     Object.assign(one, {files: 0, signs: 0});
-    certificateOf.push(number(certificates, certificateNumbers, one.name, one));
+    certificateOf.push(number(certificates, certificateNumbers, one.sha256 || one.name, one));
   }
 
   function addRows(chunk) {
@@ -74,11 +86,17 @@ const survey = (() => {
   // Called by the page behind each chunk.
   function take() {
     const element = document.currentScript.previousElementSibling;
-    const chunk = JSON.parse(element.textContent);
+    const isLines = element.type === 'text/plain';
+    const chunk = isLines ? element.textContent : JSON.parse(element.textContent);
     element.remove();
     document.currentScript.remove();
+    if (isLines) {
+      detailChunks.push(chunk);
+      return;
+    }
     if (chunk.now !== undefined) {
       self.now = chunk.now;
+      self.hasDetails = chunk.hasDetails;
       prepare();
       page.start(chunk.incomplete);
       return;
@@ -89,9 +107,9 @@ const survey = (() => {
     dom.byId('about').textContent = `Reading the survey… ${dom.count(self.files)} files`;
   }
 
-  // ---- digests ----
+  // ---- chunks ----
 
-  function digestsOf(file) {
+  function chunkOf(file) {
     let low = 0, high = chunkStarts.length;
     while (high - low > 1) {
       const middle = (low + high) >> 1;
@@ -101,8 +119,21 @@ const survey = (() => {
         high = middle;
       }
     }
-    const at = (file - chunkStarts[low]) * (sha1Width + sha256Width);
-    return digestChunks[low].slice(at, at + sha1Width + sha256Width);
+    return low;
+  }
+
+  // What the dialog shows of a file; null without details.
+  function detailsOf(file) {
+    const chunk = chunkOf(file);
+    const line = detailChunks[chunk]?.split('\n')[file - chunkStarts[chunk]];
+    return line ? JSON.parse(line) : null;
+  }
+
+  // ---- digests ----
+
+  function digestsOf(file) {
+    const chunk = chunkOf(file), at = (file - chunkStarts[chunk]) * (sha1Width + sha256Width);
+    return digestChunks[chunk].slice(at, at + sha1Width + sha256Width);
   }
 
   function hexOf(encoded, digits) {
@@ -187,21 +218,26 @@ const survey = (() => {
   }
 
   function prepareSet(one) {
-    const [signers, others = ''] = one.list.split('|');
+    const [signers, others, stamps] = one.list.split('|');
     const named = (list) => list === '' ? [] : list.split(',').map((n) => certificates[certificateOf[Number(n)]]);
     one.signers = named(signers);
     one.others = named(others);
+    one.stamps = named(stamps);
+    one.all = [...new Set([...one.signers, ...one.others, ...one.stamps])];
     one.identities = new Map(one.signers.map((signer) => [signer.identity, signer.label]));
     one.label = [...one.identities.values()].join('; ');
     const states = one.signers.map(validityOf);
     one.validity = ['ended', 'soon', 'unknown'].find((state) => states.includes(state)) ?? '';
-    for (const certificate of new Set([...one.signers, ...one.others])) certificate.files += one.files;
-    for (const certificate of one.signers) certificate.signs += one.files;
+    for (const certificate of one.all) certificate.files += one.files;
+    for (const certificate of new Set(one.signers)) certificate.signs += one.files;
+    for (const certificate of one.stamps) certificate.isTimeStamping = true;
   }
 
   function prepare() {
     for (let file = 0; file < self.files; ++file) ++sets[columns.certificates[file]].files;
     sets.forEach(prepareSet);
+    // Details name certificates of files that no record tells of.
+    self.certificates = certificates.filter((one) => one.files > 0);
     findRoots();
   }
 
@@ -247,6 +283,30 @@ const survey = (() => {
 
   const folderOf = (file) => texts[columns.folder[file]];
   const setFor = (file) => sets[columns.certificates[file]];
+  const verdictOf = (file) => columns.verdict[file];
+  const wordsOf = (file) => texts[columns.signature[file]] || VERDICT_WORDS[verdictOf(file)];
+  const aboutVerdict = (file) => wordsOf(file).slice(VERDICT_WORDS[verdictOf(file)].length + 1);
+  const isSigned = (file) => verdictOf(file) <= VERDICT.Ended || verdictOf(file) === VERDICT.DoesNotMatch;
+
+  // Whether details, or a report without them, know this verdict.
+  const canBe = (verdict) => verdict >= VERDICT.Unsigned || (verdict === VERDICT.Signed) !== self.hasDetails;
+
+  // How a file's verdict looks: well, 'soon' or 'bad' where somebody should act, 'past' where nobody knows.
+  function looksOf(file) {
+    switch (verdictOf(file)) {
+      case VERDICT.Signed:
+        return {ended: 'past', unknown: 'past'}[setFor(file).validity] ?? setFor(file).validity;
+      case VERDICT.ValidUntil:
+        return aboutVerdict(file) < dom.day(self.now + soon) ? 'soon' : '';
+      case VERDICT.Ended:
+      case VERDICT.Undecodable:
+        return 'soon';
+      case VERDICT.DoesNotMatch:
+        return 'bad';
+      default:
+        return '';
+    }
+  }
   const isPackage = (file) => /\.msi$/i.test(names[file]);
 
   return Object.assign(self, {
@@ -263,6 +323,14 @@ const survey = (() => {
     pathOf: (file) => folderOf(file) + names[file],
     textOf: (file, column) => texts[columns[column][file]],
     isInstaller: (file) => columns.installer[file] === 1,
-    verdictOf: (file) => columns.verdict[file],
+    verdictOf,
+    wordsOf,
+    aboutVerdict,
+    isSigned,
+    canBe,
+    isDetailed: () => detailChunks.length > 0,
+    looksOf,
+    detailsOf,
+    certificateAt: (n) => certificates[certificateOf[n]],
   });
 })();
