@@ -241,7 +241,8 @@ qerr_t inv_get_cfci_of_file_alloc(const qchar* path, blib_file& opened, inv_cfci
   if (path == nullptr) return QERR_ARG1;
   if (out == nullptr) return QERR_ARG3;
   if (const qerr_t code = blib_file_open(opened, path); code != QERR_OK) {
-    QLOG(QLOG_INFO, u"Failed to open file '%s' for computing cfci information. err = %d", path, code);
+    QLOG_AS(QLOG_INFO, "inv_get_cfci_alloc", u"Failed to open file '%s' for computing cfci information. err = %d", path,
+            code);
     return code;
   }
   const qfile_t file = opened.file.get();

@@ -10,6 +10,7 @@ namespace {
 constexpr std::size_t max_certificates = 256;
 constexpr std::size_t max_encoding = 8192;
 constexpr std::size_t max_written = 4096;
+constexpr std::size_t max_unwritten = 65536;
 
 }  // namespace
 
@@ -31,7 +32,13 @@ const sgn_store_cache::written* sgn_store_cache::find_written(const qchar* path)
   return &written_.front();
 }
 
+void sgn_store_cache::set_unwritten(const std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN>& digest, qerr_t code) {
+  if (first_failure_ == QERR_OK) first_failure_ = code;
+  if (unwritten_.size() < max_unwritten) unwritten_.insert(digest);
+}
+
 void sgn_store_cache::set_written(written one) {
+  unwritten_.erase(one.digest);
   if (find_written(one.path.c_str()) != nullptr) {
     written_.front().digest = one.digest;
     written_.front().source = std::move(one.source);
@@ -48,3 +55,7 @@ void sgn_store_cache::set_written(written one) {
 sgn_store_cache* sgn_store_cache_create() noexcept { return new (std::nothrow) sgn_store_cache(); }
 
 void sgn_store_cache_free(sgn_store_cache* cache) noexcept { delete cache; }
+
+sgn_store_failures sgn_store_cache_failures(const sgn_store_cache* cache) noexcept {
+  return cache == nullptr ? sgn_store_failures() : cache->failures();
+}

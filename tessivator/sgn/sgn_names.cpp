@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "common/qlib/qlimits.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_utl.h"
@@ -55,6 +56,7 @@ enum class next_step : std::uint8_t { go_on, stop };
 // what became of the file is the log's business.
 next_step name_and_store(sgn_certificate& certificate, const sgn_source& source, const sgn_request& request,
                          sgn_name_list& names, qerr_t& code) {
+  if (!names.has_room()) return next_step::stop;
   code = sgn_name_certificate(certificate);
   if (code != QERR_OK || !names.push(certificate)) return next_step::stop;
   (void)sgn_store_certificate(certificate, source, request.output_directory, request.cache);
@@ -94,9 +96,15 @@ bool sgn_name_list::push(const sgn_certificate& certificate) noexcept {
   node->next = head_.release();
   std::copy(certificate.digest.begin(), certificate.digest.end(), node->sha256);
   head_.reset(node);
+  ++count_;
   return true;
 }
 
 qerr_t sgn_process_p7(const sgn_p7& p7, const sgn_request& request, sgn_name_list& names) {
   return request.all_flag != 0 ? process_all(p7, request, names) : process_signers(p7, request, names);
+}
+
+bool sgn_name_list::has_room() noexcept {
+  if (count_ == QLIMIT_NAMES_OF_A_FILE) cut_ = true;
+  return !cut_;
 }

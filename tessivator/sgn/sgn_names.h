@@ -8,12 +8,18 @@
 // A list under construction; what is not released is freed.
 class sgn_name_list {
  public:
-  // Puts a named certificate at the head. False without memory.
+  // Puts a named certificate at the head. False when memory runs out.
   [[nodiscard]] bool push(const sgn_certificate& certificate) noexcept;
+  // Whether there is room for one more name. The first time that there is none is remembered.
+  [[nodiscard]] bool has_room() noexcept;
+  // Whether has_room had to say no.
+  [[nodiscard]] bool is_cut() const noexcept { return cut_; }
   [[nodiscard]] sgn_cert_name* release() noexcept { return head_.release(); }
 
  private:
   SgnCertNamesOwner head_;
+  std::size_t count_ = 0;
+  bool cut_ = false;
 };
 
 // What the caller of an extraction asked for.

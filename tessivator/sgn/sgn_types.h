@@ -3,12 +3,14 @@
 
 #include <array>
 #include <list>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "common/qlib/qcksum.h"
+#include "sgn/sgn_cache.h"
 #include "sgn/sgn_ossl.h"
 
 // An entry of an image's table that has these two together holds its maker's own data, not a signature.
@@ -52,6 +54,10 @@ struct sgn_store_cache {
   [[nodiscard]] const written* find_written(const qchar* path);
   void set_written(written one);
 
+  // The file of the certificate with this digest could not be written. May throw std::bad_alloc.
+  void set_unwritten(const std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN>& digest, qerr_t code);
+  [[nodiscard]] sgn_store_failures failures() const noexcept { return {unwritten_.size(), first_failure_}; }
+
  private:
   struct hash {
     using is_transparent = void;
@@ -60,4 +66,6 @@ struct sgn_store_cache {
   std::unordered_map<std::string, sgn_certificate_ptr, hash, std::equal_to<>> certificates_;
   std::list<written> written_;  // the last that was written or asked for stands first
   std::unordered_map<std::u16string_view, std::list<written>::iterator> by_path_;
+  std::set<std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN>> unwritten_;
+  qerr_t first_failure_ = QERR_OK;
 };

@@ -3,6 +3,7 @@
 
 #include "blib/blib_bin.h"
 #include "blib/blib_cert.h"
+#include "common/qlib/qlimits.h"
 #include "common/qlib/qlog.h"
 #include "msi/msi_package.h"
 #include "sgn/sgn_msi.h"
@@ -41,6 +42,9 @@ class extraction {
 
   // To be called at the end.
   void warn() const noexcept {
+    if (names_.is_cut()) {
+      FILE_LOG(QLOG_WARNING, u"Only the first %zu certificates of %s are taken\n", QLIMIT_NAMES_OF_A_FILE, path_);
+    }
     if (undecodable_ == 0) return;
     FILE_LOG(QLOG_WARNING, u"%u of %u signatures of %s cannot be decoded\n", undecodable_, taken_, path_);
   }
@@ -76,6 +80,7 @@ qerr_t process_image(const qchar* path, blib_bin* image, const sgn_request& requ
     blib_bin_load_authenticode_entry(image, &entry);
     code = file.take({entry.buffer, entry.length});
     blib_bin_unload_authenticode_entry(&entry);
+    if (names.is_cut()) break;
   }
   file.warn();
   return code;

@@ -8,6 +8,7 @@
 
 #include "common/qlib/qfile.h"
 #include "common/qlib/qlog.h"
+#include "common/qlib/qpath.h"
 #include "common/qlib/qstr.h"
 #include "sgn/sgn_err.h"
 #include "sgn/sgn_oneline.h"
@@ -160,9 +161,13 @@ qerr_t sgn_name_certificate(sgn_certificate& certificate) {
 qerr_t sgn_store_certificate(const sgn_certificate& certificate, const sgn_source& source,
                              const qchar* output_directory, sgn_store_cache* cache) {
   qchar* path = nullptr;
-  if (const qerr_t code = sgn_get_internal_dir_alloc(&path, output_directory, certificate.stem.data());
-      code != QERR_OK) {
-    return code;
+  // An empty directory is none; with a separator behind it, it would be the root.
+  const bool no_directory = output_directory != nullptr && output_directory[0] == 0 && !qpath_empty_is_root();
+  const qerr_t found =
+      no_directory ? QERR_NOT_FOUND : sgn_get_internal_dir_alloc(&path, output_directory, certificate.stem.data());
+  if (found != QERR_OK) {
+    if (cache != nullptr) cache->set_unwritten(certificate.digest, found);
+    return found;
   }
   const QmemPtr<qchar> owner(path);
   STORE_LOG(QLOG_DETAIL, u"Going to save file '%s' to Vantry cert store\n", path);
@@ -174,6 +179,7 @@ qerr_t sgn_store_certificate(const sgn_certificate& certificate, const sgn_sourc
   if (pem.empty()) return write_failed(path);
   // Not flushed to the device: after a power cut a scan is run again anyway.
   const qerr_t code = qfile_write_whole(path, pem.data(), pem.size(), 0);
+  if (code != QERR_OK && cache != nullptr) cache->set_unwritten(certificate.digest, code);
   if (is_write_failure(code)) return write_failed(path);
   if (code != QERR_OK) {
     STORE_LOG(QLOG_ERROR, u"Failed to open file '%s' for writing.", path);

@@ -232,6 +232,15 @@ class Whole(unittest.TestCase):
         self.assertEqual(records["a.exe"]["stems"], records["a.msi"]["stems"])
         self.assertNotIn("SHA256", records["a.exe"])
 
+    def test_what_cannot_be_written_is_said(self):
+        missing, log = fresh(self, "in") / "missing", fresh(self, "log")
+        done = programs.run(OPTIONS.brantle, SIGNED, missing, BRANTLE_LOG=told(log))
+        lines = done.stderr.decode("utf-8").splitlines()
+        self.assertEqual((done.returncode, done.stdout, missing.exists()), (0, b"", False))
+        self.assertEqual(lines[1:], [f"brantle: {told(missing / 'info.xml')}: not written: No such file or directory",
+                                     f"brantle: {told(missing)}: 1 certificate not written: No such file or directory"])
+        self.assertTrue(lines[0].startswith(f"brantle: {told(log)}: not opened: "), lines)
+
     def test_progress_and_totals(self):
         for setting in "1", "0", "":
             result = Scan(self, SIGNED, BRANTLE_PROGRESS=setting)
@@ -268,6 +277,17 @@ class Linux(unittest.TestCase):
         (out / "info.xml").symlink_to(outside)
         self.assertEqual(Scan(self, SIGNED, out=out).code, 0)
         self.assertEqual((outside.read_text(), (out / "info.xml").is_symlink()), ("precious", False))
+
+    def test_a_reader_of_standard_error_that_goes_away_does_not_end_the_scan(self):
+        for out in "", fresh(self, "out") / "missing":  # no OUTPUT is none, and not the root
+            reader, writer = os.pipe()
+            os.close(reader)
+            command = [OPTIONS.brantle, SIGNED, out]
+            self.assertEqual(subprocess.run(command, stderr=writer, check=False, restore_signals=True).returncode, 0)
+            os.close(writer)
+            done = subprocess.run(command, capture_output=True, check=True)
+            self.assertEqual(done.stderr.count(b"not written"), 2 if out else 1)
+            self.assertFalse(pathlib.Path("/", self.stem + ".cer").exists())
 
     def test_a_file_over_4_gib(self):
         shutil.copy(SIGNED, self.big)

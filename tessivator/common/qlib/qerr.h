@@ -20,6 +20,7 @@ inline constexpr qerr_t QERR_BAD_ADDRESS = 14;
 inline constexpr qerr_t QERR_EXISTS = 17;
 inline constexpr qerr_t QERR_INVALID = 22;
 inline constexpr qerr_t QERR_NO_SPACE = 28;
+inline constexpr qerr_t QERR_NAME_LONG = 36;
 inline constexpr qerr_t QERR_LINKS = 40;
 inline constexpr qerr_t QERR_NOT_IMPLEMENTED = 38;
 inline constexpr qerr_t QERR_TIMER_EXPIRED = 62;

@@ -9,10 +9,13 @@
 #include "common/qlib/qfile_provider.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qmem.h"
+#include "common/qlib/qreplaceable.h"
 
 // Argument rules and handles. What can throw lies below the seam, and only for want of memory: 12.
 
 namespace {
+
+qreplaceable<qfile_watcher> read_watcher;
 
 constexpr std::uint32_t needs_write = QFILE_APPEND | QFILE_CREATE | QFILE_TRUNCATE;
 
@@ -23,6 +26,8 @@ bool flags_are_valid(std::uint32_t flags) noexcept {
 }
 
 }  // namespace
+
+void qfile_watch_reads(qfile_watcher* watcher) noexcept { read_watcher.replace(watcher); }
 
 qerr_t qfile_open(qfile_t* handle, const qchar* path, std::uint32_t flags) noexcept try {
   if (handle == nullptr) return QERR_ARG1;
@@ -55,6 +60,7 @@ qerr_t qfile_read(qfile_t handle, void* buffer, std::uint32_t size, std::uint32_
   *bytes_read = 0;
   const qerr_t code = qlib_is_cancelled() ? QERR_CANCELLED : handle->read(buffer, size, *bytes_read).code;
   handle->note(code);
+  if (qfile_watcher* const watcher = read_watcher.own()) watcher->on_read(*bytes_read);
   return code;
 }
 

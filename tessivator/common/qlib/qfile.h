@@ -113,6 +113,20 @@ struct qfile_stamp {
 // True when the path's attributes can be read.
 [[nodiscard]] bool qfile_exists(const qchar* path) noexcept;
 
+// Is told of reads, for a program that shows how far it is.
+class qfile_watcher {
+ public:
+  // After a read of that many bytes by qfile_read, on the reading thread.
+  virtual void on_read(std::uint32_t bytes) noexcept = 0;
+
+ protected:
+  ~qfile_watcher() = default;
+};
+
+// One watcher for the whole process, borrowed until another one or null takes its place; while files are read it must
+// stay.
+void qfile_watch_reads(qfile_watcher* watcher) noexcept;
+
 // Owner of an open file.
 class QfileOwner {
  public:

@@ -59,8 +59,17 @@ std::u16string directory_of(const qfile_itr& iterator, const qfile_itr_level& le
   return directory;
 }
 
+// The start and the end of a long path.
+std::u16string shortened(std::u16string_view path) {
+  constexpr std::size_t shown = 200;
+  constexpr std::size_t longest = 4096;
+  if (path.size() <= longest) return std::u16string(path);
+  return std::u16string(path.substr(0, shown)).append(u"...").append(path.substr(path.size() - shown));
+}
+
 void leave_out(qfile_itr& iterator, const std::u16string& directory, qerr_t code) noexcept {
   ++iterator.left_out.directories;
+  iterator.left_out.remember(directory, code);
   QLOG(QLOG_WARNING, u"Failed to list directory %s. ecode %d: %s.\n", directory, code, qerr_get_string(code));
 }
 
@@ -88,10 +97,8 @@ bool skip_long_path(qfile_itr& iterator) {
   if (bytes <= QFILE_ITR_LONGEST_PATH) return false;
   std::uint64_t& count = iterator.entry.is_directory ? iterator.left_out.directories : iterator.left_out.files;
   ++count;
-  constexpr std::size_t shown = 200;
-  const std::u16string& path = iterator.path;
-  QLOG(QLOG_WARNING, u"Skipped a path of %llu bytes: %s...%s\n", std::uint64_t{bytes}, path.substr(0, shown),
-       path.substr(path.size() - shown));
+  iterator.left_out.remember(iterator.path, QERR_NAME_LONG);
+  QLOG(QLOG_WARNING, u"Skipped a path of %llu bytes: %s\n", std::uint64_t{bytes}, shortened(iterator.path));
   return true;
 }
 
@@ -182,7 +189,8 @@ bool start_level(qfile_itr& iterator, qerr_t& code) {
   const qsys_status status = open_level(iterator);
   if (status.ok()) return may_enter(iterator);
   const bool is_start = iterator.levels.size() == 1;
-  if (is_start && status.condition == qsys_condition::not_found) return false;
+  // Neither a start that does not exist nor a link or junction that leads nowhere is something left out.
+  if ((is_start || iterator.levels.back().is_link) && status.condition == qsys_condition::not_found) return false;
   if (is_start && iterator.lists_start) {
     code = status.code;
   } else {
@@ -245,10 +253,16 @@ void end_walk(qfile_itr& iterator, qerr_t code) noexcept {
   iterator.levels.clear();
   if (code == QERR_END || !iterator.has_yielded) return;
   iterator.left_out.ended_early = true;
+  iterator.left_out.remember(iterator.path, code);
   QLOG(QLOG_WARNING, u"The walk ended early at %s. ecode %d: %s.\n", iterator.path, code, qerr_get_string(code));
 }
 
 }  // namespace
+
+void qfile_left_out::remember(std::u16string_view path, qerr_t code) noexcept try {
+  if (first.size() < most_first) first.push_back({shortened(path), code});
+} catch (...) {  // NOLINT(bugprone-empty-catch): the counts tell
+}
 
 qerr_t qfile_itr_open(qfile_itr* iterator, const qchar* path) noexcept { return qfile_itr_open_ex(iterator, path, 0); }
 

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/qlib/qfile_entered.h"
@@ -30,9 +31,19 @@ struct qfile_itr_level {
 // What a scan did not see. The walk counts directories that could not be listed completely, and paths that are too
 // long; other files are counted by whoever opens them.
 struct qfile_left_out {
+  struct place {
+    std::u16string path;
+    qerr_t code;
+  };
+  static constexpr std::size_t most_first = 10;
+
   std::uint64_t directories = 0;
   std::uint64_t files = 0;
   bool ended_early = false;  // an error ended the walk
+  std::vector<place> first;  // the first of all of these, in the walk's order; very long paths are shortened
+
+  // Adds to `first` while there is room, and memory.
+  void remember(std::u16string_view path, qerr_t code) noexcept;
 };
 
 // A walk; owned by the caller, used by one thread. Its path buffer holds the current entry's full path.

@@ -5,6 +5,7 @@
 #include <new>
 #include <string_view>
 
+#include "common/qlib/qprintable.h"
 #include "common/qlib/qutf8.h"
 
 namespace {
@@ -31,8 +32,12 @@ class output {
   void put(std::u16string_view units) {
     for (const qchar unit : units) put(unit);
   }
-  // Part of an argument.
-  void put_value(qchar unit) { put(values_ == qfmt_values::printable && is_control(unit) ? u'\uFFFD' : unit); }
+  // An argument, or part of one.
+  void put_value(std::u16string_view units) {
+    for (std::size_t at = 0; at < units.size(); ++at) {
+      put(values_ == qfmt_values::printable ? qprintable_unit(units, at) : units[at]);
+    }
+  }
   void fill(qchar unit, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) put(unit);
   }
@@ -40,10 +45,6 @@ class output {
   [[nodiscard]] bool cut() const noexcept { return cut_; }
 
  private:
-  static bool is_control(qchar unit) noexcept {
-    return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F) || unit == 0x2028 || unit == 0x2029;
-  }
-
   qchar* buffer_ = nullptr;
   std::size_t capacity_ = 0;
   std::size_t used_ = 0;
@@ -174,7 +175,7 @@ void put_padded(output& out, const conversion& how, std::u16string_view prefix, 
   if (!how.left) out.fill(u' ', padding);
   out.put(prefix);
   out.fill(u'0', zeros);
-  for (const qchar unit : body) out.put_value(unit);
+  out.put_value(body);
   if (how.left) out.fill(u' ', padding);
 }
 
@@ -251,7 +252,8 @@ void put_narrow(output& out, const conversion& how, const char* text) {
       out.put(static_cast<qchar>(0xD800 + ((step.scalar - 0x10000) >> 10)));
       out.put(static_cast<qchar>(0xDC00 + ((step.scalar - 0x10000) & 0x3FF)));
     } else {
-      out.put_value(static_cast<qchar>(step.scalar));
+      const auto unit = static_cast<qchar>(step.scalar);
+      out.put_value({&unit, 1});
     }
     rest.remove_prefix(step.length);
   }

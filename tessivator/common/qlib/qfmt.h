@@ -34,8 +34,8 @@ struct qfmt_arg {
   qfmt_arg(const void* address) noexcept : type(kind::pointer), pointer(address) {}  // NOLINT
 };
 
-// How text arguments come out: unit by unit, or with U+FFFD for every control character (U+0000..1F, U+007F..9F,
-// U+2028, U+2029). For what people read, since the name of a file may hold line feeds and a terminal's commands.
+// How text arguments come out: unit by unit, or through the filter of qprintable.h. For what people read, since the
+// name of a file may hold line feeds and a terminal's commands.
 enum class qfmt_values : std::uint8_t { exact, printable };
 
 // Formats into `destination` of `destination_bytes` bytes: at most destination_bytes / 2 - 1 units are written and the

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "common/qlib/qconsole.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlog_file.h"
 #include "common/qlib/qlog_state.h"
@@ -133,7 +134,7 @@ void append_columns(line_writer& line, const call_site& site) noexcept {
 
 // The console's and the file's failures are theirs: a log line that is lost is nobody's error.
 void emit(std::u16string_view line) noexcept {
-  if (qlog_state.console.load(std::memory_order_relaxed)) (void)qsys_console_put(line);
+  if (qlog_state.console.load(std::memory_order_relaxed)) (void)qconsole_put(line);
   (void)qlog_file_emit(line);
 }
 
@@ -143,6 +144,7 @@ struct repeated_line {
   call_site site;
   std::uint64_t digest;
   std::uint32_t times;
+  std::uint64_t since;  // ms
 };
 constexpr std::uint32_t most_repeats = 100;
 // By thread; one that meets another in its slot ends the other's row. No thread_local: MinGW keeps those by a
@@ -176,12 +178,15 @@ void write_count(qchar* buffer, const repeated_line& ended) noexcept {
 bool is_new(qchar* buffer, const call_site& site, const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
   line_writer message(buffer);
   message.append_list(format, arguments);
-  const repeated_line now{qsys_thread_id(), site, digest_of(site, message.text()), 1};
+  const repeated_line now{qsys_thread_id(), site, digest_of(site, message.text()), 1, qsys_time_ms()};
   repeated_line ended{};
   {
     const std::lock_guard<std::mutex> lock(last_lines_lock);
     repeated_line& last = slot_of(now.thread);
-    if (last.times != 0 && last.thread == now.thread && last.digest == now.digest) return ++last.times <= most_repeats;
+    const bool same = last.times != 0 && last.thread == now.thread && last.digest == now.digest;
+    // What comes every few seconds, a host's sign of life, is not to fall silent.
+    const bool recent = now.since - last.since < qlog_state.repeat_ms.load(std::memory_order_relaxed);
+    if (same && recent) return ++last.times <= most_repeats;
     ended = std::exchange(last, now);
     if (ended.times == 0) ++begun_rows;
   }

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <atomic>
+#include <string>
 
 #include "common/qlib/qfmt.h"
 #include "common/qlib/qtypes.h"
@@ -52,8 +53,9 @@ extern std::atomic<std::uint32_t> qlog_union_mask;
 
 // Writes one line whose arguments are already captured. Returns QERR_OK when the line was emitted, whatever became of
 // it, or filtered out; QERR_CORRUPTED when not initialised, QERR_ARG2 for a module id of 87 or more, QERR_ARG1 for a
-// level index of 7 or more, QERR_LOW_MEMORY. Control characters in text arguments come out as U+FFFD. Of equal lines
-// that a thread logs in a row a hundred are emitted, then one with the count of the rest.
+// level index of 7 or more, QERR_LOW_MEMORY. Text arguments go through the
+// filter of qprintable.h. Of equal lines that a thread logs in a row within a minute a hundred are emitted, then one
+// with the count of the rest.
 [[nodiscard]] qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char* function_name,
                                      const char* source_file, std::uint32_t line, const qchar* format,
                                      std::span<const qfmt_arg> arguments) noexcept;
@@ -144,12 +146,18 @@ void qlog_fini_ex(std::uint32_t stop_rotation) noexcept;
 // several processes may write to it.
 [[nodiscard]] qerr_t qlog_set_log_file_kept(const qchar* path) noexcept;
 
-// The same for the file that the environment's variable `name` (ASCII) names. Whether it names one.
-bool qlog_file_from_environment(const char* name) noexcept;
+// The same for the file that the environment's variable `name` (ASCII) names: its path, empty when it names none, and
+// the code of opening it. One that cannot be opened is tried again with each line.
+struct qlog_named_file {
+  std::u16string path;
+  qerr_t code = 0;
+};
+[[nodiscard]] qlog_named_file qlog_file_from_environment(const char* name) noexcept;
 
 // One synchronous rotation: when the file has reached size_kib KiB its backups "<stem>_<i>.log" move up by one and the
 // file starts anew. Without backups (0) nothing happens. The file is
-// first moved aside to "<stem>_0.log": one that cannot be moved costs no backup. "<path>.lock" keeps processes apart.
+// first moved aside to "<path>.rotating", a name that nothing else uses: one that cannot be moved costs no backup, and
+// is told on the console once. "<path>.lock" keeps processes apart.
 // Returns QERR_LOW_MEMORY, the last file error, or QERR_OK; a backup that does not exist yet is no error.
 [[nodiscard]] qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 

@@ -115,11 +115,10 @@ qerr_t qlog_set_log_file(const qchar* path) noexcept {
   return qlog_file_start(stored.data());
 }
 
-bool qlog_file_from_environment(const char* name) noexcept try {
-  const std::u16string path = qsys_environment(name);
-  if (path.empty()) return false;
-  (void)qlog_set_log_file_kept(path.c_str());  // a file that cannot be opened now is tried again with each line
-  return true;
+qlog_named_file qlog_file_from_environment(const char* name) noexcept try {
+  qlog_named_file named{qsys_environment(name)};
+  if (!named.path.empty()) named.code = qlog_set_log_file_kept(named.path.c_str());
+  return named;
 } catch (const std::bad_alloc&) {
-  return false;
+  return {};
 }

@@ -63,22 +63,25 @@ std::u16string stem_of(const qchar* path) {
   return stem;
 }
 
-// Name of backup `index`; 0 is what was moved aside. A name that does not fit is refused: cut names would all be the
-// same, and each backup would overwrite the one before it.
+// What a log is moved aside to. Only rotation uses this name, so a file there is left of an interrupted one.
+std::u16string aside_name(const qchar* path) { return std::u16string(path) + u".rotating"; }
+
+// Name of backup `index`. A name that does not fit is refused: cut names would all be the same, and each backup would
+// overwrite the one before it.
 qerr_t backup_name(name_buffer& name, const std::u16string& stem, std::uint32_t index) noexcept {
   const int written = qstr_printf(name.data(), sizeof(name), u"%s%c%d%s", stem, u'_', index, backup_suffix);
-  return written < 0 ? qerr_t{36} : QERR_OK;
+  return written < 0 ? QERR_NAME_LONG : QERR_OK;
 }
 
 // Moves what was moved aside and the backups up by one, oldest first. A backup that does not exist yet is no failure.
-qerr_t shift_backups(const std::u16string& stem, std::uint32_t count) noexcept {
+qerr_t shift_backups(const std::u16string& aside, const std::u16string& stem, std::uint32_t count) noexcept {
   qerr_t result = QERR_OK;
   for (std::uint32_t i = count; i > 0; --i) {
     name_buffer target;
     name_buffer source;
     qerr_t code = backup_name(target, stem, i);
-    if (code == QERR_OK) code = backup_name(source, stem, i - 1);
-    if (code == QERR_OK) code = qfile_rename(source.data(), target.data());
+    if (code == QERR_OK && i > 1) code = backup_name(source, stem, i - 1);
+    if (code == QERR_OK) code = qfile_rename(i > 1 ? source.data() : aside.c_str(), target.data());
     if (code == QERR_OK) {
       (void)qfile_compress(target.data());
     } else if (i == 1 || code != QERR_NOT_FOUND) {
@@ -90,14 +93,19 @@ qerr_t shift_backups(const std::u16string& stem, std::uint32_t count) noexcept {
 
 // The log goes first: while a viewer holds it on Windows it cannot be moved, and the backups stay. What an interrupted
 // rotation moved aside goes on from there.
-qerr_t move_up(const qchar* path, const std::u16string& stem, std::uint32_t count) noexcept {
-  name_buffer aside;
+qerr_t move_up(const qchar* path, const std::u16string& stem, std::uint32_t count) {
+  const std::u16string aside = aside_name(path);
   name_buffer last;
   qerr_t code = backup_name(last, stem, count);
-  if (code == QERR_OK) code = backup_name(aside, stem, 0);
-  std::uint64_t left = 0;
-  if (code == QERR_OK && qfile_size_by_name(aside.data(), &left) != QERR_OK) code = qfile_rename(path, aside.data());
-  return code == QERR_OK ? shift_backups(stem, count) : code;
+  if (code == QERR_OK && !qfile_exists(aside.c_str())) code = qfile_rename(path, aside.c_str());
+  return code == QERR_OK ? shift_backups(aside, stem, count) : code;
+}
+
+// Once until a rotation succeeds: a log that cannot be moved grows with every line.
+void tell_failure(const qchar* path, qerr_t code) noexcept {
+  static std::atomic<bool> told{false};
+  if (told.exchange(code != QERR_OK, std::memory_order_relaxed) || code == QERR_OK) return;
+  (void)qstr_console_printf(u"Failed to rotate log file \"%s\". %d(%s)\n", path, code, qerr_get_string(code));
 }
 
 bool is_due(const qchar* path, std::uint32_t size_kib, qerr_t& code) noexcept {
@@ -120,6 +128,7 @@ qerr_t rotate(const qchar* path, std::uint32_t size_kib, std::uint32_t count) {
   if (result == QERR_SHARING) return QERR_OK;
   if (result != QERR_OK || !is_due(path, size_kib, result)) return result;
   result = move_up(path, stem, count);
+  tell_failure(path, result);
   const qerr_t started = qlog_file_start(path);
   if (started != QERR_OK) {
     result = started;

@@ -18,6 +18,7 @@ struct qlog_shared {
   std::atomic<bool> initialised{false};
   std::atomic<bool> console{true};
   std::atomic<std::uint32_t> format{QLOG_DEFAULT_FORMAT};
+  std::atomic<std::uint32_t> repeat_ms{60000};  // for so long equal lines count as one row
   std::array<std::atomic<std::uint32_t>, QLOG_MODULE_COUNT> masks{};
 };
 extern qlog_shared qlog_state;

@@ -15,6 +15,9 @@
 [[nodiscard]] bool qpath_is_unc(const qchar* path) noexcept;
 // True for exactly two characters of which the second is a colon (never on Linux); on Linux true for "/".
 [[nodiscard]] bool qpath_is_bare_drive(const qchar* path) noexcept;
+// Whether an empty directory stands for the root of the current drive: on Windows, where a path may begin with its
+// separator and name no drive.
+[[nodiscard]] bool qpath_empty_is_root() noexcept;
 // `directory`, its separator, `name`; the separator is never doubled away: an empty directory gives separator and name.
 // May throw std::bad_alloc.
 [[nodiscard]] std::u16string qpath_join(std::u16string_view directory, std::u16string_view name);

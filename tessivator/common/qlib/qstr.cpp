@@ -4,8 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "common/qlib/qconsole.h"
 #include "common/qlib/qmem.h"
-#include "common/qlib/qsys.h"
 #include "common/qlib/qutf8.h"
 
 namespace {
@@ -127,7 +127,7 @@ std::u16string qstr_to_wide(std::string_view utf8) {
 int qstr_console_write(const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
   std::u16string text;
   if (!qfmt_to_string(text, format, arguments, qfmt_values::printable)) return -1;
-  return qsys_console_put(text) ? static_cast<int>(text.size()) : -1;
+  return qconsole_put(text) ? static_cast<int>(text.size()) : -1;
 }
 
 bool qstr_equal_nocase(std::u16string_view a, std::u16string_view b) noexcept {

@@ -2,6 +2,7 @@
 // the console. Internal to the component libraries; each function has a Windows and a POSIX form.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -37,11 +38,16 @@ struct qsys_local_time {
 // std::bad_alloc.
 [[nodiscard]] std::u16string qsys_message_text(std::uint32_t value);
 
-// Writes the text to standard output; whole texts of different threads do not mix. A console gets wide text. Otherwise:
-// on Windows the console output code page with CR LF for each LF; on Linux UTF-8, where a byte of a file name that did
-// not decode (U+DC80..U+DCFF) is written as that byte. False when it could not be written in full; a closed pipe never
-// raises a signal.
-[[nodiscard]] bool qsys_console_put(std::u16string_view text) noexcept;
+enum class qsys_stream : std::uint8_t { output, error };
+
+// Writes the text to a standard stream; one call at a time (qconsole.h holds the lock). A console gets wide text.
+// Otherwise it is UTF-8, and standard output on Windows the console output code page with CR LF for each LF. False when
+// it could not be written in full: a closed pipe never raises a signal, and a stream that does not block and that
+// nobody reads is waited for 5 s once, then no more until it takes something.
+[[nodiscard]] bool qsys_put(qsys_stream stream, std::u16string_view text) noexcept;
+[[nodiscard]] bool qsys_is_terminal(qsys_stream stream) noexcept;
+// The terminal's columns, 80 where they are not known.
+[[nodiscard]] std::size_t qsys_terminal_width(qsys_stream stream) noexcept;
 
 // An event that stays set once it is set.
 class qsys_event {

@@ -1,7 +1,6 @@
-// Identities, time, console, events and threads on POSIX systems.
+// Identities, time, events and threads on POSIX systems.
 #include "common/qlib/qsys_posix_user.h"
 
-#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -9,77 +8,12 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
 #include <new>
 
 #include "common/qlib/qstr_name.h"
 #include "common/qlib/qsys.h"
-#include "common/qlib/qutf8.h"
 
 namespace {
-
-std::mutex console_lock;
-
-// Holds SIGPIPE back for the calling thread: a reader that has gone away is a failed write, not the end of the host.
-class sigpipe_guard {
- public:
-  sigpipe_guard() noexcept {
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    sigset_t pending;
-    sigemptyset(&pending);
-    sigpending(&pending);
-    was_pending_ = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-  }
-  sigpipe_guard(const sigpipe_guard&) = delete;
-  sigpipe_guard& operator=(const sigpipe_guard&) = delete;
-  ~sigpipe_guard() {
-    if (!was_pending_) {
-      const timespec at_once{};
-      while (sigtimedwait(&pipe_, nullptr, &at_once) == -1 && errno == EINTR) {
-      }
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-
- private:
-  sigset_t pipe_{};
-  sigset_t before_{};
-  bool was_pending_ = false;
-};
-
-std::string console_bytes(std::u16string_view text) {
-  std::string bytes;
-  bytes.reserve(text.size());
-  while (!text.empty()) {
-    const qutf8_step step = qutf16_next(text);
-    if (!step.valid && text.front() >= 0xDC80 && text.front() <= 0xDCFF) {
-      bytes.push_back(static_cast<char>(static_cast<std::uint8_t>(text.front() - 0xDC00)));
-    } else {
-      qutf8_append(bytes, step.scalar);
-    }
-    text.remove_prefix(step.length);
-  }
-  return bytes;
-}
-
-// A host may have made standard output non-blocking, and its reader may be slow.
-constexpr std::uint64_t most_wait_ms = 5000;
-
-std::uint64_t monotonic_ms() noexcept {
-  timespec now{};
-  (void)clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * 1000 + static_cast<std::uint64_t>(now.tv_nsec) / 1000000;
-}
-
-// False when standard output takes nothing before that time.
-bool wait_for_reader(std::uint64_t until) noexcept {
-  const std::uint64_t now = monotonic_ms();
-  if (now >= until) return false;
-  pollfd output{STDOUT_FILENO, POLLOUT, 0};
-  return qsys_retry([&] { return poll(&output, 1, static_cast<int>(until - now)); }) > 0;
-}
 
 class posix_event final : public qsys_event {
  public:
@@ -199,23 +133,6 @@ qerr_t qsys_last_code() noexcept { return qsys_code_of(errno); }
 std::u16string qsys_message_text(std::uint32_t value) {
   (void)value;
   return {};
-}
-
-bool qsys_console_put(std::u16string_view text) noexcept try {
-  const std::string bytes = console_bytes(text);
-  const std::lock_guard lock(console_lock);
-  const sigpipe_guard guard;
-  const std::uint64_t until = monotonic_ms() + most_wait_ms;
-  std::string_view rest(bytes);
-  while (!rest.empty()) {
-    const ssize_t done = qsys_retry([&] { return write(STDOUT_FILENO, rest.data(), rest.size()); });
-    if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && wait_for_reader(until)) continue;
-    if (done <= 0) return false;
-    rest.remove_prefix(static_cast<std::size_t>(done));
-  }
-  return true;
-} catch (const std::bad_alloc&) {
-  return false;
 }
 
 qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept {

@@ -1,8 +1,7 @@
-// Identities, time, console, events and threads on Windows.
+// Identities, time, events and threads on Windows.
 #include "common/qlib/qsys_winnt_user.h"
 
 #include <algorithm>
-#include <mutex>
 #include <new>
 
 #include "common/qlib/qerr.h"
@@ -12,56 +11,6 @@ namespace {
 
 constexpr std::uint64_t ticks_per_ms = 10000;               // FILETIME counts 100 ns
 constexpr std::uint64_t epoch_1970_ms = 11644473600000ULL;  // from 1601 to 1970
-constexpr std::size_t console_piece = 16384;                // units that WriteConsoleW takes at once
-
-std::mutex console_lock;
-
-bool put_wide(HANDLE output, std::u16string_view text) noexcept {
-  while (!text.empty()) {
-    const auto piece = static_cast<DWORD>(std::min(text.size(), console_piece));
-    DWORD done = 0;
-    if (WriteConsoleW(output, qsys_wide(text.data()), piece, &done, nullptr) == 0 || done == 0) return false;
-    text.remove_prefix(std::min<std::size_t>(done, piece));
-  }
-  return true;
-}
-
-bool put_bytes(HANDLE output, std::string_view bytes) noexcept {
-  while (!bytes.empty()) {
-    const auto piece = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), 1U << 20));
-    DWORD done = 0;
-    if (WriteFile(output, bytes.data(), piece, &done, nullptr) == 0 || done == 0) return false;
-    bytes.remove_prefix(std::min<std::size_t>(done, piece));
-  }
-  return true;
-}
-
-// One line, without its line feed, in the console's output code page. Without a console that is the system's own.
-bool convert_line(UINT code_page, std::u16string_view line, std::string& bytes) {
-  bytes.clear();
-  if (line.empty()) return true;
-  if (line.size() > 0x20000000) return false;
-  const auto units = static_cast<int>(line.size());
-  const int needed = WideCharToMultiByte(code_page, 0, qsys_wide(line.data()), units, nullptr, 0, nullptr, nullptr);
-  if (needed <= 0) return false;
-  bytes.resize(static_cast<std::size_t>(needed));
-  return WideCharToMultiByte(code_page, 0, qsys_wide(line.data()), units, bytes.data(), needed, nullptr, nullptr) ==
-         needed;
-}
-
-bool put_converted(HANDLE output, std::u16string_view text) {
-  const UINT code_page = GetConsoleOutputCP();
-  std::string bytes;
-  while (!text.empty()) {
-    const std::size_t end = text.find(u'\n');
-    const bool has_line_feed = end != std::u16string_view::npos;
-    if (!convert_line(code_page, text.substr(0, end), bytes)) return false;
-    if (has_line_feed) bytes += "\r\n";
-    if (!put_bytes(output, bytes)) return false;
-    text.remove_prefix(has_line_feed ? end + 1 : text.size());
-  }
-  return true;
-}
 
 class winnt_event final : public qsys_event {
  public:
@@ -153,18 +102,6 @@ std::u16string qsys_message_text(std::uint32_t value) {
   std::u16string text(qsys_units({allocated, length}));
   while (!text.empty() && (text.back() == u'\r' || text.back() == u'\n')) text.pop_back();
   return text;
-}
-
-bool qsys_console_put(std::u16string_view text) noexcept try {
-  const std::lock_guard lock(console_lock);
-  const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
-  if (output == nullptr || output == INVALID_HANDLE_VALUE) return false;
-  // The null device is a character device as well, but no console: it gets bytes like a file.
-  DWORD mode = 0;
-  if (GetFileType(output) == FILE_TYPE_CHAR && GetConsoleMode(output, &mode) != 0) return put_wide(output, text);
-  return put_converted(output, text);
-} catch (const std::bad_alloc&) {
-  return false;
 }
 
 qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept {

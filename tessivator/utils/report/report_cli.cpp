@@ -4,14 +4,14 @@
 #include <cstdlib>
 #include <optional>
 
+#include "common/qlib/qconsole.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlib.h"
+#include "common/qlib/qprintable.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qsys.h"
 #include "share/qshare.h"
 #include "utils/report/report_commands.h"
-#include "utils/report/report_streams.h"
-#include "utils/report/report_text.h"
 
 namespace {
 
@@ -115,9 +115,9 @@ int reportMain(const qchar* const* argv, int argc) noexcept {
   try {
     result = run(argv, argc);
   } catch (const ReportError& error) {
-    reportPutError(u"brantle-report: " + forTerminal(error.text()) + u'\n');
+    qconsole_put_error(u"brantle-report: " + qprintable(error.text()) + u'\n');
   } catch (...) {
-    reportPutError(u"brantle-report: out of memory\n");
+    qconsole_put_error(u"brantle-report: out of memory\n");
   }
   qlib_lib_fini_basic();
   return result;

@@ -4,6 +4,7 @@
 #include <deque>
 #include <map>
 
+#include "common/qlib/qprintable.h"
 #include "common/qlib/qstr.h"
 #include "utils/report/report_commands.h"
 #include "utils/report/report_output.h"
@@ -250,7 +251,7 @@ class TextListing final : public Listing {
 
  private:
   void put(const std::string& line) const {
-    const std::u16string shown = forTerminal(qstr_to_wide(line));
+    const std::u16string shown = qprintable(qstr_to_wide(line));
     if (out_) {
       out_->write(qstr_to_utf8(shown) + '\n');
     } else if (qstr_console_printf(u"%s\n", shown) < 0) {

@@ -4,11 +4,12 @@
 #include <functional>
 #include <string>
 
+#include "common/qlib/qlimits.h"
 #include "utils/report/report_record.h"
 
 // Texts longer than this many bytes, and records with more certificates, are no scan's work.
 inline constexpr std::size_t REPORT_MAX_TEXT = std::size_t{1} << 20U;
-inline constexpr std::size_t REPORT_MAX_CERTIFICATES = std::size_t{1} << 16U;
+inline constexpr std::size_t REPORT_MAX_CERTIFICATES = QLIMIT_NAMES_OF_A_FILE;
 
 class ReportReader {
  public:

@@ -9,8 +9,6 @@
 
 // Bytes as they are to standard output. False when they could not be written in full.
 [[nodiscard]] bool reportPutBytes(std::string_view bytes) noexcept;
-// A text to standard error.
-void reportPutError(std::u16string_view text) noexcept;
 
 // A device or pipe that takes a result as it is written; there is nothing to replace.
 class ReportDevice {

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "common/qlib/qerr.h"
-#include "common/qlib/qstr.h"
 #include "common/qlib/qstr_name.h"
 #include "common/qlib/qsys.h"
 #include "utils/report/report_streams.h"
@@ -32,13 +31,6 @@ bool leadsTo(int descriptor, const struct stat& about) noexcept {
 }  // namespace
 
 bool reportPutBytes(std::string_view bytes) noexcept { return putAll(STDOUT_FILENO, bytes); }
-
-void reportPutError(std::u16string_view text) noexcept try {
-  std::string bytes;
-  if (!qstr_name_to_bytes(text, bytes)) bytes = qstr_to_utf8(text);
-  (void)putAll(STDERR_FILENO, bytes);
-} catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory even for saying so
-}
 
 ReportDevice::~ReportDevice() {
   if (isOpen()) (void)close(static_cast<int>(handle_));

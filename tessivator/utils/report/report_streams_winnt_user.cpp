@@ -1,11 +1,10 @@
-// Standard streams by handle: a console gets wide text, anything else UTF-8.
+// Standard streams by handle.
 #include <windows.h>
 
 #include <algorithm>
 #include <string>
 
 #include "common/qlib/qerr.h"
-#include "common/qlib/qstr.h"
 #include "utils/report/report_streams.h"
 
 namespace {
@@ -24,17 +23,6 @@ bool putAll(HANDLE stream, std::string_view bytes) noexcept {
 }  // namespace
 
 bool reportPutBytes(std::string_view bytes) noexcept { return putAll(GetStdHandle(STD_OUTPUT_HANDLE), bytes); }
-
-void reportPutError(std::u16string_view text) noexcept try {
-  const HANDLE stream = GetStdHandle(STD_ERROR_HANDLE);
-  DWORD mode = 0;
-  if (GetConsoleMode(stream, &mode) != 0) {
-    (void)WriteConsoleW(stream, text.data(), static_cast<DWORD>(text.size()), nullptr, nullptr);
-  } else {
-    (void)putAll(stream, qstr_to_utf8(text));
-  }
-} catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory even for saying so
-}
 
 ReportDevice::~ReportDevice() {
   if (isOpen()) CloseHandle(reinterpret_cast<HANDLE>(handle_));

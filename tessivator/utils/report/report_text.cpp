@@ -48,11 +48,6 @@ bool startsFormula(std::string_view text) noexcept {
   return false;
 }
 
-bool turnsDirection(qchar unit) noexcept {
-  return unit == 0x061C || unit == 0x200E || unit == 0x200F || (unit >= 0x202A && unit <= 0x202E) ||
-         (unit >= 0x2066 && unit <= 0x2069);
-}
-
 }  // namespace
 
 bool hexToBytes(std::string_view hex, CertificateName& bytes) noexcept {
@@ -151,15 +146,6 @@ std::string presentable(std::string_view text, std::size_t most) {
     text.remove_prefix(step.length);
   }
   return out;
-}
-
-std::u16string forTerminal(std::u16string_view text) {
-  std::u16string shown(text);
-  for (qchar& unit : shown) {
-    const bool control = unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || unit == 0x2028 || unit == 0x2029;
-    if (control || turnsDirection(unit)) unit = 0xFFFD;
-  }
-  return shown;
 }
 
 SplitPath splitPath(std::string_view path) noexcept {

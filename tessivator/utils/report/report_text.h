@@ -23,8 +23,6 @@ void appendCsv(std::string& out, std::string_view text);
 // What a certificate says of itself, made fit for XML: controls and what is no character become U+FFFD, and of a text
 // longer than `most` characters the front remains.
 [[nodiscard]] std::string presentable(std::string_view text, std::size_t most);
-// What a terminal may be shown: controls, line ends and marks that turn the direction of text become U+FFFD.
-[[nodiscard]] std::u16string forTerminal(std::u16string_view text);
 
 // The parts of a path as this or the other system writes them: the folder with its separator, and the name.
 struct SplitPath {

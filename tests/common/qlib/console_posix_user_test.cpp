@@ -1,4 +1,4 @@
-// The console of Linux: a pipe that nobody reads, one that is read late, and the bytes of undecodable names.
+// The console of Linux: a pipe that nobody reads, and one that is read late.
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -83,8 +83,18 @@ TEST_F(Console, ReaderThatIsLateLosesNothing) {
   EXPECT_EQ(bytes, text.size());
 }
 
-TEST_F(Console, NamesKeepTheirBytes) {
-  EXPECT_EQ(said([] { EXPECT_EQ(qstr_console_printf(u"a\xDCFFz\xD800\u00E9\n"), 6); }), "a\xFFz\xEF\xBF\xBD\xC3\xA9\n");
+// It holds 64 KiB: the second line waits in vain, the third no more.
+TEST_F(Console, ReaderThatNeverReadsCostsFiveSecondsOnce) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(piped([&](int reader) {
+              int lost = 0;
+              for (int line = 0; line < 4; ++line) lost += qstr_console_printf(u"%s", std::u16string(60000, u'x')) < 0;
+              return close(reader) + lost;
+            }),
+            3);
+  const auto seconds = std::chrono::steady_clock::now() - start;
+  EXPECT_GT(seconds, std::chrono::seconds(4));
+  EXPECT_LT(seconds, std::chrono::seconds(8));
 }
 
 }  // namespace

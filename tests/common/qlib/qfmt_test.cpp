@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "common/qlib/qstr.h"
 #include "support/fixture_table.h"
 
@@ -39,6 +41,22 @@ TEST(Formatting, TextsPrintByTheirOwnKind) {
   const char open_narrow[3] = {'d', 'e', 'f'};
   EXPECT_EQ(formatted(u"%.3s%.*hs", static_cast<const qchar*>(open_wide), 3, static_cast<const char*>(open_narrow)),
             "abcdef");
+}
+
+// Each text beside what a person may see of it; "!" stands for U+FFFD.
+TEST(Formatting, PrintableValuesForgeNothing) {
+  const std::pair<std::u16string, std::u16string> rows[] = {
+      {u"\x1B[2J\n\x7F\x9F\u2028", u"![2J!!!!"},
+      {u"\u061C\u200E\u200F\u202A\u202E\u2066\u2069", u"!!!!!!!"},
+      {u"\u200A\u2010\u2029\u202F\u2065\u206A\u00A0~", u"\u200A\u2010!\u202F\u2065\u206A\u00A0~"},
+      {u"\xDCFFz\xD83D\xDE00\xD800", u"!z\xD83D\xDE00!"}};
+  for (auto [text, shown] : rows) {
+    std::replace(shown.begin(), shown.end(), u'!', u'\uFFFD');
+    std::u16string got;
+    const qfmt_arg argument(text);
+    EXPECT_TRUE(qfmt_to_string(got, u"%s", std::span(&argument, 1), qfmt_values::printable));
+    EXPECT_TRUE(got == shown) << qstr_to_utf8(got);
+  }
 }
 
 TEST(Formatting, WrongFormatsAreHarmless) {

@@ -1,8 +1,11 @@
 // The log file and its rotation, with real files.
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <thread>
 
+#include "common/qlib/qlog_state.h"
+#include "support/faulty_provider.h"
 #include "support/fixture_table.h"
 #include "support/scratch.h"
 
@@ -67,8 +70,8 @@ TEST_F(LogFile, OfTheEnvironmentKeepsItsSizeWithoutAThread) {
   static std::string variable;  // stays the environment's
   variable = "TESSIVATOR_TEST_LOG=" + qstr_to_utf8(name);
   ASSERT_EQ(::putenv(variable.data()), 0);
-  EXPECT_FALSE(qlog_file_from_environment("TESSIVATOR_TEST_NO_LOG"));
-  ASSERT_TRUE(qlog_file_from_environment("TESSIVATOR_TEST_LOG"));
+  EXPECT_EQ(qlog_file_from_environment("TESSIVATOR_TEST_NO_LOG").path, u"");
+  ASSERT_EQ(qlog_file_from_environment("TESSIVATOR_TEST_LOG").path, name);
   constexpr std::size_t kept = std::size_t{2} << 20U;
   put(u"app.txt", std::string(kept - 1, '0'));
   EXPECT_EQ(log(u"+"), 0U);
@@ -79,7 +82,8 @@ TEST_F(LogFile, OfTheEnvironmentKeepsItsSizeWithoutAThread) {
   EXPECT_EQ(log(u"+"), 0U);
   other.reset();
   EXPECT_FALSE(qfile_exists(at(u"app_1.log").c_str()));
-  put(u"app_0.log", "interrupted");
+  put(u"app_0.log", "not of a rotation");
+  put(u"app.txt.rotating", "interrupted");
   EXPECT_EQ(log(u"+"), 0U);
   EXPECT_EQ(get(at(u"app_1.log")), "interrupted");
   for (const char content : {'1', '2', '3', '4', '5'}) {
@@ -92,6 +96,19 @@ TEST_F(LogFile, OfTheEnvironmentKeepsItsSizeWithoutAThread) {
     EXPECT_EQ(get(at(u"app_" + std::u16string(number) + u".log"))[1], content);
   }
   EXPECT_FALSE(qfile_exists(at(u"app_5.log").c_str()));
+  EXPECT_EQ(get(at(u"app_0.log")), "not of a rotation");
+}
+
+TEST_F(LogFile, TellsOnceThatItCannotBeRotated) {
+  const std::u16string path = put(u"app.txt", std::string(1024, 'x'));
+  faulty_provider disk;
+  disk.fail(file_op::rename, 1, QERR_SHARING, 3);
+  std::string said;
+  for (int turn = 0; turn < 4; ++turn) said += printed([&] { (void)qlog_rotate_file(path.c_str(), 1, 1); });
+  const std::string told = "Failed to rotate log file \"" + qstr_to_utf8(path) + "\". 1020(";
+  EXPECT_EQ(said.find(told), 0U) << said;
+  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+  EXPECT_EQ(get(at(u"app_1.log")).size(), 1024U);
 }
 
 // A thousand equal lines, then others; in another row, another count.
@@ -104,6 +121,11 @@ TEST_F(LogFile, CountsEqualLinesInsteadOfRepeatingThem) {
   for (int i = 0; i < 100; ++i) EXPECT_EQ(log(u"same"), 0U);
   EXPECT_EQ(log(u"other"), 0U);
   EXPECT_EQ(utf16_text(name), hundred + "The last line came 900 times more\n" + hundred + "other\n");
+  qlog_state.repeat_ms = 0;  // a minute later, as it were
+  for (int i = 0; i < 101; ++i) EXPECT_EQ(log(u"alive"), 0U);
+  qlog_state.repeat_ms = 60000;
+  const std::string all = utf16_text(name);
+  EXPECT_EQ(all.size() - all.find("alive"), 101 * std::string_view("alive\n").size());
 }
 
 // The name of a file can hold anything.

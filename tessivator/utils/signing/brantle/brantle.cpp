@@ -35,6 +35,10 @@ bool carriesCertificates(const std::u16string& path) {
   return false;
 }
 
+constexpr const qchar* order_name = u"order";
+constexpr const qchar* report_name = u"info.xml";
+constexpr const qchar* other_report_name = u"info-new.xml";  // while another program has the report open
+
 void wipe(std::u16string& text) noexcept {
   qmem_wipe(text.data(), text.capacity() * sizeof(qchar));
   text.clear();
@@ -52,7 +56,7 @@ Brantle::~Brantle() noexcept(false) {
 void Brantle::setReposPath(std::u16string path) { reposPath = std::move(path); }
 
 void Brantle::setOutputPath(std::u16string path) {
-  infoXmlPath = qpath_join(path, u"info.xml");
+  infoXmlPath = qpath_join(path, report_name);
   outputPath = std::move(path);
 }
 
@@ -145,8 +149,9 @@ std::uint32_t Brantle::nextEntry() {
 
 std::int32_t Brantle::scanEntries() {
   if (!outputPath.empty()) qfile_remove_temporaries(outputPath.c_str());
-  if (certsOnly == 0) report = std::make_unique<BrantleReport>(infoXmlPath);
-  if (report && !part.isWhole()) order = std::make_unique<BrantleOrder>(qpath_join(outputPath, u"order"), part);
+  unwritten.noOutput = outputPath.empty() && !qpath_empty_is_root();
+  if (certsOnly == 0 && !unwritten.noOutput) report = std::make_unique<BrantleReport>(infoXmlPath);
+  if (report && !part.isWhole()) order = std::make_unique<BrantleOrder>(qpath_join(outputPath, order_name), part);
   if (order) report->wantDigest();
   if (report && details != BRANTLE_DETAILS_OFF) beginDetails();
   // The end of the walk and an error in its middle end the loop alike: what was gathered is reported.
@@ -161,12 +166,22 @@ std::int32_t Brantle::scanEntries() {
     ++fileOrdinal;
   }
   closeFile();
+  countMissed();
+  unwritten.output = outputPath;
+  unwritten.certificates = sgn_store_cache_failures(storeCache.get());
   if (qlib_is_cancelled()) return BRANTLE_INTERRUPTED;
-  // Every part walks alike, so that one alone counts what the walk left out.
-  if (part.index <= 1) leftOut.directories = walker->left_out.directories;
-  leftOut.ended_early = walker->left_out.ended_early;
-  if (certsOnly == 0) finishReport();
+  if (report) finishReport();
+  if (unwritten.noOutput) QLOG(QLOG_WARNING, u"The output directory is empty: nothing was written.\n");
   return BRANTLE_OK;
+}
+
+void Brantle::countMissed() {
+  const qfile_left_out& walked = walker->left_out;
+  missed.ended_early = walked.ended_early;
+  if (part.index > 1) return;  // every part walks alike, so that one alone counts what the walk left out
+  missed.directories = walked.directories;
+  missed.files += walked.files;
+  for (const qfile_left_out::place& one : walked.first) missed.remember(one.path, one.code);
 }
 
 bool Brantle::isOurs() {
@@ -174,7 +189,7 @@ bool Brantle::isOurs() {
   return !order || order->next(path.substr(std::min(belowRepository, path.size())));
 }
 
-// Want of memory for one file costs that file.
+// If memory runs out on one file, the file is left out and the scan goes on.
 void Brantle::handleFile() {
   ++done.files;
   if (watching != nullptr) watching->onFile(currentFile, done);
@@ -197,16 +212,18 @@ void Brantle::gatherFile() {
   bool told = false;
   if (certsOnly == 0) {
     const std::uint32_t code = populateCurrentEXEInfo();
+    if (code == QERR_LOW_MEMORY) throw std::bad_alloc();
     told = code != QERR_OK;
     if (told) {
-      QLOG_AS(QLOG_WARNING, "invoke", u"Could'nt get Installer Info for:[%s], ecode %d: %s.\n", currentFile, code,
-              qerr_get_string(code));
+      QLOG_AS(QLOG_WARNING, "Brantle::invoke", u"Could'nt get Installer Info for:[%s], ecode %d: %s.\n", currentFile,
+              code, qerr_get_string(code));
     }
   }
   if (currentFile.empty()) return;
   if (carriesCertificates(currentFile)) {
     (void)blib_file_open(openFile, currentFile.c_str());
     const std::uint32_t code = populateCertNamesMapAndExtractCerts();
+    if (code == QERR_LOW_MEMORY) throw std::bad_alloc();
     told = told || (cabFile != 0 && code != QERR_OK);
   }
   if (qlib_is_cancelled()) return;  // what was read may have been cut short
@@ -243,37 +260,51 @@ void Brantle::checkReading(bool told) {
   if (code != QERR_OK) leaveFileOut(code, false);
 }
 
-// `told`: a line has already said so.
+// `told`: the problem was already logged.
 void Brantle::leaveFileOut(std::uint32_t code, bool told) {
-  ++leftOut.files;
+  ++missed.files;
+  missed.remember(currentFile, code);
   isWhole = false;
   if (told) return;
   QLOG(QLOG_WARNING, u"Failed to read file %s. ecode %d: %s.\n", currentFile, code, qerr_get_string(code));
 }
 
 void Brantle::finishReport() {
-  const qerr_t code = report->finish(incompleteText());
-  if (code == QERR_OK) {
-    if (order) finishOrder();
-    return finishDetails();
+  auto how = qfile_committed::renamed;
+  const qerr_t code = report->finish(incompleteText(), other_report_name, &how);
+  noteDocument(report_name, other_report_name, code, how);
+  if (code != QERR_OK) return;
+  if (order) finishOrder();
+  finishDetails();
+}
+
+// What became of a document of the scan, for the log and for whoever asks later.
+void Brantle::noteDocument(const qchar* name, const qchar* otherName, std::uint32_t code, qfile_committed how) {
+  const std::u16string path = qpath_join(outputPath, name);
+  if (code != QERR_OK) {
+    QLOG(QLOG_WARNING, u"Failed to write %s. ecode %d: %s.\n", path, code, qerr_get_string(code));
+    unwritten.documents.push_back({name, path, {}, code});
+  } else if (how == qfile_committed::beside) {
+    const std::u16string instead = qpath_join(outputPath, otherName);
+    QLOG(QLOG_WARNING, u"%s is in use; the new one is %s.\n", path, instead);
+    unwritten.documents.push_back({name, path, instead, QERR_SHARING});
+  } else if (how == qfile_committed::copied) {
+    QLOG(QLOG_WARNING, u"%s is in use and was overwritten in place.\n", path);
   }
-  QLOG(QLOG_WARNING, u"Failed to write report %s. ecode %d: %s.\n", infoXmlPath, code, qerr_get_string(code));
 }
 
 void Brantle::finishOrder() {
-  const qerr_t code = order->finish(report->digest());
-  if (code == QERR_OK) return;
-  QLOG(QLOG_WARNING, u"Failed to write the order of %s. ecode %d: %s.\n", infoXmlPath, code, qerr_get_string(code));
+  noteDocument(order_name, u"", order->finish(report->digest()), qfile_committed::renamed);
 }
 
 std::string Brantle::incompleteText() const {
-  if (leftOut.ended_early) return "incomplete: the walk ended early";
+  if (missed.ended_early) return "incomplete: the walk ended early";
   const auto counted = [](std::uint64_t count, const char* one, const char* many) {
     return std::to_string(count) + (count == 1 ? one : many);
   };
   std::string text;
-  if (leftOut.directories != 0) text = counted(leftOut.directories, " directory", " directories");
-  if (leftOut.files != 0) text += (text.empty() ? "" : ", ") + counted(leftOut.files, " file", " files");
+  if (missed.directories != 0) text = counted(missed.directories, " directory", " directories");
+  if (missed.files != 0) text += (text.empty() ? "" : ", ") + counted(missed.files, " file", " files");
   return text.empty() ? text : "incomplete: " + text;
 }
 

@@ -11,9 +11,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "blib/blib_bin.h"
 #include "common/qlib/qfile_itr.h"
+#include "common/qlib/qfile_replacement.h"
 #include "common/qlib/qmem.h"
 #include "common/qlib/qtypes.h"
 #include "inv/inv_cfci.h"
@@ -61,6 +63,22 @@ struct BrantleTotals {
   std::uint64_t bytes = 0;         // of images and packages
 };
 
+// A report that is not in its place.
+struct BrantleDocument {
+  std::u16string name;     // "info.xml"
+  std::u16string path;     // its place
+  std::u16string instead;  // where the new one is, because another program has the old one open; empty: there is none
+  std::uint32_t code = 0;  // why there is none
+};
+
+// What a request could not write. The library itself only logs it.
+struct BrantleFailures {
+  bool noOutput = false;  // the output directory is empty text, and that is none: nothing was written
+  std::vector<BrantleDocument> documents;
+  std::u16string output;  // the directory of the certificates
+  sgn_store_failures certificates;
+};
+
 // Is told of each file, on the request's thread, before it is read.
 class BrantleObserver {
  public:
@@ -102,7 +120,10 @@ class Brantle {
   void setObserver(BrantleObserver* observer) noexcept { watching = observer; }
   [[nodiscard]] const BrantleTotals& totals() const noexcept { return done; }
 
-  // What invoke left out: "incomplete: 3 directories, 1 file" or "incomplete: the walk ended early"; empty when
+  // What invoke could not write, and what it left out.
+  [[nodiscard]] const BrantleFailures& failures() const noexcept { return unwritten; }
+  [[nodiscard]] const qfile_left_out& leftOut() const noexcept { return missed; }
+  // The latter in numbers: "incomplete: 3 directories, 1 file" or "incomplete: the walk ended early"; empty when
   // nothing.
   [[nodiscard]] std::string incompleteText() const;
 
@@ -128,8 +149,10 @@ class Brantle {
   void gatherFile();
   void checkReading(bool told);
   void leaveFileOut(std::uint32_t code, bool told);
+  void countMissed();
   void finishReport();
   void finishOrder();
+  void noteDocument(const qchar* name, const qchar* otherName, std::uint32_t code, qfile_committed how);
   void beginDetails();
   void endFileDetails();
   void finishDetails();
@@ -178,7 +201,8 @@ class Brantle {
   std::unique_ptr<BrantleOrder> order;  // of a part
   std::size_t belowRepository = 0;      // where the walk's paths go on below the repository
   std::uint64_t packageSize = 0;        // of the current package when its digests began
-  qfile_left_out leftOut;
+  qfile_left_out missed;
+  BrantleFailures unwritten;
   BrantleTotals done;
   BrantleObserver* watching = nullptr;
 };

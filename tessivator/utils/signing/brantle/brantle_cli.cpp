@@ -2,21 +2,24 @@
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
+#include "common/qlib/qconsole.h"
 #include "common/qlib/qerr.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
+#include "common/qlib/qprintable.h"
 #include "common/qlib/qstr.h"
 #include "common/qlib/qsys.h"
 #include "share/qshare.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_complaints.h"
 #include "utils/signing/brantle/brantle_password.h"
 #include "utils/signing/brantle/brantle_progress.h"
 #include "utils/signing/brantle/brantle_signals.h"
-#include "utils/signing/brantle/brantle_stderr.h"
 
 static constexpr std::uint32_t module_id = QLOG_PROG;
 #undef QLOG_SOURCE
@@ -29,7 +32,7 @@ void logFailure(std::int32_t result) noexcept {
 }
 
 std::int32_t refuse(const qchar* why) noexcept {
-  brantle_stderr_write(std::u16string(u"brantle: ") + why + u'\n');
+  qconsole_put_error(std::u16string(u"brantle: ") + why + u'\n');
   return BRANTLE_USAGE;
 }
 
@@ -50,16 +53,22 @@ std::int32_t readEnvironment(Brantle& request) {
   return BRANTLE_OK;
 }
 
+void startLogFile() noexcept try {
+  const qlog_named_file log = qlog_file_from_environment("BRANTLE_LOG");
+  if (log.code == QERR_OK) return;
+  qconsole_put_error(u"brantle: " + qprintable(log.path) + u": not opened: " + qerr_get_string(log.code) + u"\n");
+} catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): no memory for a line that nobody depends on
+}
+
 std::int32_t invokeVisibly(Brantle& request) {
-  BrantleProgress progress;
+  BrantleProgress progress(request.certsOnly != 0);
   request.setObserver(&progress);
   const std::int32_t result = request.invoke();
   request.setObserver(nullptr);
-  if (request.checkAccess == 0) progress.finish(request.totals());
-  const std::string incomplete = request.incompleteText();
-  if (!incomplete.empty()) {
-    brantle_stderr_write(u"brantle: " + std::u16string(incomplete.begin(), incomplete.end()) + u"\n");
+  if (request.checkAccess == 0) {
+    progress.finish(request.totals(), brantleRemarks(request, result == BRANTLE_INTERRUPTED));
   }
+  qconsole_put_error(brantleComplaints(request));
   return result;
 }
 
@@ -67,8 +76,8 @@ std::int32_t invokeVisibly(Brantle& request) {
 void explainFailure(const qchar* path) {
   if (!qpath_is_unc(path) || qshare_has_program()) return;
   // The message before this one, on standard output, ends without a line feed.
-  if (brantle_stderr_is_terminal()) brantle_stderr_write(u"\n");
-  brantle_stderr_write(u"brantle: shares need the program brantle_smb (package brantle-smb)\n");
+  if (qconsole_error_is_terminal()) qconsole_put_error(u"\n");
+  qconsole_put_error(u"brantle: shares need the program brantle_smb (package brantle-smb)\n");
 }
 
 std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Brantle>& request) noexcept {
@@ -77,7 +86,7 @@ std::int32_t runRequest(const qchar* const* argv, int argc, std::unique_ptr<Bran
     request = std::make_unique<Brantle>();
     result = request->parseArgs(argv, argc);
     if (result == BRANTLE_OK && !request->takeDetailsFromEnvironment()) {
-      brantle_stderr_write(u"brantle: BRANTLE_DETAILS is neither 1 nor digests; no details are written\n");
+      qconsole_put_error(u"brantle: BRANTLE_DETAILS is neither 1 nor digests; no details are written\n");
     }
     if (result == BRANTLE_OK) result = readEnvironment(*request);
     if (result == BRANTLE_OK) {
@@ -99,7 +108,7 @@ std::int32_t brantle_cli_run(const qchar* const* argv, int argc) noexcept {
   const qerr_t started = qlib_lib_init_basic();
   if (started != QERR_OK) return static_cast<std::int32_t>(started);
   qlib_set_standalone(true);
-  (void)qlog_file_from_environment("BRANTLE_LOG");
+  startLogFile();
   std::unique_ptr<Brantle> request;
   const std::int32_t result = runRequest(argv, argc, request);
   try {

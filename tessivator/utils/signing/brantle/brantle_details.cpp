@@ -19,6 +19,9 @@ static constexpr std::uint32_t module_id = QLOG_PROG;
 
 namespace {
 
+constexpr const qchar* name = u"details.jsonl";
+constexpr const qchar* other_name = u"details-new.jsonl";  // while another program has the old one open
+
 // What is gathered before it is written.
 constexpr std::size_t piece = 65536;
 
@@ -128,14 +131,14 @@ void BrantleDetails::addProblem(std::string_view code, std::uint64_t count) {
   }
 }
 
-qerr_t BrantleDetails::finish(details_end end) noexcept {
+qerr_t BrantleDetails::finish(details_end end, const qchar* otherName, qfile_committed* how) noexcept {
   step([&] {
     end.files = lines_;
     end.ended = now();
     put(end);
     drain();
   });
-  if (code_ == QERR_OK) code_ = file_.commit(true);
+  if (code_ == QERR_OK) code_ = file_.commit_over_held(otherName, how);
   file_.abandon();
   return code_;
 }
@@ -182,13 +185,13 @@ void Brantle::finishDetails() {
   details_end end;
   end.records = done.records;
   end.certificates = done.certificates;
-  end.left_out_directories = leftOut.directories;
-  end.left_out_files = leftOut.files;
-  end.ended_early = leftOut.ended_early;
+  end.left_out_directories = missed.directories;
+  end.left_out_files = missed.files;
+  end.ended_early = missed.ended_early;
   end.info_sha256 = report->digest();
-  const qerr_t code = detailsFile->finish(std::move(end));
-  if (code == QERR_OK) return;
-  QLOG(QLOG_WARNING, u"Failed to write details %s. ecode %d: %s.\n", detailsPath(), code, qerr_get_string(code));
+  auto how = qfile_committed::renamed;
+  const qerr_t code = detailsFile->finish(std::move(end), other_name, &how);
+  noteDocument(name, other_name, code, how);
 }
 
-std::u16string Brantle::detailsPath() const { return qpath_join(outputPath, u"details.jsonl"); }
+std::u16string Brantle::detailsPath() const { return qpath_join(outputPath, name); }

@@ -5,8 +5,9 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "common/qlib/qconsole.h"
 #include "common/qlib/qpath.h"
-#include "utils/signing/brantle/brantle_stderr.h"
+#include "common/qlib/qprintable.h"
 
 namespace {
 
@@ -14,9 +15,9 @@ constexpr std::chrono::milliseconds between_lines{250};
 
 bool isWanted() {
   const char* const asked = std::getenv("BRANTLE_PROGRESS");  // NOLINT(concurrency-mt-unsafe): no thread runs yet
-  if (asked == nullptr) return brantle_stderr_is_terminal();
+  if (asked == nullptr) return qconsole_error_is_terminal();
   const std::string_view text(asked);
-  return text == "1" || (text != "0" && brantle_stderr_is_terminal());
+  return text == "1" || (text != "0" && qconsole_error_is_terminal());
 }
 
 std::u16string wide(std::string_view ascii) { return {ascii.begin(), ascii.end()}; }
@@ -30,66 +31,78 @@ std::string sizeText(double bytes) {
   return text.data();
 }
 
-std::string totalsText(const BrantleTotals& totals) {
-  return std::to_string(totals.files) + " files, " + std::to_string(totals.records) + " records, " +
-         std::to_string(totals.certificates) + " certificates, " + sizeText(static_cast<double>(totals.bytes));
-}
-
-// East Asian characters take two columns; what only might is counted so as well, since a line that wraps cannot be
-// erased.
-std::size_t columnsOf(qchar unit) { return unit >= 0x1100 ? 2 : 1; }
-
-// The end of `text` that fits into `columns`, without what would move the cursor or turn the text's direction.
+// The end of `text` that fits into `columns`.
 std::u16string tailOf(std::u16string_view text, std::size_t columns) {
   std::size_t begin = text.size();
   std::size_t taken = 0;
-  for (; begin > 0 && taken + columnsOf(text[begin - 1]) <= columns; --begin) taken += columnsOf(text[begin - 1]);
-  std::u16string tail(text.substr(begin));
-  for (qchar& unit : tail) {
-    const bool control = unit < 0x20 || (unit >= 0x7F && unit < 0xA0);
-    const bool format =
-        (unit >= 0x200B && unit <= 0x200F) || (unit >= 0x2028 && unit <= 0x202E) || (unit >= 0x2066 && unit <= 0x2069);
-    if (control || format) unit = u'?';
+  for (; begin > 0 && taken + qconsole_columns(text[begin - 1]) <= columns; --begin) {
+    taken += qconsole_columns(text[begin - 1]);
   }
-  return tail;
+  return qprintable(text.substr(begin));
 }
 
 }  // namespace
 
-BrantleProgress::BrantleProgress() : shown_(isWanted()), started_(Clock::now()), next_(started_ + between_lines) {}
+BrantleProgress::BrantleProgress(bool certsOnly)
+    : shown_(isWanted()), certsOnly_(certsOnly), started_(Clock::now()), next_(started_ + between_lines) {
+  if (shown_) qfile_watch_reads(this);
+}
+
+BrantleProgress::~BrantleProgress() {
+  if (shown_) qfile_watch_reads(nullptr);
+}
 
 void BrantleProgress::onFile(const std::u16string& path, const BrantleTotals& totals) noexcept try {
-  if (!shown_ || Clock::now() < next_) return;
-  next_ = Clock::now() + between_lines;
-  show(path, totals);
+  if (!shown_) return;
+  path_ = path;
+  totals_ = totals;
+  showWhenDue();
 } catch (...) {  // NOLINT(bugprone-empty-catch): no memory for a line that nobody depends on
 }
 
-void BrantleProgress::show(const std::u16string& path, const BrantleTotals& totals) {
-  const double seconds = std::chrono::duration<double>(Clock::now() - started_).count();
-  std::u16string line =
-      wide(totalsText(totals) + ", " + sizeText(static_cast<double>(totals.bytes) / seconds) + "/s  ");
-  const std::size_t cut = path.rfind(qpath_separator(path.c_str()));
+// Bytes that are read twice count twice until the file is done; the line is about whether it moves.
+void BrantleProgress::on_read(std::uint32_t bytes) noexcept {
+  totals_.bytes += bytes;
+  showWhenDue();
+}
+
+void BrantleProgress::showWhenDue() noexcept try {
+  if (Clock::now() < next_) return;
+  next_ = Clock::now() + between_lines;
+  qconsole_show_status(line());
+} catch (...) {  // NOLINT(bugprone-empty-catch): no memory for a line that nobody depends on
+}
+
+std::u16string BrantleProgress::line() const {
+  std::string rate;
+  if (!certsOnly_) rate = ", " + sizeText(static_cast<double>(totals_.bytes) / seconds()) + "/s";
+  std::u16string text = wide(totalsText() + rate + "  ");
+  const std::size_t cut = path_.rfind(qpath_separator(path_.c_str()));
   // The last column stays free: some terminals wrap as soon as it is written.
-  const std::size_t room = brantle_stderr_width() - 1;
-  if (line.size() < room) line += tailOf(std::u16string_view(path).substr(0, cut), room - line.size());
-  erase();
-  for (const qchar unit : line) columns_ += columnsOf(unit);
-  brantle_stderr_write(line);
+  const std::size_t room = qconsole_error_width() - 1;
+  if (text.size() > room) {
+    constexpr std::u16string_view ellipsis = u"\u2026";
+    const std::size_t columns = qconsole_columns(ellipsis.front());
+    text.resize(room > columns ? room - columns : 0);
+    return text.append(ellipsis);
+  }
+  return text + tailOf(std::u16string_view(path_).substr(0, cut), room - text.size());
 }
 
-void BrantleProgress::erase() {
-  if (columns_ == 0) return;
-  brantle_stderr_write(u"\r" + std::u16string(columns_, u' ') + u"\r");
-  columns_ = 0;
+std::string BrantleProgress::totalsText() const {
+  std::string text = std::to_string(totals_.files) + " files, ";
+  if (!certsOnly_) text += std::to_string(totals_.records) + " records, ";
+  text += std::to_string(totals_.certificates) + " certificates";
+  return certsOnly_ ? text : text + ", " + sizeText(static_cast<double>(totals_.bytes));
 }
 
-void BrantleProgress::finish(const BrantleTotals& totals) noexcept try {
+double BrantleProgress::seconds() const { return std::chrono::duration<double>(Clock::now() - started_).count(); }
+
+void BrantleProgress::finish(const BrantleTotals& totals, const std::string& remarks) noexcept try {
   if (!shown_) return;
-  erase();
-  const double seconds = std::chrono::duration<double>(Clock::now() - started_).count();
+  totals_ = totals;
   std::array<char, 32> time{};
-  (void)std::snprintf(time.data(), time.size(), " in %.1f s\n", seconds);
-  brantle_stderr_write(wide(totalsText(totals) + time.data()));
+  (void)std::snprintf(time.data(), time.size(), " in %.1f s", seconds());
+  qconsole_put_error(wide(totalsText() + time.data() + remarks + "\n"));
 } catch (...) {  // NOLINT(bugprone-empty-catch): no memory for a line that nobody depends on
 }

@@ -2,25 +2,36 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
+#include "common/qlib/qfile.h"
 #include "utils/signing/brantle/brantle.h"
 
 // Shows itself when standard error is a terminal; BRANTLE_PROGRESS=1 shows it anywhere, BRANTLE_PROGRESS=0 nowhere.
-class BrantleProgress final : public BrantleObserver {
+class BrantleProgress final : public BrantleObserver, private qfile_watcher {
  public:
-  BrantleProgress();
+  // With `certsOnly` it counts files and certificates, for there are no records.
+  explicit BrantleProgress(bool certsOnly);
+  BrantleProgress(const BrantleProgress&) = delete;
+  BrantleProgress& operator=(const BrantleProgress&) = delete;
+  ~BrantleProgress() override;
   void onFile(const std::u16string& path, const BrantleTotals& totals) noexcept override;
-  // Erases the line and writes the totals.
-  void finish(const BrantleTotals& totals) noexcept;
+  // Writes the totals in place of the line, with `remarks` behind them: ", interrupted".
+  void finish(const BrantleTotals& totals, const std::string& remarks) noexcept;
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  void show(const std::u16string& path, const BrantleTotals& totals);
-  void erase();
+  void on_read(std::uint32_t bytes) noexcept override;
+  void showWhenDue() noexcept;
+  [[nodiscard]] std::u16string line() const;
+  [[nodiscard]] std::string totalsText() const;
+  [[nodiscard]] double seconds() const;
 
   bool shown_;
+  bool certsOnly_;
   Clock::time_point started_;
-  Clock::time_point next_;   // no line is written before
-  std::size_t columns_ = 0;  // that the line on the screen takes
+  Clock::time_point next_;  // no line is written before
+  std::u16string path_;     // of the current file
+  BrantleTotals totals_;    // with the bytes of the current file
 };

@@ -83,12 +83,12 @@ void BrantleReport::push(bool isBare, const sgn_cert_name* names) {
   if (static_cast<std::size_t>(xml_.CStrSize()) > piece) drain();
 }
 
-qerr_t BrantleReport::finish(const std::string& comment) {
+qerr_t BrantleReport::finish(const std::string& comment, const qchar* otherName, qfile_committed* how) {
   if (code_ != QERR_OK) return code_;
   if (!comment.empty()) xml_.PushComment((" " + comment + " ").c_str());
   xml_.CloseElement();
   drain();
-  if (code_ == QERR_OK) code_ = file_.commit(true);
+  if (code_ == QERR_OK) code_ = file_.commit_over_held(otherName, how);
   if (code_ == QERR_OK && digest_) digestText_ = digest_->text();
   file_.abandon();
   return code_;

@@ -29,9 +29,10 @@ class BrantleReport {
   // Adds a record with the names of its certificate files, which may be null.
   void add(const BrantleRecord& record, const sgn_cert_name* names);
 
-  // Ends the document, with a comment unless `comment` is empty, and puts it in its place. QERR_OK, or the code of the
-  // first step that failed; then the new document is gone.
-  [[nodiscard]] qerr_t finish(const std::string& comment);
+  // Ends the document, with a comment unless `comment` is empty, and puts it in its place, or, while another program
+  // has the old one open, where `how` says. QERR_OK, or the code of the first step that failed; then the new document
+  // is gone.
+  [[nodiscard]] qerr_t finish(const std::string& comment, const qchar* otherName, qfile_committed* how);
 
  private:
   void push(bool isBare, const sgn_cert_name* names);

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/qlib/qerr.h"
 #include "common/qlib/qlib.h"
 #include "common/qlib/qlog.h"
 #include "utils/signing/brantle/brantle.h"
@@ -40,13 +41,18 @@ class JavaCharacters {
 
 std::u16string toWide(JNIEnv* env, jstring text) { return JavaCharacters(env, text).untilZero(); }
 
-// With a log file of its own the library does not mix its lines into the host's output. Looked for with the first call:
-// while the library is loaded, files are not to be opened.
+// With a log file of its own the library does not mix its lines into the host's output; without one that can be opened
+// it does. Looked for with the first call: while the library is loaded, files are not to be opened.
 void startLogFile() noexcept {
   static const bool started = [] {
-    const bool named = qlog_file_from_environment("BRANTLE_LOG");
-    if (named) qlog_console_off();
-    return named;
+    const qlog_named_file log = qlog_file_from_environment("BRANTLE_LOG");
+    if (log.code != QERR_OK) {
+      QLOG_AS(QLOG_WARNING, "startLogFile", u"Failed to open log file %s. ecode %d: %s.\n", log.path, log.code,
+              qerr_get_string(log.code));
+    } else if (!log.path.empty()) {
+      qlog_console_off();
+    }
+    return true;
   }();
   (void)started;
 }

@@ -4,11 +4,13 @@
 
 #include <thread>
 
-#include "support/runtime.h"
+#include "support/scratch.h"
 #include "utils/signing/brantle/brantle_progress.h"
 #include "utils/signing/brantle/brantle_signals.h"
 
 namespace {
+
+using Progress = ScratchTest;
 
 TEST(Signals, TheFirstCancelsAndTheSecondEndsAtOnce) {
   const auto signalled = [] {
@@ -19,21 +21,31 @@ TEST(Signals, TheFirstCancelsAndTheSecondEndsAtOnce) {
   EXPECT_EXIT(signalled(), testing::ExitedWithCode(129), "");
 }
 
-// Of the folder as much as fits, and nothing that moves the cursor or turns the text's direction.
-TEST(Progress, ShowsWhereItIs) {
+// Of the folder what fits, through the filter; and inside a file the line moves with what is read.
+TEST_F(Progress, ShowsWhereItIs) {
   (void)setenv("BRANTLE_PROGRESS", "1", 1);
-  BrantleProgress progress;
-  testing::internal::CaptureStderr();
-  progress.onFile(u"too soon/x", {});
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-  progress.onFile(u"abc\u200A\u200B\u200F\u2010\u2027\u2028\u202E\u202F\u2065\u2066\u2069\u206A\x1F~\x7F\x9F\xA0/x",
-                  {});
-  progress.finish({});
-  const std::string totals = "0 files, 0 records, 0 certificates, 0 B";
-  const std::string folder = qstr_to_utf8(u"bc\u200A??\u2010\u2027??\u202F\u2065??\u206A?~??\xA0");
-  EXPECT_THAT(
-      testing::internal::GetCapturedStderr(),
-      testing::StartsWith(totals + ", 0 B/s  " + folder + "\r" + std::string(73, ' ') + "\r" + totals + " in "));
+  const std::u16string path = put(u"f", std::string(7000, 'x'));
+  const struct {
+    bool certs_only;
+    const char16_t* folder;
+    const char *line, *totals;
+  } cases[] = {
+      {false, u"a\u202Eb", "1 files, 0 records, 0 certificates, 4.1 kB, ", "1 files, 0 records, 0 certificates, 0 B"},
+      {true, u"a\xDCFF\u0007", "1 files, 0 certificates  a\xEF\xBF\xBD\xEF\xBF\xBD\r", "1 files, 0 certificates"}};
+  for (const auto& c : cases) {
+    BrantleProgress progress(c.certs_only);
+    testing::internal::CaptureStderr();
+    BrantleTotals totals;
+    totals.files = 1;
+    progress.onFile(std::u16string(c.folder) + u"/x", totals);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(get(path).size(), 7000U);
+    progress.finish(totals, ", interrupted");
+    const std::string end = std::string("\r") + c.totals + " in 0.";
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(),
+        testing::AllOf(testing::StartsWith(c.line), testing::HasSubstr(end), testing::EndsWith(" s, interrupted\n")));
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "support/replaced.h"
 #include "support/scratch.h"
 #include "utils/signing/brantle/brantle.h"
+#include "utils/signing/brantle/brantle_complaints.h"
 #include "utils/signing/brantle/brantle_share.h"
 
 namespace {
@@ -204,6 +205,47 @@ TEST_F(Driver, DetailsSayWhatIsNotComplete) {
     line.resize(line.find('\n'));
     EXPECT_NE(line.find(c.line), std::string::npos) << line;
     EXPECT_EQ(line.find("\"complete\":true") != std::string::npos, c.line == std::string("true")) << line;
+  }
+}
+
+// On standard error: what was not written ("@" is the folder of the test), the first paths left out and how many more.
+TEST_F(Driver, WhatFailedIsSaidInLines) {
+  const struct {
+    const char16_t *in, *out, *fault;  // the end of the paths that fail
+    qsys_condition condition;
+    std::string end, remarks;
+    std::ptrdiff_t lines;
+  } cases[] = {
+      {u"in", u"out", u"info.xml", qsys_condition::none, "@out/info.xml: not written: Permission denied\n",
+       ", info.xml not written", 1},
+      {u"in", u"out", u"info.xml", qsys_condition::held,
+       "@out/info.xml: in use by another program; the new one is @out/info-new.xml\n", ", info.xml not replaced", 1},
+      {u"in", u"none", u"info.xml", qsys_condition::none,
+       "@none/info.xml: not written: No such file or directory\n"
+       "brantle: @none: 1 certificate not written: No such file or directory\n",
+       ", info.xml not written, 1 certificate not written", 2},
+      {u"many", u"out", u".exe", qsys_condition::none, "2 more were left out\nbrantle: incomplete: 12 files\n", "",
+       12}};
+  put(u"in/signed.dll", file_text(fixture_path("images/exe32_rsa.exe")));
+  for (char16_t name = u'a'; name < u'm'; ++name) put(std::u16string(u"many/") + name + u"\u202E.exe");
+  put(u"out/info.xml", "old");
+  for (const auto& c : cases) {
+    faulty_provider disk;
+    disk.only(c.fault);
+    disk.fail(file_op::open, 1, QERR_PERMISSION, faulty_provider::ALWAYS);
+    disk.fail(file_op::rename, 1, QERR_PERMISSION, 52, c.condition);
+    Brantle request;
+    request.setReposPath(at(c.in));
+    request.setOutputPath(at(c.out));
+    EXPECT_EQ(request.invoke(), BRANTLE_OK);
+    std::string said = qstr_to_utf8(brantleComplaints(request)), root = qstr_to_utf8(at(u""));
+    for (std::size_t place = 0; (place = said.find(root)) != said.npos;) said.replace(place, root.size(), "@");
+    std::replace(said.begin(), said.end(), '\\', '/');
+    EXPECT_TRUE(said.ends_with("brantle: " + c.end)) << said;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), c.lines) << said;
+    EXPECT_EQ(said.find("@many/a\xEF\xBF\xBD.exe: left out: Permission denied\n") != said.npos, c.remarks.empty())
+        << said;
+    EXPECT_EQ(brantleRemarks(request, false), c.remarks);
   }
 }
 

@@ -11,7 +11,8 @@ package com.kestal.tamb.brantle.manager;
  *
  * <p><b>Log lines.</b> Unless the environment variable {@code BRANTLE_LOG} names a file, the library writes its log lines
  * to standard output, where they mix with the host's own: about one line or more for each file. With
- * {@code BRANTLE_LOG=FILE}, set before the virtual machine starts, they go to that file and standard output stays clean.
+ * {@code BRANTLE_LOG=FILE}, set before the virtual machine starts, they go to that file and standard output stays clean,
+ * unless the file cannot be opened when the first call is made.
  *
  * <p><b>Time.</b> A call blocks until its scan has ended, which for a large repository takes as long as reading it once.
  * {@link Thread#interrupt} does not stop it, and nothing else does: use a pool of threads that may be busy for long.
@@ -21,9 +22,11 @@ package com.kestal.tamb.brantle.manager;
  *
  * <p><b>Output.</b> The folder must exist. Certificates are written there as PEM files, named by the lower-case hexadecimal
  * SHA-256 of issuer name and serial number with the extension {@code .cer}; only certificates of signers are written. The
- * report there is {@code info.xml}, which {@link com.kestal.tamb.brantle.report.ScanReport} reads. Whether it could be
- * written, and whether everything was reached, is not told by the result: the report itself tells. Whoever can write
- * into the folder can replace what is in it, so use one of the host's own.
+ * report there is {@code info.xml}, which {@link com.kestal.tamb.brantle.report.ScanReport} reads. The result does not
+ * tell whether it could be written, and the library writes nothing to standard error: delete the old report before the
+ * call, and if there is none after it, none was written; the log says why. While another program has the old report open
+ * on Windows, the new one may be written as {@code info-new.xml}. The report itself tells whether everything was
+ * reached. Whoever can write into the folder can replace what is in it, so use one of the host's own.
  *
  * <p><b>Shares.</b> A server is connected with one user at a time in a process: {@link #CONNECT_CONFLICT} while another
  * user's scan of that server runs. A mistyped password may then show as that, too. On Linux what serves shares must lie
