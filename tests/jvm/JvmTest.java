@@ -39,10 +39,24 @@ public final class JvmTest {
             case "named" -> natives();
             case "hooks" -> hooks(library);
             case "report" -> reports();
+            case "read" -> count(Path.of(args[5]));
             case "share" -> share(args[5], args[6], args[7], args[8]);
             default -> throw new IllegalArgumentException(args[0]);
         }
         System.out.println(args[0] + ": " + checks + " checks");
+    }
+
+    /** Prints how many entries and certificates a report has. */
+    private static void count(Path folder) throws Exception {
+        int entries = 0;
+        int certificates = 0;
+        try (ScanReport report = ScanReport.open(folder)) {
+            for (ScanReport.Entry file = report.next(); file != null; file = report.next()) {
+                entries++;
+                certificates += file.certificateNames().size();
+            }
+        }
+        System.out.print(entries + " " + certificates + " ");
     }
 
     private static void natives() throws Exception {

@@ -37,7 +37,8 @@ public final class ScanReport implements Closeable {
     /** No text of a report is longer, in UTF-16 units: a path has at most 32,767, any other value fewer. */
     private static final int LONGEST_TEXT = 1 << 20;
 
-    private static final int MOST_CERTIFICATES = 1 << 20;
+    /** A scan names no more certificates of one file. */
+    private static final int MOST_CERTIFICATES = 1 << 16;
 
     /** The report is not well-formed or not a scan's; tells where. */
     public static final class MalformedReportException extends IOException {
