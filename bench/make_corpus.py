@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""Makes the folders that scan_vs_digest.py measures; does nothing for a folder that is complete.
+"""Makes the folders that scan_vs_digest.py and details_cost.py measure; does nothing for a folder that is complete.
 
   real           images of wine and MinGW-w64, copied until 1 GiB is there
   small          20,000 unsigned images of 4 to 64 KiB: the fixtures' images, each with bytes behind its end
   small_signed   the same with every fourth one signed
+  all_signed     the same with every one signed
 """
 import itertools
 import os
@@ -73,6 +74,7 @@ KINDS = {
     "real": make_real,
     "small": lambda target: make_small(target, 0),
     "small_signed": lambda target: make_small(target, 4),
+    "all_signed": lambda target: make_small(target, 1),
 }
 
 
