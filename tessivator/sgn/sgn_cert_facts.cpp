@@ -193,7 +193,9 @@ class certificate_reader {
 
   void read_stem(Bytes der) {
     const sgn_error_scope errors;
-    const sgn_certificate_ptr certificate = sgn_decode_certificate(der);
+    sgn_outline outline;
+    const bool is_decoded = sgn_outline_read(der, outline) && outline.elements <= sgn_most_elements(der.size());
+    const sgn_certificate_ptr certificate = is_decoded ? sgn_decode_certificate(der) : nullptr;
     if (!certificate || sgn_name_certificate(*certificate) != QERR_OK) return problem("certificate_undecodable");
     for (const qchar unit : std::u16string_view(certificate->stem.data())) out_.stem += static_cast<char>(unit);
   }

@@ -74,6 +74,15 @@ class facts_reader {
     return false;
   }
 
+  std::string take_text(std::string text) {
+    if (text.size() > budget_.texts) {
+      problem("texts_too_many");
+      return {};
+    }
+    budget_.texts -= text.size();
+    return text;
+  }
+
   void read_content(const sgn_signed_parts& parts) {
     const std::string_view type = sgn_text(parts.content_type);
     if (trust_list == type) out_.list = parts.content;
@@ -127,10 +136,11 @@ class facts_reader {
     sgn_signer_facts out;
     if (!signer.issuer.empty() && !signer.serial.empty()) {
       out.certificate = certificates.find(signer);
-      out.issuer = sgn_rfc4514(signer.issuer);
       out.serial = sgn_integer_hex(signer.serial);
+      std::string issuer = sgn_rfc4514(signer.issuer);
       constexpr std::size_t empty_name = 2;
-      if (out.issuer.empty() && signer.issuer.size() > empty_name) problem("issuer_unreadable");
+      if (issuer.empty() && signer.issuer.size() > empty_name) problem("issuer_unreadable");
+      out.issuer = take_text(std::move(issuer));
     }
     if (!signer.digest_algorithm.empty()) out.digest_algorithm = sgn_digest_name(signer.digest_algorithm);
     if (!signer.key_algorithm.empty()) out.key_algorithm = sgn_key_name(signer.key_algorithm);
@@ -172,7 +182,7 @@ class facts_reader {
     element.tag = as;
     auto text = sgn_string(element, SGN_FACTS_MOST_TEXT);
     if (text) {
-      out = std::move(*text);
+      out = take_text(std::move(*text));
     } else {
       problem("publisher_unreadable");
     }

@@ -21,8 +21,10 @@ inline constexpr std::uint32_t SGN_FACTS_MOST_DEPTH = 4;
 inline constexpr std::uint32_t SGN_FACTS_MOST_SIGNATURES = 64;
 // Signers, time stamps and certificates of one file together; no line of a report holds more.
 inline constexpr std::uint32_t SGN_FACTS_MOST_ENTRIES = 65536;
-// A longer text (a name, a publisher's text) is left out, in bytes.
+// A longer text (a name, a publisher's text) is left out, in bytes; so is what goes beyond all texts of one file, under
+// the problem "texts_too_many".
 inline constexpr std::size_t SGN_FACTS_MOST_TEXT = 8192;
+inline constexpr std::size_t SGN_FACTS_MOST_TEXTS = std::size_t{4} << 20;
 
 // What was wrong or left out, as a short code, and how often.
 struct sgn_problem {
@@ -81,6 +83,7 @@ struct sgn_facts {
 struct sgn_facts_budget {
   std::uint32_t signatures = SGN_FACTS_MOST_SIGNATURES;
   std::uint32_t entries = SGN_FACTS_MOST_ENTRIES;
+  std::size_t texts = SGN_FACTS_MOST_TEXTS;  // bytes
 };
 
 // The facts of the signature at the start of `signature`; what follows it is ignored. Places in `out` point into

@@ -25,3 +25,11 @@ struct sgn_outline {
 // Outlines the PKCS#7 structure at the start of `signature`; false when none ends in it. The sets of a structure that
 // is not well-formed may be incomplete. Takes time in proportion to the bytes. May throw std::bad_alloc.
 [[nodiscard]] bool sgn_outline_read(Bytes signature, sgn_outline& out);
+
+// The most elements of a structure of so many bytes that is decoded. OpenSSL takes some hundred bytes for an element
+// that may have two; those of real structures have twenty and more on average.
+[[nodiscard]] constexpr std::size_t sgn_most_elements(std::size_t bytes) noexcept {
+  constexpr std::size_t free_elements = std::size_t{1} << 17;
+  constexpr std::size_t bytes_an_element = 16;
+  return free_elements + bytes / bytes_an_element;
+}

@@ -12,11 +12,8 @@ namespace {
 
 #define DECRYPT_LOG(level, ...) QLOG_AS(level, "sgn_decrypt_certificate", __VA_ARGS__)
 
-// Whether a structure may be decoded, by its bytes alone. OpenSSL takes some hundred bytes for an element that may have
-// two; those of real structures have twenty and more on average.
+// Whether a structure may be decoded, by its bytes alone.
 bool is_within_bounds(const sgn_outline& outline) noexcept {
-  constexpr std::size_t free_elements = std::size_t{1} << 17;
-  constexpr std::size_t bytes_an_element = 16;
   const std::size_t certificates = outline.certificates.count;
   const std::size_t signers = outline.signers.count;
   if (certificates > sgn_most_of_a_set || signers > sgn_most_of_a_set) {
@@ -25,7 +22,7 @@ bool is_within_bounds(const sgn_outline& outline) noexcept {
                 certificates, signers, sgn_most_of_a_set);
     return false;
   }
-  const std::size_t most_elements = free_elements + outline.bytes.size() / bytes_an_element;
+  const std::size_t most_elements = sgn_most_elements(outline.bytes.size());
   if (outline.elements > most_elements) {
     DECRYPT_LOG(QLOG_WARNING, u"Not decoded: a signature with %zu elements in %zu bytes; at most %zu are taken\n",
                 outline.elements, outline.bytes.size(), most_elements);

@@ -5,7 +5,11 @@ namespace {
 constexpr sgn_oid signed_data("1.2.840.113549.1.7.2");
 constexpr sgn_oid signed_and_enveloped_data("1.2.840.113549.1.7.4");
 
+constexpr std::size_t most_name = 8192;
+constexpr std::size_t most_names = std::size_t{1} << 20;
+
 std::shared_ptr<X509_NAME> decode_name(std::string_view name) {
+  if (name.size() > most_name) return nullptr;
   const auto* data = reinterpret_cast<const unsigned char*>(name.data());
   return {d2i_X509_NAME(nullptr, &data, static_cast<long>(name.size())), X509_NAME_free};
 }
@@ -106,8 +110,10 @@ std::optional<std::size_t> sgn_identity_index::find(Bytes issuer, Bytes serial) 
   }
   const sgn_error_scope errors;
   if (!is_decoded_) {
+    std::size_t size = 0;
     for (const auto& [identity, number] : encoded_) {
-      auto name = decode_name(identity.second);
+      size += identity.second.size();
+      auto name = size <= most_names ? decode_name(identity.second) : nullptr;
       if (!name) continue;
       const auto [place, added] = decoded_.try_emplace({std::move(name), identity.first}, number);
       if (!added) place->second = std::min(place->second, number);

@@ -51,7 +51,9 @@ struct sgn_indirect_parts {
 [[nodiscard]] std::optional<sgn_indirect_parts> sgn_open_indirect_data(Bytes content) noexcept;
 
 // Finds certificates by issuer and serial number. Issuers are compared as they are encoded; only where that finds none,
-// as names are (RFC 5280, 7.1), which OpenSSL does. Borrows the certificates. May throw std::bad_alloc.
+// as names are (RFC 5280, 7.1). OpenSSL does that with decoded names, which take far more memory than their bytes:
+// names of more than 8 KiB, and more than a mebibyte of them, are not decoded. Borrows the certificates. May throw
+// std::bad_alloc.
 class sgn_identity_index {
  public:
   // Of several certificates with one identity the first is found. What is no certificate is not.

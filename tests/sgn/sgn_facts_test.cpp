@@ -215,6 +215,8 @@ TEST_F(SgnFacts, TellWhatIsDamagedOrLeftOut) {
        "certificates_too_many:1 signers_too_many:1", 4096},
       {"what is no certificate", der::signed_data(one + "\x30\x7f", by), "certificates_unreadable:1", 1},
       {"what is no signer", der::signed_data(one, by + der::element(0x30, "\2\1\1")), "signer_unreadable:1", 1},
+      {"4 MiB of issuers", der::signed_data(one, repeated(der::signer(1, std::string(8000, 'a')), 525)),
+       "texts_too_many:1", 1},
       {"63 inside", with(nested, repeated(plain, 63)), "", 1},
       {"64 inside", with(nested, repeated(plain, 64)), "signatures_too_many:1", 1},
       {"no token", with(token, plain), "stamp_unreadable:1", 1},
@@ -272,6 +274,14 @@ TEST_F(SgnFacts, TellEachValueOfAnOddCertificate) {
     EXPECT_EQ(facts.serial + " " + facts.key_algorithm + " " + std::to_string(facts.key_bits) + " " + facts.key_curve,
               values);
     EXPECT_EQ(facts.common_name, "Fixture Odd") << file;
+  }
+  const std::string extension = der::element(0x30, der::element(0x06, "\x2a\x03") + der::element(0x04, ""));
+  for (const auto& [count, problems] : {std::pair(40000U, ""), std::pair(80000U, "certificate_undecodable:1")}) {
+    const std::string many = der::element(0xa3, der::element(0x30, repeated(extension, count)));
+    const std::string certificate = der::certificate(1, "x", many);
+    sgn_cert_facts facts;
+    EXPECT_EQ(sgn_cert_facts_read(std::as_bytes(std::span(certificate)), facts), QERR_OK);
+    EXPECT_EQ(codes(facts.problems), problems) << "would take too much memory";
   }
 }
 

@@ -95,12 +95,12 @@ inline std::string signer(std::uint32_t serial, std::string_view issuer, std::st
 }
 
 // A small certificate of no use but to be listed.
-inline std::string certificate(std::uint32_t serial, std::string_view issuer) {
+inline std::string certificate(std::uint32_t serial, std::string_view issuer, std::string_view extensions = "") {
   const std::string time = element(0x17, "250101000000Z");
   const std::string key = element(0x30, algorithm + element(0x03, std::string_view("\0k", 2)));
   const std::string body = number(serial) + algorithm + common_name(issuer) + element(0x30, time + time);
-  return element(
-      0x30, element(0x30, body + common_name("subject") + key) + algorithm + element(0x03, std::string_view("\0s", 2)));
+  return element(0x30, element(0x30, body + common_name("subject") + key + std::string(extensions)) + algorithm +
+                           element(0x03, std::string_view("\0s", 2)));
 }
 
 inline std::string signed_data(std::string_view certificates, std::string_view signers,
