@@ -118,7 +118,8 @@ void MergedCertificates::copyOne(const std::u16string& target, const Certificate
       continue;
     }
     if (!content.empty() && content != read) {
-      warnings_.tell(path + u": another certificate of this name was replaced by that of " + folder);
+      warnings_.tell(
+          std::u16string(path).append(u": another certificate of this name was replaced by that of ").append(folder));
     }
     content.swap(read);
   }
