@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::uint64_t view_length = 8192;
 
-// Looks at the bytes that the open file keeps, where they are.
+// Uses the bytes that the open file keeps, without copying them.
 bool borrow_view(blib_bin& image, std::uint64_t length) noexcept {
   std::uint64_t position = 0;
   if (qfile_seek(image.file, 0, QFILE_FROM_CURRENT, &position) != QERR_OK || position != 0) return false;
@@ -27,7 +27,7 @@ qerr_t make_view(blib_bin& image, std::uint64_t length) noexcept {
   qerr_t code = QERR_OK;
   if (!image.view_is_buffer && borrow_view(image, length)) return code;
   if (image.view_is_buffer) {
-    // A range read takes 32 bits; no more of a larger file is ever looked at.
+    // A range read takes 32 bits; the rest of a larger file is never read.
     const auto wanted = static_cast<std::uint32_t>(std::min<std::uint64_t>(length, 0xFFFFFFFF));
     auto* buffer = static_cast<std::byte*>(qmem_calloc(1, wanted));
     if (buffer == nullptr) return QERR_LOW_MEMORY;
@@ -35,7 +35,7 @@ qerr_t make_view(blib_bin& image, std::uint64_t length) noexcept {
     code = blib_bin_get_buf(&image, buffer, 0, wanted);
   } else {
     const std::byte* bytes = nullptr;
-    std::uint64_t mapped = 0;  // less than `length` when the file has shrunk since its size was taken
+    std::uint64_t mapped = 0;  // less than `length` when the file has shrunk since
     code = qfile_map(image.file, length, &bytes, &mapped);
     if (code == QERR_OK) image.view = Bytes(bytes, static_cast<std::size_t>(mapped));
   }
@@ -63,14 +63,14 @@ qerr_t fill(blib_bin& image, const qchar* path, std::uint32_t flags) {
   image.view_is_buffer = (flags & BLIB_READ_NOT_MAP) != 0;
   const qerr_t viewed = make_view(image, std::min(image.full_size, most));
   if (viewed == QERR_BAD_ADDRESS) {
-    // A page that the system could not supply: the file is damaged or gone, and no image.
+    // The system could not supply a page: the file is damaged or gone, so this is no image.
     QLOG_AS(QLOG_ERROR, "blib_bin_open_by_handle", u"Got exception with code = 0x%x", viewed);
     return QERR_BAD_IMAGE;
   }
   return viewed != QERR_OK ? viewed : blib_bin_parse_headers(&image);
 }
 
-// blib_bin_open, into what may be open already.
+// blib_bin_open for a file that may already be open.
 qerr_t open_image(blib_file& opened, const qchar* path, std::uint32_t flags) noexcept {
   qerr_t code = blib_file_open(opened, path);
   if (code != QERR_OK) {
@@ -134,7 +134,7 @@ qerr_t blib_bin_open(const qchar* path, blib_bin** out, std::uint32_t mode, std:
   blib_file opened;
   const qerr_t code = open_image(opened, path, mode);
   if (code != QERR_OK) return code;
-  (void)opened.file.release();  // the record's now
+  (void)opened.file.release();  // the record owns it now
   *out = opened.image.release();
   return QERR_OK;
 }

@@ -15,7 +15,7 @@ struct unmap {
   void operator()(const std::byte* view) const noexcept { (void)qfile_unmap(view); }
 };
 
-// Deliberately nothing but the signature.
+// Checks the signature and nothing else, on purpose.
 qerr_t blib_parse_16bit_headers(Bytes view) noexcept {
   const auto magic = qbytes_le<std::uint16_t>(view, 0);
   return magic && *magic == 0x5A4D ? QERR_OK : QERR_BAD_IMAGE;

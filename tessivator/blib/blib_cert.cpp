@@ -29,7 +29,7 @@ entry_header current(const blib_cert_itr& iterator) noexcept {
 
 qerr_t load_header(blib_cert_itr& iterator, blib_bin& image, const char* function) noexcept {
   iterator.header.fill(std::byte{0});
-  if (iterator.current_offset > 0xFFFFFFFF) return QERR_OK;  // past what an image can hold: reads as zero
+  if (iterator.current_offset > 0xFFFFFFFF) return QERR_OK;  // beyond 32-bit offsets: reads as zero
   const qerr_t code = blib_bin_get_buf(&image, iterator.header.data(),
                                        static_cast<std::uint32_t>(iterator.current_offset), header_size);
   if (code != QERR_OK) {
@@ -39,7 +39,7 @@ qerr_t load_header(blib_cert_itr& iterator, blib_bin& image, const char* functio
   return code;
 }
 
-// How many headers a walk visits. Stops at an entry of length 0, which would not advance.
+// Counts the headers of a walk. Stops at an entry of length 0, which would not advance.
 std::uint32_t count_entries(blib_bin& image) noexcept {
   blib_cert_itr iterator;
   if (blib_bin_cert_itr_init(&iterator, &image) != QERR_OK) return 0;
@@ -51,14 +51,14 @@ std::uint32_t count_entries(blib_bin& image) noexcept {
   return count;
 }
 
-// Where the content of the iterator's entry is, and how much of it exists.
+// Where the content of the current entry is, and how much of it exists.
 blib_authenticode_entry locate_entry(const blib_cert_itr& iterator, const blib_bin& image) noexcept {
   const entry_header header = current(iterator);
   const bool whole = header.revision == own_revision && header.type == own_type;
   const std::uint32_t skipped = whole ? 0 : header_size;
   if (header.length < header_size) return {};
   const std::uint64_t offset = iterator.current_offset + skipped;
-  // An image addresses its table with 32 bits: what begins further on is not there, however large the file.
+  // Offsets in an image have 32 bits; content that starts beyond that does not exist, however large the file is.
   const std::uint64_t exists = offset < image.full_size && offset <= 0xFFFFFFFF ? image.full_size - offset : 0;
   const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(header.length - skipped, exists));
   return {length, header.revision, header.type, nullptr, length == 0 ? 0 : static_cast<std::uint32_t>(offset)};
@@ -79,10 +79,11 @@ qerr_t locate_entries(blib_bin& image, blib_authenticode_list& list) noexcept {
   return code;
 }
 
-// Cuts the content of a long entry to the signature that it begins with; false when that is too long as well.
+// Cuts the content of a long entry to the signature at its start; false when the signature itself is too long.
 bool length_to_read(blib_bin& image, std::uint32_t offset, std::uint32_t& length) noexcept {
   std::array<std::byte, QDER_HEAD> head{};
-  if (blib_bin_get_buf(&image, head.data(), offset, QDER_HEAD) != QERR_OK) return true;  // reading all will tell
+  if (blib_bin_get_buf(&image, head.data(), offset, QDER_HEAD) != QERR_OK)
+    return true;  // the full read will fail and report it
   const std::uint64_t size = qder_signature_size(head, length);
   if (size > QDER_MOST_SIGNATURE) {
     QLOG_AS(QLOG_WARNING, "blib_bin_get_authenticode_signature_buf_alloc",
@@ -117,8 +118,7 @@ qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uin
   iterator->header.fill(std::byte{0});
   const std::uint64_t end = std::uint64_t{iterator->table_offset} + iterator->table_size;
   iterator->current_offset += (std::uint64_t{length} + 7) / 8 * 8;
-  // Overrun is judged by the rounded offsets here and by the raw lengths below, so that a last entry without padding
-  // still ends the table.
+  // Rounded offsets decide here and raw lengths below, so a last entry without padding still ends the table.
   if (iterator->current_offset > end) {
     QLOG(QLOG_ERROR, u"For %s Either the attribute certificate table or the size field is corrupted error %d (0x%x).\n",
          image->file_name, QERR_OVERFLOW, QERR_OVERFLOW);

@@ -8,11 +8,11 @@
 
 #include "blib/blib_bin.h"
 
-// The largest number of entries that is followed. Real tables have one or two; without a limit a large file of empty
-// entries would cost one read each.
+// The limit on entries. Real tables have one or two; without a limit, a large file of empty entries would cost one read
+// for each.
 inline constexpr std::uint32_t BLIB_CERT_MOST_ENTRIES = 65536;
 
-// Walks the table. Zero-initialised before init; offsets are 64 bits wide so that no sum wraps.
+// Walks the table. Zero it before init. Offsets are 64 bits wide so that sums cannot wrap.
 struct blib_cert_itr {
   std::uint32_t table_offset = 0;
   std::uint32_t table_size = 0;
@@ -22,19 +22,19 @@ struct blib_cert_itr {
   std::array<std::byte, 8> header{};  // the current entry's
 };
 
-// Finds the table and loads the first header. QERR_NOT_FOUND when there is no table or its first entry is longer than
-// it; or a read error.
+// Finds the table and reads the first header. QERR_NOT_FOUND when there is no table or its first entry is longer than
+// the table; or a read error.
 [[nodiscard]] qerr_t blib_bin_cert_itr_init(blib_cert_itr* iterator, blib_bin* image) noexcept;
 
-// Loads the next header, given the current entry's length. QERR_END at the exact end of the table; QERR_OVERFLOW
-// when the rounded lengths overrun it; QERR_NOT_FOUND for a bad argument or when the raw lengths exceed it;
+// Reads the next header, given the length of the current entry. QERR_END at the exact end of the table; QERR_OVERFLOW
+// when the rounded lengths run past it; QERR_NOT_FOUND for a bad argument or when the raw lengths exceed it;
 // QERR_NOT_PERMITTED before init; or a read error.
 [[nodiscard]] qerr_t blib_bin_cert_itr_next(blib_cert_itr* iterator, blib_bin* image, std::uint32_t length) noexcept;
 
-// One entry's content: everything behind the header, or the whole entry for revision 0xC102 and type 0xABFF. Bytes past
-// the end of the file are not there; an entry that could not be read, or is shorter than a header, is empty. Of content
-// over 16 MiB only the signature is read that it begins with; an entry whose signature alone is longer (by its DER
-// header, else the entry) stays empty, with a warning.
+// The content of one entry: everything after the header, or the whole entry for revision 0xC102 and type 0xABFF. It
+// ends at the end of the file. An entry that could not be read, or is shorter than a header, is empty. Of content over
+// 16 MiB only the signature at its start is read; if the signature itself is longer (by its DER header, else by the
+// entry), the entry stays empty and a warning is logged.
 struct blib_authenticode_entry {
   std::uint32_t length;
   std::uint16_t revision;
@@ -48,11 +48,12 @@ struct blib_authenticode_list {
   blib_authenticode_entry* entries;  // owned
 };
 
-// All entries in table order. Returns QERR_NOT_FOUND without a table, QERR_OVERFLOW for one that overruns,
-// QERR_LOW_MEMORY, or a read error. The caller frees the result with the last routine below, which ignores null.
+// All entries in table order. Returns QERR_NOT_FOUND without a table, QERR_OVERFLOW when the table overruns,
+// QERR_LOW_MEMORY, or a read error. The caller frees the result with blib_bin_free_authenticode_signature_buf, which
+// ignores null.
 [[nodiscard]] qerr_t blib_bin_get_authenticode_signature_buf_alloc(blib_bin* image,
                                                                    blib_authenticode_list** out) noexcept;
-// The same without content, which is then loaded and let go entry by entry: a crafted table may hold gigabytes.
+// The same without content. Load and unload the content one entry at a time: a crafted table may hold gigabytes.
 [[nodiscard]] qerr_t blib_bin_get_authenticode_table_alloc(blib_bin* image, blib_authenticode_list** out) noexcept;
 void blib_bin_load_authenticode_entry(blib_bin* image, blib_authenticode_entry* entry) noexcept;
 void blib_bin_unload_authenticode_entry(blib_authenticode_entry* entry) noexcept;

@@ -28,13 +28,13 @@ constexpr std::uint16_t dos_magic = 0x5A4D;
 constexpr std::uint32_t nt_signature = 0x00004550;
 constexpr std::uint16_t magic_32 = 0x10B;
 constexpr std::uint16_t magic_64 = 0x20B;
-// The PE32 NT headers. A PE32+ image's copy holds its first 14 data directories, which is all that is read here.
+// The size of the PE32 NT headers. For a PE32+ image this covers the first 14 data directories, which is all we read.
 constexpr std::uint32_t nt_headers_size = 248;
 constexpr std::uint32_t optional_header_offset = 24;
 constexpr std::uint64_t section_header_size = 40;
 constexpr std::uint64_t strict_checks = 0x1000;
 
-// Where the section table lies and how long it is, by the file header; nothing is checked yet.
+// Position and size of the section table as the file header gives them, unchecked.
 struct table_place {
   std::uint64_t offset;
   std::uint64_t length;
@@ -44,7 +44,7 @@ qerr_t locate_nt_headers(blib_bin& image, std::uint32_t& nt_offset) {
   const auto magic = qbytes_le<std::uint16_t>(image.view, 0);
   const auto lfanew = qbytes_le<std::uint32_t>(image.view, 60);
   if (image.view.size() < dos_header_size || !magic || *magic != dos_magic || !lfanew) return QERR_BAD_IMAGE;
-  if (*lfanew > 0x7FFFFFFF) return QERR_BAD_IMAGE;  // signed in the format, and negative
+  if (*lfanew > 0x7FFFFFFF) return QERR_BAD_IMAGE;  // the field is signed: a negative value
   nt_offset = *lfanew;
   const std::uint64_t end = std::uint64_t{nt_offset} + nt_headers_size;
   if (end <= image.view.size()) {
@@ -76,7 +76,7 @@ std::uint16_t header_field(const blib_bin& image, std::uint64_t offset) {
   return qbytes_le<std::uint16_t>(image.nt_headers, offset).value_or(0);
 }
 
-// The table may run off the view here; whether it is used is decided at the end.
+// The table may end outside the view here; the caller decides whether it is used.
 qerr_t check_table_in_file(const blib_bin& image, const table_place& table, std::uint16_t optional_size, bool strict,
                            bool& cleared) {
   cleared = false;
@@ -88,7 +88,7 @@ qerr_t check_table_in_file(const blib_bin& image, const table_place& table, std:
   return QERR_OK;
 }
 
-// Holds what exists of the table; a table that reaches past the end of the file is as long as the file lets it.
+// Copies the section table; a table that runs past the end of the file is cut there.
 qerr_t copy_table(blib_bin& image, const table_place& table) {
   const std::uint64_t exists = table.offset < image.full_size ? image.full_size - table.offset : 0;
   const auto length = static_cast<std::uint32_t>(std::min(table.length, exists));
@@ -104,8 +104,7 @@ qerr_t copy_table(blib_bin& image, const table_place& table) {
   return code;
 }
 
-// Strict mode: no section's raw data may reach past the end of the file. The sum is one of 32 bits, as the format's
-// fields are.
+// Strict mode: the raw data of a section must not end beyond the file. The sum has 32 bits, like the fields.
 qerr_t check_raw_data(const blib_bin& image) {
   const Bytes table = image.section_table.empty() ? Bytes(image.section_copy) : image.section_table;
   qerr_t code = QERR_OK;
@@ -126,7 +125,7 @@ qerr_t locate_section_table(blib_bin& image, std::uint32_t nt_offset) {
   const table_place table{std::uint64_t{nt_offset} + optional_header_offset + optional_size,
                           header_field(image, 4 + 2) * section_header_size};
   if (!image.nt_copy.empty()) {
-    // A copied table is not part of the view and has no further use than the strict check.
+    // A copied table is used only for the strict check.
     const qerr_t code = copy_table(image, table);
     return code != QERR_OK || !strict ? code : check_raw_data(image);
   }
@@ -136,7 +135,7 @@ qerr_t locate_section_table(blib_bin& image, std::uint32_t nt_offset) {
   const auto inside = qbytes_slice(image.view, table.offset, table.length);
   if (inside) image.section_table = *inside;
   if (!strict) return QERR_OK;
-  // The strict check sees all sections, also where the view ends before them.
+  // The strict check covers all sections, even when the view ends before them.
   const qerr_t copied = inside ? QERR_OK : copy_table(image, table);
   return copied != QERR_OK ? copied : check_raw_data(image);
 }

@@ -3,7 +3,7 @@
 
 #include "blib/blib_image.h"
 
-// Data directory entries that this system reads. The security entry's address is a file offset, not an RVA.
+// The data directory entries that are read here. The address of the security entry is a file offset, not an RVA.
 inline constexpr std::uint32_t BLIB_DIRECTORY_RESOURCE = 2;
 inline constexpr std::uint32_t BLIB_DIRECTORY_SECURITY = 4;
 
@@ -11,7 +11,7 @@ inline constexpr std::uint32_t BLIB_DIRECTORY_SECURITY = 4;
 inline constexpr std::uint16_t BLIB_FILE_EXECUTABLE = 0x0002;
 inline constexpr std::uint16_t BLIB_FILE_DLL = 0x2000;
 
-// One section header, as far as it is used.
+// The fields of a section header that are used.
 struct blib_section {
   char name[9];  // terminated
   std::uint32_t virtual_size;
@@ -20,17 +20,17 @@ struct blib_section {
   std::uint32_t raw_pointer;
 };
 
-// Validates DOS header, NT headers and section table of a view; called by open. QERR_ARG1 without an image,
+// Validates the DOS header, NT headers and section table of a view; called by open. QERR_ARG1 without an image,
 // QERR_BAD_IMAGE, QERR_LOW_MEMORY, or a read error.
 [[nodiscard]] qerr_t blib_bin_parse_headers(blib_bin* image) noexcept;
 
-// Data directory entry `index` of the optional header of the image's width: PE32 at byte 96 + 8 x index, PE32+ at
-// 112 + 8 x index. The header's own count of entries is not consulted: a loader may ignore it. QERR_NOT_FOUND when the
-// entry lies outside the headers that are held, QERR_ARG1 without an image; address and size are then 0.
+// Entry `index` of the data directory: in PE32 at byte 96 + 8 x index of the optional header, in PE32+ at 112 + 8 x
+// index. NumberOfRvaAndSizes is not checked, because a loader may ignore it. QERR_NOT_FOUND when the entry is outside
+// the headers in memory, QERR_ARG1 without an image; address and size are then 0.
 [[nodiscard]] qerr_t blib_bin_get_directory(const blib_bin* image, std::uint32_t index, std::uint32_t* address,
                                             std::uint32_t* size) noexcept;
 
-// Number of sections in the reachable table (0 when there is none), and one of them; false past the end.
+// The number of sections in the table (0 when it could not be read), and one of them; false past the last.
 [[nodiscard]] std::uint32_t blib_bin_section_count(const blib_bin* image) noexcept;
 [[nodiscard]] bool blib_bin_get_section(const blib_bin* image, std::uint32_t index, blib_section* section) noexcept;
 

@@ -15,7 +15,7 @@ qerr_t blib_bin_get_buf(blib_bin* image, void* destination, std::uint32_t offset
          qerr_get_string(code));
     return code;
   }
-  // Storage may answer in parts; only no bytes at all is the end of the file.
+  // Storage may return fewer bytes than asked for; only zero bytes mean the end of the file.
   std::uint32_t total = 0;
   std::uint32_t done = 1;
   while (code == QERR_OK && total < length && done != 0) {

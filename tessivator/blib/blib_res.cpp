@@ -30,7 +30,7 @@ class resource_reader {
  public:
   explicit resource_reader(blib_bin& image) noexcept : image_(image), budget_(image.full_size * 4 + 262144) {}
 
-  // Directories and data entries: many, small and close together, so that a window spares most of them the system call.
+  // Directories and data entries are many, small and close together: a window saves most of the system calls.
   qerr_t read_tree(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
     if (length > window_.size() || !exists(offset) || !held(offset, length).empty()) {
       return read_data(offset, destination, length);
@@ -46,7 +46,7 @@ class resource_reader {
     return QERR_OK;
   }
 
-  // A resource's bytes, which leave the window on the tree.
+  // The data of a resource. The window stays on the tree.
   qerr_t read_data(std::uint64_t offset, std::byte* destination, std::uint32_t length) noexcept {
     if (length == 0) return charge(call);
     if (const Bytes bytes = held(offset, length); !bytes.empty()) {
@@ -57,7 +57,7 @@ class resource_reader {
     return fetch(offset, destination, clip(offset, length));
   }
 
-  // How many of `length` bytes at `offset` the file has.
+  // How many of `length` bytes at `offset` exist in the file.
   [[nodiscard]] std::uint32_t clip(std::uint64_t offset, std::uint32_t length) const noexcept {
     if (!exists(offset)) return 0;
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(length, image_.full_size - offset));
@@ -68,12 +68,12 @@ class resource_reader {
   static constexpr std::uint32_t call = 64;
   static constexpr std::uint32_t system_call = 1024;
 
-  // Offsets of an image have 32 bits; further on nothing of it lies.
+  // Offsets in an image have 32 bits; beyond that nothing exists.
   [[nodiscard]] bool exists(std::uint64_t offset) const noexcept {
     return offset < image_.full_size && offset <= 0xFFFFFFFF;
   }
-  // What needs no read: bytes that the open file or the view has, where small images have their whole tree, or of the
-  // window. Else empty.
+  // Bytes that need no read because the open file, the view (small images have their whole tree there) or the window
+  // holds them. Empty if none does.
   [[nodiscard]] Bytes held(std::uint64_t offset, std::uint32_t length) const noexcept {
     const Bytes start = image_.held.empty() ? image_.view : image_.held;
     if (const auto at_start = qbytes_slice(start, offset, length)) return *at_start;
@@ -141,7 +141,7 @@ class type_walk {
   }
 
  private:
-  // Past the end of every image: reads as zero like any other place there.
+  // Beyond the end of any image: reads as zero.
   static constexpr std::uint64_t nowhere = std::uint64_t{1} << 62;
 
   [[nodiscard]] std::uint64_t to_offset(std::uint32_t rva) const noexcept {
@@ -181,7 +181,7 @@ class type_walk {
     if (code != QERR_OK) return code;
     const Bytes fields(entry);
     const std::uint64_t place = to_offset(qbytes_le<std::uint32_t>(fields, 0).value_or(0));
-    // Larger sizes and negative ones are cut alike.
+    // Larger and negative sizes are cut the same way.
     const auto size = static_cast<std::uint32_t>(
         std::min<std::size_t>(qbytes_le<std::uint32_t>(fields, 4).value_or(0), buffer_.size()));
     code = reader_.read_data(place, buffer_.data(), size);

@@ -14,7 +14,7 @@
 inline constexpr std::uint32_t BLIB_RES_VERSION = 16;
 inline constexpr std::uint32_t BLIB_RES_MANIFEST = 24;
 
-// A resource's bytes are cut to the first 8000.
+// Only the first 8000 bytes of a resource are read.
 inline constexpr std::uint32_t BLIB_RES_MOST_BYTES = 8000;
 
 // The section that holds the resource directory.
@@ -23,17 +23,17 @@ struct blib_res_section {
   std::uint32_t directory_address;  // RVA of the resource directory
 };
 
-// Called with each resource of the wanted type: its bytes (borrowed for the call), their length, the language (low 16
-// bits of the language entry's ID). Sets *stop to 1, or returns a code other than 0, to end the walk.
+// Called with each resource of the wanted type: its bytes (valid during the call), their length, and the language (low
+// 16 bits of the ID of the language entry). Set *stop to 1, or return a code other than 0, to end the walk.
 using blib_res_visitor = qerr_t (*)(std::uint32_t type_id, const void* data, std::uint32_t size,
                                     std::uint32_t language_id, std::uint32_t* stop, void* context,
                                     std::size_t context_size);
 
-// Finds the first section, in table order, that contains the resource directory's address. QERR_NOT_FOUND when there
-// is no section table or none contains it; QERR_ALL_BITS for a null argument.
+// Finds the first section in the table that contains the address of the resource directory. QERR_NOT_FOUND when there
+// is no section table or no such section; QERR_ALL_BITS for a null argument.
 [[nodiscard]] qerr_t blib_res_get_section(blib_bin* image, blib_res_section* section) noexcept;
 
-// One directory of the tree. Entries that the file does not hold read as zero and take no memory.
+// One directory of the tree. Entries beyond the end of the file read as zero and take no memory.
 struct blib_res_directory {
   std::uint32_t count = 0;         // named and ID entries together
   std::vector<std::byte> entries;  // as far as the file holds them
@@ -47,14 +47,14 @@ struct blib_res_directory {
   }
 };
 
-// Reads the directory at a file offset with all its entries. QERR_LOW_MEMORY, also for a directory without
-// entries, or a read error; `directory` is then empty.
+// Reads the directory at a file offset with all its entries. QERR_LOW_MEMORY (also for a directory without entries) or
+// a read error; `directory` is then empty.
 [[nodiscard]] qerr_t blib_res_get_dir_entry(blib_bin* image, std::uint32_t offset,
                                             blib_res_directory* directory) noexcept;
 
-// Visits every resource of type `type_id`. QERR_NOT_FOUND when the type is absent; QERR_LOW_MEMORY, also for a
-// directory without entries; QERR_OVERFLOW when the tree costs more than an honest one can (see the source); a read
-// error; or the visitor's code.
+// Calls `visitor` for every resource of type `type_id`. QERR_NOT_FOUND when the type is absent; QERR_LOW_MEMORY (also
+// for a directory without entries); QERR_OVERFLOW when the tree costs more than an honest one can (see the source); a
+// read error; or the code of the visitor.
 [[nodiscard]] qerr_t blib_res_walk(blib_bin* image, const blib_res_section* section, std::uint32_t type_id,
                                    blib_res_visitor visitor, std::uint32_t* stop, void* context,
                                    std::size_t context_size) noexcept;

@@ -8,7 +8,7 @@ static constexpr std::uint32_t module_id = QLOG_CERT;
 
 namespace {
 
-qreplaceable<cert_sign_module> active_module;  // the platform has none
+qreplaceable<cert_sign_module> active_module;  // none by default
 
 }  // namespace
 

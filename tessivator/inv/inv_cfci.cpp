@@ -20,14 +20,14 @@ static constexpr std::uint32_t module_id = QLOG_INV;
 
 namespace {
 
-// Bits of the feature masks, which count only outside standalone mode.
+// Bits of the feature masks, which apply only outside standalone mode.
 constexpr std::uint64_t feature_base = std::uint64_t{1} << 40;
 constexpr std::uint64_t feature_installer = std::uint64_t{1} << 41;
 constexpr std::uint64_t feature_record = std::uint64_t{1} << 42;
 
 constexpr std::uint64_t product_md5 = 1;  // bit of ProdIntegrationConfig
 
-// The record stores the file type check's answer as it is.
+// The record stores the result of the file type check unchanged.
 static_assert(INV_TYPE_IMAGE32 == SCAN_TYPE_IMAGE32 && INV_TYPE_SCRIPT == SCAN_TYPE_SCRIPT &&
               INV_TYPE_IMAGE64 == SCAN_TYPE_IMAGE64);
 
@@ -37,7 +37,7 @@ bool is_feature_on(std::uint64_t feature) noexcept {
   return (cfg_FeaturesInstalled().load() & enabled & feature_base) != 0 && (enabled & feature) != 0;
 }
 
-// Both optional header widths keep their directories alike; the image knows where.
+// PE32 and PE32+ have the same directories; the image knows their place.
 bool has_security_directory(const blib_bin& image) noexcept {
   std::uint32_t address = 0;
   std::uint32_t size = 0;
@@ -45,9 +45,9 @@ bool has_security_directory(const blib_bin& image) noexcept {
          size != 0;
 }
 
-// An image whose path cannot be copied is not an installer.
+// An image whose path cannot be copied counts as no installer.
 bool is_installer(const qchar* path, blib_bin* image, inv_cfci_t& record) noexcept {
-  // The check lower-cases the path it is given; the caller's stays as the file is named.
+  // The check lower-cases its path argument, so it gets a copy.
   const QmemPtr<qchar> copy(qstr_dup(path));
   return copy && utl_is_installer_cfci(copy.get(), image, &record) != 0;
 }
@@ -89,7 +89,7 @@ qerr_t compute_digests(const qchar* path, qfile_t file, const qcksum_tap* tap, i
 
 qerr_t gather_details(const qchar* path, qfile_t file, blib_bin* image, inv_cfci_t& record,
                       std::int64_t& time) noexcept {
-  // A script has no open image: it fails as an image as the file's path does.
+  // A script has no open image and fails as one, like its path.
   if (image != nullptr) {
     (void)inv_get_resource_data(path, image, &record);
   } else {
@@ -101,7 +101,7 @@ qerr_t gather_details(const qchar* path, qfile_t file, blib_bin* image, inv_cfci
     return code;
   }
   time = std::max(info.creation_time, info.last_write_time);
-  // A file whose signers cannot be told still has its record, with the count that says so.
+  // A file whose signers are unknown still has a record; the count shows it.
   if ((record.type_flags & INV_TYPE_SCRIPT) == 0) (void)inv_get_certificates_info_alloc(path, &record);
   const qerr_t code = qfile_size(file, &record.file_size);
   if (code != QERR_OK) {
@@ -110,7 +110,7 @@ qerr_t gather_details(const qchar* path, qfile_t file, blib_bin* image, inv_cfci
   return code;
 }
 
-// Entries for the listed signers, `walked` of them. A hash that cannot be had leaves the rest of its entry zero.
+// Entries for the listed signers, `walked` of them. A missing hash leaves the rest of its entry zero.
 void copy_signers(const cert_sign_list& list, inv_cfci_cert* certs, std::int32_t& walked) noexcept {
   walked = 0;
   for (const cert_sign_node* node = list.head; node != nullptr; node = node->next, ++walked) {
@@ -123,7 +123,7 @@ void copy_signers(const cert_sign_list& list, inv_cfci_cert* certs, std::int32_t
   }
 }
 
-// Marks every repeat of an earlier entry as removed; returns how many are left.
+// Marks every repeat of an earlier entry as removed; returns how many remain.
 std::int32_t mark_duplicates(std::span<inv_cfci_cert> certs) noexcept {
   std::int32_t unique = 0;
   for (std::size_t i = 0; i < certs.size(); ++i) {

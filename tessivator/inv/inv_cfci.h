@@ -29,19 +29,19 @@ struct inv_digest_watch {
                                                 std::int64_t* out_time, std::uint32_t compute_md5,
                                                 const inv_digest_watch* watch = nullptr) noexcept;
 
-// Fills is_signed, the installer bit and the version strings from the image at `path`. The code of the last step:
-// opening the image, finding its resource section, walking it. A file that cannot be mapped is success with nothing
-// filled.
+// Fills is_signed, the installer bit and the version strings from the image at `path`. Returns the code of the last
+// step: opening the image, finding its resource section, walking it. For a file that cannot be mapped it succeeds and
+// fills nothing.
 [[nodiscard]] qerr_t inv_get_resource_data(const qchar* path, inv_cfci_t* record) noexcept;
 
 // The same over an image that the caller opened from `path` and keeps.
 [[nodiscard]] qerr_t inv_get_resource_data(const qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
 
-// Fills the list of distinct signers through the signer lookup (cert/cert_sign.h). QERR_INVALID without an
-// argument, QERR_LOW_MEMORY, or the lookup's code (QERR_ALL_BITS when it gave none); then the count is as before.
+// Fills the list of distinct signers by the signer lookup (cert/cert_sign.h). QERR_INVALID without an argument,
+// QERR_LOW_MEMORY, or the code of the lookup (QERR_ALL_BITS when it gave none); the count is then unchanged.
 [[nodiscard]] qerr_t inv_get_certificates_info_alloc(const qchar* path, inv_cfci_t* record) noexcept;
 
 // Removes repeated certificates in place: the first of equal ones stays, with INV_CERT_BOTH when they were found in
-// different ways. QERR_LOW_MEMORY when the shorter list cannot be allocated; the old list then stays, repeats marked as
-// removed.
+// different ways. QERR_LOW_MEMORY when the shorter list cannot be allocated; the old list then stays, with repeats
+// marked as removed.
 [[nodiscard]] qerr_t inv_get_certificates_info_deduped(inv_cfci_t* record) noexcept;

@@ -25,7 +25,7 @@ inline constexpr std::uint16_t INV_CERT_EMBEDDED = 1;
 inline constexpr std::uint16_t INV_CERT_CATALOG = 2;
 inline constexpr std::uint16_t INV_CERT_BOTH = 3;
 
-// One distinct signer. Entries lie contiguously without padding; consumers outside this library rely on the layout.
+// One distinct signer. Entries are contiguous without padding; consumers outside this library rely on the layout.
 struct inv_cfci_cert {
   std::uint16_t kind;
   qcksum public_key;   // SHA-1 of the certificate's public key
@@ -36,10 +36,10 @@ static_assert(offsetof(inv_cfci_cert, kind) == 0);
 static_assert(offsetof(inv_cfci_cert, public_key) == 2);
 static_assert(offsetof(inv_cfci_cert, certificate) == 68);
 
-// A zero-filled block, made by inv_get_cfci_alloc (inv/inv_cfci.h), released by the routine below. Strings are null
-// when the file has none; they hold what the file holds, unpaired surrogates and control characters included. For an
-// image whose extension is exe the installer check leaves OriginalFilename, FileDescription, InternalName and the
-// manifest description in lower case.
+// A zeroed block, created by inv_get_cfci_alloc (inv/inv_cfci.h) and freed by the function below. Strings are null when
+// the file has none; otherwise they are as in the file, including unpaired surrogates and control characters. For an
+// image with the extension exe, the installer check converts OriginalFilename, FileDescription, InternalName and the
+// manifest description to lower case.
 struct inv_cfci_t {
   std::uint16_t type_flags;
   std::uint16_t image_kind;  // 1 library, 2 application, 4 driver
@@ -69,6 +69,6 @@ struct inv_cfci_t {
   const char* installer_rule;
 };
 
-// Releases a record with everything that it owns; null is allowed.
+// Frees a record and everything it owns; null is ignored.
 void inv_free_cfci(inv_cfci_t* record) noexcept;
 using InvCfciOwner = std::unique_ptr<inv_cfci_t, FreeWith<inv_free_cfci>>;

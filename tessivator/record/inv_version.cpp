@@ -8,8 +8,8 @@
 //
 //   VS_VERSION_INFO > StringFileInfo > table, key "<language><code page>" in hexadecimal > string, key and value
 //
-// A block's declared length only tells where the next one begins; every access is checked against the resource itself.
-// All loops end because a block's minimum length moves the offset forward: at most size / 8 strings are looked at.
+// The declared length of a block only gives the place of the next one; every access is checked against the resource.
+// All loops end because the minimum length of a block moves the offset: at most size / 8 strings are read.
 
 #include "record/inv_version.h"
 
@@ -54,12 +54,12 @@ constexpr version_key version_keys[] = {
 constexpr std::uint64_t round_up(std::uint64_t value) { return (value + 3) & ~std::uint64_t{3}; }
 constexpr std::uint64_t round_down(std::uint64_t value) { return value & ~std::uint64_t{3}; }
 
-// A 16-bit field or unit; 0 outside the resource, which no length test and no key accepts.
+// A 16-bit field or unit; 0 outside the resource, which no length check and no key accepts.
 std::uint16_t unit_at(Bytes resource, std::uint64_t offset) noexcept {
   return qbytes_le<std::uint16_t>(resource, offset).value_or(0);
 }
 
-// Whether the text at `offset` is exactly `key`, terminator included.
+// Whether the text at `offset` is exactly `key` with its terminator.
 bool key_is(Bytes resource, std::uint64_t offset, std::u16string_view key) noexcept {
   const auto text = qbytes_slice(resource, offset, 2 * (key.size() + 1));
   if (!text) return false;
@@ -71,7 +71,7 @@ bool key_is(Bytes resource, std::uint64_t offset, std::u16string_view key) noexc
   return reader.le(unit) && unit == 0;
 }
 
-// The declared length of the block at `offset`, or 0 when it is below `minimum` or reaches past the resource.
+// The declared length of the block at `offset`, or 0 when it is below `minimum` or exceeds the resource.
 std::uint64_t block_length(Bytes resource, std::uint64_t offset, std::uint64_t minimum) noexcept {
   if (offset > resource.size()) return 0;
   const std::uint64_t length = unit_at(resource, offset);
@@ -80,14 +80,14 @@ std::uint64_t block_length(Bytes resource, std::uint64_t offset, std::uint64_t m
 
 bool is_space(qchar unit) noexcept { return unit == u' ' || (unit >= u'\t' && unit <= u'\r'); }
 
-// English of any country, or no language: what the third and fourth digit of the table's key tell.
+// English of any country, or no language: by digits three and four of the key of the table.
 bool is_readable_language(Bytes resource, std::uint64_t table) noexcept {
   const std::uint16_t third = unit_at(resource, table + key_offset + 4);
   const std::uint16_t fourth = unit_at(resource, table + key_offset + 6);
   return third == u'0' && (fourth == u'9' || fourth == u'0');
 }
 
-// A new text of the units in `value` before the first zero; null when memory runs out.
+// A new text of the units of `value` before the first zero; null when memory runs out.
 qchar* copy_value(Bytes value) noexcept {
   ByteReader counter(value);
   std::size_t length = 0;
@@ -121,7 +121,7 @@ qerr_t read_string(Bytes resource, std::uint64_t offset, inv_cfci_t& record) noe
   return QERR_OK;
 }
 
-// Reads the strings of one table; `whole` tells whether none of them ended the walk.
+// Reads the strings of one table; `whole` tells whether all were read.
 qerr_t read_table(Bytes resource, std::uint64_t table, std::uint64_t length, inv_cfci_t& record, bool& whole) noexcept {
   whole = false;
   for (std::uint64_t offset = table + first_string; offset < table + length;) {
@@ -162,7 +162,7 @@ qerr_t inv_read_version(Bytes resource, inv_cfci_t& record, inv_version_outcome&
   }
   if (!key_is(resource, key_offset, root_key)) return QERR_OK;
 
-  // The root's header takes 40 bytes with its key; the children follow its value.
+  // The root header takes 40 bytes with its key; the children follow its value.
   std::uint64_t offset = round_down(std::uint64_t{unit_at(resource, 2)} + 43);
   for (;;) {
     const std::uint64_t length = block_length(resource, offset, child_minimum);

@@ -16,7 +16,7 @@ static constexpr std::uint32_t module_id = QLOG_SCAN;
 
 namespace {
 
-// No dialogs for critical errors, no box for a file that does not open.
+// No dialogs for critical errors, none for files that cannot be opened.
 constexpr std::uint32_t quiet_error_mode = 0x8001;
 constexpr std::uint64_t ask_for_bus = 0x2000;  // bit of CustomerConfig
 constexpr std::uint32_t bus_timeout_ms = 1000;
@@ -40,7 +40,7 @@ class quiet_errors {
   std::uint32_t before_;
 };
 
-// The attribute bit of a drive type; 0 for one that is not supported.
+// The attribute bit of a drive type; 0 for an unsupported type.
 std::uint32_t attribute_of_drive(std::uint32_t type, const qchar* root) noexcept {
   switch (type) {
     case SCAN_DRIVE_REMOVABLE:
@@ -56,7 +56,7 @@ std::uint32_t attribute_of_drive(std::uint32_t type, const qchar* root) noexcept
   }
 }
 
-// What is known without the drive's type stands in `found` whatever that is.
+// Sets what does not depend on the drive type.
 qerr_t fill(scan_vol_attributes& found, const qchar* path, const qchar* root, std::uint32_t flags,
             const std::u16string& file_system) {
   found = {};
@@ -112,7 +112,7 @@ qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attribute
     return system.translate(error);
   }
   return attributes == nullptr ? QERR_OK : fill(*attributes, path, root, flags, file_system);
-} catch (...) {  // only for want of memory
+} catch (...) {  // only std::bad_alloc
   return QERR_LOW_MEMORY;
 }
 
@@ -131,7 +131,7 @@ std::uint32_t swin_check_if_device_is_removable(const qchar* volume_root) noexce
   std::unique_ptr<scan_bus_query> query;
   const std::uint32_t error = system.make_bus_query(query);
   if (error != 0) {
-    // The text is misleading, and known to those who search logs for it.
+    // The text is misleading, but people search their logs for it.
     QLOG(QLOG_ERROR, u"Timeout error for DeviceIoControl'%d'", error);
     return 0;
   }

@@ -17,15 +17,15 @@ struct scan_vol_attributes {
   std::uint32_t supported;                    // 1: a writable fixed disk with a file system of the supported table
 };
 
-// Fills `attributes`, which may be null: then only whether the volume can be asked. QERR_INVALID without a path;
-// QERR_DRIVE_TYPE for a volume that is none of removable, fixed, remote and optical (a RAM disk); QERR_LOW_MEMORY; else
-// a system error's code. With QERR_DRIVE_TYPE the file system's name and the read-only bit are filled in. While it
-// runs, the system shows this thread no dialog for a drive without a medium.
+// Fills `attributes`; with null it only tests whether the volume can be queried. QERR_INVALID without a path;
+// QERR_DRIVE_TYPE for a volume that is not removable, fixed, remote or optical (a RAM disk); QERR_LOW_MEMORY; else the
+// code of a system error. With QERR_DRIVE_TYPE, the file system name and the read-only bit are filled in. During the
+// call the system shows no dialog to this thread when a drive has no medium.
 [[nodiscard]] qerr_t scan_get_vol_attributes(const qchar* path, scan_vol_attributes* attributes) noexcept;
 
-// 1 when the file system's name is in the supported table (NTFS, REFS), whatever its case; else 0.
+// 1 when the file system is in the table of supported ones (NTFS, REFS), ignoring case; else 0.
 [[nodiscard]] std::uint32_t scan_is_supported_fs_type(const qchar* file_system) noexcept;
 
-// 1 when the device under a volume's root is on a USB bus or is a virtual disk kept in a file. Always 0, and no device
-// is touched, unless bit 0x2000 of the parameter CustomerConfig is set. Never fails, waits at most about a second.
+// 1 when the device of a volume root is on a USB bus or is a virtual disk in a file. Always 0, without touching the
+// device, unless bit 0x2000 of the parameter CustomerConfig is set. Never fails; waits about a second at most.
 [[nodiscard]] std::uint32_t swin_check_if_device_is_removable(const qchar* volume_root) noexcept;

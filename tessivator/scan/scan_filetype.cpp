@@ -17,7 +17,7 @@ qerr_t unknown(const qchar*) { return QERR_NOT_FOUND; }
 constexpr scan_sa no_database = {never, unknown};
 qreplaceable<const scan_sa> database;
 
-// A driver is told by its name alone, whatever its characteristics say.
+// A driver is recognised by its file name alone, whatever its characteristics say.
 std::uint32_t kind_of(const blib_bin& image, const qchar* name) noexcept {
   const std::u16string_view text(name);
   const std::size_t dot = text.rfind(u'.');

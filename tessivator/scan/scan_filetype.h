@@ -1,4 +1,4 @@
-// What kind of file an open file is, by its content.
+// The type of an open file, by its content.
 #pragma once
 
 #include "blib/blib_bin.h"
@@ -13,23 +13,23 @@ inline constexpr std::uint32_t SCAN_KIND_DLL = 1;
 inline constexpr std::uint32_t SCAN_KIND_EXE = 2;
 inline constexpr std::uint32_t SCAN_KIND_DRIVER = 4;
 
-// Classifies the open file `name`; `read_not_map` other than 0 asks for a private buffer instead of a mapping. QERR_OK
-// with type and kind; QERR_ARG1 without a handle or name, QERR_ARG4 and QERR_ARG5 without a place for type or kind;
-// QERR_BAD_IMAGE for a file that is neither image nor script. The handle stays open.
+// Classifies the open file `name`; a `read_not_map` other than 0 reads it into a private buffer instead of mapping it.
+// QERR_OK with type and kind; QERR_ARG1 without a handle or name, QERR_ARG4 and QERR_ARG5 without an output for type or
+// kind; QERR_BAD_IMAGE for a file that is neither an image nor a script. The handle stays open.
 [[nodiscard]] qerr_t scan_get_file_type_by_handle(qfile_t file, const qchar* name, std::uint32_t read_not_map,
                                                   std::uint32_t* type, std::uint32_t* kind) noexcept;
 
-// The same, and hands out the image that it opened (null for a script), so that a caller who reads resources next need
-// not open it again. The caller releases it with blib_bin_close_by_handle.
+// The same, and returns the opened image (null for a script), so a caller that reads resources next need not open it
+// again. The caller releases it with blib_bin_close_by_handle.
 [[nodiscard]] qerr_t scan_get_file_type_keep_image(qfile_t file, const qchar* name, std::uint32_t* type,
                                                    std::uint32_t* kind, blib_bin** image) noexcept;
 
-// 1 when the open file is a known script by its name's extension (or the key "16bit"), else 0. `image_opened` tells
-// that the file opens as an image, which is no script.
+// 1 when the extension of the name (or the key "16bit") is that of a known script, else 0. `image_opened` says that the
+// file is an image, which is never a script.
 [[nodiscard]] std::uint32_t scan_is_file_script_by_handle(qfile_t file, const qchar* name, bool image_opened) noexcept;
 
-// The database of script extensions. This product ships none: the default is not initialised. A test puts its own in
-// its place (null: the default again).
+// The database of script extensions. This product has none: the default is not initialised. A test can install its own
+// (null restores the default).
 struct scan_sa {
   bool (*is_initialised)();
   // QERR_EXISTS for a known script type, any other code for an unknown one.

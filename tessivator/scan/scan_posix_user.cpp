@@ -1,4 +1,4 @@
-// The volume checks' system services from the mount table, statvfs and sysfs.
+// System services of the volume checks, from the mount table, statvfs and sysfs.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-// Mapped devices (encryption, volume groups) stand on others; no real stack is this deep.
+// Mapped devices (encryption, volume groups) are stacked; no real stack is this deep.
 constexpr int deepest_stack = 8;
 
 // A share is remote whatever its server has it on, so the server is not asked.
@@ -31,7 +31,7 @@ struct file_system_kind {
   std::uint32_t drive;
 };
 
-// What a name of the mount table says by itself. Any other file system is what its block device is.
+// What the file system name alone tells. Other file systems are as their block device.
 constexpr file_system_kind known_kinds[] = {
     {"nfs", SCAN_DRIVE_REMOTE},   {"nfs4", SCAN_DRIVE_REMOTE},   {"cifs", SCAN_DRIVE_REMOTE},
     {"smb3", SCAN_DRIVE_REMOTE},  {"smbfs", SCAN_DRIVE_REMOTE},  {"iso9660", SCAN_DRIVE_OPTICAL},
@@ -40,8 +40,8 @@ constexpr file_system_kind known_kinds[] = {
     {"zfs", SCAN_DRIVE_FIXED},    {"ubifs", SCAN_DRIVE_FIXED},
 };
 
-// The block device under a mount: the file system's own number, or that of the device named as its source where the
-// file system makes up a number (btrfs).
+// The block device of a mount: by the device number of the file system, or by its source where the file system has an
+// artificial number (btrfs).
 bool block_device_of(const utl_mount& mount, dev_t& device) noexcept {
   struct stat about {};
   if (::stat(mount.point.c_str(), &about) == 0 && major(about.st_dev) != 0) {
@@ -54,7 +54,7 @@ bool block_device_of(const utl_mount& mount, dev_t& device) noexcept {
   return true;
 }
 
-// The device's folder below /sys/devices, whose path names the buses on the way; empty when there is none.
+// The folder of the device below /sys/devices; its path names the buses on the way. Empty if there is none.
 std::string sysfs_folder(const std::string& link) {
   const std::unique_ptr<char, FreeWith<std::free>> real(::realpath(link.c_str(), nullptr));
   return real ? std::string(real.get()) : std::string();
@@ -64,7 +64,7 @@ std::string sysfs_folder(dev_t device) {
   return sysfs_folder("/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device)));
 }
 
-// A partition's own folder lacks the file; the disk's folder is the one above.
+// The folder of a partition lacks the file; the folder above is that of the disk.
 bool is_marked_removable(const std::string& folder) {
   for (const char* const name : {"/removable", "/../removable"}) {
     const qsys_descriptor file(::open((folder + name).c_str(), O_RDONLY | O_CLOEXEC));
@@ -92,7 +92,7 @@ std::uint32_t bus_of_folder(const std::string& folder, int depth) {
   return 0;
 }
 
-// sysfs answers at once; there is nothing to wait for.
+// sysfs answers at once; no waiting.
 class posix_bus_query final : public scan_bus_query {
  public:
   std::uint32_t start(const std::u16string& device) noexcept override try {
@@ -119,7 +119,7 @@ class posix_bus_query final : public scan_bus_query {
 
 class posix_system final : public scan_system {
  public:
-  // No dialogs to hold back.
+  // There are no dialogs to suppress.
   std::uint32_t set_error_mode(std::uint32_t mode) noexcept override { return mode; }
 
   std::uint32_t volume_information(const qchar* root, std::uint32_t& flags, std::u16string& file_system) override {

@@ -1,4 +1,4 @@
-// The system services under the volume checks. Tests put their own in place of the platform's.
+// The system services of the volume checks. Tests replace them.
 #pragma once
 
 #include <memory>
@@ -6,7 +6,7 @@
 
 #include "common/qlib/qtypes.h"
 
-// Flags and drive types have the numbers of the Windows interface, on every platform.
+// Flags and drive types have the values of the Windows interface on every platform.
 inline constexpr std::uint32_t SCAN_FS_READ_ONLY_VOLUME = 0x80000;
 inline constexpr std::uint32_t SCAN_DRIVE_UNKNOWN = 0;
 inline constexpr std::uint32_t SCAN_DRIVE_REMOVABLE = 2;
@@ -19,23 +19,22 @@ inline constexpr std::uint32_t SCAN_BUS_FILE_BACKED = 15;
 inline constexpr std::uint32_t SCAN_IO_INCOMPLETE = 996;
 inline constexpr std::uint32_t SCAN_IO_PENDING = 997;
 
-// A question to a device that is under way. The system fills its answer until the object has gone, so it is destroyed
-// only after `wait` succeeded or `cancel` returned.
+// A pending device query. The system writes into its buffer until the query ends, so destroy it only after `wait`
+// succeeded or `cancel` returned.
 class scan_bus_query {
  public:
   virtual ~scan_bus_query() = default;
-  // Asks the device. Returns the system's last error: 0, or SCAN_IO_INCOMPLETE and SCAN_IO_PENDING while the answer is
-  // under way.
+  // Starts the query. Returns the last system error: 0, or SCAN_IO_INCOMPLETE and SCAN_IO_PENDING while it runs.
   [[nodiscard]] virtual std::uint32_t start(const std::u16string& device) noexcept = 0;
-  // False when the time ran out.
+  // False on a time-out.
   [[nodiscard]] virtual bool wait(std::uint32_t timeout_ms) noexcept = 0;
-  // Takes the question back and waits until that is done. Returns 0 or the system's error.
+  // Cancels the query and waits until it has ended. Returns 0 or the system error.
   [[nodiscard]] virtual std::uint32_t cancel() noexcept = 0;
-  // The answer's bus type.
+  // The bus type from the answer.
   [[nodiscard]] virtual std::uint32_t bus_type() const noexcept = 0;
 };
 
-// Errors are the system's own values. Operations may throw std::bad_alloc.
+// Errors are raw system values. Operations may throw std::bad_alloc.
 class scan_system {
  public:
   virtual ~scan_system() = default;
@@ -45,9 +44,9 @@ class scan_system {
                                                          std::u16string& file_system) = 0;
   [[nodiscard]] virtual std::uint32_t drive_type(const qchar* root) = 0;
   [[nodiscard]] virtual qerr_t translate(std::uint32_t error) noexcept = 0;
-  // The name under which a volume's device is opened.
+  // The device name of a volume.
   [[nodiscard]] virtual std::u16string device_path(const qchar* root) = 0;
-  // A question with its event, or an error when there is no event to be had.
+  // A query with its event, or an error when no event could be created.
   [[nodiscard]] virtual std::uint32_t make_bus_query(std::unique_ptr<scan_bus_query>& out) = 0;
 };
 

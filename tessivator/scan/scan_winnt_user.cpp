@@ -1,4 +1,4 @@
-// The volume checks' system services from the volume and storage interfaces.
+// System services of the volume checks, from the volume and storage interfaces.
 #include "common/qlib/qsys_winnt_user.h"
 // Needs the types of windows.h.
 #include <winioctl.h>

@@ -1,7 +1,7 @@
-// PKCS#7 (RFC 2315) as OpenSSL's ASN.1 decoder reads it, except that certificates and signers are only checked to be
-// sequences; then they are decoded from where the outline says that they are. That saves most of the work: a
-// certificate that this request has met is not decoded again, and of a signer only issuer and serial number are kept,
-// whatever its attributes hold (they may nest whole signatures).
+// PKCS#7 (RFC 2315) decoded by the ASN.1 decoder of OpenSSL, except for certificates and signers: these are only
+// checked to be sequences and then decoded from the places in the outline. That saves most of the work: a certificate
+// already seen in this request is not decoded again, and of a signer only issuer and serial number are decoded, not its
+// attributes (they may nest whole signatures).
 //
 // ContentInfo ::= SEQUENCE { contentType OBJECT IDENTIFIER, content [0] EXPLICIT ANY DEFINED BY contentType OPTIONAL }
 // SignedData  ::= SEQUENCE { version, digestAlgorithms, contentInfo, certificates [0] OPTIONAL, crls [1] OPTIONAL,
@@ -17,7 +17,7 @@
 
 DEFINE_STACK_OF(ASN1_STRING)
 
-// The names of fields and templates are what OpenSSL's template macros ask for.
+// The template macros of OpenSSL require these names of fields and templates.
 namespace sgn_templates {
 
 struct signed_data {
@@ -99,8 +99,8 @@ struct content_free {
 using ContentOwner = std::unique_ptr<content_info, content_free>;
 using SignerOwner = std::unique_ptr<PKCS7_SIGNER_INFO, FreeWith<PKCS7_SIGNER_INFO_free>>;
 
-// A context without algorithms. In any other OpenSSL decodes the public key with each certificate: that costs more than
-// all the rest, nothing here uses it, and a crafted key could make it endless.
+// A library context without algorithms. With any other, OpenSSL decodes the public key of each certificate: that costs
+// more than everything else, is not needed here, and a crafted key could make it endless.
 class lean_context {
  public:
   lean_context() noexcept : context_(OSSL_LIB_CTX_new()) {
@@ -126,13 +126,13 @@ T* decode_element(Bytes element, const ASN1_ITEM* item) {
       ASN1_item_d2i_ex(nullptr, &data, static_cast<long>(element.size()), item, get_lean_context(), nullptr));
 }
 
-// What is decoded here is let go at once: the sets are decoded from the bytes, and would be held twice.
+// Frees the decoded sets at once: they are decoded from the bytes and would be held twice.
 bool is_well_formed(Bytes structure) {
   const ContentOwner content(decode_element<content_info>(structure, sgn_templates::content_info_it()));
   return content != nullptr;
 }
 
-// Null when the element is no certificate.
+// Null when the element is not a certificate.
 sgn_certificate_ptr certificate_of(Bytes element, sgn_store_cache* cache) {
   const std::string_view encoding(reinterpret_cast<const char*>(element.data()), element.size());
   if (cache != nullptr) {
@@ -141,7 +141,7 @@ sgn_certificate_ptr certificate_of(Bytes element, sgn_store_cache* cache) {
   auto certificate = std::make_shared<sgn_certificate>();
   certificate->x509.reset(decode_element<X509>(element, ASN1_ITEM_rptr(X509)));
   if (!certificate->x509) return nullptr;
-  // Without a digest there is no name either, and nothing is written.
+  // Without a digest there is no name, so nothing is written.
   (void)qcksum_buf_sha256(element.data(), element.size(), certificate->digest.data());
   if (cache != nullptr) cache->add(encoding, certificate);
   return certificate;

@@ -24,7 +24,8 @@
 
 static constexpr std::uint32_t module_id = QLOG_SGN;
 
-// Every line of this source is one function's, whichever helper finds the fault; none for a cabinet without a name.
+// All lines of this source are logged under one function name, whichever helper finds the fault; nothing is logged for
+// a cabinet without a name.
 #define CAB_LOG(...) \
   if (cabinet.path != nullptr) QLOG_AS(QLOG_ERROR, "sgn_extract_cab_cert_alloc", __VA_ARGS__)
 
@@ -38,7 +39,7 @@ constexpr std::uint64_t record_offset = 4;
 constexpr std::uint64_t record_length = 8;
 constexpr std::uint16_t record_size = 12;
 
-// An open cabinet of the caller's with the name that its log lines carry, null for none.
+// An open cabinet of the caller and its name in log lines; null for no lines.
 struct cabinet_file {
   const qchar* path;
   qfile_t file;
@@ -54,7 +55,7 @@ qerr_t not_signed(const cabinet_file& cabinet) noexcept {
   return QERR_INVALID;
 }
 
-// Fills `out` from the current position; at the end of the file the rest stays as it is.
+// Fills `out` from the current position; beyond the end of the file it stays unchanged.
 qerr_t read_part(const cabinet_file& cabinet, std::span<std::byte> out) noexcept {
   while (!out.empty()) {
     std::uint32_t done = 0;
@@ -76,7 +77,7 @@ qerr_t seek(const cabinet_file& cabinet, std::uint32_t offset) noexcept {
   return code;
 }
 
-// Reads the fixed header and the sizes behind it.
+// Reads the fixed header and the sizes after it.
 qerr_t read_reserve_size(const cabinet_file& cabinet, std::uint16_t& reserve_size) noexcept {
   std::array<std::byte, header_size> header{};
   if (const qerr_t code = seek(cabinet, 0); code != QERR_OK) return code;
@@ -91,7 +92,7 @@ qerr_t read_reserve_size(const cabinet_file& cabinet, std::uint16_t& reserve_siz
   std::array<std::byte, reserve_fields_size> fields{};
   if (const qerr_t code = read_part(cabinet, fields); code != QERR_OK) return code;
   reserve_size = qbytes_le<std::uint16_t>(fields, 0).value_or(0);
-  // A reserve that cannot hold the signature record serves something else.
+  // A reserve too small for the signature record is used for something else.
   return reserve_size < record_size ? not_signed(cabinet) : QERR_OK;
 }
 
@@ -108,7 +109,7 @@ qerr_t read_place(const cabinet_file& cabinet, std::uint16_t reserve_size, signa
   return QERR_OK;
 }
 
-// Cuts a place to what the file holds, so that no cabinet can ask for more memory than it has bytes.
+// Cuts the range to the file, so a cabinet cannot request more memory than it has bytes.
 qerr_t limit_to_file(const cabinet_file& cabinet, signature_place& place) noexcept {
   std::uint64_t size = 0;
   if (const qerr_t code = qfile_size(cabinet.file, &size); code != QERR_OK) {
@@ -120,7 +121,7 @@ qerr_t limit_to_file(const cabinet_file& cabinet, signature_place& place) noexce
   return QERR_OK;
 }
 
-// Cuts the place to the signature. One that is too long keeps its length and is not read; decoding refuses it.
+// Cuts the range to the signature. A signature that is too long keeps its length and is not read; decoding refuses it.
 qerr_t limit_to_signature(const cabinet_file& cabinet, signature_place& place, bool& is_too_long) noexcept {
   std::array<std::byte, QDER_HEAD> head{};
   if (const qerr_t code = seek(cabinet, place.offset); code != QERR_OK) return code;

@@ -4,9 +4,9 @@
 
 namespace {
 
-// Bounds of one cache: about two megabytes of decoded certificates, and as much of paths. A full table of certificates
-// starts anew, which costs a little work and nothing else; the table of paths forgets the one longest unused. Larger
-// certificates than these are not worth keeping.
+// Limits of one cache: about two megabytes of decoded certificates, and the same of paths. A full table of certificates
+// is cleared, which only costs some work; the table of paths drops the least recently used one. Larger certificates are
+// not cached.
 constexpr std::size_t max_certificates = 256;
 constexpr std::size_t max_encoding = 8192;
 constexpr std::size_t max_written = 4096;

@@ -1,7 +1,6 @@
 // What one scan request has already decoded and written. Files of one maker carry the same few certificates: with a
-// cache each is decoded, named and written once, and written again only after another certificate took its name. That
-// is logged as a warning which names both scanned files: equal names mean equal issuer and serial number, which a
-// genuine issuer never gives twice.
+// cache each is decoded, named and written once. It is written again only after another certificate with the same name;
+// that is logged as a warning with both scanned files, because a genuine issuer never uses a serial number twice.
 #pragma once
 
 #include <memory>
@@ -18,8 +17,8 @@ struct sgn_store_failures {
   qerr_t code = QERR_OK;  // of the first
 };
 
-// An empty cache, or null when memory runs out (every routine takes null for "no cache"). Used by one thread at a time;
-// its size is bounded whatever the number of files.
+// An empty cache, or null when memory runs out (every function accepts null for "no cache"). One thread at a time; its
+// size is bounded for any number of files.
 [[nodiscard]] sgn_store_cache* sgn_store_cache_create() noexcept;
 void sgn_store_cache_free(sgn_store_cache* cache) noexcept;
 // None for a null cache.

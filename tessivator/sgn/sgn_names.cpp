@@ -15,13 +15,13 @@ static constexpr std::uint32_t module_id = QLOG_SGN;
 
 namespace {
 
-// Issuer and serial number, which identify a certificate (RFC 2315, 6.7). Borrowed from a certificate or a signer.
+// Issuer and serial number, which identify a certificate (RFC 2315, 6.7). They belong to a certificate or a signer.
 struct identity {
   const X509_NAME* issuer;
   const ASN1_INTEGER* serial;
 };
 
-// Any total order will do; equality is OpenSSL's, which folds case and white space of names.
+// Any total order is fine; equality is that of OpenSSL, which ignores case and white space in names.
 struct identity_order {
   bool operator()(const identity& a, const identity& b) const noexcept {
     const int serials = ASN1_INTEGER_cmp(a.serial, b.serial);
@@ -31,8 +31,8 @@ struct identity_order {
 
 using identity_index = std::map<identity, sgn_certificate*, identity_order>;
 
-// The first certificate of each identity. An index rather than a search for each signer: a crafted structure may hold
-// thousands of both.
+// The first certificate of each identity. An index, because a crafted structure may hold thousands of certificates and
+// signers.
 identity_index index_certificates(const sgn_p7& p7) {
   identity_index index;
   for (const sgn_certificate_ptr& one : p7.certificates) {
@@ -52,8 +52,8 @@ void log_extracted(const X509* certificate) noexcept {
 
 enum class next_step : std::uint8_t { go_on, stop };
 
-// One certificate: stem, list, file. `code` takes a naming error; without memory for the list the work just ends, and
-// what became of the file is the log's business.
+// One certificate: stem, list, file. `code` gets a naming error; when the list runs out of memory the work just ends.
+// File errors are only logged.
 next_step name_and_store(sgn_certificate& certificate, const sgn_source& source, const sgn_request& request,
                          sgn_name_list& names, qerr_t& code) {
   if (!names.has_room()) return next_step::stop;

@@ -5,7 +5,7 @@
 #include "sgn/sgn_cert_names.h"
 #include "sgn/sgn_types.h"
 
-// A list under construction; what is not released is freed.
+// A list under construction; freed unless released.
 class sgn_name_list {
  public:
   // Puts a named certificate at the head. False when memory runs out.
@@ -22,12 +22,13 @@ class sgn_name_list {
   bool cut_ = false;
 };
 
-// What the caller of an extraction asked for.
+// The options of an extraction.
 struct sgn_request {
   const qchar* output_directory;
   std::uint32_t all_flag;
   sgn_store_cache* cache;
 };
 
-// Names and stores the chosen certificates of `p7` and puts the names in front of `names`. May throw std::bad_alloc.
+// Names and stores the selected certificates of `p7` and adds the names at the front of `names`. May throw
+// std::bad_alloc.
 [[nodiscard]] qerr_t sgn_process_p7(const sgn_p7& p7, const sgn_request& request, sgn_name_list& names);

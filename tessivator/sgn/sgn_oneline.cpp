@@ -11,10 +11,10 @@ namespace {
 using octets = std::span<const unsigned char>;
 
 constexpr std::size_t most_text = std::size_t{1} << 20;
-// The first of OpenSSL's numbers that came later, those which a program registers included.
+// The first OpenSSL number that is newer, or registered by a program.
 constexpr int first_late_type = 958;
 constexpr std::size_t most_type_text = 79;
-// OpenSSL's releases differ in what they print of types of more than 586 octets. No registered type comes near this.
+// Releases of OpenSSL differ for types of more than 586 octets. No registered type comes near this.
 constexpr std::size_t most_type_bytes = 512;
 
 qerr_t append_type(const ASN1_OBJECT* type, std::string& out) {

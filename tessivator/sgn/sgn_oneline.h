@@ -15,6 +15,6 @@
 
 #include "common/qlib/qerr.h"
 
-// Writes the text of `name` into `out`. Returns QERR_INVALID when the text, or one of the values, has more than a
-// mebibyte, or a type's number more than 512 bytes. May throw std::bad_alloc.
+// Writes the text of `name` to `out`. Returns QERR_INVALID when the text or one of the values exceeds 1 MiB, or a type
+// 512 bytes. May throw std::bad_alloc.
 [[nodiscard]] qerr_t sgn_oneline(const X509_NAME* name, std::string& out);

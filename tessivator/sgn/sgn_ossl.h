@@ -1,4 +1,4 @@
-// Owners of OpenSSL's objects and of its errors. Internal to this component.
+// Owners of OpenSSL objects, and its error queue. Internal to this component.
 #pragma once
 
 #include <openssl/err.h>
@@ -14,7 +14,7 @@
 using SgnX509Owner = std::unique_ptr<X509, FreeWith<X509_free>>;
 using SgnIssuerSerialOwner = std::unique_ptr<PKCS7_ISSUER_AND_SERIAL, FreeWith<PKCS7_ISSUER_AND_SERIAL_free>>;
 
-// Takes away what its scope leaves in the thread's error queue, and nothing that was there before.
+// Removes the errors that its scope adds to the queue of the thread, but not earlier ones.
 class sgn_error_scope {
  public:
   sgn_error_scope() noexcept { ERR_set_mark(); }
@@ -23,7 +23,7 @@ class sgn_error_scope {
   ~sgn_error_scope() { ERR_pop_to_mark(); }
 };
 
-// Runs a body that may run out of memory; nothing is thrown out of it.
+// Runs a body that may run out of memory; does not throw.
 template <class Body>
 [[nodiscard]] qerr_t sgn_guarded(Body&& body) noexcept {
   try {

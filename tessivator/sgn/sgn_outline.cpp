@@ -8,7 +8,7 @@
 
 namespace {
 
-// What tells an element: class and tag. OpenSSL does not ask a set for its form, nor a tag for its shortest encoding.
+// Class and tag of an element. OpenSSL checks neither the form of a set nor that a tag has its shortest encoding.
 struct kind {
   std::uint8_t tag_class;
   std::uint32_t tag;
@@ -23,7 +23,7 @@ bool is(const qder_header& header, const kind& wanted) noexcept {
   return (header.identifier & 0xC0) == wanted.tag_class && header.tag == wanted.tag;
 }
 
-// Headers and what closes an element of open length as X.690, 8.1, has them.
+// Headers, and the end of elements of open length, as in X.690, 8.1.
 struct decoder_rules {
   static std::optional<qder_header> header(Bytes at) noexcept { return qder_read(at); }
   static bool is_end(const qder_header& header) noexcept {
@@ -31,8 +31,8 @@ struct decoder_rules {
   }
 };
 
-// The same for OpenSSL's reader of files, which looks for the end of a structure before anything is decoded: it takes
-// no longer headers, and does not ask for the class.
+// The same as the file reader of OpenSSL does it, which looks for the end of a structure before decoding: it accepts no
+// longer headers and does not check the class.
 struct reader_rules {
   static std::optional<qder_header> header(Bytes at) noexcept {
     constexpr std::size_t most_header = 7;
@@ -43,7 +43,7 @@ struct reader_rules {
   }
 };
 
-// Moves behind one element, whatever its form; false when it does not fit.
+// Skips one element of any form; false when it does not fit.
 template <class Rules>
 bool skip_element(ByteReader& in) noexcept {
   std::size_t open = 0;
@@ -61,13 +61,13 @@ bool skip_element(ByteReader& in) noexcept {
   return true;
 }
 
-// The header of the element that `in` stands at; nothing when it is of another kind.
+// The header of the next element; nothing when it is of another kind.
 std::optional<qder_header> at(const ByteReader& in, const kind& wanted) noexcept {
   const auto header = qder_read(in.rest());
   return header && is(*header, wanted) ? header : std::nullopt;
 }
 
-// Leaves `in` with the content of the element that it stands at; one of open length may have more behind it.
+// Enters the next element: `in` becomes its content; with open length more may follow.
 bool enter(ByteReader& in, const kind& wanted) noexcept {
   const auto header = at(in, wanted);
   if (!header || !in.skip(header->size)) return false;
@@ -88,8 +88,8 @@ void read_set(ByteReader in, const kind& wanted, sgn_set& out) {
   }
 }
 
-// The number of fields before the certificates: version, digestAlgorithms, contentInfo of signed data
-// (1.2.840.113549.1.7.2); version, recipientInfos, digestAlgorithms, encryptedContentInfo of signed and enveloped data
+// The number of fields before the certificates: version, digestAlgorithms, contentInfo for signed data
+// (1.2.840.113549.1.7.2); version, recipientInfos, digestAlgorithms, encryptedContentInfo for signed and enveloped data
 // (1.7.4). 0 for others.
 int fields_before_sets(Bytes content_type) noexcept {
   constexpr std::array<std::uint8_t, 8> pkcs7{0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07};
@@ -100,7 +100,7 @@ int fields_before_sets(Bytes content_type) noexcept {
   return content_type.back() == std::byte{2} ? 3 : content_type.back() == std::byte{4} ? 4 : 0;
 }
 
-// sgn_asn1.cpp shows the structure.
+// For the structure see sgn_asn1.cpp.
 void read_sets(Bytes structure, sgn_outline& out) {
   ByteReader in(structure);
   if (!enter(in, sequence) || !at(in, object_identifier)) return;
@@ -118,14 +118,14 @@ void read_sets(Bytes structure, sgn_outline& out) {
   read_set(in, set, out.signers);
 }
 
-// Whether OpenSSL may look for elements inside: of what is not marked as constructed, in a set.
+// Whether OpenSSL may parse elements inside one that is not marked as constructed, in a set.
 bool may_hold_elements(const qder_header& header) noexcept {
   return header.constructed || is(header, sequence) || is(header, set) || is(header, context_0) ||
          is(header, context_1);
 }
 
-// At least as many as decoding can make. What is no element ends only the one around it: the decoder keeps parameters
-// of any type without a look inside.
+// Counts at least as many elements as decoding can create. Malformed content only ends the element around it: the
+// decoder keeps parameters of any type unparsed.
 std::size_t count_elements(Bytes content, int depth) noexcept {
   constexpr int most_depth = 128;  // the decoder gives up earlier
   std::size_t count = 0;

@@ -6,7 +6,7 @@
 
 #include "common/qlib/qtypes.h"
 
-// The most certificates, and the most signers, of a signature that is decoded. Real ones have a handful.
+// The limit on certificates, and on signers, of a signature. Real ones have a handful.
 inline constexpr std::size_t sgn_most_of_a_set = 4096;
 
 // The members of a set, in order.
@@ -22,8 +22,8 @@ struct sgn_outline {
   std::size_t elements = 0;  // in the whole structure, however deep
 };
 
-// Outlines the PKCS#7 structure at the start of `signature`; false when none ends in it. The sets of a structure that
-// is not well-formed may be incomplete. Takes time in proportion to the bytes. May throw std::bad_alloc.
+// Outlines the PKCS#7 structure at the start of `signature`; false when it is incomplete. The sets of a malformed
+// structure may be incomplete. Time is proportional to the bytes. May throw std::bad_alloc.
 [[nodiscard]] bool sgn_outline_read(Bytes signature, sgn_outline& out);
 
 // The most elements of a structure of so many bytes that is decoded. OpenSSL takes some hundred bytes for an element

@@ -1,4 +1,4 @@
-// Signatures: DER-encoded PKCS#7 (RFC 2315) decoded, and the certificates chosen from them.
+// Decodes signatures: DER-encoded PKCS#7 (RFC 2315), and the certificates selected from them.
 #pragma once
 
 #include <memory>
@@ -10,10 +10,10 @@
 struct sgn_cert_name;    // sgn_cert_names.h
 struct sgn_store_cache;  // sgn_cache.h
 
-// A decoded PKCS#7 structure. Owned by whoever received it; used by one thread at a time.
+// A decoded PKCS#7 structure. The receiver owns it; one thread at a time.
 struct sgn_p7;
 
-// Releases a decoded structure; null is allowed.
+// Frees a decoded structure; null is ignored.
 void sgn_p7_free(sgn_p7* p7) noexcept;
 using SgnP7Owner = std::unique_ptr<sgn_p7, FreeWith<sgn_p7_free>>;
 

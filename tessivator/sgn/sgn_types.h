@@ -13,15 +13,14 @@
 #include "sgn/sgn_cache.h"
 #include "sgn/sgn_ossl.h"
 
-// An entry of an image's table that has these two together holds its maker's own data, not a signature.
+// A table entry with these two values holds data of its maker, not a signature.
 inline constexpr std::uint16_t SGN_PRIVATE_REVISION = 0xC102;
 inline constexpr std::uint16_t SGN_PRIVATE_TYPE = 0xABFF;
 
-// The full path of a scanned file, shared by what was found in it; null when it is not known.
+// The full path of a scanned file, shared by everything found in it; null when unknown.
 using sgn_source = std::shared_ptr<const std::u16string>;
 
-// A decoded certificate. Shared between the structures of one request that carry it, so that it is decoded and named
-// once.
+// A decoded certificate, shared by all structures of a request that carry it: it is decoded and named once.
 struct sgn_certificate {
   SgnX509Owner x509;
   std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN> digest{};  // of its encoding: what tells certificates apart
@@ -29,8 +28,8 @@ struct sgn_certificate {
 };
 using sgn_certificate_ptr = std::shared_ptr<sgn_certificate>;
 
-// A decoded signature: all that naming needs, in the order in which the structure lists it. Other kinds of PKCS#7
-// content have neither certificates nor signers.
+// A decoded signature: what naming needs, in the order of the structure. Other kinds of PKCS#7 content have neither
+// certificates nor signers.
 struct sgn_p7 {
   std::vector<sgn_certificate_ptr> certificates;
   std::vector<SgnIssuerSerialOwner> signers;
@@ -39,9 +38,9 @@ struct sgn_p7 {
 
 struct sgn_store_cache {
  public:
-  // The certificate whose encoding is exactly `encoding`, or null.
+  // The certificate with exactly this encoding, or null.
   [[nodiscard]] sgn_certificate_ptr find(std::string_view encoding) const;
-  // Remembers a certificate, unless it is unusually large.
+  // Remembers a certificate, unless it is very large.
   void add(std::string_view encoding, const sgn_certificate_ptr& certificate);
 
   // What this request last wrote to a path.
@@ -50,7 +49,7 @@ struct sgn_store_cache {
     std::array<std::uint8_t, QCKSUM_SHA256_BIN_LEN> digest;  // of the certificate
     sgn_source source;
   };
-  // Null when it did not, or wrote too many others since.
+  // Null when it wrote nothing there, or too many others since.
   [[nodiscard]] const written* find_written(const qchar* path);
   void set_written(written one);
 

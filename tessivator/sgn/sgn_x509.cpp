@@ -17,14 +17,14 @@ static constexpr std::uint32_t module_id = QLOG_SGN;
 
 namespace {
 
-// One file's extraction.
+// The extraction of one file.
 class extraction {
  public:
   extraction(const qchar* path, const sgn_request& request, sgn_name_list& names)
       : path_(path), source_(std::make_shared<const std::u16string>(path)), request_(request), names_(names) {}
 
-  // Decodes and processes one signature. What becomes of a decoded one is logged where it happens and does not change
-  // the result, which is that of decoding.
+  // Decodes and processes one signature. Failures after decoding are logged and do not change the result, which is that
+  // of decoding.
   qerr_t take(Bytes signature) {
     sgn_p7* decoded = nullptr;
     const auto length = static_cast<std::uint32_t>(std::min<std::size_t>(signature.size(), UINT32_MAX));
@@ -40,7 +40,7 @@ class extraction {
     return code;
   }
 
-  // To be called at the end.
+  // Called at the end.
   void warn() const noexcept {
     if (names_.is_cut()) {
       FILE_LOG(QLOG_WARNING, u"Only the first %zu certificates of %s are taken\n", QLIMIT_NAMES_OF_A_FILE, path_);
@@ -64,7 +64,7 @@ void log_no_table(const qchar* path) noexcept {
   FILE_LOG(QLOG_ERROR, u"Failed to get Authenticode Info from %s", path);
 }
 
-// In table order; one signature is held at a time. The result is the last one's.
+// In table order; one signature in memory at a time. The result is that of the last one.
 qerr_t process_image(const qchar* path, blib_bin* image, const sgn_request& request, sgn_name_list& names) {
   blib_authenticode_list* list = nullptr;
   qerr_t code = blib_bin_get_authenticode_table_alloc(image, &list);
@@ -102,7 +102,7 @@ qerr_t process_package(const qchar* path, msi_package* package, const sgn_reques
   return code != QERR_OK ? code : process_signature(path, {buffer, length}, request, names);
 }
 
-// A file that opens as an image is one; every other is asked for a package's signature.
+// A file that opens as an image is one; any other is tried as a package.
 qerr_t process_file(const qchar* given_path, const sgn_request& request, sgn_name_list& names) {
   qchar* path = nullptr;
   if (const qerr_t code = utl_get_full_long_name_alloc(given_path, &path); code != QERR_OK) return code;
@@ -115,7 +115,7 @@ qerr_t process_file(const qchar* given_path, const sgn_request& request, sgn_nam
   return process_package(path, package.get(), request, names);
 }
 
-// Runs `body` with an empty list, and hands the list out.
+// Runs `body` with an empty list and returns the list.
 template <class Body>
 qerr_t with_names(sgn_cert_name** out_names, Body&& body) noexcept {
   *out_names = nullptr;

@@ -25,7 +25,7 @@ struct openssl_free {
   void operator()(void* bytes) const noexcept { OPENSSL_free(bytes); }
 };
 
-// How one of the two name digests is made, and what is logged when it is not.
+// How one of the two name digests is computed, and what is logged on failure.
 struct digest_kind {
   qerr_t (*compute)(const void*, std::size_t, std::uint8_t*) noexcept;
   qerr_t (*to_text)(const std::uint8_t*, qchar*, std::uint32_t) noexcept;
@@ -48,7 +48,7 @@ constexpr digest_kind sha256_kind{qcksum_buf_sha256,
                                   u"Failed to compute SHA2 %d: %s\n",
                                   u"Failed to get memory for SHA2 to qstr\n"};
 
-// Helpers log under the name of the routine that they are part of.
+// Helpers log under the name of the function they belong to.
 #define STORE_LOG(level, ...) QLOG_AS(level, "sgn_store_x509", __VA_ARGS__)
 #define QSHA_LOG(level, ...) QLOG_AS(level, "sgn_get_qsha_issuer_serial", __VA_ARGS__)
 
@@ -67,7 +67,7 @@ qerr_t digest_text(const digest_kind& kind, Bytes bytes, QmemPtr<qchar>& out) no
   return kind.to_text(binary.data(), out.get(), kind.binary_length);
 }
 
-// Issuer text and serial number, one behind the other.
+// Issuer text followed by the serial number.
 qerr_t name_bytes(const char* issuer, const ASN1_INTEGER* serial, QmemPtr<std::byte>& out, std::size_t& size) noexcept {
   const int serial_length = ASN1_STRING_length(serial);
   if (serial_length < 0) {
@@ -88,8 +88,8 @@ qerr_t name_bytes(const char* issuer, const ASN1_INTEGER* serial, QmemPtr<std::b
   return QERR_OK;
 }
 
-// RFC 7468; empty when OpenSSL cannot encode the certificate. Written here because OpenSSL's own writer takes three
-// times the text's size while its buffer grows, which counts for a certificate of 16 MiB. May throw std::bad_alloc.
+// RFC 7468; empty when OpenSSL cannot encode the certificate. Not the writer of OpenSSL: it takes three times the size
+// of the text while its buffer grows, too much for a certificate of 16 MiB. May throw std::bad_alloc.
 std::string pem_of(const X509* certificate) {
   constexpr int line = 48;  // bytes, which make 64 characters
   unsigned char* encoding = nullptr;
@@ -107,7 +107,7 @@ std::string pem_of(const X509* certificate) {
   return text += "-----END CERTIFICATE-----\n";
 }
 
-// Whether a file could be opened but not filled; every other failure shows when it is opened.
+// Whether a file could be opened but not written; all other failures occur at the open.
 bool is_write_failure(qerr_t code) noexcept {
   constexpr qerr_t too_large = 27;
   constexpr qerr_t quota_exceeded = 122;
@@ -116,7 +116,7 @@ bool is_write_failure(qerr_t code) noexcept {
 
 const qchar* text_of(const sgn_source& source) noexcept { return source == nullptr ? u"(unknown)" : source->c_str(); }
 
-// A failure has left its reason in OpenSSL's error queue.
+// The reason of a failure is in the error queue of OpenSSL.
 qerr_t write_failed(const qchar* path) noexcept {
   STORE_LOG(QLOG_ERROR, u"Failed to write file '%s'.", path);
   sgn_dump_err();
@@ -177,7 +177,7 @@ qerr_t sgn_store_certificate(const sgn_certificate& certificate, const sgn_sourc
   const sgn_error_scope errors;
   const std::string pem = pem_of(certificate.x509.get());
   if (pem.empty()) return write_failed(path);
-  // Not flushed to the device: after a power cut a scan is run again anyway.
+  // Not flushed to the device: after a power cut the scan is repeated anyway.
   const qerr_t code = qfile_write_whole(path, pem.data(), pem.size(), 0);
   if (code != QERR_OK && cache != nullptr) cache->set_unwritten(certificate.digest, code);
   if (is_write_failure(code)) return write_failed(path);

@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::string_view program_name = "brantle_smb";
 constexpr std::string_view program_folder = "libexec/brantle/";
-// The program finds its end of the pair here, and nothing behind it.
+// The program expects its end of the pair at this number, and no descriptors above it.
 constexpr int pair_in_child = 3;
 
 std::string real_path(const char* name) {
@@ -29,13 +29,13 @@ std::string real_path(const char* name) {
   return resolved ? resolved.get() : "";
 }
 
-// The absolute path of the program or library that this code is part of; empty when it cannot be told.
+// The absolute path of the program or library with this code; empty when unknown.
 std::string own_path() {
   Dl_info about{};
   void* extra = nullptr;
   if (::dladdr1(reinterpret_cast<const void*>(&qshare_child::start), &about, &extra, RTLD_DL_LINKMAP) == 0) return {};
   const auto* const map = static_cast<const link_map*>(extra);
-  // The program itself has no name in the loader's list, only what the caller chose to call it.
+  // The loader has no name for the main program, only what the caller chose.
   const bool is_program = map == nullptr || map->l_name == nullptr || map->l_name[0] == 0;
   const char* const name = is_program ? "/proc/self/exe" : map->l_name;
   if (name[0] != '/') return {};  // loaded by a relative path, and the current directory may be another now
@@ -50,15 +50,15 @@ bool is_library_folder(std::string_view name) noexcept {
   return name == "lib" || name == "lib64" || name == "lib32" || name == "libx32";
 }
 
-// Where an installation has its programs for internal use: PREFIX of PREFIX/bin, PREFIX/lib or PREFIX/lib/<any>; empty
-// elsewhere, so that a library in a folder for anyone's files looks nowhere above it.
+// The folder of an installation for internal programs: PREFIX of PREFIX/bin, PREFIX/lib or PREFIX/lib/<any>. Empty
+// elsewhere, so that a library in a public folder searches nowhere above it.
 std::string_view prefix_of(std::string_view folder) noexcept {
   const std::string_view above = folder_of(folder);
   if (name_of(folder) == "bin" || is_library_folder(name_of(folder))) return above;
   return is_library_folder(name_of(above)) ? folder_of(above) : std::string_view();
 }
 
-// A program that strangers could have written is not ours.
+// Do not start a program that others could have written.
 bool is_trusted(const std::string& path, const struct stat& own) noexcept {
   struct stat about {};
   if (::stat(path.c_str(), &about) != 0 || !S_ISREG(about.st_mode) || (about.st_mode & S_IWOTH) != 0) return false;
@@ -80,7 +80,7 @@ std::string find_program() {
   return is_trusted(installed, about) ? installed : std::string();
 }
 
-// All that the program may learn from our environment is where Kerberos tickets are.
+// The only part of our environment that the program may see: where Kerberos tickets are.
 std::vector<std::string> environment() {
   std::vector<std::string> kept{"LC_ALL=C.UTF-8"};
   for (const char* const name : {"KRB5CCNAME", "KRB5_CONFIG"}) {
@@ -90,7 +90,7 @@ std::vector<std::string> environment() {
   return kept;
 }
 
-// Above the numbers that the child's own descriptors get, so that setting one never closes another.
+// Above the numbers of the descriptors of the child, so that setting one never closes another.
 qsys_descriptor moved_up(qsys_descriptor low) noexcept {
   constexpr int lowest = pair_in_child + 1;
   return qsys_descriptor(::fcntl(low.get(), F_DUPFD_CLOEXEC, lowest));
@@ -104,8 +104,8 @@ bool make_pair(qsys_descriptor& ours, qsys_descriptor& theirs) noexcept {
   return theirs.valid();
 }
 
-// What the child does between its birth and the program: /dev/null for standard input, output and error, its end of the
-// pair behind them, nothing else; no signal blocked or ignored. In a session of its own no terminal reaches it.
+// What the child does before it executes the program: /dev/null as standard input, output and error, its end of the
+// pair after them, nothing else; no signal blocked or ignored. It has its own session, so no terminal reaches it.
 class start_plan {
  public:
   explicit start_plan(int pair) noexcept {
@@ -177,7 +177,7 @@ std::unique_ptr<qshare_child> qshare_child::start() {
 
 qshare_child::~qshare_child() {
   if (process_ < 0) return;
-  // If the host waits for any child of its own, the number may be another process's by now; the handle never is.
+  // If the host waits for any child, the number may belong to another process by now; the handle never does.
   if (handle_.valid()) (void)::syscall(SYS_pidfd_send_signal, handle_.get(), SIGKILL, nullptr, 0);
   pair_ = qsys_descriptor();  // without a handle it ends by this alone
   const bool by_handle = handle_.valid();

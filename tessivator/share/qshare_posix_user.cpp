@@ -1,4 +1,4 @@
-// Files on network shares, read-only: what a scan needs. Writing answers EROFS.
+// Files on network shares, read-only, as a scan needs them. Writing gives EROFS.
 #include "share/qshare.h"
 
 #include <algorithm>
@@ -18,14 +18,14 @@ namespace {
 
 constexpr qsys_status end_of_directory{QERR_END, qsys_condition::end_of_directory};
 
-// Every question costs a round trip to the server. Opening a file brings the bytes that its headers and most small
-// files need; a reader that goes on from there gets larger and larger pieces, as long as they come quickly.
+// Every request costs a round trip. Opening a file also returns its first bytes, enough for headers and most small
+// files; sequential readers get larger and larger pieces while they arrive quickly.
 constexpr std::uint32_t first_read = qfile_positioned::largest_block;
 constexpr std::uint32_t random_read = std::uint32_t{64} << 10U;
 constexpr std::uint32_t largest_read = QSHARE_MOST_READ;
 constexpr std::chrono::milliseconds quick(500);
 
-// No path on a share has more components, so that a server that invents directories is left.
+// The limit on components of a path on a share, so that a server that invents directories is left.
 constexpr std::size_t most_levels = 256;
 
 using session_ptr = std::shared_ptr<qshare_session>;
@@ -38,7 +38,7 @@ qsys_status status_of_system(std::uint32_t code) noexcept {
 
 qsys_status status_of(int error) noexcept { return error == 0 ? qsys_status{} : qfile_status_of(error); }
 
-// The session for `path`, and what the path is called there.
+// The session for `path`, and the path within its share.
 qsys_status locate(const qchar* path, session_ptr& session, qshare_subject& subject) {
   qshare_name name;
   if (!qshare_parse(path, name)) return qfile_status_of(QFILE_NO_SUCH_NAME);
@@ -59,7 +59,7 @@ void take_stamp(const qshare_info& about, qfile_stamp& out) noexcept {
   out = {about.size, about.number, {about.write_seconds, about.write_nanoseconds}, {}};
 }
 
-// A file is what it was when it was opened: it ends at the size that was told then.
+// A file keeps the state of its open: it ends at that size.
 class share_file final : public qfile_positioned {
  public:
   share_file(session_ptr session, qshare_subject&& subject, const qshare_info& about, const qshare_number& number,
@@ -116,7 +116,7 @@ class share_file final : public qfile_positioned {
     return {QERR_LOW_MEMORY, qsys_condition::none};
   }
 
-  // What of [offset, offset + wanted) is here already.
+  // The part of [offset, offset + wanted) that is already here.
   bool give(std::uint64_t offset, std::byte* destination, std::uint32_t wanted, std::uint32_t& count) noexcept {
     if (offset < piece_at_ || offset - piece_at_ >= piece_.size()) return false;
     const auto skipped = static_cast<std::size_t>(offset - piece_at_);
@@ -125,13 +125,13 @@ class share_file final : public qfile_positioned {
     return true;
   }
 
-  // A slow line gets small pieces, since each must come within the time for one answer.
+  // A slow line gets small pieces, since each must arrive within the time limit.
   std::uint32_t next_size() noexcept {
     sequential_ = last_quick_ ? std::min(sequential_ * 2, largest_read) : std::max(sequential_ / 2, random_read);
     return sequential_;
   }
 
-  // One question. Fewer bytes than the file had when it was opened are a failure, not its end.
+  // One request. Fewer bytes than the file had at its open are a failure, not its end.
   qsys_status fetch(std::uint64_t offset, std::byte* destination, std::size_t size, std::uint32_t& count) {
     const auto start = std::chrono::steady_clock::now();
     std::uint32_t got = 0;
@@ -239,7 +239,7 @@ class share_search final : public qfile_search {
         continue;
       }
       const qshare_entry& listed = batch_.entries[next_++];
-      // A name that leads elsewhere is no name.
+      // A name with a separator is not a name.
       if (listed.name == "." || listed.name == ".." || listed.name.find_first_of("/\\") != listed.name.npos) continue;
       std::u16string name = qstr_name_from_bytes(listed.name);
       if (!pattern_.empty() && !qfile_name_matches(pattern_, name)) continue;
@@ -266,7 +266,7 @@ class share_search final : public qfile_search {
   seen_names seen_;             // after session_, which it uses
 };
 
-// Yields the one entry that was asked for by its own name. Holds the session, so that the walk below uses it.
+// Returns the single entry that was named. Holds the session so that the walk below uses it.
 class share_single final : public qfile_search {
  public:
   share_single(session_ptr session, std::u16string name, bool is_directory) noexcept
@@ -357,7 +357,7 @@ qsys_status share_provider::search(const qchar* pattern, std::unique_ptr<qfile_s
   const std::u16string_view whole(pattern);
   const std::size_t cut = whole.rfind(u'\\');
   const std::u16string_view last = whole.substr(cut + 1);
-  // No name on a share holds a wildcard.
+  // Names on a share cannot contain wildcards.
   if (last.find_first_of(u"*?") != last.npos) {
     return list_directory(std::u16string(whole.substr(0, cut)).c_str(), std::u16string(last), out);
   }

@@ -10,11 +10,11 @@ namespace {
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-// The program gives up a server that leaves a request without an answer for 10 seconds; these are for a program that
-// does not answer itself, and leave room for as many requests as a question takes.
+// The program gives up on a server that does not answer a request for 10 seconds. These limits are for a program that
+// does not answer itself, with room for all requests of one question.
 constexpr seconds connect_time(110);
 constexpr seconds answer_time(60);
-// A listing takes as many requests as the server likes.
+// A listing takes as many requests as the server wants.
 constexpr seconds listing_time(60);
 constexpr seconds close_time(5);
 
@@ -22,7 +22,7 @@ constexpr std::size_t info_bytes = 8 + 8 + 8 + 4 + 1;
 
 Bytes bytes_of(const std::string& text) noexcept { return std::as_bytes(std::span(text.data(), text.size())); }
 
-// The program's memory is full, or what it holds is too much.
+// The program is out of memory, or holds too much.
 bool is_limit(int error) noexcept { return error == ENOMEM || error == ETIME || error == EOVERFLOW; }
 
 bool same_file(const qshare_info& a, const qshare_info& b) noexcept {
@@ -47,7 +47,7 @@ qshare_target::~qshare_target() { qmem_wipe(password.data(), password.capacity()
 
 std::uint32_t qshare_session::connect() {
   std::uint32_t code = connect_once();
-  // The server, or the program, was there and is lost.
+  // The server, or the program, was reached and is lost.
   if (code == QSHARE_NETNAME_DELETED || code == QSHARE_NOT_SUPPORTED) code = connect_once();
   return code == QSHARE_NETNAME_DELETED ? QSHARE_BAD_NETPATH : code;
 }
@@ -63,7 +63,7 @@ std::uint32_t qshare_session::connect_once() {
     question.text(*text);
   }
   if (target_->password.size() > QSHARE_MOST_TEXT) return QSHARE_INVALID_PARAMETER;
-  // Room for all of it at once: a text that grows leaves copies behind.
+  // Reserved in one piece: a string that grows leaves copies behind.
   question.reserve(question.size() + sizeof(std::uint16_t) + target_->password.size());
   question.text(target_->password);
   const qshare_deadline until = steady_clock::now() + connect_time;
@@ -77,7 +77,7 @@ std::uint32_t qshare_session::connect_once() {
   return done == qshare_transfer::timed_out ? QSHARE_BAD_NETPATH : head.result;
 }
 
-// Asks, and once more of a new program when the one that was asked or its server is lost; not for who is told to end.
+// Sends the request, and again to a new program when the program or its server is lost; not after a cancel.
 template <class Ask>
 int qshare_session::with_program(qshare_subject& subject, Ask ask) try {
   for (;;) {
@@ -223,7 +223,7 @@ void qshare_session::close(const qshare_number& number) noexcept try {
   if (!program_ || number.program != programs_) return;
   qshare_frame question(qshare_kind::close);
   question.le(number.number);
-  // Nothing waits for an answer; a program that takes no questions is found out by the next.
+  // Nobody waits for an answer; if the program is gone, the next request notices.
   if (program_->send(question.finish(), steady_clock::now() + close_time) != qshare_transfer::done) program_.reset();
 } catch (...) {
   program_.reset();

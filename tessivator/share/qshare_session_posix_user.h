@@ -1,5 +1,5 @@
-// One share as one thread sees it: questions to the share program, within limits of time, asked once more when the
-// program or its server was lost. Not for two threads at a time.
+// One share as seen by one thread: requests to the share program with time limits, repeated once when the program or
+// its server was lost. One thread at a time.
 #pragma once
 
 #include <memory>
@@ -25,13 +25,13 @@ struct qshare_target {
   std::string password;
 };
 
-// What is asked for, and whether asking for it has cost a connection before.
+// The subject of a request, and whether it has cost a connection before.
 struct qshare_subject {
   std::string path;
   bool was_lost = false;
 };
 
-// A file or list in the program that opened it; any other program has to open it anew.
+// A file or list in the program that opened it; another program has to open it again.
 struct qshare_number {
   std::uint64_t program = 0;
   std::uint32_t number = 0;
@@ -53,7 +53,7 @@ class qshare_session {
   // 0 or a system error value. May throw std::bad_alloc, as all below.
   [[nodiscard]] std::uint32_t connect();
   [[nodiscard]] const qshare_target& target() const noexcept { return *target_; }
-  // A second loss for the same file or folder, or a server that cannot be reached again: nothing more is asked.
+  // A second loss for the same file or folder, or a server that cannot be reached again: no more requests.
   [[nodiscard]] bool dead() const noexcept { return dead_; }
 
   // All below answer 0 or an errno value; ENOTCONN when the session is dead.

@@ -1,6 +1,6 @@
 #include "share/qshare.h"
 
-// The system's own redirector serves shares.
+// The redirector of the system serves shares.
 void qshare_enable() noexcept {}
 
 bool qshare_has_program() noexcept { return true; }

@@ -21,11 +21,11 @@ constexpr std::u16string_view close_tag = u"</description>";
 constexpr std::u16string_view install_word = u"install";
 constexpr std::u16string_view setup_word = u"setup";
 constexpr std::u16string_view exe_word = u".exe";
-// Known makers' own descriptions, in lower case like the text that they are looked for in.
+// Descriptions that makers of installers use, in lower case like the text they are compared with.
 constexpr std::u16string_view archive_description = u"winrar sfx module";
 constexpr std::u16string_view bootstrapper_description = u"wix toolset bootstrapper";
 
-// Null lacks every word.
+// Null contains no word.
 bool contains(const qchar* text, std::u16string_view word) noexcept {
   return text != nullptr && std::u16string_view(text).find(word) != std::u16string_view::npos;
 }
@@ -34,7 +34,7 @@ void lower(qchar* text) noexcept {
   if (text != nullptr) qstr_lower_ascii(text);
 }
 
-// All three names lose their case, whichever of them decides.
+// All three names are folded to lower case, whichever of them decides.
 void lower_names(inv_cfci_t& record) noexcept {
   lower(record.OriginalFilename);
   lower(record.FileDescription);
@@ -53,7 +53,7 @@ struct installer_rule {
   std::u16string_view word;
   const char* name;
 };
-// OriginalFilename is not searched for "setup": too many tools that are no installers are named so.
+// OriginalFilename is not searched for "setup": too many tools that are no installers have such a name.
 constexpr installer_rule name_rules[] = {
     {&inv_cfci_t::OriginalFilename, install_word, "original_filename_install"},
     {&inv_cfci_t::FileDescription, install_word, "file_description_install"},
@@ -110,7 +110,7 @@ qerr_t utl_manifest_clbk(std::uint32_t /*type_id*/, const void* data, std::uint3
     return QERR_INVALID;
   }
   auto& record = *static_cast<inv_cfci_t*>(context);
-  // The resource ends without a terminator; two zero bytes make it a text. The walk hands over 8000 bytes at most.
+  // The resource has no terminator; two zero bytes make it a string. It is at most 8000 bytes long.
   const QmemPtr<char> narrow(static_cast<char*>(qmem_calloc(std::size_t{size} + 2, 1)));
   if (!narrow) {
     QLOG(QLOG_ERROR, u"utl_manifest_clbk - error allocating buffer memory");

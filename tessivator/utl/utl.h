@@ -1,5 +1,5 @@
-// Installer detection: tells a setup program by the strings of its version resource and the description in its
-// application manifest. The answers are heuristics; nothing here fails the caller.
+// Installer detection: recognises a setup program by the strings of its version resource and the description in its
+// application manifest. The result is a heuristic; nothing here fails the caller.
 #pragma once
 
 #include "blib/blib_res.h"
@@ -14,11 +14,11 @@ struct inv_cfci_t;
 // OriginalFilename, FileDescription and InternalName and, unless the first of them names an .exe, the buffer `path`;
 // also the manifest description when it is looked at. So the caller hands in a copy of a path that it still needs.
 [[nodiscard]] std::uint32_t utl_is_installer_cfci(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
-// The same without the log lines about the call itself.
+// The same without log lines about the call itself.
 [[nodiscard]] std::uint32_t utl_is_installer_heuristic(qchar* path, blib_bin* image, inv_cfci_t* record) noexcept;
 
-// The text between the first "<description>" and the first "</description>" after it, to be freed with qmem_free;
-// null when there is none or memory runs out.
+// The text between the first "<description>" and the next "</description>". The caller frees it with qmem_free. Null
+// when there is none, or when memory runs out.
 [[nodiscard]] qchar* utl_get_ManifestDescription(const qchar* manifest) noexcept;
 
 // Resource visitor for manifests; the two caller values are an inv_cfci_t* and its size. Stores the description of a

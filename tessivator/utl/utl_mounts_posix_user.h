@@ -12,6 +12,6 @@ struct utl_mount {
   std::string source;  // a device's path, a server's export, or any word
 };
 
-// The mount that `path` lies on. The deepest part of it that exists decides, links followed. Returns 0 or an errno
-// value. May throw std::bad_alloc.
+// The mount that holds `path`: that of the deepest existing part, links followed. Returns 0 or an errno value. May
+// throw std::bad_alloc.
 [[nodiscard]] int utl_find_mount(const qchar* path, utl_mount& out);

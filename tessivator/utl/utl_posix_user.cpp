@@ -1,4 +1,4 @@
-// The path helpers' system services from the mount table; there are no short names and no registry.
+// System services of the path helpers, from the mount table. There are no short names and no registry.
 #include <fcntl.h>
 #include <limits.h>
 
@@ -17,7 +17,7 @@
 
 namespace {
 
-// A table of thousands of mounts has some hundred bytes for each; beyond this it is cut.
+// A table of thousands of mounts has some hundred bytes for each; a longer one is cut here.
 constexpr std::size_t largest_table = std::size_t{16} << 20U;
 
 std::string read_text(const char* name) {
@@ -39,7 +39,7 @@ std::string_view take_field(std::string_view& line) noexcept {
   return field;
 }
 
-// Blanks, tabs, line ends and backslashes stand as \ and three octal digits.
+// Blanks, tabs, line ends and backslashes are written as \ and three octal digits.
 std::string unescape(std::string_view field) {
   std::string text;
   for (std::size_t i = 0; i < field.size(); ++i) {

@@ -15,7 +15,7 @@
 
 static constexpr std::uint32_t module_id = QLOG_UTL;
 
-// Bodies that use containers can fail only for want of memory.
+// Functions that use containers can only fail when memory runs out.
 
 namespace {
 
@@ -42,13 +42,13 @@ qerr_t hand_out(std::u16string_view text, qchar** result) noexcept {
   return QERR_OK;
 }
 
-// Cuts `part` at successive separators from its end until what remains exists; false when nothing does.
+// Cuts `part` at one separator after the other, from its end, until the rest exists; false when nothing exists.
 bool cut_to_existing(std::u16string& part, qchar separator) {
   while (!part.empty()) {
     const std::size_t cut = part.rfind(separator);
     if (cut == std::u16string::npos) return false;
     part.resize(cut);
-    // Only the separators of a share or of a root are left.
+    // Only the separators of a share or root remain.
     if (part.find_first_not_of(separator) == std::u16string::npos) return false;
     if (qfile_exists(part.c_str())) return true;
   }
@@ -60,7 +60,7 @@ void complete_drive(std::u16string& path) {
   if (qpath_native_separator() == u'\\' && path.ends_with(u':')) path += u'\\';
 }
 
-// The long form of `existing` with `remainder` behind it.
+// The long form of `existing`, followed by `remainder`.
 qerr_t long_form(const qchar* path, const text_owner& existing, const text_owner& remainder, qchar** result) {
   utl_system& system = the_system();
   std::uint32_t units = 0;
@@ -73,7 +73,7 @@ qerr_t long_form(const qchar* path, const text_owner& existing, const text_owner
   }
   std::u16string form(units, u'\0');
   error = system.long_name(existing.get(), form.data(), units);
-  if (error != 0) return error;  // deliberately as the system gave it
+  if (error != 0) return error;  // untranslated, on purpose
   form.resize(qstr_len(form.c_str()));
   if (remainder) {
     const qchar separator = qpath_separator(path);
@@ -133,7 +133,7 @@ qerr_t utl_get_full_long_name_alloc(const qchar* path, qchar** result) noexcept 
   *result = nullptr;
   std::uint32_t units = 0;
   qerr_t code = qfile_full_path(path, nullptr, &units);
-  // A path of no units at all has no full form.
+  // An empty path has no full form.
   if (code != QERR_BUFFER_SMALL) return code == QERR_OK ? QERR_INVALID : code;
   text_owner full(static_cast<qchar*>(qmem_calloc(units, sizeof(qchar))));
   if (!full) return QERR_LOW_MEMORY;

@@ -1,31 +1,30 @@
-// Canonical forms of paths, common to both systems (the name notwithstanding, this is no platform part): full, long
-// (no 8.3 components), the volume's root; and the service's installation directory.
+// Canonical forms of paths, the same on both systems (in spite of the file name, this is no platform code): the full
+// path, the long path (without 8.3 names), the root of the volume; and the installation directory of the service.
 //
-// Results are freed with qmem_free. A missing argument gives QERR_ARG1, QERR_ARG2, QERR_ARG3 by its position, want of
-// memory QERR_LOW_MEMORY; the result is null on failure.
+// The caller frees results with qmem_free. A missing argument gives QERR_ARG1, QERR_ARG2, QERR_ARG3 by its position;
+// QERR_LOW_MEMORY when memory runs out. The result is null on failure.
 #pragma once
 
 #include "common/qlib/qfile.h"
 #include "common/qlib/qtypes.h"
 
-// Splits `path` before the first component that does not exist. `existing` is null when not even the first part exists;
-// `remainder`, without its leading separator, is null when all of `path` does. A drive in `existing` ends in a
-// backslash.
+// Splits `path` before the first component that does not exist. `existing` is null when no part exists; `remainder`,
+// without its leading separator, is null when all of `path` exists. A drive in `existing` ends with a backslash.
 [[nodiscard]] qerr_t utl_split_existing_path(const qchar* path, qchar** existing, qchar** remainder) noexcept;
 
-// The long form of the part of `path` that exists, and the rest as it is. When the system has no long form, a copy of
-// `path`; when it gives its size but then not the form itself, the system's own untranslated error. `tag` is the
-// allocation tag of qstr_dup.
+// The long form of the existing part of `path`, followed by the rest unchanged. A copy of `path` when the system has no
+// long form; the untranslated system error when the system reports a size but then fails. `tag` is the allocation tag
+// of qstr_dup.
 [[nodiscard]] qerr_t utl_get_long_name_alloc(const qchar* path, qchar** result, std::uint32_t tag) noexcept;
 
 // The full path in its long form, or the full path when there is no long form.
 [[nodiscard]] qerr_t utl_get_full_long_name_alloc(const qchar* path, qchar** result) noexcept;
 
-// The mount point that `path` lies under: "C:\", "\\server\share\", on Linux "/" or "/mnt/disk". QERR_INVALID for a
-// share path without a share.
+// The mount point of `path`: "C:\", "\\server\share\", on Linux "/" or "/mnt/disk". QERR_INVALID for a share path
+// without a share.
 [[nodiscard]] qerr_t utl_get_volume_path_alloc(const qchar* path, qchar** result) noexcept;
 
-// The directory of the service's executable, from the registry: QERR_NOT_FOUND where there is none (logged),
+// The directory of the executable of the service, from the registry. QERR_NOT_FOUND when there is none (logged),
 // QERR_ALL_BITS for a value without a backslash, QERR_INVALID for a null argument.
 [[nodiscard]] qerr_t utl_get_install_dir_alloc(qchar** result) noexcept;
 

@@ -1,4 +1,4 @@
-// The path helpers' system services from the file and registry interfaces.
+// System services of the path helpers, from the file and registry interfaces.
 #include <new>
 
 #include "common/qlib/qerr.h"
@@ -7,7 +7,7 @@
 
 namespace {
 
-// An answer as names are shown: without the prefix that only our question had.
+// Removes the prefix that only our call had.
 std::u16string shown(const qchar* path, const std::wstring& asked, const std::wstring& answer) {
   return asked == qsys_wide(path) ? std::u16string(qsys_units(answer)) : qsys_shown_path(answer);
 }
@@ -21,7 +21,7 @@ bool get_long_form(const std::wstring& name, std::wstring& form) {
       form.resize(length);
       return length != 0;
     }
-    needed = length + 1;  // the path grew in between
+    needed = length + 1;  // the path became longer in between
   }
   return false;
 }

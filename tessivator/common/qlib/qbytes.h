@@ -1,4 +1,4 @@
-// The one way to read bytes that came from a file: bounds-checked, little-endian, without arithmetic that can wrap.
+// The only way to read bytes from a file: bounds-checked, little-endian, with arithmetic that cannot wrap.
 #pragma once
 
 #include <concepts>
@@ -6,14 +6,14 @@
 
 #include "common/qlib/qtypes.h"
 
-// The part of `whole` at `offset` of `length` bytes, or nothing when it does not lie inside.
+// `length` bytes of `whole` at `offset`; nothing if they are not inside.
 [[nodiscard]] inline std::optional<Bytes> qbytes_slice(Bytes whole, std::uint64_t offset,
                                                        std::uint64_t length) noexcept {
   if (offset > whole.size() || length > whole.size() - offset) return std::nullopt;
   return whole.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
 }
 
-// Reads forward over borrowed bytes; a read that does not fit answers false and changes nothing.
+// Reads forward through borrowed bytes; a read that does not fit returns false and changes nothing.
 class ByteReader {
  public:
   explicit ByteReader(Bytes bytes) noexcept : rest_(bytes) {}
@@ -51,7 +51,7 @@ class ByteReader {
   Bytes rest_;
 };
 
-// One little-endian integer at `offset`, or nothing when it does not lie inside `whole`.
+// A little-endian integer at `offset`; nothing if it is not inside `whole`.
 template <std::unsigned_integral T>
 [[nodiscard]] std::optional<T> qbytes_le(Bytes whole, std::uint64_t offset) noexcept {
   const auto part = qbytes_slice(whole, offset, sizeof(T));

@@ -11,7 +11,7 @@
 
 namespace {
 
-// One requested digest of a pass over a file.
+// One digest of a pass over a file.
 struct request {
   std::uint8_t kind;
   qcksum_algorithm algorithm;
@@ -22,8 +22,8 @@ struct request {
 
 using request_list = std::array<request, 3>;
 
-// What the caller wants digested: `length` bytes, 0 for everything up to the end. `is_whole`: the whole file as large
-// as it is when the pass begins.
+// The requested range: `length` bytes, 0 for everything to the end. `is_whole`: the whole file with the size at the
+// start of the pass.
 struct range {
   std::uint64_t offset;
   std::uint64_t length;
@@ -31,13 +31,13 @@ struct range {
   const qcksum_tap* tap = nullptr;
 };
 
-// What a pass reads: everything up to the end, or `remaining` bytes.
+// The range to read: to the end, or `remaining` bytes.
 struct extent {
   bool to_end = false;
   std::uint64_t remaining = 0;
 };
 
-// A read to the end needs no size, but only a pass with SHA-1 goes without it.
+// A read to the end needs no size, but only a pass with SHA-1 skips it.
 qerr_t find_extent(std::uint32_t flags, qfile_t file, const range& wanted, extent& result) noexcept {
   if (!wanted.is_whole && wanted.length == 0 && wanted.offset == 0 && (flags & QCKSUM_SHA1) != 0) {
     result.to_end = true;
@@ -57,8 +57,8 @@ bool feed(const request_list& requests, Bytes bytes) noexcept {
   return true;
 }
 
-// The next bytes of the file, at most `wanted`: those that the open file holds where they are, others in the loan's
-// buffer. Nothing at the end of the file, and when a read fails, which ends the pass likewise.
+// The next bytes of the file, at most `wanted`: in place if the open file holds them, else in the buffer of the loan.
+// Empty at the end of the file, and when a read fails, which also ends the pass.
 qerr_t next_bytes(qfile_t file, std::uint32_t wanted, qcksum_loan& loan, Bytes& out) noexcept {
   out = qfile_held(file);
   if (!out.empty()) {

@@ -47,12 +47,12 @@ struct qcksum_tap {
 // has shrunk ends early, and an empty one is not read. `tap` may be null.
 [[nodiscard]] qerr_t qcksum_compute_whole(std::uint32_t flags, qfile_t file, qcksum* sha1, qcksum* md5, qcksum* sha256,
                                           const qcksum_tap* tap = nullptr) noexcept;
-// qcksum_compute for a path; an open failure is returned as it is.
+// qcksum_compute for a path; returns the code of a failed open.
 [[nodiscard]] qerr_t qcksum_compute_file(std::uint32_t flags, const qchar* path, qcksum* sha1, qcksum* md5,
                                          qcksum* sha256, std::uint64_t offset, std::uint64_t length) noexcept;
 
-// Digests of a buffer: the bare bytes into `out`, which holds 64 bytes. QERR_LOW_MEMORY when the digest cannot
-// be made, else QERR_OK.
+// Digest of a buffer: the raw bytes into `out`, which has 64 bytes. QERR_LOW_MEMORY when the digest cannot be created,
+// else QERR_OK.
 [[nodiscard]] qerr_t qcksum_buf_md5(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 [[nodiscard]] qerr_t qcksum_buf_sha1(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
 [[nodiscard]] qerr_t qcksum_buf_sha256(const void* buffer, std::size_t size, std::uint8_t* out) noexcept;
@@ -84,24 +84,25 @@ class qcksum_parts {
 // Ones'-complement sum of little-endian 16-bit words, carries folded, not complemented; an odd last byte is ignored.
 [[nodiscard]] qerr_t qcksum_buf_sum16(const void* buffer, std::size_t size, std::uint16_t* result) noexcept;
 
-// 1 when both have the same known type and equal values over that type's binary length, else 0.
+// 1 when both have the same known type and equal values in the length of that type, else 0.
 [[nodiscard]] std::uint32_t qcksum_compare(const qcksum* a, const qcksum* b) noexcept;
 
-// Lower-case hexadecimal of a record; the whole text buffer is zeroed first and never overrun. Both behave the same.
+// Lower-case hexadecimal of a record. Zeroes the whole buffer first and never overruns it. Both functions do the same.
 [[nodiscard]] qerr_t qcksum_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
 [[nodiscard]] qerr_t qcksum2_to_qstr(qchar* text, std::size_t text_size_bytes, const qcksum* record) noexcept;
 
-// Lower-case hexadecimal of a bare digest, without a terminator: the caller supplies a zeroed buffer of the text size.
-// QERR_INVALID (logged) when binary_length is not the kind's length.
+// Lower-case hexadecimal of a raw digest without a terminator: the caller provides a zeroed buffer of the text size.
+// QERR_INVALID (logged) when binary_length is not the length of the kind.
 [[nodiscard]] qerr_t qcksum_SHA1_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
 [[nodiscard]] qerr_t qcksum_MD5_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
 [[nodiscard]] qerr_t qcksum_SHA2_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept;
 
-// Hexadecimal text into value bytes (at most 64); characters are not validated, type and length stay. Returns QERR_OK.
+// Hexadecimal text to value bytes (at most 64). Characters are not validated; type and length are not set. Returns
+// QERR_OK.
 [[nodiscard]] qerr_t qstr_to_qcksum(const qchar* text, qcksum* record) noexcept;
 
-// Incremental digests of MD5 and SHA-1. Create answers null without memory or for an unknown kind; update and final
-// answer -1 for other kinds than these two.
+// Incremental MD5 and SHA-1. Create returns null when out of memory or for an unknown kind; update and final return -1
+// for other kinds.
 struct qcksum_ctx;
 [[nodiscard]] qcksum_ctx* qcksum_ctx_create(std::uint8_t kind) noexcept;
 [[nodiscard]] std::int32_t qcksum_ctx_update(qcksum_ctx* context, const void* buffer, std::size_t size) noexcept;

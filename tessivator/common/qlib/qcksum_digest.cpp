@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::array<const char*, QCKSUM_ALGORITHM_COUNT> algorithm_names{"MD5", "SHA1", "SHA2-256", "SHA2-384",
                                                                           "SHA2-512"};
-// Idle workspaces that are kept: as many as scans usually run side by side.
+// The number of idle workspaces to keep: about as many as scans run at a time.
 constexpr std::size_t idle_workspaces = 8;
 
 using LibCtxPtr = std::unique_ptr<OSSL_LIB_CTX, FreeWith<OSSL_LIB_CTX_free>>;
@@ -20,9 +20,9 @@ std::mutex service_lock;
 
 }  // namespace
 
-// A library context of our own: it holds OpenSSL's built-in default provider and reads no configuration file, so that
-// neither the host's settings (a FIPS-only configuration has no MD5) nor its choice of providers change our digests,
-// and nothing that we do shows in the host's own context. The members' order releases the context last.
+// Our own library context with the built-in default provider of OpenSSL and no configuration file: the settings of the
+// host (a FIPS-only configuration has no MD5) cannot change our digests, and we change nothing in the context of the
+// host. The order of the members releases the context last.
 struct qcksum_service {
   LibCtxPtr library;
   std::array<EvpMdPtr, QCKSUM_ALGORITHM_COUNT> algorithms;
@@ -33,7 +33,7 @@ struct qcksum_service {
 
 namespace {
 
-// Owned, guarded by service_lock; a plain pointer for the reason given at qerr.cpp's cache.
+// Guarded by service_lock; a plain pointer for the reason given at the cache of qerr.cpp.
 qcksum_service* current = nullptr;
 
 std::unique_ptr<qcksum_service> make_service() noexcept {
@@ -56,7 +56,7 @@ std::unique_ptr<qcksum_service> make_service() noexcept {
 void qcksum_lib_fini() noexcept {
   const std::lock_guard lock(service_lock);
   if (current == nullptr) return;
-  // When the process ends, OpenSSL's own exit handler has run before us and its objects must not be touched any more.
+  // At process exit the exit handler of OpenSSL has run before us: do not touch its objects any more.
   if (OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) != 1) return;
   current->retired = true;
   const std::unique_ptr<qcksum_service> released(current->references == 0 ? current : nullptr);
@@ -82,7 +82,7 @@ bool qcksum_service_ref::begin(qcksum_algorithm algorithm, EvpMdCtxPtr& context)
   if (!context) {
     context.reset(EVP_MD_CTX_new());
     if (!context) return false;
-    // The default provider does not ask for it; another library behind the same interface may.
+    // The default provider does not need it; another library with the same interface may.
     if (algorithm == qcksum_algorithm::md5) EVP_MD_CTX_set_flags(context.get(), EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
   }
   const EVP_MD* digest = service_->algorithms[static_cast<std::size_t>(algorithm)].get();

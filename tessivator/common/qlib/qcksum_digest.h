@@ -1,4 +1,4 @@
-// Digest algorithms and working memory that outlive a single checksum, behind qcksum.cpp.
+// Digest algorithms and buffers that outlive one checksum, used by qcksum.cpp.
 #pragma once
 
 #include <openssl/evp.h>
@@ -16,8 +16,7 @@ using EvpMdCtxPtr = std::unique_ptr<EVP_MD_CTX, FreeWith<EVP_MD_CTX_free>>;
 enum class qcksum_algorithm : std::uint8_t { md5, sha1, sha256, sha384, sha512 };
 inline constexpr std::size_t QCKSUM_ALGORITHM_COUNT = 5;
 
-// Releases the digest algorithms and idle buffers that the process keeps, when the runtime ends; the next digest
-// fetches them again.
+// Releases the algorithms and idle buffers when the runtime ends; the next digest fetches them again.
 void qcksum_lib_fini() noexcept;
 
 struct qcksum_service;  // the fetched algorithms and the idle workspaces
@@ -30,31 +29,31 @@ class qcksum_service_ref {
   qcksum_service_ref& operator=(const qcksum_service_ref&) = delete;
   ~qcksum_service_ref();
   [[nodiscard]] qcksum_service* get() const noexcept { return service_; }
-  // Begins a digest in `context`, which is made when it is null. False without memory.
+  // Starts a digest in `context`, creating it when null. False when out of memory.
   [[nodiscard]] bool begin(qcksum_algorithm algorithm, EvpMdCtxPtr& context) const noexcept;
 
  private:
   qcksum_service* service_;
 };
 
-// One thread's working memory: a context an algorithm and the read buffer, each made when first asked for.
+// The buffers of one thread: a context for each algorithm and a read buffer, created on first use.
 struct qcksum_workspace {
   std::array<EvpMdCtxPtr, QCKSUM_ALGORITHM_COUNT> contexts;
   QmemPtr<std::byte> buffer;
 };
 
-// A workspace on loan for the length of one checksum. Making contexts and a buffer of 256 KiB anew for each file would
-// cost more than the digests of a small file. They are not thread-local: a host's threads come and go, and thread-local
-// objects with destructors keep a library from being unloaded.
+// A workspace on loan for one checksum. Creating contexts and a buffer of 256 KiB for each file would cost more than
+// the digests of a small file. They are not thread-local: threads of a host come and go, and thread-local objects with
+// destructors keep a library from being unloaded.
 class qcksum_loan {
  public:
   qcksum_loan() noexcept;
   qcksum_loan(const qcksum_loan&) = delete;
   qcksum_loan& operator=(const qcksum_loan&) = delete;
   ~qcksum_loan();
-  // The context of an algorithm with a digest begun; null without memory.
+  // The context of an algorithm with a started digest; null when out of memory.
   [[nodiscard]] EVP_MD_CTX* begin(qcksum_algorithm algorithm) noexcept;
-  // The read buffer of QCKSUM_BUFFER_SIZE bytes; null without memory.
+  // The read buffer of QCKSUM_BUFFER_SIZE bytes; null when out of memory.
   [[nodiscard]] std::byte* buffer() noexcept;
 
  private:

@@ -42,7 +42,7 @@ std::size_t length_of(std::uint8_t type) noexcept {
   }
 }
 
-// The value of a hexadecimal digit of either case; anything else gives some number.
+// The value of a hexadecimal digit in either case; any other character gives some number.
 std::uint32_t digit_value(qchar unit) noexcept {
   const std::uint32_t upper = unit >= u'a' && unit <= u'z' ? unit - 32U : unit;
   const std::uint32_t value = upper - u'0';
@@ -93,7 +93,7 @@ qerr_t qcksum_MD5_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t
 
 qerr_t qcksum_SHA2_to_qstr(const std::uint8_t* binary, qchar* text, std::uint32_t binary_length) noexcept {
   if (binary == nullptr || text == nullptr || binary_length != QCKSUM_SHA256_BIN_LEN) {
-    // The function column has always shown this name, and readers of logs look for it.
+    // The function column has always had this name, and people search their logs for it.
     QLOG_AS(QLOG_ERROR, "qcksum2_SHA2_to_qstr",
             u"qcksum_SHA2_to_qstr - Invalid parameters  buf_len_bytes: %d , QCKSUM_SHA256_BIN_LEN= %d", binary_length,
             QCKSUM_SHA256_BIN_LEN);

@@ -1,4 +1,4 @@
-// Headers of ASN.1 elements in BER and DER (X.690, 8.1). The content of an element need not be present.
+// Headers of ASN.1 elements in BER and DER (X.690, 8.1). The content need not be present.
 #pragma once
 
 #include <limits>
@@ -6,7 +6,7 @@
 
 #include "common/qlib/qtypes.h"
 
-// The largest signature that is read and decoded. Real ones take some ten thousand bytes; a file may claim any number.
+// The largest signature that is read and decoded. Real ones have some ten thousand bytes; a file may claim anything.
 inline constexpr std::uint64_t QDER_MOST_SIGNATURE = std::uint64_t{16} << 20;
 
 struct qder_header {
@@ -50,11 +50,11 @@ struct qder_header {
   return out;
 }
 
-// What qder_signature_size needs of a signature's beginning.
+// The bytes that qder_signature_size needs.
 inline constexpr std::size_t QDER_HEAD = 16;
 
-// How many of `available` bytes are the signature that begins with `head`, or would be if they were there: what its
-// header says, and all of them when the header leaves the length open or is none.
+// How many of `available` bytes belong to the signature that starts with `head`: the length in its header, or all of
+// them when the length is open or the header is malformed.
 [[nodiscard]] inline std::uint64_t qder_signature_size(Bytes head, std::uint64_t available) noexcept {
   const auto header = qder_read(head);
   return header && !header->indefinite ? header->size + header->length : available;

@@ -15,13 +15,13 @@ namespace {
 
 constexpr std::uint32_t highest_crt_value = 14;
 
-// Texts that the system supplied, by code. A map's nodes stay where they are, so the texts keep their addresses.
+// Texts from the system, by code. The nodes of a map never move, so pointers to the texts stay valid.
 using text_cache = std::map<qerr_t, std::u16string>;
 
 std::atomic<bool> loaded{false};
 std::mutex cache_lock;
-// Owned through a plain pointer from qerr_lib_init to qerr_lib_fini: when the host process exits, static destructors
-// run before the library's own exit hook, which still needs the cache.
+// A plain pointer, owned from qerr_lib_init to qerr_lib_fini: at process exit static destructors run before the exit
+// hook of the library, which still needs the cache.
 text_cache* cache = nullptr;
 
 template <class Row, std::size_t Count>
@@ -33,8 +33,8 @@ const Row* find_row(const std::array<Row, Count>& table, std::uint32_t key, std:
 
 const qchar* shown(const qchar* text) noexcept { return *text == 0 ? u"NO-ERROR-STRING" : text; }
 
-// The system's text, cached; null when it has none or memory runs out. The lock covers the whole lookup, so that two
-// threads that miss at once share one entry.
+// The cached system text; null when there is none or memory runs out. The lock covers the whole lookup, so two threads
+// that miss at once share one entry.
 const qchar* system_text(qerr_t code) noexcept try {
   const std::lock_guard lock(cache_lock);
   if (cache == nullptr) return nullptr;

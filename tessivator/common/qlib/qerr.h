@@ -49,13 +49,12 @@ inline constexpr qerr_t QERR_SYSTEM_BASE = 100000;
 // Releases the tables with every text that qerr_get_string cached.
 void qerr_lib_fini() noexcept;
 
-// Translates a Windows error value; unknown values give value + QERR_SYSTEM_BASE, QERR_ALL_BITS while the tables
-// are not loaded.
-// The table exists on every platform.
+// Translates a Windows error value; an unknown value gives value + QERR_SYSTEM_BASE. QERR_ALL_BITS while the tables are
+// not loaded. The table exists on every platform.
 [[nodiscard]] qerr_t qerr_from_win32(std::uint32_t value) noexcept;
 
-// Translates a C runtime errno value: 0 to 14 stay, others give value + QERR_SYSTEM_BASE, QERR_ALL_BITS while the
-// tables are not loaded.
+// Translates a C runtime errno value: 0 to 14 do not change, others give value + QERR_SYSTEM_BASE. QERR_ALL_BITS while
+// the tables are not loaded.
 [[nodiscard]] qerr_t qerr_from_crt(std::uint32_t value) noexcept;
 
 // The text of a code: never null, never freed by the caller, valid until qerr_lib_fini. Safe from any thread.

@@ -1,7 +1,7 @@
 #include "common/qlib/qerr_table.h"
 
-// Sorted by number, so that lookup is a binary search over fixed data: nothing to allocate, nothing to lock. The texts
-// are part of the interface, their misspellings included.
+// Sorted by number for binary search in fixed data: no allocation, no lock. The texts are part of the interface,
+// including their misspellings.
 
 // clang-format off
 const std::array<qerr_message, QERR_MESSAGE_COUNT> qerr_messages{{
@@ -227,7 +227,7 @@ const std::array<qerr_message, QERR_MESSAGE_COUNT> qerr_messages{{
      u"inventory, review the 'Inventory Fetch Time (Next)' property for the endpoint."},
 }};
 
-// Windows value, our code. Several values fold into one code; sockets errors map onto the portable numbers.
+// Windows value, our code. Several values share a code; sockets errors map to the portable numbers.
 const std::array<qerr_translation, QERR_WIN32_COUNT> qerr_win32_table{{
     {0, 0}, {1, 38}, {2, 2}, {3, 2}, {4, 24}, {5, 13}, {6, 77}, {7, 1010}, {8, 12}, {9, 1011}, {10, 1012}, {11, 8},
     {12, 1}, {13, 1002}, {14, 12}, {15, 1013}, {16, 1014}, {17, 1015}, {18, 2}, {19, 1016}, {20, 1017}, {21, 16},

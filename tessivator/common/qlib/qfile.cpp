@@ -11,7 +11,7 @@
 #include "common/qlib/qmem.h"
 #include "common/qlib/qreplaceable.h"
 
-// Argument rules and handles. What can throw lies below the seam, and only for want of memory: 12.
+// Argument checks and handles. Only code below the seam throws, and only std::bad_alloc, which becomes 12.
 
 namespace {
 

@@ -12,12 +12,12 @@ namespace {
 
 constexpr std::uint32_t module_id = QLOG_PROG;
 
-// No path goes through more directory links than this, so that lattices of links end as well as cycles.
+// The limit on directory links in one path, so that lattices and cycles of links end.
 constexpr std::uint32_t most_links = 16;
 
-// Searches that may hold a system handle at once. A deeper walk parks the outermost: what is left of that directory is
-// kept in memory (about its names' bytes: 3 MB for 100,000 entries), so a wide flat directory costs no memory at all
-// and a tree of any depth costs the host no more than this many descriptors.
+// The limit on searches with a system handle. A deeper walk parks the outermost search: its remaining entries move to
+// memory (about the size of their names: 3 MB for 100,000 entries). So a wide flat directory needs no memory, and a
+// tree of any depth uses no more descriptors than this.
 constexpr std::size_t most_open_searches = 16;
 
 bool is_share_root(const std::u16string& path) noexcept {
@@ -73,7 +73,7 @@ void leave_out(qfile_itr& iterator, const std::u16string& directory, qerr_t code
   QLOG(QLOG_WARNING, u"Failed to list directory %s. ecode %d: %s.\n", directory, code, qerr_get_string(code));
 }
 
-// The bytes of the path in a report: U+FFFD, of three bytes, replaces what XML forbids and what is no character.
+// The size of the path in a report. What XML forbids, and what is no character, becomes U+FFFD (three bytes).
 std::size_t bytes_in_report(const std::u16string& path) noexcept {
   constexpr std::size_t bytes_of_replacement = 3;
   std::size_t bytes = 0;
@@ -89,7 +89,7 @@ std::size_t bytes_in_report(const std::u16string& path) noexcept {
   return bytes;
 }
 
-// Skips the entry that was just read when no reader of reports would take its path.
+// Skips the current entry if its path is too long for readers of reports.
 bool skip_long_path(qfile_itr& iterator) {
   constexpr std::size_t most_bytes_a_unit = 3;
   if (iterator.path.size() <= QFILE_ITR_LONGEST_PATH / most_bytes_a_unit) return false;
@@ -108,13 +108,13 @@ void park_outermost(qfile_itr& iterator) {
   if (outermost != nullptr) outermost->park();
 }
 
-// The directory above the one that is to be listed keeps its handle: the way there starts from it.
+// The parent of the directory to be listed keeps its handle: the way to the directory starts there.
 bool can_park(const qfile_itr& iterator) noexcept { return iterator.parked + 2 < iterator.levels.size(); }
 
-// Where handles are scarce, outer levels give theirs, and files find a few left to be opened with.
+// When handles run out, outer levels give theirs up; a few stay free for opening files.
 qsys_status list_level(qfile_itr& iterator, qfile_itr_level& level) {
   const std::size_t depth = iterator.levels.size() - 1;
-  // Cut in place: paths can be long, and there are as many as directories.
+  // Cut in place: paths can be long, and there is one for each directory.
   iterator.path.resize(level.directory_length);
   if (depth == 0) iterator.path = directory_of(iterator, level);
   qfile_provider& provider = qfile_provider_for(iterator.path.c_str());
@@ -144,16 +144,16 @@ bool is_open_above(const qfile_itr& iterator) noexcept {
   return false;
 }
 
-// Whether the innermost level, now open, is to be read. Also a directory that is reached without a link can be open
-// above: a server follows links of its own, and Wine follows those of Unix. A level that is open above was entered, so
-// the levels are only searched for directories that come again.
+// Whether to enter the directory of the innermost level, which is open now. Even without links a directory can be open
+// above: a server may follow links itself, and Wine follows those of Unix. A level that is open above was entered
+// before, so the levels are searched only for a directory that comes again.
 bool may_enter(qfile_itr& iterator) {
   qfile_itr_level& level = iterator.levels.back();
-  if (iterator.levels.size() == 1 && !iterator.lists_start) return true;  // merely holds the start
+  if (iterator.levels.size() == 1 && !iterator.lists_start) return true;  // only holds the start
   level.has_identity = level.search->identity(level.identity) && level.identity.tells_apart();
   const bool through_link = level.links > 0;
   if (!level.has_identity) {
-    // All nameless directories of a volume count as one through links; without links each is entered.
+    // Through links, all directories of a volume without numbers count as one; without links each is entered.
     level.identity.index_low = level.identity.index_high = 0;
     return !through_link || iterator.entered.enter(level.identity, through_link);
   }
@@ -172,7 +172,7 @@ void leave_level(qfile_itr& iterator) noexcept {
   iterator.levels.pop_back();
 }
 
-// Makes the directory that was just reported the next one to be read, unless the options or the links forbid it.
+// Pushes the directory just returned as the next level, unless the options or the links forbid it.
 void enter_directory(qfile_itr& iterator) {
   const qfile_entry& entry = iterator.entry;
   if ((iterator.flags & QFILE_ITR_NO_REPARSE) != 0 && entry.is_reparse) return;
@@ -184,7 +184,7 @@ void enter_directory(qfile_itr& iterator) {
   if (level.links <= most_links) iterator.levels.push_back(std::move(level));
 }
 
-// False when the innermost level is not to be read; `code` then tells of a start that ends the walk.
+// False when the innermost level is to be skipped; `code` is set when the start fails and ends the walk.
 bool start_level(qfile_itr& iterator, qerr_t& code) {
   const qsys_status status = open_level(iterator);
   if (status.ok()) return may_enter(iterator);
@@ -229,7 +229,7 @@ qerr_t read_entry(qfile_itr& iterator) {
   return QERR_END;
 }
 
-// Lists the start at once, so that one that cannot be listed is told to who gave it.
+// Lists the start at once, so the caller learns if it cannot be listed.
 qerr_t start_directory(qfile_itr& iterator) {
   if (iterator.has_yielded || iterator.lists_start || iterator.selects || iterator.levels.size() == 1) return QERR_OK;
   const qsys_status status = open_level(iterator);

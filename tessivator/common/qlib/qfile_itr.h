@@ -14,8 +14,8 @@
 inline constexpr std::uint32_t QFILE_ITR_ONE_LEVEL = 1;
 inline constexpr std::uint32_t QFILE_ITR_NO_REPARSE = 2;
 
-// The longest path that a walk yields, in bytes of the UTF-8 that a report holds of it; longer ones are skipped, logged
-// and counted as left out, a directory with all that is below it.
+// The longest path that a walk returns, in bytes of its UTF-8 in a report. Longer paths are skipped, logged and
+// counted, a directory together with everything below it.
 inline constexpr std::size_t QFILE_ITR_LONGEST_PATH = std::size_t{1} << 20U;
 
 // One directory level of a walk.
@@ -23,7 +23,7 @@ struct qfile_itr_level {
   std::unique_ptr<qfile_search> search;  // null until the level is first read
   std::size_t directory_length = 0;      // units of the path buffer that name this level's directory
   std::uint32_t links = 0;               // directory links on the way here
-  bool is_link = true;                   // the directory was not listed as one of its own
+  bool is_link = true;                   // listed as a link, or not listed
   bool has_identity = false;
   qfile_identity identity;
 };
@@ -46,35 +46,35 @@ struct qfile_left_out {
   void remember(std::u16string_view path, qerr_t code) noexcept;
 };
 
-// A walk; owned by the caller, used by one thread. Its path buffer holds the current entry's full path.
+// A walk. The caller owns it; one thread. The path buffer holds the full path of the current entry.
 struct qfile_itr {
   std::u16string path;
   std::vector<qfile_itr_level> levels;
-  std::size_t parked = 0;  // so many outermost levels have given their system handles back
+  std::size_t parked = 0;  // this many outermost levels have released their system handles
   std::uint32_t flags = 0;
   qchar separator = 0;
   bool lists_start = false;  // a bare drive or share root: the walk begins with its contents, not with itself
   bool selects = false;      // the start may hold wildcards
-  bool has_yielded = false;  // an entry has come out
+  bool has_yielded = false;  // an entry was returned
   qfile_entry entry;         // the latest entry; kept here for its buffer
   qfile_entered entered;     // the directories that were listed
-  qfile_left_out left_out;   // complete once the walk has ended; gone when it is closed
+  qfile_left_out left_out;   // complete when the walk has ended; cleared by close
 };
 
-// Opens a walk. A directory's path yields the directory itself first, then its contents; a file's path yields the file;
-// wildcards in the last component select entries; a bare drive ("C:", on Linux "/") and a share root list their
-// contents. A path that does not exist opens, and the first qfile_itr_next answers 1008.
+// Opens a walk. A path to a directory returns the directory first, then its contents; a path to a file returns the
+// file; wildcards in the last component select entries; a bare drive ("C:", on Linux "/") or a share root returns its
+// contents. A path that does not exist can be opened: the first qfile_itr_next then returns 1008.
 [[nodiscard]] qerr_t qfile_itr_open(qfile_itr* iterator, const qchar* path) noexcept;
 [[nodiscard]] qerr_t qfile_itr_open_ex(qfile_itr* iterator, const qchar* path, std::uint32_t flags) noexcept;
 
-// The next entry. `path_out` points into the iterator until the next call; is_directory and is_symlink, which may be
-// null, become 1 or 0.
-// 1008 at the end; any other code is a search error and ends the walk. The first call answers a start directory that
-// cannot be listed with the listing's code; any other directory that cannot is logged, counted in `left_out` and passed
-// over. A directory is reported but not entered when it is open above, when the walk has entered it 16 times through
-// links or 16 times without, or when the path goes through 16 directory links, so that every walk ends.
+// The next entry. `path_out` points into the iterator until the next call. is_directory and is_symlink become 1 or 0;
+// they may be null.
+// 1008 at the end; any other code is a search error and ends the walk. If the start directory cannot be listed, the
+// first call returns that code; any other directory that cannot be listed is logged, counted in `left_out` and skipped.
+// A directory is returned but not entered when it is open above, when the walk has entered it 16 times through links or
+// 16 times without, or when the path has gone through 16 directory links. So every walk ends.
 [[nodiscard]] qerr_t qfile_itr_next(qfile_itr* iterator, const qchar** path_out, std::uint32_t* is_directory,
                                     std::uint32_t* is_symlink) noexcept;
 
-// Ends the walk and releases what it holds, `left_out` with it.
+// Ends the walk and frees everything, including `left_out`.
 [[nodiscard]] qerr_t qfile_itr_close(qfile_itr* iterator) noexcept;

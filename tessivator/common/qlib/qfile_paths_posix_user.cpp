@@ -31,7 +31,7 @@ qsys_status on_name(const qchar* path, Call call) {
                                                                                 : qfile_status_of(errno);
 }
 
-// Resolves "." and ".." of what follows `root` by name alone; nothing climbs above the root.
+// Resolves "." and ".." after `root` by text alone; the result stays below the root.
 std::u16string resolve(std::u16string_view root, std::u16string_view rest, qchar separator) {
   std::vector<std::u16string_view> parts;
   while (!rest.empty()) {

@@ -14,7 +14,7 @@ qsys_status status_of(BOOL succeeded) noexcept {
   return succeeded != FALSE ? qsys_status{} : qfile_status_of(GetLastError());
 }
 
-// Opened for its attributes only: that needs no right to read, and a link is followed.
+// Opened for its attributes only: needs no read access, and links are followed.
 qsys_status open_for_attributes(const std::wstring& name, qsys_handle& out) noexcept {
   constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   qsys_handle opened(CreateFileW(name.c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING,
@@ -115,7 +115,7 @@ qsys_status qfile_status_of(DWORD error) noexcept {
     case ERROR_FILE_EXISTS:
       status.condition = qsys_condition::already_exists;
       break;
-    case ERROR_ACCESS_DENIED:  // also what a rename onto an open file gives
+    case ERROR_ACCESS_DENIED:  // also from a rename onto an open file
     case ERROR_SHARING_VIOLATION:
     case ERROR_USER_MAPPED_FILE:
       status.condition = qsys_condition::held;
@@ -123,7 +123,7 @@ qsys_status qfile_status_of(DWORD error) noexcept {
     case ERROR_NO_MORE_FILES:
       status = {QERR_END, qsys_condition::end_of_directory};
       break;
-    case ERROR_SUCCESS:  // a call that failed without a reason has failed all the same
+    case ERROR_SUCCESS:  // the call failed without a reason
       status.code = QERR_IO;
       break;
     default:
@@ -143,7 +143,7 @@ qfile_provider& qfile_local_provider() noexcept {
   return provider;
 }
 
-// The system's own redirector serves shares.
+// The redirector of the system serves shares.
 qfile_provider& qfile_platform_provider_for(const qchar* path) noexcept {
   (void)path;
   return qfile_local_provider();

@@ -6,7 +6,8 @@
 
 namespace {
 
-// Small letters and how far their capitals are; where the two alternate, every second unit is one.
+// Ranges of lower-case letters and the distance to their capitals. Where the two alternate, every second unit is a
+// lower-case letter.
 struct letter_range {
   char16_t first, last;
   int to_capital;
@@ -25,7 +26,7 @@ constexpr std::array<letter_range, 25> ranges{{
     {0xFF41, 0xFF5A, -32, false},
 }};
 
-// The letters of the Latin, Greek, Cyrillic and Armenian scripts; others have no case or are left as they are.
+// Letters of the Latin, Greek, Cyrillic and Armenian scripts; others have no case or stay as they are.
 char16_t capital(char16_t unit) noexcept {
   const auto* const range = std::lower_bound(ranges.begin(), ranges.end(), unit,
                                              [](const letter_range& one, char16_t u) { return one.last < u; });
@@ -49,8 +50,8 @@ bool can_end(std::u16string_view pattern, std::size_t at) noexcept {
 
 }  // namespace
 
-// The rules of [MS-FSA] 2.1.4.4 for the DOS wildcards that the search functions of Windows make of * and ?. Keeps all
-// places of the pattern that fit the name so far: a wildcard leaves several, and none is tried twice.
+// The rules of [MS-FSA] 2.1.4.4 for the DOS wildcards into which the search functions of Windows turn * and ?. Keeps
+// all positions of the pattern that match so far; a wildcard leaves several, and none is tried twice.
 bool qfile_name_matches(std::u16string_view pattern, std::u16string_view name) {
   std::vector<bool> here(pattern.size() + 1);
   std::vector<bool> next(pattern.size() + 1);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t longest = PATH_MAX - 1;
 
-// A folder far below, open on behalf of the walk that is there.
+// A deep folder that a walk keeps open.
 struct offered_folder {
   std::mutex lock;
   std::string path;
@@ -53,7 +53,7 @@ int qfile_place::directory() const noexcept {
   return passed_.valid() ? passed_.get() : AT_FDCWD;
 }
 
-// Opens the next `length` bytes of the path, which end before a separator.
+// Opens the next `length` bytes of the path; a separator follows them.
 int qfile_place::step(std::size_t length) noexcept {
   path_[from_ + length] = '\0';
   const int fd = qsys_retry([&] { return ::openat(directory(), name(), O_PATH | O_DIRECTORY | O_CLOEXEC); });

@@ -1,4 +1,4 @@
-// Paths of any length for a system that takes 4,095 bytes of them at once.
+// Paths of any length on a system that takes 4,095 bytes at a time.
 #pragma once
 
 #include <dirent.h>
@@ -10,8 +10,8 @@
 
 #include "common/qlib/qfile_posix_user.h"
 
-// Where the calls that end in "at" find a path: name() below directory(). A short path is taken as it is. A longer one
-// is opened in pieces, or starts from the folder that a walk offered last.
+// A path for the system calls that end in "at": name() relative to directory(). A short path is used as it is. A long
+// one is opened step by step, or starts from the folder that a walk offered last.
 class qfile_place {
  public:
   // 0 or an errno value; QFILE_NO_SHARES for a path with two leading backslashes. May throw std::bad_alloc.
@@ -29,6 +29,6 @@ class qfile_place {
   std::shared_ptr<DIR> offered_;
 };
 
-// Lets long paths of what lies in `path` start from `folder`, as long as the owner keeps it open; one folder at a time
-// is remembered for the whole process. Paths that the system takes are not worth it and are ignored.
+// Lets long paths in `path` start from `folder` while the walk keeps it open. The process remembers one such folder.
+// Short paths are ignored: they need no help.
 void qfile_offer_folder(std::u16string_view path, const std::shared_ptr<DIR>& folder);

@@ -1,4 +1,4 @@
-// Positions of open files, reckoned in one place for every kind of storage.
+// Positions of open files, computed in one place for all storage.
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -15,7 +15,7 @@ bool qfile_seek_target(std::uint64_t base, std::int64_t offset, std::uint64_t& t
   return true;
 }
 
-// Goes on from `done` bytes to `length`; one round as a rule.
+// Reads on from `done` bytes to `length`; usually one round.
 qsys_status qfile_positioned::read_rest(std::byte* destination, std::size_t length, std::size_t& done) noexcept {
   constexpr std::size_t largest_read = std::size_t{1} << 30U;
   while (done < length) {
@@ -62,7 +62,7 @@ qsys_status qfile_positioned::view(std::byte* destination, std::size_t length, s
   return read_rest(destination, length, done);
 }
 
-// Without a block, for whatever reason, the file is read where it is asked for.
+// Without a block the file is read directly.
 Bytes qfile_positioned::held() noexcept {
   if (position_ < largest_block) (void)keep_block();
   return position_ < block_size_ ? Bytes(block_.get(), block_size_).subspan(static_cast<std::size_t>(position_))
@@ -78,7 +78,7 @@ std::uint64_t qfile_positioned::expected_size() noexcept {
   return size(bytes).ok() ? bytes : 0;
 }
 
-// Tried once: a file that was empty then, or could not be read, has no block.
+// Tried once: a file that was empty or unreadable then has no block.
 qsys_status qfile_positioned::keep_block() noexcept {
   if (!block_wanted_) return block_status_;
   block_wanted_ = false;

@@ -15,15 +15,15 @@
 
 namespace {
 
-// The readahead hint is given once a reader has come this far: small files then cost no call for it.
+// The readahead hint is given only from here on, so it costs nothing for small files.
 constexpr std::uint64_t sequential_from = std::uint64_t{1} << 20U;
 
-// Results can be read by all and written by their owner, unless the umask says less.
+// New files are readable by all and writable by the owner, less the umask.
 constexpr mode_t new_file_mode = 0644;
 
 std::string proc_name(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
 
-constexpr struct statx nothing_known {};  // of a file for writing, which is asked each time
+constexpr struct statx nothing_known {};  // for writers, which ask each time
 
 // A directory has no bytes to read.
 std::uint64_t size_of(const struct stat& about) noexcept {
@@ -47,7 +47,7 @@ class posix_file final : public qfile_positioned {
   posix_file(qsys_descriptor&& fd, std::uint32_t flags, const struct statx& at_open) noexcept
       : qfile_positioned((flags & QFILE_WRITE) == 0), fd_(std::move(fd)), flags_(flags), at_open_(at_open) {}
   ~posix_file() override {
-    // Unbuffered: what this file left in the page cache goes.
+    // Unbuffered: drop the pages of this file from the cache.
     if ((flags_ & QFILE_UNBUFFERED) != 0) (void)posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_DONTNEED);
   }
   posix_file(const posix_file&) = delete;
@@ -155,8 +155,8 @@ int access_mode(std::uint32_t flags) noexcept {
   return (flags & QFILE_READ) != 0 ? O_RDWR : O_WRONLY;
 }
 
-// Regular files, and directories for readers, as on Windows. A FIFO, socket or device is no file of a repository: with
-// O_NONBLOCK opening it did not block, and here it is refused.
+// Regular files; for readers also directories, as on Windows. FIFOs, sockets and devices are refused: O_NONBLOCK kept
+// the open from blocking.
 int check_kind(int fd, std::uint32_t flags, struct statx& about) noexcept {
   if (const int error = ask_about(fd, "", about); error != 0) return error;
   if (S_ISREG(about.stx_mode)) return 0;
@@ -176,15 +176,15 @@ qsys_status prepare(int fd, std::uint32_t flags, struct statx& about) noexcept {
     const qsys_status status = take_exclusively(fd);
     if (!status.ok()) return status;
   }
-  // Only now that the file is known to be a regular one, and ours.
+  // Only now do we know that it is a regular file and ours.
   if ((flags & QFILE_TRUNCATE) != 0 && about.stx_size > 0 && ::ftruncate(fd, 0) != 0) return qfile_status_of(errno);
   return {};
 }
 
-// O_NONBLOCK keeps the open from waiting for a FIFO's other end. It stays set, since reads of regular files and
-// directories pay no heed to it and clearing it would cost each file a call. The one regular file that it refuses is
-// one on which another process (a file server) holds a lease; the kernel then asks for it back. Holders that answer do
-// so at once; one that does not costs a second.
+// O_NONBLOCK keeps the open from waiting for the other end of a FIFO. It stays set: reads of regular files and
+// directories ignore it, and clearing it costs a call per file. It refuses one kind of regular file: one that another
+// process (a file server) holds a lease on. The kernel then asks for the lease back; holders usually answer at once.
+// One that does not costs a second.
 qsys_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
   constexpr int lease_attempts = 100;
   constexpr timespec pause{0, 10000000};
@@ -201,7 +201,7 @@ qsys_descriptor open_unblocked(const qfile_place& place, int how) noexcept {
 std::int64_t qfile_local_time(std::int64_t seconds, std::uint32_t nanoseconds) noexcept {
   constexpr std::int64_t units_a_second = 10000000;
   constexpr std::int64_t seconds_1601_to_1970 = 11644473600;
-  // What a 64-bit count of 100 ns since 1601 can hold, with room for any time zone.
+  // The range of a 64-bit count of 100 ns since 1601, with room for any time zone.
   constexpr std::int64_t limit = std::numeric_limits<std::int64_t>::max() / units_a_second - 2 * seconds_1601_to_1970;
   if (seconds > limit || seconds < -limit) return 0;
   const time_t time = seconds;
@@ -234,7 +234,7 @@ qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfil
   const int how = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   qsys_descriptor fd(qsys_retry([&] { return ::openat(place.directory(), place.name(), how, new_file_mode); }));
   if (!fd.valid()) return qfile_status_of(errno);
-  // The lock tells that the writer lives. Who took the file for a dead one's just before has removed it by now.
+  // The lock shows that the writer lives. Another process may have deleted the file as abandoned before we locked it.
   struct stat about {};
   (void)qsys_retry([&] { return ::flock(fd.get(), LOCK_EX); });
   if (::fstat(fd.get(), &about) == 0 && about.st_nlink == 0) return {QERR_EXISTS, qsys_condition::already_exists};
@@ -242,7 +242,7 @@ qsys_status qfile_posix_create_exclusive(const qchar* path, std::unique_ptr<qfil
   return {};
 }
 
-// A kernel without such files takes the flag for an ordinary open of a directory for writing.
+// An old kernel ignores O_TMPFILE and tries to open the directory for writing.
 qsys_status qfile_posix_create_nameless(const qchar* path, std::unique_ptr<qfile_object>& out) {
   qfile_place place;
   const int error = place.reach(path);
@@ -254,7 +254,7 @@ qsys_status qfile_posix_create_nameless(const qchar* path, std::unique_ptr<qfile
   qsys_descriptor fd(qsys_retry([&] { return ::openat(place.directory(), folder.c_str(), how, new_file_mode); }));
   const bool unknown = !fd.valid() && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL);
   if (!fd.valid() && !unknown) return qfile_status_of(errno);
-  // The name is given by way of /proc.
+  // The file gets its name through /proc.
   if (!unknown) (void)::flock(fd.get(), LOCK_EX | LOCK_NB);
   if (unknown || ::access(proc_name(fd.get()).c_str(), F_OK) != 0) return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
   out = std::make_unique<posix_file>(std::move(fd), QFILE_WRITE, nothing_known);

@@ -1,8 +1,8 @@
-// The seam under the file layer. A provider knows one kind of storage; qfile.cpp and qfile_itr.cpp hold everything
-// that is the same for all of them (argument rules, parent directories, retries, the walk's stack and order).
+// The seam below the file layer. A provider knows one kind of storage; qfile.cpp and qfile_itr.cpp do what is the same
+// for all of them (argument checks, parent directories, retries, the order of the walk).
 //
-// Paths come absolute or relative as the caller gave them. Status carries the translated code for the caller and the
-// condition for our own decisions, because translation folds different system errors into one code.
+// Paths are absolute or relative, as the caller gave them. A status has the translated code for the caller and a
+// condition for our own decisions, because translation maps different system errors to one code.
 #pragma once
 
 #include <memory>
@@ -16,7 +16,7 @@
 // `held`: perhaps only because another program has the file open (Windows).
 enum class qsys_condition : std::uint8_t { none, not_found, already_exists, end_of_directory, no_handles, held };
 
-// The code that comes with end_of_directory is QERR_END.
+// end_of_directory comes with the code QERR_END.
 
 struct [[nodiscard]] qsys_status {
   qerr_t code = QERR_OK;
@@ -30,17 +30,17 @@ struct qfile_entry {
   bool is_directory = false;  // also for a link to a directory
   bool is_reparse = false;    // a link or junction of any kind
   bool is_symlink = false;    // a symbolic link
-  bool is_link = false;       // leads to another place of the tree: a symbolic link or junction, no cloud placeholder
+  bool is_link = false;       // a symbolic link or junction, not a cloud placeholder
 };
 
-// What tells whether two listings are of the same directory.
+// Tells whether two listings are of the same directory.
 struct qfile_identity {
   std::uint64_t volume = 0;
   std::uint64_t index_low = 0;
   std::uint64_t index_high = 0;
   bool operator==(const qfile_identity&) const noexcept = default;
 
-  // Some storage has no numbers and answers 0 or all ones, in 64 or 128 bits, for every directory of a volume.
+  // Some storage has no numbers: it reports 0 or all ones (64 or 128 bits) for every directory of a volume.
   [[nodiscard]] bool tells_apart() const noexcept {
     constexpr std::uint64_t ones = ~std::uint64_t{0};
     if (index_low == 0) return index_high != 0;
@@ -48,14 +48,14 @@ struct qfile_identity {
   }
 };
 
-// Where a seek by `offset` from `base` leads; false when that lies before the start or past the largest offset.
+// The position after a seek by `offset` from `base`; false when it is before the start or too large.
 [[nodiscard]] bool qfile_seek_target(std::uint64_t base, std::int64_t offset, std::uint64_t& target) noexcept;
 
 // An open file; the destructor closes it.
 class qfile_object {
  public:
   virtual ~qfile_object() = default;
-  // The first failure of a read, for who asks when all that wanted bytes are done.
+  // The first failed read, for callers that check once at the end.
   [[nodiscard]] qerr_t failure() const noexcept { return failure_; }
   void note(qerr_t code) noexcept {
     if (failure_ == QERR_OK) failure_ = code;
@@ -72,17 +72,17 @@ class qfile_object {
   }
   // Reads up to `length` bytes from the start into `destination` without moving the position; `done` tells how many.
   virtual qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept = 0;
-  // The bytes from the position on that the open file keeps in memory; none is always an answer.
+  // The bytes from the position that the open file keeps in memory; may always be empty.
   [[nodiscard]] virtual Bytes held() noexcept { return {}; }
-  // Hands written bytes to the storage device, as far as this kind of storage can.
+  // Flushes written bytes to the device, as far as this storage can.
   virtual qsys_status flush() noexcept { return {}; }
-  // Gives a file of create_nameless its name; already_exists when anything stands there.
+  // Gives a file of create_nameless its name; already_exists if the name is taken.
   virtual qsys_status give_name(const qchar* path) {
     (void)path;
     return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
   }
-  // Gives this new file, which is to replace the file at `path`, what rights of it the storage can. A device or pipe
-  // there is nothing to be replaced: the code of a special file.
+  // Gives this new file the access rights of the file at `path` that it will replace, as far as the storage can.
+  // Refuses to replace a device or pipe, with the code of a special file.
   [[nodiscard]] virtual qsys_status keep_mode(const qchar* path) {
     (void)path;
     return {};
@@ -92,16 +92,16 @@ class qfile_object {
   qerr_t failure_ = QERR_OK;
 };
 
-// What open files of every storage have in common: the position, kept here so that seeking costs no call, and the first
-// block of a file that is open for reading only. The first read of that block fetches all of it, so that headers,
-// resources, certificate table and digests of a small file come out of one read.
+// What open files of all storage share: the position, kept here so that seeking costs no call, and the first block of a
+// file opened for reading only. The first read of that block fetches all of it: headers, resources, certificate table
+// and digests of a small file come from one read.
 class qfile_positioned : public qfile_object {
  public:
-  // What a file keeps of its start, in bytes.
+  // The size of the first block in bytes.
   static constexpr std::size_t largest_block = std::size_t{256} << 10U;
 
   qsys_status read(void* buffer, std::uint32_t size, std::uint32_t& done) noexcept override;
-  // QERR_INVALID for a position before the start or past the largest offset.
+  // QERR_INVALID for a position before the start or beyond the largest offset.
   qsys_status seek(std::int64_t offset, std::uint32_t origin, std::uint64_t& position) noexcept override;
   qsys_status view(std::byte* destination, std::size_t length, std::size_t& done) noexcept override;
   [[nodiscard]] Bytes held() noexcept override;
@@ -109,11 +109,11 @@ class qfile_positioned : public qfile_object {
  protected:
   explicit qfile_positioned(bool keeps_block) noexcept : block_wanted_(keeps_block) {}
 
-  // One read call at `offset`; fewer bytes than asked for is success, 0 the end of the file.
+  // One read call at `offset`. Success may return fewer bytes; 0 bytes mean the end of the file.
   virtual qsys_status read_at(std::uint64_t offset, void* buffer, std::uint32_t size, std::uint32_t& done) noexcept = 0;
-  // The first `wanted` bytes for the block, or as many as there are.
+  // Reads the first `wanted` bytes for the block, or as many as exist.
   virtual qsys_status read_start(std::byte* destination, std::size_t wanted, std::size_t& done) noexcept;
-  // The size as far as it is known without another call: the block is no larger.
+  // The size if it is known without another call; limits the block.
   virtual std::uint64_t expected_size() noexcept;
 
   std::uint64_t position_ = 0;
@@ -125,7 +125,7 @@ class qfile_positioned : public qfile_object {
   QmemPtr<std::byte> block_;
   std::size_t block_size_ = 0;
   qsys_status block_status_;
-  bool block_wanted_;  // and not yet tried
+  bool block_wanted_;  // not tried yet
 };
 
 // A running search of one directory; the destructor ends it.
@@ -134,28 +134,28 @@ class qfile_search {
   virtual ~qfile_search() = default;
   // The next entry, "." and ".." included or not; end_of_directory when there is none. May throw std::bad_alloc.
   virtual qsys_status next(qfile_entry& entry) = 0;
-  // What tells the directory from others; false where the storage has no number for it.
+  // Identifies the directory; false if the storage has no number for it.
   virtual bool identity(qfile_identity& out) const noexcept {
     (void)out;
     return false;
   }
-  // Called when many searches are open: keeps what is left in memory and gives scarce system handles back. Searching
-  // goes on as before. May throw std::bad_alloc.
+  // Called when many searches are open: moves the remaining entries to memory and frees the system handle. The search
+  // continues as before. May throw std::bad_alloc.
   virtual void park() {}
-  // Called on a parked search when `below`, the search of a directory that it yielded, is about to end: a handle is to
-  // be had from there. Never needed, but cheaper than finding the directory again by its path.
+  // Called on a parked search when `below`, the search of one of its subdirectories, is about to end: it can get its
+  // handle back from there. Not required, but cheaper than opening the directory by its path.
   virtual void resume(const qfile_search& below) noexcept { (void)below; }
-  // Called before a file of this search, which searches `directory`, goes to the caller: opening it may start here.
-  // May throw std::bad_alloc.
+  // Called before a file of this search is returned; `directory` is the path of the search. Opening the file may start
+  // here. May throw std::bad_alloc.
   virtual void offer(std::u16string_view directory) { (void)directory; }
 };
 
-// A directory whose entries are wanted.
+// A directory to list.
 struct qfile_listing {
   std::u16string_view path;       // null-terminated; may end in a separator; its characters are taken literally
-  qfile_search* above = nullptr;  // the same provider's search that yielded the directory, if it is still there
-  bool is_link = true;            // it may be a link; otherwise a link that stands there by now is not followed
-  bool leave_room = false;        // no_handles also when only a few handles would be left
+  qfile_search* above = nullptr;  // the search that returned the directory, if it still exists
+  bool is_link = true;            // may be a link; if false, a link found there is not followed
+  bool leave_room = false;        // return no_handles also when few handles are left
 };
 
 // Operations may throw std::bad_alloc and nothing else.
@@ -164,20 +164,19 @@ class qfile_provider {
   virtual ~qfile_provider() = default;
   // `flags` are already checked.
   virtual qsys_status open(const qchar* path, std::uint32_t flags, std::unique_ptr<qfile_object>& out) = 0;
-  // Creates a file that does not exist yet and opens it for writing, shared with nobody; a link that stands at `path`
-  // is never followed.
+  // Creates a new file for exclusive writing. Fails if it exists; a link at `path` is not followed.
   virtual qsys_status create_exclusive(const qchar* path, std::unique_ptr<qfile_object>& out) = 0;
-  // Creates a file without a name in the folder of `path` and opens it for writing: it is gone when it is closed before
-  // it has got a name. QERR_NOT_IMPLEMENTED where the storage has no such files.
+  // Creates a nameless file in the folder of `path` for writing. It disappears when closed without a name.
+  // QERR_NOT_IMPLEMENTED if the storage has no such files.
   virtual qsys_status create_nameless(const qchar* path, std::unique_ptr<qfile_object>& out) {
     (void)path;
     (void)out;
     return {QERR_NOT_IMPLEMENTED, qsys_condition::none};
   }
-  // Searches for `pattern`: a path whose last component may hold * and ?. `out` yields the matches one by one. Sockets,
-  // FIFOs and devices are never among them.
+  // Searches for `pattern`: a path whose last component may contain * and ?. `out` returns the matches one by one.
+  // Sockets, FIFOs and devices are never returned.
   virtual qsys_status search(const qchar* pattern, std::unique_ptr<qfile_search>& out) = 0;
-  // Searches for all entries of a directory.
+  // Lists all entries of a directory.
   virtual qsys_status list(const qfile_listing& wanted, std::unique_ptr<qfile_search>& out) = 0;
   virtual qsys_status exists(const qchar* path) = 0;
   virtual qsys_status info(const qchar* path, qfile_info& out) = 0;
@@ -187,18 +186,18 @@ class qfile_provider {
   virtual qsys_status remove_directory(const qchar* path) = 0;
   virtual qsys_status copy(const qchar* source, const qchar* target, bool fail_if_exists) = 0;
   virtual qsys_status compress(const qchar* path) = 0;
-  // Waits before the next try at a file that is held.
+  // Waits before the next attempt at a file that another program holds.
   virtual void pause(std::uint32_t milliseconds) noexcept;
-  // The absolute form, lexically: it need not exist.
+  // The absolute form of a path, by text alone: it need not exist.
   virtual qsys_status full_path(const qchar* path, std::u16string& out) = 0;
 };
 
-// The provider that serves `path`: the override if a test set one, else the platform's choice.
+// The provider for `path`: that of a test if one is set, else the choice of the platform.
 [[nodiscard]] qfile_provider& qfile_provider_for(const qchar* path) noexcept;
 
 // Platform part: local files, and the choice between local files and shares.
 [[nodiscard]] qfile_provider& qfile_local_provider() noexcept;
 [[nodiscard]] qfile_provider& qfile_platform_provider_for(const qchar* path) noexcept;
 
-// Puts `provider` before all others (null ends that). For tests that inject faults; not for concurrent use.
+// Installs `provider` before all others (null ends that). For fault injection in tests; not for concurrent use.
 void qfile_set_provider(qfile_provider* provider) noexcept;

@@ -18,10 +18,10 @@ constexpr std::u16string_view name_end = u".tmp";
 constexpr std::u16string_view digits = u"0123456789abcdef";
 constexpr std::size_t digit_count = 16;
 
-// Names are random, so that nobody can stand ready at one; a name that is taken all the same is tried anew.
+// Names are random so that an attacker cannot create the file first; a name that is taken is tried again.
 constexpr int name_attempts = 16;
 
-// A file that other programs have open is tried again for 5 s: a virus scanner lets go by then.
+// A file that another program has open is retried for 5 s; virus scanners have closed it by then.
 constexpr std::uint32_t pause_ms = 100;
 constexpr int most_pauses = 50;
 constexpr std::size_t copy_block = std::size_t{1} << 18U;
@@ -123,7 +123,7 @@ qsys_status qfile_replacement::put(bool flush) {
     if (!flushed.ok()) return {flushed.code};
   }
   if (name_.empty()) {
-    // Nothing to replace: the file gets its name at once, and never has another.
+    // Nothing to replace: the file gets its final name at once.
     qsys_status status = file_->give_name(target_.c_str());
     if (status.condition == qsys_condition::already_exists) {
       status = with_new_name(target_, name_, [&](const qchar* name) { return file_->give_name(name); });
@@ -133,7 +133,7 @@ qsys_status qfile_replacement::put(bool flush) {
       return status;
     }
   } else {
-    file_.reset();  // a name of its own may be renamed only when the file is closed
+    file_.reset();  // a named file can be renamed only when closed
   }
   const qsys_status renamed = rename_to(target_);
   file_.reset();
@@ -158,7 +158,7 @@ qerr_t qfile_replacement::commit_over_held(const qchar* other_name, qfile_commit
 }
 
 qsys_status qfile_replacement::put_over_held(const qchar* other_name, qfile_committed& how) {
-  // As long as it is open, no other scan removes it as abandoned.
+  // While it is open, no other scan removes it as abandoned.
   std::unique_ptr<qfile_object> kept;
   (void)provider_->open(name_.c_str(), QFILE_READ, kept);
   qsys_status status{QERR_SHARING, qsys_condition::held};
@@ -178,7 +178,7 @@ qsys_status qfile_replacement::put_over_held(const qchar* other_name, qfile_comm
   return rename_to(sibling(target_, other_name));
 }
 
-// A file that is open may still be renamed when whoever opened it allows its removal.
+// An open file can still be renamed if its opener allows deletion.
 bool qfile_replacement::replace_aside() {
   const std::u16string aside = temporary_beside(target_);
   if (!provider_->rename(target_.c_str(), aside.c_str()).ok()) return false;
@@ -198,7 +198,7 @@ bool qfile_replacement::copy_over() {
   if (!provider_->open(target_.c_str(), QFILE_WRITE | QFILE_NO_FOLLOW, to).ok()) return false;
   std::vector<std::byte> buffer(copy_block);
   std::uint64_t copied = 0;
-  for (;;) {  // ends with the file, which nobody else writes
+  for (;;) {  // ends at the end of the file; nobody else writes it
     std::uint32_t got = 0;
     if (!from->read(buffer.data(), static_cast<std::uint32_t>(buffer.size()), got).ok()) return false;
     if (got == 0) return to->truncate(copied).ok() && to->flush().ok();
@@ -232,7 +232,7 @@ void qfile_remove_temporaries(const qchar* directory) noexcept try {
   for (const std::u16string& name : found) {
     const std::u16string path = qpath_join(directory, name);
     std::unique_ptr<qfile_object> file;
-    // Its writer would hold it.
+    // A living writer would hold the lock.
     if (!provider.open(path.c_str(), QFILE_WRITE | QFILE_EXCLUSIVE, file).ok()) continue;
     file.reset();
     (void)provider.remove(path.c_str());

@@ -1,8 +1,8 @@
-// A file that is written piece by piece and takes its place in one step when it is complete.
+// A file that is written in pieces and appears in its place in one step when complete.
 //
-// Its bytes go to a new file in the target's folder: one without a name where the storage has such files (Linux), else
-// one named ".brantle-<16 hexadecimal digits>.tmp" that is locked while its writer lives. Then it replaces what stands
-// at the target, be it a file or a link, which is not followed.
+// The bytes go to a new file in the folder of the target: nameless where the storage can do that (Linux), else with the
+// name ".brantle-<16 hexadecimal digits>.tmp" and locked while its writer lives. It then replaces the target. A link at
+// the target is replaced, not followed.
 #pragma once
 
 #include <memory>
@@ -21,7 +21,7 @@ enum class qfile_committed : std::uint8_t {
   beside    // under the other name; what the target holds is not the new file
 };
 
-// Used by one thread; when it is destroyed before commit has succeeded, the new file is gone and the target untouched.
+// One thread. If it is destroyed before commit succeeded, the new file is removed and the target is unchanged.
 class qfile_replacement {
  public:
   qfile_replacement() noexcept;
@@ -29,15 +29,14 @@ class qfile_replacement {
   qfile_replacement& operator=(const qfile_replacement&) = delete;
   ~qfile_replacement();
 
-  // Creates the new file; directories are not created. On POSIX systems it gets the mode of the regular file that it is
-  // to replace, or 0644 less the umask; a device or pipe is not replaced (code 6). QERR_ARG1 without a path,
-  // QERR_LOW_MEMORY (also for a system without random numbers), or the file's code.
+  // Creates the new file but no directories. On POSIX systems it gets the mode of the regular file it will replace, or
+  // 0644 less the umask; devices and pipes are not replaced (code 6). QERR_ARG1 without a path, QERR_LOW_MEMORY (also
+  // for a system without random numbers), or the code of the file.
   [[nodiscard]] qerr_t begin(const qchar* path) noexcept;
   // Appends. QERR_ARG1 before begin has succeeded, QERR_ARG2 without bytes, or the file's code.
   [[nodiscard]] qerr_t write(const void* bytes, std::size_t size) noexcept;
-  // Puts the file in its place. With `flush` its bytes are on the device before they replace anything; without it a
-  // power cut can lose a file just written. QERR_ARG1 before begin, or the file's code; a directory at the target is an
-  // error.
+  // Moves the file into place. With `flush` its bytes reach the device before it replaces anything; without, a power
+  // cut may lose it. QERR_ARG1 before begin, or the code of the file; a directory at the target is an error.
   [[nodiscard]] qerr_t commit(bool flush) noexcept;
   // commit with a flush, for a target that other programs may have open, which Windows does not let us replace. Tries
   // for 5 s, then moves the old file aside, then copies the new one over it, and last leaves the new file in the
@@ -45,7 +44,7 @@ class qfile_replacement {
   // file stays complete under its own name until the copy is flushed. `how` is set on success. QERR_ARG1 before begin
   // or without a name, QERR_ARG2, or the file's code.
   [[nodiscard]] qerr_t commit_over_held(const qchar* other_name, qfile_committed* how) noexcept;
-  // Gives the new file up at once, and the space that it takes.
+  // Removes the new file at once and frees its space.
   void abandon() noexcept;
 
  private:
@@ -61,8 +60,8 @@ class qfile_replacement {
   std::unique_ptr<qfile_object> file_;
 };
 
-// Whether the last component of `path` is a name that only such files have: a walk passes over them.
+// True when the last component of `path` is the name of such a temporary file. Walks skip them.
 [[nodiscard]] bool qfile_is_temporary(const qchar* path) noexcept;
 
-// Removes such files from `directory` whose writers are gone. What cannot be removed stays.
+// Removes such files from `directory` if their writers are gone. Files that cannot be removed stay.
 void qfile_remove_temporaries(const qchar* directory) noexcept;

@@ -31,7 +31,7 @@ entry_kind kind_of_mode(mode_t mode) noexcept {
   return S_ISREG(mode) ? entry_kind::file : entry_kind::special;
 }
 
-// A link is what it leads to. One that leads nowhere is a file, whose open then fails and is told, as on Windows.
+// A link counts as its target. A dangling link counts as a file: opening it fails and is logged, as on Windows.
 entry_kind kind_of_link(int directory, const char* name) noexcept {
   struct stat about {};
   if (::fstatat(directory, name, &about, 0) != 0) return entry_kind::link_to_file;
@@ -45,7 +45,7 @@ entry_kind kind_of_link(int directory, const char* name) noexcept {
   }
 }
 
-// 0, or errno when the name has gone or cannot be asked about.
+// 0, or errno when the name is gone or cannot be queried.
 int kind_of_name(int directory, const char* name, entry_kind& kind) noexcept {
   struct stat about {};
   if (::fstatat(directory, name, &about, AT_SYMLINK_NOFOLLOW) != 0) return errno;
@@ -53,7 +53,7 @@ int kind_of_name(int directory, const char* name, entry_kind& kind) noexcept {
   return 0;
 }
 
-// The listing itself tells the kind on all common file systems; only links and silent file systems cost a call.
+// On common file systems the listing tells the kind; only links, and file systems that do not tell, cost a call.
 entry_kind kind_of_listed(int directory, const dirent& listed) noexcept {
   switch (listed.d_type) {
     case DT_REG:
@@ -92,7 +92,7 @@ std::u16string_view parent_of(std::u16string_view path) noexcept {
 
 constexpr int as_directory = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
 
-// These open directories and answer 0 or an errno value.
+// Open directories; return 0 or an errno value.
 int open_at(int from, const char* name, int how, qsys_descriptor& out) noexcept {
   out = qsys_descriptor(qsys_retry([&] { return ::openat(from, name, as_directory | how); }));
   return out.valid() ? 0 : errno;
@@ -119,7 +119,7 @@ int open_stream(qsys_descriptor&& fd, std::shared_ptr<DIR>& out) {
   return 0;
 }
 
-// Searches of this provider.
+// Base of the searches of this provider.
 class local_search : public qfile_search {
  public:
   // `path` names an entry of this search.
@@ -154,7 +154,7 @@ class directory_search final : public local_search {
     return true;
   }
 
-  // Each entry as its kind, its name and a zero, one after the other.
+  // Each entry as kind, name and a zero.
   void park() override {
     std::string_view name;
     entry_kind kind = entry_kind::special;
@@ -172,7 +172,7 @@ class directory_search final : public local_search {
     parked_.shrink_to_fit();
   }
 
-  // From a directory that is no link one step leads up again.
+  // A directory that is no link has its parent in "..".
   void resume(const qfile_search& below) noexcept override {
     const int from = static_cast<const local_search&>(below).descriptor();
     qsys_descriptor up;
@@ -215,7 +215,7 @@ class directory_search final : public local_search {
     return {};
   }
 
-  // Another directory may stand in the place of ours by now.
+  // The path may lead to another directory by now.
   int take_back(qsys_descriptor&& fd) noexcept try {
     qfile_identity found;
     const int error = identity_of(fd.get(), found);
@@ -226,7 +226,7 @@ class directory_search final : public local_search {
     return ENOMEM;
   }
 
-  std::shared_ptr<DIR> directory_;  // null when its handle was given back
+  std::shared_ptr<DIR> directory_;  // null when parked
   qfile_identity identity_;
   std::u16string pattern_;  // empty: every name
   bool is_parked_ = false;
@@ -235,7 +235,7 @@ class directory_search final : public local_search {
   qsys_status after_parked_ = end_of_directory;
 };
 
-// Yields the one entry that was asked for by its own name; none when that is a special file.
+// Returns the single entry that was named; nothing if it is a special file.
 class single_search final : public local_search {
  public:
   single_search(entry_kind kind, std::u16string name) noexcept
@@ -253,10 +253,10 @@ class single_search final : public local_search {
   bool done_;
 };
 
-// What a file and what its reader opens need besides the walk.
+// Descriptors that the current file and its readers need besides the walk.
 constexpr rlim_t room_for_files = 8;
 
-// The system gives out the lowest free number: all below it are taken.
+// The system hands out the lowest free number, so all below it are in use.
 bool leaves_room(int fd) noexcept {
   rlimit most{};
   if (::getrlimit(RLIMIT_NOFILE, &most) != 0 || most.rlim_cur == RLIM_INFINITY) return true;

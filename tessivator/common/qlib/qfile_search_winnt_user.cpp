@@ -6,8 +6,8 @@
 
 namespace {
 
-// A tag with this bit stands for another named place: links and junctions have it, cloud placeholders and compressed
-// files do not.
+// A reparse tag with this bit redirects to another place: set for links and junctions, not for cloud placeholders and
+// compressed files.
 constexpr DWORD name_surrogate = 0x20000000;
 
 struct close_find {
@@ -51,7 +51,7 @@ class find_search final : public qfile_search {
 
 qsys_status find(const std::wstring& pattern, std::unique_ptr<find_search>& out) {
   WIN32_FIND_DATAW first{};
-  // Without short names and in large portions: half the work for wide directories.
+  // Without short names and in large chunks: half the work for wide directories.
   HANDLE const handle = FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &first, FindExSearchNameMatch, nullptr,
                                          FIND_FIRST_EX_LARGE_FETCH);
   if (handle == INVALID_HANDLE_VALUE) return qfile_status_of(GetLastError());

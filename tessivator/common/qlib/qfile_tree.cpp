@@ -8,14 +8,14 @@
 #include "common/qlib/qlog.h"
 #include "common/qlib/qpath.h"
 
-// Operations on names: rename, delete, copy, directories, full paths. What can throw lies below the seam, and only for
-// want of memory: 12.
+// Operations on names: rename, delete, copy, directories, full paths. Only code below the seam throws, and only
+// std::bad_alloc, which becomes 12.
 
 namespace {
 
 constexpr std::uint32_t module_id = QLOG_PROG;
 
-// True for a path above which nothing can be created: a bare drive, or a share's server and name.
+// True for a path whose parent cannot be created: a bare drive, or server and share.
 bool is_root(const std::u16string& path) noexcept {
   if (path.empty() || qpath_is_bare_drive(path.c_str())) return true;
   if (!qpath_is_unc(path.c_str())) return false;
@@ -23,7 +23,7 @@ bool is_root(const std::u16string& path) noexcept {
   return !qpath_parse_share(path, parts) || parts.rest.empty();
 }
 
-// Up: cuts `path` at successive separators until a directory is there, as it stands or newly made.
+// Upwards: cuts `path` at one separator after the other until a directory exists or could be created.
 qsys_status make_first_parent(qfile_provider& provider, const std::u16string& path, qchar separator,
                               std::size_t& length) {
   std::u16string part(path);
@@ -41,7 +41,7 @@ qsys_status make_first_parent(qfile_provider& provider, const std::u16string& pa
   }
 }
 
-// The provider of both paths, or null: nothing moves between a share and a disk in one operation.
+// The provider of both paths, or null: nothing can be moved between a share and a disk in one operation.
 qfile_provider* common_provider(const qchar* source, const qchar* target) noexcept {
   qfile_provider& provider = qfile_provider_for(source);
   return &provider == &qfile_provider_for(target) ? &provider : nullptr;
@@ -107,7 +107,7 @@ qerr_t qfile_copy(const qchar* source, const qchar* target, std::uint32_t fail_i
 qerr_t qfile_delete(const qchar* path) noexcept {
   return on_path(path, [path](qfile_provider& provider) {
     const qsys_status status = provider.remove(path);
-    // Deliberate: a delete that fails because something already exists counts as done.
+    // On purpose: a delete that fails because something exists counts as done.
     return status.condition == qsys_condition::already_exists ? qsys_status{} : status;
   });
 }

@@ -1,4 +1,4 @@
-// What the Windows parts of the file layer share.
+// Shared by the Windows parts of the file layer.
 #pragma once
 
 #include "common/qlib/qfile_provider.h"

@@ -10,10 +10,10 @@
 
 namespace {
 
-// Widths and precisions beyond this are cut: they come from our own formats, and no column is that wide.
+// Limit on widths and precisions: they come from our own formats, and no column is that wide.
 constexpr std::uint32_t widest = 32767;
 
-// Where units go: a buffer of fixed size, or a string that grows.
+// The output: a buffer of fixed size, or a growing string.
 class output {
  public:
   output(qchar* buffer, std::size_t capacity, qfmt_values values) noexcept
@@ -145,7 +145,7 @@ void parse_precision(const qchar*& at, conversion& how, argument_list& arguments
   }
 }
 
-// The sizes are those of 64-bit Windows: a long has 32 bits.
+// Sizes are those of 64-bit Windows: a long has 32 bits.
 void parse_size(const qchar*& at, conversion& how) noexcept {
   const std::u16string_view rest(at);
   constexpr std::array<std::pair<std::u16string_view, unsigned>, 11> sizes{{{u"ll", 64},
@@ -179,7 +179,7 @@ void put_padded(output& out, const conversion& how, std::u16string_view prefix, 
   if (how.left) out.fill(u' ', padding);
 }
 
-// Brings the argument to the conversion's size; answers whether it is negative and leaves the magnitude.
+// Reduces the argument to the size of the conversion; returns whether it is negative and leaves the magnitude.
 bool magnitude_of(const conversion& how, std::uint64_t& value) noexcept {
   const std::uint64_t mask = how.bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << how.bits) - 1;
   value &= mask;
@@ -226,7 +226,7 @@ void put_pointer(output& out, const qfmt_arg& argument) {
   put_integer(out, how, argument);
 }
 
-// Length of a text, not looking further than `limit`: with a precision a text need not be terminated.
+// The length of a text, up to `limit`: with a precision a text need not be terminated.
 template <class Unit>
 std::size_t bounded_length(const Unit* text, const conversion& how) noexcept {
   if (!how.has_precision) return std::char_traits<Unit>::length(text);
@@ -235,7 +235,7 @@ std::size_t bounded_length(const Unit* text, const conversion& how) noexcept {
   return length;
 }
 
-// A narrow text is taken for UTF-8; its precision counts bytes.
+// Narrow text is UTF-8; its precision counts bytes.
 void put_narrow(output& out, const conversion& how, const char* text) {
   const std::string_view bytes(text, bounded_length(text, how));
   std::size_t units = 0;
@@ -272,7 +272,7 @@ void put_text(output& out, conversion how, const qfmt_arg& argument) {
       if (argument.pointer != nullptr) return put_narrow(out, how, static_cast<const char*>(argument.pointer));
       break;
     default:
-      // Not a text: its number, which reads no memory.
+      // Not a text: print its number, which reads no memory.
       if (number_of(argument) != 0) {
         how.kind = u'u';
         how.bits = 64;

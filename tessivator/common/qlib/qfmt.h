@@ -38,9 +38,9 @@ struct qfmt_arg {
 // name of a file may hold line feeds and a terminal's commands.
 enum class qfmt_values : std::uint8_t { exact, printable };
 
-// Formats into `destination` of `destination_bytes` bytes: at most destination_bytes / 2 - 1 units are written and the
-// text is always terminated when there is room for a terminator. Returns the number of units, or -1 when the text was
-// cut or the destination is missing. A null text argument prints "(null)".
+// Formats into `destination` of `destination_bytes` bytes: writes at most destination_bytes / 2 - 1 units and
+// terminates the text if there is room. Returns the number of units, or -1 when the text was cut or the destination is
+// missing. A null text argument prints "(null)".
 int qfmt_format(qchar* destination, std::size_t destination_bytes, const qchar* format,
                 std::span<const qfmt_arg> arguments, qfmt_values values = qfmt_values::exact) noexcept;
 

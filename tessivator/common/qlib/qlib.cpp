@@ -9,7 +9,7 @@
 
 namespace {
 
-// The library-wide lock: orders start-ups and shut-downs of different users.
+// The library-wide lock: serialises start-up and shut-down.
 std::mutex library_lock;
 std::uint32_t users = 0;
 std::atomic<bool> initialised{false};

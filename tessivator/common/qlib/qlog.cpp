@@ -24,7 +24,7 @@ constexpr std::size_t line_units = 8192;
 constexpr std::array<const qchar*, 12> months{u"Jan", u"Feb", u"Mar", u"Apr", u"May", u"Jun",
                                               u"Jul", u"Aug", u"Sep", u"Oct", u"Nov", u"Dec"};
 
-// Appends to the line's buffer; what does not fit is cut, the terminator always fits.
+// Appends to the buffer of the line; text that does not fit is cut, the terminator always fits.
 class line_writer {
  public:
   explicit line_writer(qchar* buffer) noexcept : buffer_(buffer) { buffer_[0] = 0; }
@@ -59,7 +59,7 @@ void append_time(line_writer& line) noexcept {
               local.hour, local.minute, local.second, now % 1000);
 }
 
-// A compiler's signature may go on behind the parameter list: "const", "noexcept", "[with T = int]".
+// A signature may continue after the parameter list: "const", "noexcept", "[with T = int]".
 std::string_view without_qualifiers(std::string_view name) noexcept {
   const std::size_t close = name.rfind(')');
   const std::size_t bindings = name.find(" [");
@@ -70,7 +70,7 @@ std::string_view without_qualifiers(std::string_view name) noexcept {
   return name;
 }
 
-// The parenthesis that the last character of `name` closes, or npos.
+// The parenthesis that matches the last character of `name`, or npos.
 std::size_t opening_parenthesis(std::string_view name) noexcept {
   std::size_t depth = 0;
   for (std::size_t i = name.size(); i-- > 0;) {
@@ -80,7 +80,7 @@ std::size_t opening_parenthesis(std::string_view name) noexcept {
   return std::string_view::npos;
 }
 
-// The qualified name in a full signature: what stands between the return type and the parameter list. Blanks inside
+// The qualified name in a full signature: the part between the return type and the parameter list. Blanks inside
 // template arguments or "(anonymous namespace)" belong to the name.
 std::string_view short_function_name(std::string_view name) noexcept {
   const std::string_view signature = without_qualifiers(name);
@@ -132,13 +132,13 @@ void append_columns(line_writer& line, const call_site& site) noexcept {
   if ((columns & QLOG_COLUMN_LINE) != 0) line.append(u"%4d: ", site.line);
 }
 
-// The console's and the file's failures are theirs: a log line that is lost is nobody's error.
+// Failures of the console or the file are ignored: losing a log line is not an error of the caller.
 void emit(std::u16string_view line) noexcept {
   if (qlog_state.console.load(std::memory_order_relaxed)) (void)qconsole_put(line);
   (void)qlog_file_emit(line);
 }
 
-// What a thread logged last, and how often in a row. A damaged file can yield millions of equal lines.
+// The last line of a thread and how often it came. A damaged file can cause millions of equal lines.
 struct repeated_line {
   std::uint32_t thread;
   call_site site;
@@ -147,15 +147,15 @@ struct repeated_line {
   std::uint64_t since;  // ms
 };
 constexpr std::uint32_t most_repeats = 100;
-// By thread; one that meets another in its slot ends the other's row. No thread_local: MinGW keeps those by a
-// destructor that a library which a host unloads would leave behind.
+// Indexed by thread; a thread that finds another in its slot ends the run of that one. No thread_local: with MinGW its
+// destructor would outlive a library that a host unloads.
 std::mutex last_lines_lock;  // no constant with MinGW
 constinit std::array<repeated_line, 64> last_lines{};
 std::atomic<std::uint32_t> begun_rows{0};  // slots in use: where none is, no thread has a row to end
 
 repeated_line& slot_of(std::uint32_t thread) noexcept { return last_lines[(thread * 2654435761U) >> 26]; }
 
-// FNV-1a over the message and where it comes from.
+// FNV-1a over the message and its call site.
 std::uint64_t digest_of(const call_site& site, std::u16string_view message) noexcept {
   std::uint64_t digest = 0xcbf29ce484222325;
   const auto add = [&](std::uint32_t value) { digest = (digest ^ value) * 0x100000001b3; };
@@ -174,7 +174,7 @@ void write_count(qchar* buffer, const repeated_line& ended) noexcept {
   emit(line.text());
 }
 
-// Whether the line is to be written; ends a row of other lines.
+// Whether to write the line; ends a run of other lines.
 bool is_new(qchar* buffer, const call_site& site, const qchar* format, std::span<const qfmt_arg> arguments) noexcept {
   line_writer message(buffer);
   message.append_list(format, arguments);
@@ -207,7 +207,7 @@ qerr_t qlog_write_list(std::uint32_t level, std::uint32_t module_id, const char*
   if (module_id >= QLOG_MODULE_COUNT) return QERR_ARG2;
   if (index >= QLOG_LEVEL_COUNT) return QERR_ARG1;
   if (((qlog_module_mask(module_id) >> index) & 1U) == 0) return QERR_OK;
-  // A scan logs a line a file; without anyone to read it, its columns need not be asked of the system.
+  // A scan logs a line for each file; without a sink, skip the system calls for its columns.
   if (!qlog_state.console.load(std::memory_order_relaxed) && !qlog_file_is_set()) return QERR_OK;
 
   const QmemPtr<qchar> buffer = line_buffer();

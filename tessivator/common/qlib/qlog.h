@@ -73,7 +73,7 @@ template <class... Args>
 // work defines it anew as that one's name, and such parts log with QLOG_AS under the function that they belong to.
 #define QLOG_SOURCE __FILE__
 
-// Logs under a function name of the caller's choice.
+// Logs under the given function name.
 #define QLOG_AS(level, function, ...)                                                                     \
   do {                                                                                                    \
     if ((qlog_union_mask.load(std::memory_order_relaxed) & (level)) != 0) {                               \
@@ -82,7 +82,7 @@ template <class... Args>
     }                                                                                                     \
   } while (false)
 
-// Logs under the compiler's full signature of the calling function; the writer cuts it to the qualified name.
+// Logs under the full signature of the calling function; the writer cuts it to the qualified name.
 #define QLOG(level, ...) QLOG_AS(level, __PRETTY_FUNCTION__, __VA_ARGS__)
 
 // 0 when not initialised; 1 for a module or level out of range; else the module's mask bit.
@@ -91,32 +91,31 @@ template <class... Args>
 // Stores the column flags (default 121: ids, time, level, source, line). Returns QERR_OK.
 [[nodiscard]] qerr_t qlog_set_format(std::uint32_t flags) noexcept;
 
-// Set or clear bits of one module's mask, without touching the union mask; QERR_ALL_BITS for a module id of 87 or
+// Set or clear bits of the mask of one module, without updating the union mask. QERR_ALL_BITS for a module id of 87 or
 // more.
 [[nodiscard]] qerr_t qlog_set_module_bits(std::uint32_t module_id, std::uint32_t bits) noexcept;
 [[nodiscard]] qerr_t qlog_clear_module_bits(std::uint32_t module_id, std::uint32_t bits) noexcept;
 [[nodiscard]] qerr_t qlog_recompute_union() noexcept;
 
 // Parses "NAME=value,NAME=value"; null resets all masks to 7. Returns QERR_OK, QERR_LOW_MEMORY, QERR_INVALID (an item
-// without an equals sign) or QERR_NOT_INITIALIZED (a value that is not a whole number); masks stored before an error
-// stay.
+// without an equals sign) or QERR_NOT_INITIALIZED (a value that is not an integer). Masks set before an error stay set.
 [[nodiscard]] qerr_t qlog_set_logtype(const qchar* text) noexcept;
 
-// Writes every module's "NAME=0x%08x," in id order, without the last comma, into a buffer of 4,096 units. Returns
+// Writes "NAME=0x%08x," for every module in id order, without the last comma, into a buffer of 4,096 units. Returns
 // QERR_ALL_BITS when not initialised, QERR_ARG1 for null, else QERR_OK.
 [[nodiscard]] qerr_t qlog_get_logtype(qchar* buffer) noexcept;
 
-// Names and numbers; exact, case-sensitive. -1 or null when not found, not initialised or out of range.
+// Converts between names and numbers; case-sensitive. -1 or null when unknown, not initialised or out of range.
 [[nodiscard]] std::int32_t qlog_module_index(const qchar* name) noexcept;
 [[nodiscard]] std::int32_t qlog_level_index(const qchar* name) noexcept;
 [[nodiscard]] const qchar* qlog_module_name(std::uint32_t id) noexcept;
 [[nodiscard]] const qchar* qlog_level_name(std::uint32_t index) noexcept;
-// The mask, or the negative result of the lookup. qlog_module_mask does not check its range.
+// The mask, or the negative result of the lookup. qlog_module_mask does no range check.
 [[nodiscard]] std::int32_t qlog_module_mask_by_name(const qchar* name) noexcept;
 [[nodiscard]] std::uint32_t qlog_module_mask(std::uint32_t id) noexcept;
 
-// Ends a row of equal lines of the calling thread: its count is logged, and the next line is a new one. To be called
-// where a new subject begins.
+// Ends a run of equal lines of the calling thread: logs their count; the next line is a new one. Call it when a new
+// subject begins.
 void qlog_end_repeats() noexcept;
 
 // Console echo, on after initialisation.
@@ -126,20 +125,20 @@ void qlog_console_off() noexcept;
 // Backups to keep and size threshold, for both rotation contexts.
 void qlog_set_rotate_count(std::uint32_t count) noexcept;
 void qlog_set_rotate_size_kb(std::uint32_t kib) noexcept;
-// Time between two looks at the file's size, 10,000 ms at first; counts from the next wait on.
+// Time between two checks of the file size, initially 10,000 ms; takes effect at the next wait.
 void qlog_set_rotate_interval_ms(std::uint32_t interval_ms) noexcept;
 
-// Start and stop. qlog_init_with_file also sets a log file when `path` is not null and starts rotation of it when
+// Start and stop. qlog_init_with_file also sets a log file when `path` is not null, and starts its rotation when
 // `start_rotation` is 1.
 [[nodiscard]] qerr_t qlog_init() noexcept;
 [[nodiscard]] qerr_t qlog_init_with_file(const qchar* path, std::uint32_t start_rotation) noexcept;
 void qlog_fini() noexcept;
-// Shut-down that stops the rotation thread only when `stop_rotation` is 1.
+// Shuts down; stops the rotation thread only when `stop_rotation` is 1.
 void qlog_fini_ex(std::uint32_t stop_rotation) noexcept;
 
-// Sends lines to `path` (511 units at most) as UTF-16 little-endian with a byte-order mark; creates missing
-// directories. An empty path ends the file sink. Returns the open or write error, with which the path stays set, else
-// QERR_OK.
+// Writes lines to `path` (at most 511 units) as UTF-16 little-endian with a byte-order mark; creates missing
+// directories. An empty path ends logging to a file. Returns QERR_OK or the open or write error; the path stays set in
+// either case.
 [[nodiscard]] qerr_t qlog_set_log_file(const qchar* path) noexcept;
 
 // The same for a file that is kept at 2 MiB with 4 backups by whoever writes a line beyond; no thread is started, and
@@ -161,5 +160,5 @@ struct qlog_named_file {
 // Returns QERR_LOW_MEMORY, the last file error, or QERR_OK; a backup that does not exist yet is no error.
 [[nodiscard]] qerr_t qlog_rotate_file(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 
-// Watches a separately named file with a thread of its own (2048 KiB, 4 backups, every 10 s).
+// Watches a second file with a thread of its own (2048 KiB, 4 backups, every 10 s).
 [[nodiscard]] qerr_t qlog_start_rotate_thread_for(const qchar* path) noexcept;

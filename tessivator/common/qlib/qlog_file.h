@@ -1,4 +1,4 @@
-// The log file sink and its rotation, behind qlog.cpp.
+// The log file and its rotation, used by qlog.cpp.
 #pragma once
 
 #include <array>
@@ -6,27 +6,27 @@
 
 #include "common/qlib/qtypes.h"
 
-// Capacity of a log file's path and of a backup's name, in units.
+// Capacity, in units, of the path of a log file and the name of a backup.
 inline constexpr std::size_t QLOG_PATH_UNITS = 512;
 
-// Whether a log file is set; without locking.
+// Whether a log file is set; takes no lock.
 [[nodiscard]] bool qlog_file_is_set() noexcept;
 
-// Appends a line to the log file, which is opened and closed for it; an empty file gets its byte-order mark first.
+// Appends a line to the log file, which is opened and closed each time; an empty file first gets its byte-order mark.
 // QERR_OK when no file is set.
 [[nodiscard]] qerr_t qlog_file_emit(std::u16string_view line) noexcept;
 
-// Appends the byte-order mark when the file, which is created if need be, is empty.
+// Creates the file if needed and writes the byte-order mark when it is empty.
 [[nodiscard]] qerr_t qlog_file_start(const qchar* path) noexcept;
 
-// The log file's path as it is stored.
+// The path of the log file as stored.
 [[nodiscard]] std::array<qchar, QLOG_PATH_UNITS> qlog_file_path() noexcept;
 
-// qlog_rotate_file for a caller who holds the guard.
+// qlog_rotate_file for a caller that holds the guard.
 [[nodiscard]] qerr_t qlog_rotate_held(const qchar* path, std::uint32_t size_kib, std::uint32_t count) noexcept;
 
-// Held while a line is appended and while a file is rotated: a line that came between the rename and the new file's
-// byte-order mark would stand in front of the mark.
+// Held while a line is appended and while a file is rotated: otherwise a line could get in front of the byte-order mark
+// of the new file.
 class qlog_file_guard {
  public:
   qlog_file_guard() noexcept;
@@ -35,7 +35,8 @@ class qlog_file_guard {
   ~qlog_file_guard();
 };
 
-// Rotation of the main log file; replaces one that runs. Returns the code of what could not be created.
+// Starts rotation of the main log file, replacing a running one. Returns the code of what could not be created.
 [[nodiscard]] qerr_t qlog_rotate_start_main(const qchar* path) noexcept;
-// Ends both rotation threads and waits for them. Not from a library's own unload hook, where threads cannot end.
+// Stops both rotation threads and waits for them. Do not call it from the unload hook of a library, where threads
+// cannot end.
 void qlog_rotate_stop() noexcept;

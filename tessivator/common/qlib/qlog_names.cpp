@@ -14,7 +14,7 @@ namespace {
 
 using name_table = std::array<const qchar*, QLOG_MODULE_COUNT>;
 
-// The other ids belong to components that are not part of this library.
+// The other ids belong to components outside this library.
 constexpr name_table make_module_names() {
   name_table names{};
   names.fill(u"MODULE-NAME-NOT-INITIALIZED");
@@ -54,8 +54,8 @@ std::int32_t digit_of(qchar unit) noexcept {
   return 16;
 }
 
-// An unsigned number with the base that its prefix names, as strtoul reads it: white space and a sign may stand in
-// front, a value that is too large becomes the largest, no digit at all is 0.
+// An unsigned number in the base of its prefix, as strtoul reads it: leading white space and a sign are allowed, a
+// value that is too large becomes the largest, no digits give 0.
 bool parse_value(std::u16string_view text, std::uint32_t& value) noexcept {
   const std::u16string_view whole = text;
   text.remove_prefix(std::min(text.find_first_not_of(u" \t\n\v\f\r"), text.size()));
@@ -79,7 +79,7 @@ bool parse_value(std::u16string_view text, std::uint32_t& value) noexcept {
   return true;
 }
 
-// One item, already cut at its comma. `rest` is what the message shows.
+// One item, up to its comma. `rest` is shown in the message.
 qerr_t apply_item(std::u16string_view item, const qchar* rest) noexcept {
   const std::size_t equals = item.find(u'=');
   if (equals == std::u16string_view::npos) {

@@ -1,4 +1,4 @@
-// Keeps a log file below a size: its numbered backups move up by one, and the file starts anew.
+// Limits the size of a log file: its numbered backups move up by one, and the file starts again.
 #include <array>
 #include <atomic>
 #include <memory>
@@ -20,7 +20,7 @@ constexpr std::uint32_t default_size_kib = 2048;
 constexpr std::uint32_t default_interval_ms = 10000;
 constexpr std::uint32_t second_file_backups = 4;
 constexpr std::uint32_t lock_flags = QFILE_CREATE | QFILE_WRITE | QFILE_EXCLUSIVE | QFILE_NO_FOLLOW;
-// Whatever the log file's own extension is.
+// Used whatever the extension of the log file is.
 constexpr const qchar* backup_suffix = u".log";
 
 using name_buffer = std::array<qchar, QLOG_PATH_UNITS>;
@@ -47,7 +47,7 @@ struct rotation_context {
   std::atomic<std::uint32_t> size_kib{default_size_kib};
   std::atomic<std::uint32_t> count;
   std::atomic<std::uint32_t> interval_ms{default_interval_ms};
-  // Owned, guarded by watch_lock. A plain pointer: a static owner would be destroyed at exit while its thread may run.
+  // Guarded by watch_lock. A plain pointer: a static owner would be destroyed at exit while its thread may still run.
   rotation_watch* watch = nullptr;
 };
 
@@ -73,7 +73,7 @@ qerr_t backup_name(name_buffer& name, const std::u16string& stem, std::uint32_t 
   return written < 0 ? QERR_NAME_LONG : QERR_OK;
 }
 
-// Moves what was moved aside and the backups up by one, oldest first. A backup that does not exist yet is no failure.
+// Moves the file that was moved aside and the backups up by one, oldest first. A missing backup is not an error.
 qerr_t shift_backups(const std::u16string& aside, const std::u16string& stem, std::uint32_t count) noexcept {
   qerr_t result = QERR_OK;
   for (std::uint32_t i = count; i > 0; --i) {
@@ -118,7 +118,7 @@ bool is_due(const qchar* path, std::uint32_t size_kib, qerr_t& code) noexcept {
   return size >= std::uint64_t{size_kib} * 1024;
 }
 
-// Asked again under the lock: another process may just have done it.
+// Checked again under the lock: another process may have rotated already.
 qerr_t rotate(const qchar* path, std::uint32_t size_kib, std::uint32_t count) {
   const std::u16string stem = stem_of(path);
   qerr_t result = QERR_OK;

@@ -1,6 +1,6 @@
-// What the files of the logger share. Plain words are atomic: they may change while other threads log, and take effect
-// line by line. Everything is constant-initialised and needs no destruction, so that logging works from the first to
-// the last moment of the process.
+// State shared by the sources of the logger. The plain words are atomic: they may change while other threads log. All
+// state is constant-initialised and is never destroyed, so logging works from the first to the last moment of the
+// process.
 #pragma once
 
 #include <array>
@@ -30,5 +30,5 @@ extern qlog_shared qlog_state;
 // Index of the highest bit of a level; 0 for 0.
 [[nodiscard]] std::uint32_t qlog_level_bit_index(std::uint32_t level) noexcept;
 
-// Every module back to the default mask, union mask included.
+// Resets every module to the default mask and updates the union mask.
 void qlog_reset_masks() noexcept;

@@ -3,7 +3,7 @@
 
 qchar qpath_native_separator() noexcept { return u'/'; }
 
-// There are no drives: "a:" is a name. The root plays their part, since its contents are listed and not itself.
+// There are no drives: "a:" is a name. The root takes their place, since its contents are listed and not itself.
 bool qpath_is_bare_drive(const qchar* path) noexcept { return path != nullptr && path[0] == u'/' && path[1] == 0; }
 
 bool qpath_empty_is_root() noexcept { return false; }

@@ -10,15 +10,15 @@
 
 namespace {
 
-// The value under which a Windows conversion reports a buffer that is too small, the only way in which ours can fail;
-// the printed line carries it on every platform.
+// The Windows error of a conversion into a buffer that is too small, the only way ours can fail; the printed line has
+// it on every platform.
 constexpr std::uint32_t insufficient_buffer = 122;
 
 char16_t fold_ascii(char16_t unit) noexcept {
   return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
 }
 
-// The ASCII characters that `text` begins with, in the other width.
+// Copies the leading ASCII characters of `text` in the other width.
 template <class Result, class Text>
 Result ascii_head(Text text) {
   const auto end =
@@ -75,7 +75,7 @@ qchar* qstr_utoq(qchar* destination, std::size_t destination_bytes, const char* 
     }
     return used;
   };
-  // Measured first: a text that does not fit must leave the destination alone.
+  // Measured first: when the text does not fit, the destination must not change.
   const std::size_t needed = convert(nullptr);
   if (needed >= capacity) {
     (void)qstr_console_printf(u"%s(): MultiByteToWideChar() returned %lu\n", u"qstr_utoq", insufficient_buffer);
@@ -99,7 +99,7 @@ char* qstr_qtou(char* destination, std::size_t destination_bytes, const qchar* w
   return nullptr;
 }
 
-// Nearly all texts are ASCII from end to end, which needs no decoder.
+// Nearly all texts are pure ASCII and need no decoder.
 std::string qstr_to_utf8(std::u16string_view wide) {
   std::string text = ascii_head<std::string>(wide);
   wide.remove_prefix(text.size());

@@ -14,7 +14,7 @@ std::u16string qstr_name_from_bytes(std::string_view bytes) {
     if (step.valid) {
       qutf16_append(name, step.scalar);
     } else {
-      // Every byte of an invalid sequence is 0x80 or more, so none of them can be mistaken for a separator.
+      // Every byte of an invalid sequence is 0x80 or more, so none can be taken for a separator.
       for (const char byte : bytes.substr(0, step.length)) {
         name.push_back(static_cast<char16_t>(0xDC00 + static_cast<std::uint8_t>(byte)));
       }
@@ -25,7 +25,7 @@ std::u16string qstr_name_from_bytes(std::string_view bytes) {
 }
 
 bool qstr_name_to_bytes(std::u16string_view name, std::string& bytes) {
-  // The first stretch of plain ASCII, which is nearly every path to its end, in one go.
+  // Leading plain ASCII, which is nearly always the whole path, in one step.
   const auto* const other = std::find_if(name.begin(), name.end(), [](char16_t unit) { return unit >= 0x80; });
   std::string result(name.begin(), other);
   name.remove_prefix(result.size());

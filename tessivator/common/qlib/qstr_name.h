@@ -1,5 +1,5 @@
-// Linux file names and command line arguments: bytes that are meant to be UTF-8 but need not be. Each byte that does
-// not decode travels as the lone low surrogate U+DC00 + byte and turns back into the same byte.
+// Linux file names and command line arguments: bytes that should be UTF-8 but need not be. A byte that does not decode
+// becomes the lone low surrogate U+DC00 + byte, and back.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 #include "common/qlib/qtypes.h"
 
-// Any byte string survives the way to wide text and back unchanged. May throw std::bad_alloc.
+// Every byte string survives the conversion to wide text and back. May throw std::bad_alloc.
 [[nodiscard]] std::u16string qstr_name_from_bytes(std::string_view bytes);
 
-// The bytes of `name`. Lone U+DC80..U+DCFF become the byte they stand for; with any other unpaired surrogate no file
-// can have this name: false, and `bytes` is unchanged. May throw std::bad_alloc.
+// The bytes of `name`. Lone U+DC80..U+DCFF become the byte they stand for. With any other unpaired surrogate no file
+// can have this name: returns false and does not change `bytes`. May throw std::bad_alloc.
 [[nodiscard]] bool qstr_name_to_bytes(std::u16string_view name, std::string& bytes);
 
-// What `run` returns for the arguments of a process as wide text; pointers and texts end with the call. May throw
+// Calls `run` with the arguments of a process as wide text, valid during the call, and returns its result. May throw
 // std::bad_alloc, and what `run` throws.
 [[nodiscard]] int qstr_name_run(int argc, char** argv, int (*run)(const qchar* const* argv, int argc));

@@ -1,5 +1,5 @@
-// The operating-system services under the runtime, apart from files: identities, time, events, threads, message texts,
-// the console. Internal to the component libraries; each function has a Windows and a POSIX form.
+// Operating-system services of the runtime, except files: identities, time, events, threads, message texts, the
+// console. Internal; each function exists for Windows and for POSIX.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 [[nodiscard]] std::uint32_t qsys_process_id() noexcept;
 [[nodiscard]] std::uint32_t qsys_thread_id() noexcept;
 
-// The environment's variable `name` (ASCII); empty when it is not set. May throw std::bad_alloc.
+// The environment variable `name` (ASCII); empty when not set. May throw std::bad_alloc.
 [[nodiscard]] std::u16string qsys_environment(const char* name);
 
 // Milliseconds since 1970, UTC.
@@ -27,15 +27,14 @@ struct qsys_local_time {
   std::uint32_t second = 0;
 };
 
-// The local form of a time from qsys_time_ms, in the system's time zone.
+// Local time of a value of qsys_time_ms.
 [[nodiscard]] qsys_local_time qsys_to_local_time(std::uint64_t time_ms) noexcept;
 
-// The calling thread's last system error as it stands, and translated into our code space.
+// The last system error of the calling thread, raw and translated.
 [[nodiscard]] std::uint32_t qsys_last_error() noexcept;
 [[nodiscard]] qerr_t qsys_last_code() noexcept;
 
-// The system's English text for one of its error values, without line end; empty when it has none. May throw
-// std::bad_alloc.
+// The English system text of an error value, without line end; empty when there is none. May throw std::bad_alloc.
 [[nodiscard]] std::u16string qsys_message_text(std::uint32_t value);
 
 enum class qsys_stream : std::uint8_t { output, error };
@@ -49,17 +48,17 @@ enum class qsys_stream : std::uint8_t { output, error };
 // The terminal's columns, 80 where they are not known.
 [[nodiscard]] std::size_t qsys_terminal_width(qsys_stream stream) noexcept;
 
-// An event that stays set once it is set.
+// An event; once set it stays set.
 class qsys_event {
  public:
   virtual ~qsys_event() = default;
   virtual void set() noexcept = 0;
-  // QERR_OK when set, QERR_TIMER_EXPIRED when `timeout_ms` ran out, else a system error's code.
+  // QERR_OK when set, QERR_TIMER_EXPIRED after `timeout_ms`, else the code of a system error.
   [[nodiscard]] virtual qerr_t wait(std::uint32_t timeout_ms) noexcept = 0;
 };
 [[nodiscard]] qerr_t qsys_event_create(std::unique_ptr<qsys_event>& event) noexcept;
 
-// A running thread; the destructor waits for its end.
+// A running thread; the destructor joins it.
 class qsys_thread {
  public:
   virtual ~qsys_thread() = default;

@@ -16,7 +16,7 @@
 
 namespace {
 
-// Holds SIGPIPE back for the calling thread: a reader that has gone away is a failed write, not the end of the host.
+// Blocks SIGPIPE for the calling thread: when the reader is gone the write fails, and the host lives on.
 class sigpipe_guard {
  public:
   sigpipe_guard() noexcept {

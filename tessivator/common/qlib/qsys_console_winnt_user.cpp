@@ -31,7 +31,7 @@ bool put_bytes(HANDLE output, std::string_view bytes) noexcept {
   return true;
 }
 
-// One line, without its line feed, in the console's output code page. Without a console that is the system's own.
+// One line, without its line feed, in the output code page of the console; without a console in that of the system.
 bool convert_line(UINT code_page, std::u16string_view line, std::string& bytes) {
   bytes.clear();
   if (line.empty()) return true;
@@ -73,7 +73,7 @@ bool qsys_put(qsys_stream stream, std::u16string_view text) noexcept try {
   return false;
 }
 
-// The null device is a character device as well, but no console: it gets bytes like a file.
+// The null device is a character device but no console: it gets bytes like a file.
 bool qsys_is_terminal(qsys_stream stream) noexcept {
   const HANDLE handle = handle_of(stream);
   DWORD mode = 0;

@@ -1,4 +1,4 @@
-// The form in which the system takes long paths (see "Naming Files, Paths, and Namespaces" of the Windows SDK).
+// The form of long paths (see "Naming Files, Paths, and Namespaces" of the Windows SDK).
 #include <string_view>
 
 #include "common/qlib/qsys_winnt_user.h"
@@ -9,7 +9,7 @@ using namespace std::string_view_literals;
 
 constexpr std::wstring_view extended = L"\\\\?\\"sv;
 constexpr std::wstring_view extended_share = L"\\\\?\\UNC\\"sv;
-// The plain form of a directory must leave room for an 8.3 name.
+// The plain form of a directory must have room for an 8.3 name.
 constexpr std::size_t plain_units = MAX_PATH - 12;
 
 bool is_device_path(std::wstring_view path) noexcept {
@@ -21,7 +21,7 @@ bool is_drive_absolute(std::wstring_view path) noexcept {
   return (path[0] >= L'A' && path[0] <= L'Z') || (path[0] >= L'a' && path[0] <= L'z');
 }
 
-// Components that mean themselves: none is ".", ".." or empty (but for one trailing separator), and no slash occurs.
+// A path without ".", ".." and empty components (a trailing separator is allowed) and without slashes.
 bool is_plain(std::wstring_view rest) noexcept {
   if (rest.find(L'/') != std::wstring_view::npos) return false;
   while (!rest.empty()) {

@@ -24,7 +24,7 @@ class posix_event final : public qsys_event {
     if (made_) pthread_cond_destroy(&condition_);
     pthread_mutex_destroy(&mutex_);
   }
-  // Times out by the monotonic clock, so that setting the wall clock neither ends nor prolongs a wait.
+  // Uses the monotonic clock, so setting the wall clock does not change a wait.
   int make() noexcept {
     pthread_condattr_t attributes;
     int error = pthread_condattr_init(&attributes);
@@ -74,7 +74,7 @@ class posix_thread final : public qsys_thread {
   ~posix_thread() override {
     if (started_) pthread_join(thread_, nullptr);
   }
-  // All signals stay with the host's own threads.
+  // Signals are handled by the threads of the host only.
   int start() noexcept {
     sigset_t all;
     sigset_t before;
@@ -128,8 +128,8 @@ std::uint32_t qsys_last_error() noexcept { return static_cast<std::uint32_t>(err
 
 qerr_t qsys_last_code() noexcept { return qsys_code_of(errno); }
 
-// Linux has a text for its own numbers only, and a code of 100000 or more may stem from a Windows table; the caller's
-// fixed text serves all of them.
+// Linux only knows texts for its own numbers, and a code of 100000 or more may come from a Windows table; the fixed
+// text of the caller serves for all.
 std::u16string qsys_message_text(std::uint32_t value) {
   (void)value;
   return {};

@@ -1,5 +1,4 @@
-// What the POSIX parts of all components share: the code of an errno value, calls that signals interrupt, and owned
-// descriptors.
+// Shared by the POSIX parts of all components: codes of errno values, calls that signals interrupt, owned descriptors.
 #pragma once
 
 #include <unistd.h>
@@ -9,14 +8,14 @@
 
 #include "common/qlib/qerr.h"
 
-// The system's numbers up to 124 are the codes themselves.
+// System numbers up to 124 are our codes.
 [[nodiscard]] constexpr qerr_t qsys_code_of(int error) noexcept {
   constexpr std::uint32_t highest_portable = 124;
   const auto value = static_cast<std::uint32_t>(error);
   return value <= highest_portable ? value : value + QERR_SYSTEM_BASE;
 }
 
-// Repeats a call that a signal interrupted.
+// Repeats a call while a signal interrupts it.
 template <class Call>
 auto qsys_retry(Call call) noexcept {
   for (;;) {

@@ -1,5 +1,4 @@
-// What the Windows parts of all components share: text for the system's calls, owned handles, and the form in which
-// the system takes long paths.
+// Shared by the Windows parts of all components: text for system calls, owned handles, and the form of long paths.
 #pragma once
 
 #include <windows.h>
@@ -10,7 +9,7 @@
 
 #include "common/qlib/qtypes.h"
 
-// UTF-16 is wchar_t's form here: the same units under the system's type, and back.
+// UTF-16 has the form of wchar_t here: the same units as the system type, and back.
 [[nodiscard]] inline const wchar_t* qsys_wide(const qchar* text) noexcept {
   return reinterpret_cast<const wchar_t*>(text);
 }
@@ -19,7 +18,7 @@
   return {reinterpret_cast<const qchar*>(text.data()), text.size()};
 }
 
-// Owner of a HANDLE that CloseHandle closes; null and INVALID_HANDLE_VALUE both mean that there is none.
+// Owns a HANDLE and closes it with CloseHandle; null and INVALID_HANDLE_VALUE both mean none.
 class qsys_handle {
  public:
   qsys_handle() noexcept = default;
@@ -44,14 +43,14 @@ class qsys_handle {
 // The absolute form of `path`, which need not exist. False with the reason in GetLastError.
 [[nodiscard]] bool qsys_full_path(const qchar* path, std::wstring& out);
 
-// `path` behind "\\?\" or "\\?\UNC\": a form that has no length limit of 260 units and takes every name as it stands,
-// also "nul", "com1.exe" and names that end in a blank or full stop, which a hostile archive can hold. Only a path that
-// is not absolute and plain goes through qsys_full_path first; a device path ("\\.\", "\\?\") stays as it is.
+// `path` with "\\?\" or "\\?\UNC\" in front: no limit of 260 units, and every name is taken literally, also "nul",
+// "com1.exe" and names that end in a blank or period, which a hostile archive can contain. Only a path that is not
+// absolute and plain goes through qsys_full_path first; a device path ("\\.\", "\\?\") is not changed.
 [[nodiscard]] std::wstring qsys_extended_path(const qchar* path);
 
 // For services that show the path they were given or read packages by it: `path` as it is while the system's plain form
 // holds it, else its extended form.
 [[nodiscard]] std::wstring qsys_system_path(const qchar* path);
 
-// A path that a service answered, without the prefix that the extended form has.
+// Removes the prefix of the extended form from a path that a service returned.
 [[nodiscard]] std::u16string qsys_shown_path(std::wstring_view path);

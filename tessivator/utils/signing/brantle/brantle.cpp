@@ -22,7 +22,7 @@ static constexpr std::uint32_t module_id = QLOG_PROG;
 
 namespace {
 
-// Files of these kinds can carry a signature.
+// File kinds that can carry a signature.
 constexpr std::array<std::u16string_view, 9> signed_kinds = {u"exe", u"dll", u"cab", u"cat", u"ctl",
                                                              u"msi", u"xpi", u"ocx", u"sys"};
 
@@ -121,7 +121,7 @@ std::int32_t Brantle::connectNwShare() {
   }
 }
 
-// Opens the walk and fetches its first entry, so that a path that yields nothing fails here.
+// Opens the walk and fetches its first entry, so that a path without entries fails here.
 std::uint32_t Brantle::openWalk() {
   walker.reset(new (std::nothrow) qfile_itr);
   if (walker == nullptr) return QERR_LOW_MEMORY;
@@ -154,7 +154,7 @@ std::int32_t Brantle::scanEntries() {
   if (report && !part.isWhole()) order = std::make_unique<BrantleOrder>(qpath_join(outputPath, order_name), part);
   if (order) report->wantDigest();
   if (report && details != BRANTLE_DETAILS_OFF) beginDetails();
-  // The end of the walk and an error in its middle end the loop alike: what was gathered is reported.
+  // The end of the walk and an error in its middle end the loop alike: the report has what was gathered.
   std::uint32_t walked = QERR_OK;
   for (; walked == QERR_OK && !qlib_is_cancelled(); walked = nextEntry()) {
     if (isDirectory || qfile_is_temporary(currentFile.c_str())) continue;
@@ -227,7 +227,7 @@ void Brantle::gatherFile() {
     told = told || (cabFile != 0 && code != QERR_OK);
   }
   if (qlib_is_cancelled()) return;  // what was read may have been cut short
-  // A record from half a file would pass for the file's. On a disk it is kept, for it tells of the damage.
+  // A record of half a file would pass for that of the file. From a disk it is kept, because it shows the damage.
   const bool half_read = openFile.file.get() != QFILE_INVALID && qfile_failure(openFile.file.get()) != QERR_OK;
   if (recordAdded && !(half_read && qpath_is_unc(currentFile.c_str()))) {
     ++done.records;
@@ -239,7 +239,7 @@ void Brantle::gatherFile() {
   checkReading(told);
 }
 
-// A link that leads nowhere, to itself or to a device is no file that was left out.
+// A link that leads nowhere, to itself or to a device is not a skipped file.
 void Brantle::checkReading(bool told) {
   qerr_t code = openFile.open_code;
   if (code != QERR_OK) {

@@ -1,9 +1,8 @@
 // One scan request: walk a repository, gather a record and the certificates of every file, write the report.
 //
-// A front end creates a Brantle on the heap, fills it through the setters (or parseArgs), calls invoke once
-// and destroys it, also after a failure: the destructor ends the walk and removes a share connection that the
-// request made. One object is used by one thread; different objects may run on different threads at the same
-// time.
+// A front end creates a Brantle on the heap, fills it through the setters (or parseArgs), calls invoke once and
+// destroys it, also after a failure: the destructor ends the walk and removes the share connection of the request. One
+// thread per object; different objects may run on different threads at the same time.
 #pragma once
 
 #include <array>
@@ -44,8 +43,8 @@ inline constexpr std::int32_t BRANTLE_DETAILS_OFF = 0;
 inline constexpr std::int32_t BRANTLE_DETAILS_ON = 1;
 inline constexpr std::int32_t BRANTLE_DETAILS_DIGESTS = 2;  // with the Authenticode digest of every image
 
-// Path, checksums and product information of one file. The fields stand in the byte order of their names, as in the
-// report. One record serves all files, so that its texts keep their memory.
+// Path, checksums and product information of one file. The fields are in byte order of their names, as in the report.
+// One record is reused for all files, so its strings keep their memory.
 struct BrantleRecord {
   enum Field : std::uint8_t { Name, SHA1, SHA256, companyName, isInstaller, productName, productVersion, count };
   static constexpr std::array<const char*, count> names = {"Name",        "SHA1",        "SHA256",        "companyName",
@@ -55,7 +54,7 @@ struct BrantleRecord {
   std::u16string& operator[](Field field) noexcept { return texts[field]; }
 };
 
-// What a request has done so far.
+// The progress of a request.
 struct BrantleTotals {
   std::uint64_t files = 0;  // looked at
   std::uint64_t records = 0;
@@ -79,7 +78,7 @@ struct BrantleFailures {
   sgn_store_failures certificates;
 };
 
-// Is told of each file, on the request's thread, before it is read.
+// Called with each file, on the thread of the request, before it is read.
 class BrantleObserver {
  public:
   virtual ~BrantleObserver() = default;
@@ -93,30 +92,29 @@ class Brantle {
   Brantle& operator=(const Brantle&) = delete;
   virtual ~Brantle() noexcept(false);
 
-  // Paths and credentials as the user gave them; nothing is checked here. The output directory is never
-  // created.
+  // Paths and credentials as the user gave them, unchecked. The output directory is never created.
   void setReposPath(std::u16string path);
   void setOutputPath(std::u16string path);
   void setUserName(std::u16string name);
   void setPassword(std::u16string text);
   void setDomain(std::u16string name);
 
-  // Handles its share of the files alone and writes the file "order" beside the report; without effect on a request
-  // that writes no report.
+  // Handles only its part of the files and writes the file "order" beside the report; no effect on a request without a
+  // report.
   void setPart(BrantlePart share) noexcept { part = share; }
 
-  // Reads the command line's fixed argument sequences (argument 0 is the program). BRANTLE_OK, or BRANTLE_USAGE
+  // Parses the fixed argument sequences of the command line (argument 0 is the program). BRANTLE_OK, or BRANTLE_USAGE
   // after printing the usage.
   [[nodiscard]] std::int32_t parseArgs(const qchar* const* argv, int argc);
 
-  // Sets `details` from the variable BRANTLE_DETAILS. False for a value that is not understood; there are no details
-  // then, and the caller says so.
+  // Sets `details` from the variable BRANTLE_DETAILS. False for an unknown value: no details then, and the caller
+  // reports it.
   [[nodiscard]] bool takeDetailsFromEnvironment();
 
-  // Runs the request. Returns one of the result codes above; nothing is thrown.
+  // Runs the request. Returns a result code above; does not throw.
   [[nodiscard]] std::int32_t invoke() noexcept;
 
-  // Who is told of the request's progress, or null; borrowed until invoke has returned.
+  // Receives progress, or null; must live until invoke has returned.
   void setObserver(BrantleObserver* observer) noexcept { watching = observer; }
   [[nodiscard]] const BrantleTotals& totals() const noexcept { return done; }
 
@@ -128,7 +126,7 @@ class Brantle {
   [[nodiscard]] std::string incompleteText() const;
 
   [[nodiscard]] bool hasPassword(std::u16string_view text) const noexcept { return password == text; }
-  // Overwrites the password; also done at destruction.
+  // Overwrites the password; the destructor does it too.
   void wipePassword() noexcept;
 
   std::int32_t nwMode = 0;       // the repository lies on a share: connect first, disconnect at destruction

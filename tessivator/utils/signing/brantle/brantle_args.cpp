@@ -1,4 +1,4 @@
-// The command line's fixed argument sequences.
+// The fixed argument sequences of the command line.
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -20,8 +20,7 @@ enum Mode : std::uint32_t {
   mode_access = 16
 };
 
-// Options from argument 3 on and what they switch on. A sequence with mode_share is followed by domain, user and
-// password.
+// Options from argument 3 on, and what they enable. After a sequence with mode_share come domain, user and password.
 struct Sequence {
   std::array<Text, 4> options;
   std::uint32_t modes;
@@ -58,8 +57,8 @@ int optionCount(const Sequence& sequence) {
   return static_cast<int>(end - sequence.options.begin());
 }
 
-// The longest sequence that the arguments begin with: an unknown option ends the options silently, and so
-// does one that no sequence has at its place ("-A" "-O" "-c" is "-A" "-O").
+// The longest sequence that the arguments start with: an unknown option ends the options silently, and so does one that
+// no sequence has at its place ("-A" "-O" "-c" is "-A" "-O").
 const Sequence* longestMatch(const qchar* const* argv, int argc) {
   const Sequence* best = nullptr;
   for (const Sequence& sequence : known_sequences) {
@@ -119,7 +118,7 @@ std::int32_t Brantle::parseArgs(const qchar* const* argv, int argc) {
     qlog_console_off();
   }
   const qchar* program = argc > 0 ? argv[0] : u"";
-  // The two longest sequences need one argument more than the limit leaves; they end in the usage text.
+  // The two longest sequences have one argument more than the limit allows; they end in the usage text.
   if (argc < first_option || argc > most_arguments + (echo ? 1 : 0)) return usage(program);
 
   const Sequence* sequence = longestMatch(argv, argc);

@@ -1,5 +1,4 @@
-// Certificate extraction: which routine a file goes to, and which certificate files belong to which scanned
-// file.
+// Certificate extraction: chooses the routine for a file and records its certificate files.
 #include <utility>
 
 #include "common/qlib/qerr.h"
@@ -23,7 +22,7 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
       return result;
     }
   } catch (...) {
-    // The signature routines let nothing out; what can throw here is memory for their outcome.
+    // The signature routines do not throw; only memory for their result can run out.
     (void)qstr_console_printf(u"Error!!!,Exception thrown by sgn, Trying for other files\n");
     if (result != QERR_OK) return result;
   }
@@ -40,7 +39,7 @@ std::uint32_t Brantle::populateCertNamesMapAndExtractCerts() {
   return QERR_OK;
 }
 
-// The request decides, not the file: with cabFile set every file is taken as a cabinet.
+// The request decides, not the file: with cabFile every file is read as a cabinet.
 std::uint32_t Brantle::extractByRoute(sgn_cert_name** names, std::uint32_t& result) {
   if (cabFile != 0) return extractFromCabinet(names, result);
   const auto all = static_cast<std::uint32_t>(allCerts);
@@ -72,8 +71,8 @@ std::uint32_t Brantle::extractFromCabinet(sgn_cert_name** names, std::uint32_t& 
   return result;
 }
 
-// A file that has certificates but no product information is still listed; consumers know such a record by
-// the missing "SHA256" key.
+// A file with certificates but without product information is still listed; consumers recognise such a record by the
+// missing "SHA256" key.
 void Brantle::appendBareRecord() {
   for (std::u16string& text : currentRecord.texts) text.clear();
   completeRecord();

@@ -1,5 +1,4 @@
-// How a function leaves the shared library. The only place outside the platform files that asks for the
-// platform.
+// Marks functions that the shared library exports. The only platform test outside the platform files.
 #pragma once
 
 #ifdef _WIN32

@@ -1,5 +1,5 @@
-// The process hook of a Linux library. A constructor cannot refuse the load; the entry points ask whether the
-// runtime started.
+// The process hook on Linux. A constructor cannot refuse the load, so the entry points check whether the runtime
+// started.
 #include "utils/signing/brantle/brantle_hook.h"
 
 namespace {

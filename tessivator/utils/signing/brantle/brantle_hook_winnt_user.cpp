@@ -1,4 +1,4 @@
-// The process hook of a Windows library.
+// The process hook on Windows.
 #include <openssl/crypto.h>
 #include <windows.h>
 
@@ -9,12 +9,12 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved
 extern "C" BOOL WINAPI DllMain(HINSTANCE /*instance*/, DWORD reason, LPVOID reserved) {
   switch (reason) {
     case DLL_PROCESS_ATTACH:
-      // The C library would call its handler at the end of the process, when this library may be long gone.
+      // The C library would call its handler at process exit, when this library may be gone.
       if (OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT | OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) != 1) return FALSE;
       return brantle_hook_attach() ? TRUE : FALSE;
     case DLL_PROCESS_DETACH:
-      // With `reserved` set the process ends: its other threads were stopped where they stood, perhaps holding the
-      // runtime's locks, and the system takes everything back anyway.
+      // With `reserved` set the process is ending: its other threads were stopped anywhere, perhaps holding our locks,
+      // and the system frees everything anyway.
       if (reserved == nullptr) {
         brantle_hook_detach();
         OPENSSL_cleanup();

@@ -1,4 +1,4 @@
-// What the program shows of a scan at work: one line on standard error, and one of totals at the end.
+// The progress line of a running scan on standard error, and the totals at its end.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,7 @@
 #include "common/qlib/qfile.h"
 #include "utils/signing/brantle/brantle.h"
 
-// Shows itself when standard error is a terminal; BRANTLE_PROGRESS=1 shows it anywhere, BRANTLE_PROGRESS=0 nowhere.
+// Active when standard error is a terminal; BRANTLE_PROGRESS=1 enables it anywhere, BRANTLE_PROGRESS=0 nowhere.
 class BrantleProgress final : public BrantleObserver, private qfile_watcher {
  public:
   // With `certsOnly` it counts files and certificates, for there are no records.

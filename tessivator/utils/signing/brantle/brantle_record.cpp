@@ -1,4 +1,4 @@
-// The per-file record: from the image's information record, or from a package's Property table.
+// The record of one file: from the information record of an image, or from the Property table of a package.
 #include <utility>
 
 #include "common/qlib/qcksum.h"

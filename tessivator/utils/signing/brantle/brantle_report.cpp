@@ -9,12 +9,12 @@
 
 namespace {
 
-// What is gathered before it is written. The printer counts in int: nothing but one record ever adds to this.
+// Size of the output buffer. The printer counts in int: it never holds more than this and one record.
 constexpr std::size_t piece = 65536;
 
-// XML 1.0 forbids most control characters, unpaired surrogates and the two noncharacters U+FFFE and U+FFFF;
-// one of them in a file name or version string would make the whole report unreadable. A carriage return is allowed,
-// but every reader turns it into a line feed.
+// XML 1.0 forbids most control characters, unpaired surrogates and the noncharacters U+FFFE and U+FFFF; one of them in
+// a file name or version string would make the whole report unreadable. A carriage return is allowed, but every reader
+// turns it into a line feed.
 bool isAllowed(char32_t scalar) noexcept {
   return scalar >= 0x20 ? scalar != 0xFFFE && scalar != 0xFFFF : scalar == U'\t' || scalar == U'\n';
 }
@@ -34,7 +34,7 @@ void pushCertificates(tinyxml2::XMLPrinter& xml, const sgn_cert_name* names) {
 
 }  // namespace
 
-// Nearly all is plain ASCII from end to end.
+// Nearly all texts are pure ASCII.
 bool brantleReportText(std::string& text, std::u16string_view value) {
   const auto* const end = std::find_if(value.begin(), value.end(), [](qchar u) { return u < 0x20 || u >= 0x80; });
   text.resize(static_cast<std::size_t>(end - value.begin()));
@@ -51,7 +51,7 @@ bool brantleReportText(std::string& text, std::u16string_view value) {
   return whole;
 }
 
-// Printed element by element: a document tree of a large repository would take several times the report's size.
+// Printed element by element: the document tree of a large repository would take several times the size of the report.
 BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(path.c_str())) {
   xml_.PushDeclaration("xml version=\"1.0\" encoding=\"UTF-8\"");
   xml_.OpenElement("ExecutableData");
@@ -59,7 +59,7 @@ BrantleReport::BrantleReport(const std::u16string& path) : code_(file_.begin(pat
 
 void BrantleReport::add(const BrantleRecord& record, const sgn_cert_name* names) {
   if (code_ != QERR_OK) return;
-  // What takes memory comes first: want of it costs this record.
+  // Allocations come first: if memory runs out, only this record is lost.
   for (std::size_t i = 0; i < BrantleRecord::count; ++i) (void)brantleReportText(texts_[i], record.texts[i]);
   try {
     push(record.isBare, names);

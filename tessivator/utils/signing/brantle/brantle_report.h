@@ -1,4 +1,4 @@
-// The report document info.xml, written record by record, so that its size is the disk's affair alone.
+// The report document info.xml, written record by record, so memory does not grow with it.
 #pragma once
 
 #include <tinyxml2.h>
@@ -15,18 +15,18 @@
 // `value` in UTF-8 as the report has it, with U+FFFD for what XML does not allow: false when there was any.
 bool brantleReportText(std::string& text, std::u16string_view value);
 
-// One report. Failures are kept for finish: the records that come after one cost nothing.
+// One report. A failure is kept until finish: the records after it cost nothing.
 class BrantleReport {
  public:
-  // Begins the document at `path`, where the old one stays until finish has succeeded.
+  // Begins the document at `path`. The old one stays until finish has succeeded.
   explicit BrantleReport(const std::u16string& path);
 
-  // The document's SHA-256 is wanted. Called before anything is added.
+  // Enables the SHA-256 of the document. Call before anything is added.
   void wantDigest() { digest_.emplace(); }
-  // It, in lower-case hexadecimal, after finish has succeeded; empty when it cannot be had.
+  // The SHA-256 in lower-case hexadecimal, after finish has succeeded; empty when it failed.
   [[nodiscard]] const std::string& digest() const noexcept { return digestText_; }
 
-  // Adds a record with the names of its certificate files, which may be null.
+  // Adds a record and the names of its certificate files (may be null).
   void add(const BrantleRecord& record, const sgn_cert_name* names);
 
   // Ends the document, with a comment unless `comment` is empty, and puts it in its place, or, while another program

@@ -1,10 +1,10 @@
-// The connection that a request makes to its network share before the walk and removes afterwards.
+// The share connection of a request, made before the walk and removed after it.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// System error values that the driver tells apart; the same numbers on both platforms.
+// System error values that the driver distinguishes; the same numbers on both platforms.
 inline constexpr std::uint32_t BRANTLE_SHARE_ACCESS_DENIED = 5;
 inline constexpr std::uint32_t BRANTLE_SHARE_NOT_SUPPORTED = 50;
 inline constexpr std::uint32_t BRANTLE_SHARE_BAD_NETPATH = 53;
@@ -12,8 +12,7 @@ inline constexpr std::uint32_t BRANTLE_SHARE_BAD_NET_NAME = 67;
 inline constexpr std::uint32_t BRANTLE_SHARE_CREDENTIAL_CONFLICT = 1219;
 inline constexpr std::uint32_t BRANTLE_SHARE_LOGON_FAILURE = 1326;
 
-// The remote name is the repository path exactly as given, also when it is deeper than the share's root.
-// Borrowed.
+// The remote name is the repository path as given, even when it is deeper than the root of the share. Borrowed.
 struct brantle_share_use {
   const std::u16string& remote;
   const std::u16string& domain;
@@ -21,15 +20,14 @@ struct brantle_share_use {
   const std::u16string& password;
 };
 
-// Connects without a local device name. Returns 0 or a system error value; `bad_argument` then names the
-// argument that the system refused, counted as the system counts (0: none).
+// Connects without a local device name. Returns 0 or a system error value; `bad_argument` is then the argument that the
+// system refused, by its own count (0: none).
 [[nodiscard]] std::uint32_t brantle_share_connect(const brantle_share_use& use, std::uint32_t* bad_argument) noexcept;
 
-// Removes the connection that brantle_share_connect made for `remote`, not while files on it are open. 0 or a system
-// error.
+// Removes the connection of brantle_share_connect for `remote`; fails while files on it are open. 0 or a system error.
 [[nodiscard]] std::uint32_t brantle_share_disconnect(const std::u16string& remote) noexcept;
 
-// The two operations of the platform; a test puts its own in their place (null: the platform's again).
+// The two operations of the platform; a test can replace them (null restores them).
 struct brantle_share_operations {
   std::uint32_t (*connect)(const brantle_share_use& use, std::uint32_t* bad_argument);
   std::uint32_t (*disconnect)(const std::u16string& remote);

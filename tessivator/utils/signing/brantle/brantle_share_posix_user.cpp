@@ -1,4 +1,4 @@
-// Connections through the share program; the file layer counts them, because it reads through the same ones.
+// Connections through the share program. The file layer counts them, because it reads through the same ones.
 #include "share/qshare_connections_posix_user.h"
 #include "utils/signing/brantle/brantle_share.h"
 

@@ -1,5 +1,5 @@
-// Connections through the network management interface, which is loaded when a connection is made or ended: a plain
-// scan has nothing to do with it, and it comes from the system's folder, whatever lies beside the program.
+// Connections through the network management interface. It is loaded for each connect and delete: a plain scan does not
+// need it. It comes from the system folder, whatever is beside the program.
 #include "common/qlib/qsys_winnt_user.h"
 // After windows.h.
 #include <lm.h>
@@ -9,7 +9,7 @@
 namespace {
 
 wchar_t* wide(const std::u16string& text) noexcept {
-  // The interface's record holds non-const pointers but only reads them.
+  // The record of the interface has non-const pointers but only reads them.
   return const_cast<wchar_t*>(qsys_wide(text.c_str()));
 }
 
@@ -29,7 +29,7 @@ class NetworkCall {
   ~NetworkCall() {
     if (module_ != nullptr) FreeLibrary(module_);
   }
-  // The function's answer, or why it is not there.
+  // The result of the function, or why it is missing.
   template <class... Args>
   std::uint32_t operator()(Args... args) const noexcept {
     return function_ != nullptr ? function_(args...) : error_;

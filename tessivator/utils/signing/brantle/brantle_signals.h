@@ -1,5 +1,5 @@
-// The signals that tell the program to end: a scan stops at its next block, leaves certificates and the old report
-// whole and no temporary file. Only the program handles them; in a host's process they are the host's.
+// Signals that end the program: the scan stops at its next block, keeps certificates and the old report whole and
+// leaves no temporary file. Only the program handles them; in a host they belong to the host.
 #pragma once
 
 #include <cstdint>

@@ -7,7 +7,7 @@
 
 namespace {
 
-// What a shell shows for a process that a signal ended.
+// The exit status that a shell shows for a signal.
 constexpr int signal_result = 128;
 
 volatile sig_atomic_t received = 0;

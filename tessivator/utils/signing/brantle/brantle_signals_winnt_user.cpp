@@ -8,17 +8,16 @@
 
 namespace {
 
-// STATUS_CONTROL_C_EXIT: what a process that Ctrl-C ended shows.
+// STATUS_CONTROL_C_EXIT: the exit status of a process that Ctrl-C ended.
 constexpr DWORD control_result = 0xC000013A;
 
 std::atomic<bool> received{false};
 
-// Runs on a thread of its own.
+// Called on its own thread.
 BOOL WINAPI onControl(DWORD event) {
   if (received.exchange(true)) ExitProcess(control_result);
   qlib_cancel();
-  // The system ends the process when this returns from the closing of a window or session: the scan gets what time
-  // there is.
+  // When a window or session closes, the system ends the process once this returns: give the scan the time there is.
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
   return TRUE;
 }

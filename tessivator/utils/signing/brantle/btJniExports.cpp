@@ -15,7 +15,7 @@ namespace {
 
 static_assert(sizeof(jchar) == sizeof(qchar));
 
-// The characters of a Java string, given back on every path.
+// The characters of a Java string, released on every path.
 class JavaCharacters {
  public:
   JavaCharacters(JNIEnv* env, jstring text) : env_(env), text_(text) {
@@ -27,7 +27,7 @@ class JavaCharacters {
   JavaCharacters& operator=(const JavaCharacters&) = delete;
   ~JavaCharacters() { env_->ReleaseStringChars(text_, characters_); }
 
-  // Up to the first zero unit. Java's length only bounds the search: the characters need not end in a zero.
+  // Up to the first zero unit. The Java length only limits the search: the characters need not end in a zero.
   [[nodiscard]] std::u16string untilZero() const {
     const jchar* end = characters_ + env_->GetStringLength(text_);
     return {characters_, std::find(characters_, end, jchar{0})};
@@ -57,8 +57,8 @@ void startLogFile() noexcept {
   (void)started;
 }
 
-// Runs one request that `configure` fills. When an exception arrives here the object stays: what it holds may
-// be what threw. Its password does not.
+// Runs one request that `configure` fills. When an exception arrives here the object is leaked: what it holds may be
+// what threw. Its password is wiped.
 template <class Configure>
 jint runNative(const char* name, Configure configure) noexcept {
   if (!qlib_lib_is_initialised()) return BRANTLE_EXCEPTION;
@@ -131,7 +131,7 @@ jint Java_com_kestal_tamb_brantle_manager_Brantle_getCertsAndInfoByScanningLocal
 
 jint Dravo_OnLoad(JNIEnv* env, jclass type) {
   if (!qlib_lib_is_initialised()) return -1;
-  // The table's texts are not const in the interface; the virtual machine only reads them.
+  // The interface has non-const texts; the virtual machine only reads them.
   char scan_share[] = "getCertsAndInfoByScanningNwPath";
   char five_strings[] = "(Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;)I";
   char test_share[] = "testAccessOnNwShareWithParams";

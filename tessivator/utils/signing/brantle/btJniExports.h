@@ -2,8 +2,8 @@
 // com.kestal.tamb.brantle.manager.Brantle. Nothing else is exported.
 //
 // Each native runs one whole request on the calling thread and returns its result code (brantle.h), never
-// BRANTLE_USAGE. Calls from several threads at once are independent. No exception and no signal
-// leaves a native; a null argument gives BRANTLE_EXCEPTION. A string that contains a zero character is cut there.
+// BRANTLE_USAGE. Calls from several threads are independent. No exception and no signal leaves a native; a null
+// argument gives BRANTLE_EXCEPTION. A string is cut at its first zero character.
 #pragma once
 
 #include <jni.h>
@@ -13,7 +13,7 @@
 // Registers the natives with `type`. 0, or -1 when the class lacks one of them or the runtime did not start.
 BRANTLE_EXPORT jint Dravo_OnLoad(JNIEnv* env, jclass type);
 
-// Unregisters the natives of `type`; the virtual machine's own result.
+// Unregisters the natives of `type`; returns the result of the virtual machine.
 BRANTLE_EXPORT jint Dravo_OnUnload(JNIEnv* env, jclass type);
 
 // Connects to the share with the credentials, scans it, writes into `output`, and disconnects.

@@ -1,4 +1,4 @@
-// Process entry point: arguments arrive as bytes.
+// Process entry point; arguments are bytes.
 #include "common/qlib/qstr_name.h"
 #include "utils/signing/brantle/brantle_cli.h"
 

@@ -1,4 +1,4 @@
-// Process entry point: wchar_t has the form of our own text.
+// Process entry point; wchar_t has the form of our text.
 #include "utils/signing/brantle/brantle_cli.h"
 
 extern "C" int wmain(int argc, wchar_t** argv);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::uint32_t longest_value = 4000;  // units
 
-// Closes a view or record when its turn is over.
+// Closes a view or record at the end of the scope.
 class HandleOwner {
  public:
   HandleOwner() noexcept = default;
@@ -69,12 +69,12 @@ msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name,
   }
   std::uint32_t size = 0;
   result = getBufSizeInFetchedRecord(record.get(), size);
-  // More data is what a value with characters answers, 0 an empty one.
+  // A value with characters gives "more data", an empty one 0.
   if (result != MSI_OK && result != MSI_MORE_DATA) {
     QLOG(QLOG_ERROR, u"Failed getBufSizeInFetchedRecord rc =%d,error = %d\n", result, msi_last_system_error());
     return result;
   }
-  // What does not fit is cut, as a record's version strings are.
+  // What does not fit is cut, like the version strings of a record.
   const bool cut = size > longest_value;
   size = std::min(size, longest_value) + 1;
   std::u16string buffer(size, u'\0');
@@ -92,7 +92,7 @@ msi_result MsiProductInfoExtractor::getPropertyValueFromMsi(std::u16string name,
   return MSI_OK;
 }
 
-// An empty value fits into the empty buffer: its result 0 is logged like a failure, and is none.
+// An empty value fits into the empty buffer: its result 0 is logged like a failure but is none.
 msi_result MsiProductInfoExtractor::getBufSizeInFetchedRecord(msi_handle record, std::uint32_t& size) {
   qchar empty = u'\0';
   size = 0;

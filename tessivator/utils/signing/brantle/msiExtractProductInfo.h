@@ -7,12 +7,12 @@
 #include "msi/msi_database.h"
 #include "msi/package_facts.h"
 
-// An open installer package. Results are the Windows Installer's numbers; failures are logged where they happen.
+// An open installer package. Results are the numbers of Windows Installer; failures are logged where they occur.
 class MsiProductInfoExtractor {
  public:
-  // Opens the package at `path` read-only. Throws the installer's code as a std::uint32_t when that fails.
+  // Opens the package at `path` read-only. On failure throws the code of the installer as a std::uint32_t.
   explicit MsiProductInfoExtractor(const std::u16string& path);
-  // The same for a package that is open already (null: the file is none).
+  // The same for an open package (null: the file is none).
   MsiProductInfoExtractor(const std::u16string& path, const std::shared_ptr<msi_package>& package);
   MsiProductInfoExtractor(const MsiProductInfoExtractor&) = delete;
   MsiProductInfoExtractor& operator=(const MsiProductInfoExtractor&) = delete;
