@@ -157,6 +157,14 @@ qerr_t qfile_replacement::commit_over_held(const qchar* other_name, qfile_commit
   return QERR_LOW_MEMORY;
 }
 
+qerr_t qfile_replacement::commit_beside(const qchar* other_name) noexcept try {
+  if (!file_ || other_name == nullptr) return QERR_ARG1;
+  target_ = sibling(target_, other_name);
+  return put(true).code;
+} catch (...) {
+  return QERR_LOW_MEMORY;
+}
+
 qsys_status qfile_replacement::put_over_held(const qchar* other_name, qfile_committed& how) {
   // While it is open, no other scan removes it as abandoned.
   std::unique_ptr<qfile_object> kept;

@@ -44,6 +44,9 @@ class qfile_replacement {
   // file stays complete under its own name until the copy is flushed. `how` is set on success. QERR_ARG1 before begin
   // or without a name, QERR_ARG2, or the file's code.
   [[nodiscard]] qerr_t commit_over_held(const qchar* other_name, qfile_committed* how) noexcept;
+  // commit with a flush under another name in the target's folder; the target stays as it is. QERR_ARG1 before begin or
+  // without a name, or the file's code.
+  [[nodiscard]] qerr_t commit_beside(const qchar* other_name) noexcept;
   // Removes the new file at once and frees its space.
   void abandon() noexcept;
 

@@ -275,7 +275,7 @@ void Brantle::finishReport() {
   noteDocument(report_name, other_report_name, code, how);
   if (code != QERR_OK) return;
   if (order) finishOrder();
-  finishDetails();
+  finishDetails(how);
 }
 
 // What became of a document of the scan, for the log and for whoever asks later.

@@ -153,7 +153,7 @@ class Brantle {
   void noteDocument(const qchar* name, const qchar* otherName, std::uint32_t code, qfile_committed how);
   void beginDetails();
   void endFileDetails();
-  void finishDetails();
+  void finishDetails(qfile_committed reportHow);
   [[nodiscard]] std::u16string detailsPath() const;
   void closeFile();
   [[nodiscard]] const std::shared_ptr<msi_package>& currentPackage();

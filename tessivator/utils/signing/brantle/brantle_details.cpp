@@ -138,7 +138,9 @@ qerr_t BrantleDetails::finish(details_end end, const qchar* otherName, qfile_com
     put(end);
     drain();
   });
-  if (code_ == QERR_OK) code_ = file_.commit_over_held(otherName, how);
+  if (code_ == QERR_OK) {
+    code_ = *how == qfile_committed::beside ? file_.commit_beside(otherName) : file_.commit_over_held(otherName, how);
+  }
   file_.abandon();
   return code_;
 }
@@ -179,8 +181,8 @@ void Brantle::endFileDetails() {
   detailsFile->endFile(openFile, openPackage.get(), isWhole);
 }
 
-// After the report: until then the old details belong to what stands there.
-void Brantle::finishDetails() {
+// After the report: until then the old details belong to what stands there. Where the old report stays, so do they.
+void Brantle::finishDetails(qfile_committed reportHow) {
   if (!detailsFile) return;
   details_end end;
   end.records = done.records;
@@ -189,9 +191,14 @@ void Brantle::finishDetails() {
   end.left_out_files = missed.files;
   end.ended_early = missed.ended_early;
   end.info_sha256 = report->digest();
-  auto how = qfile_committed::renamed;
+  const bool follows = reportHow == qfile_committed::beside;
+  auto how = follows ? reportHow : qfile_committed::renamed;
   const qerr_t code = detailsFile->finish(std::move(end), other_name, &how);
-  noteDocument(name, other_name, code, how);
+  if (code == QERR_OK && follows) {
+    QLOG(QLOG_WARNING, u"The details of the new report are %s.\n", qpath_join(outputPath, other_name));
+  } else {
+    noteDocument(name, other_name, code, how);
+  }
 }
 
 std::u16string Brantle::detailsPath() const { return qpath_join(outputPath, name); }

@@ -37,9 +37,9 @@ class BrantleDetails {
   // Writes its line. `package`: the file as one, or null. `whole`: all that had to be read so far was.
   void endFile(blib_file& file, msi_package* package, bool whole) noexcept;
 
-  // Ends the file and puts it in its place, or, while another program has the old one open, where `how` says. `end`
-  // lacks the number of lines and the time. QERR_OK, or the code of the first step that failed; then the new file is
-  // gone.
+  // Ends the file and puts it in its place, or, while another program has the old one open, where `how` says. With
+  // `how` set to `beside` it goes there at once. `end` lacks the number of lines and the time. QERR_OK, or the code of
+  // the first step that failed; then the new file is gone.
   [[nodiscard]] qerr_t finish(details_end end, const qchar* otherName, qfile_committed* how) noexcept;
 
  private:

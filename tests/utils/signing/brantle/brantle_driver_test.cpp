@@ -229,6 +229,7 @@ TEST_F(Driver, WhatFailedIsSaidInLines) {
   put(u"in/signed.dll", file_text(fixture_path("images/exe32_rsa.exe")));
   for (char16_t name = u'a'; name < u'm'; ++name) put(std::u16string(u"many/") + name + u"\u202E.exe");
   put(u"out/info.xml", "old");
+  put(u"out/details.jsonl", "old");
   for (const auto& c : cases) {
     faulty_provider disk;
     disk.only(c.fault);
@@ -237,7 +238,11 @@ TEST_F(Driver, WhatFailedIsSaidInLines) {
     Brantle request;
     request.setReposPath(at(c.in));
     request.setOutputPath(at(c.out));
+    request.details = BRANTLE_DETAILS_ON;
     EXPECT_EQ(request.invoke(), BRANTLE_OK);
+    // An old report that stays keeps its details; the new one's are beside it.
+    EXPECT_EQ(get(at(u"out/details.jsonl")) == "old", c.fault == std::u16string(u"info.xml"));
+    EXPECT_EQ(fs::remove(at(u"out/details-new.jsonl")), c.condition == qsys_condition::held);
     std::string said = qstr_to_utf8(brantleComplaints(request)), root = qstr_to_utf8(at(u""));
     for (std::size_t place = 0; (place = said.find(root)) != said.npos;) said.replace(place, root.size(), "@");
     std::replace(said.begin(), said.end(), '\\', '/');
