@@ -78,10 +78,10 @@ const output = (() => {
     const parts = value.match(/[^/\\]*[/\\]?/g).filter((part) => part !== '');
     return dom.make('bdi', '', null, ...parts.flatMap((part) => [dom.make('span', '', part), dom.make('wbr')]));
   }
+  // Dates do not break.
   function printedSignature(file) {
-    const {label} = survey.setFor(file);
-    return label && survey.verdictOf(file) !== VERDICT.Signed ? `${label}: ${survey.wordsOf(file)}` :
-                                                                label || survey.wordsOf(file);
+    const {label} = survey.setFor(file), words = survey.wordsOf(file).replaceAll('-', '\u2011');
+    return label && survey.verdictOf(file) !== VERDICT.Signed ? `${label}: ${words}` : label || words;
   }
   const printedFile = (file) =>
       [survey.pathOf(file), survey.textOf(file, 'product'), survey.textOf(file, 'version'),
