@@ -57,6 +57,7 @@ const summary = (() => {
 
   // `changes` is what the tile asks for; without any it is only a number.
   function tile(n, label, changes = null, look = '') {
+    if (n === 0 && survey.hasDetails) return;  // there are many kinds already
     const one = dom.make(
         changes ? 'button' : 'div', n && look ? `tile ${look}` : 'tile', null, dom.make('b', '', dom.count(n)),
         dom.make('span', '', label));
@@ -88,7 +89,7 @@ const summary = (() => {
     tile(installers, 'installers', {view, kind: 'installer'});
     tile(packages, 'packages', {view, kind: 'package'});
     for (const [name, n] of Object.entries(VERDICT)) {
-      if (!survey.canBe(n) || (survey.hasDetails && verdicts[n] === 0)) continue;
+      if (!survey.canBe(n)) continue;
       tile(
           verdicts[n], tileWords[name] ?? VERDICT_WORDS[n], {view, signature: name},
           actOn.includes(name) ? 'warn' : '');
@@ -98,6 +99,7 @@ const summary = (() => {
       tile(states.ended, 'certificates past their end date', {view: 'certificates', validity: 'ended'});
     }
     tile(states.soon, 'certificates that end soon', {view: 'certificates', validity: 'soon'}, 'warn');
+    byId('tiles').classList.toggle('many', byId('tiles').childElementCount > 9);
   }
 
   // ---- folders ----
