@@ -1,5 +1,5 @@
-// What signatures, certificates and catalogues say of themselves, over arbitrary bytes; with the parts of what was
-// found read as what it may be, too. Every text is what its header promises.
+// What signatures, certificates and catalogues say about themselves, over arbitrary bytes. Certificates and lists that
+// were found are read as well. Every text has the form that its header promises.
 #include <string>
 
 #include "common/qlib/qutf8.h"

@@ -16,8 +16,8 @@ std::string_view algorithm_of(std::size_t octets) noexcept {
 sgn_digest digest_of(const sgn_element& member, bool raw_identifiers) {
   constexpr std::size_t most_octets = 64;
   sgn_elements in(member.content);
-  const auto identifier = in.next(sgn_octet_string);
-  const auto set = in.next(sgn_set);
+  const auto identifier = in.next(sgn_tag_octet_string);
+  const auto set = in.next(sgn_tag_set);
   sgn_elements attributes(set ? set->content : Bytes());
   std::string pieces;
   while (auto attribute = sgn_next_attribute(attributes)) {
@@ -36,31 +36,31 @@ sgn_digest digest_of(const sgn_element& member, bool raw_identifiers) {
 }  // namespace
 
 sgn_catalogue::sgn_catalogue(Bytes list) noexcept {
-  sgn_elements in = sgn_inside(list, sgn_sequence);
-  (void)in.next(sgn_integer);
-  (void)in.next(sgn_sequence);
-  (void)in.next(sgn_octet_string);
-  (void)in.next(sgn_integer);
-  while (in.next(sgn_utc_time) || in.next(sgn_generalized_time)) {
+  sgn_elements in = sgn_inside(list, sgn_tag_sequence);
+  (void)in.next(sgn_tag_integer);
+  (void)in.next(sgn_tag_sequence);
+  (void)in.next(sgn_tag_octet_string);
+  (void)in.next(sgn_tag_integer);
+  while (in.next(sgn_tag_utc_time) || in.next(sgn_tag_generalized_time)) {
   }
   raw_identifiers_ = second_version == sgn_text(sgn_next_algorithm(in));
-  if (const auto subjects = in.next(sgn_sequence)) {
+  if (const auto subjects = in.next(sgn_tag_sequence)) {
     members_ = subjects->content;
   } else {
-    damaged_ = !in.rest().empty() && !in.next(sgn_context(0));
+    damaged_ = !in.rest().empty() && !in.next(sgn_tag_context(0));
   }
 }
 
 std::uint64_t sgn_catalogue::count() const noexcept {
   std::uint64_t count = 0;
   sgn_elements in(members_);
-  while (in.next(sgn_sequence)) ++count;
+  while (in.next(sgn_tag_sequence)) ++count;
   return count;
 }
 
 qerr_t sgn_catalogue::next(sgn_member_facts& member) noexcept {
   sgn_elements in(members_);
-  const auto element = in.next(sgn_sequence);
+  const auto element = in.next(sgn_tag_sequence);
   if (!element) {
     damaged_ = damaged_ || !members_.empty();
     return QERR_END;

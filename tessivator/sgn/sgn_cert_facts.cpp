@@ -8,6 +8,7 @@
 
 #include "common/qlib/qcksum.h"
 #include "sgn/sgn_asn1.h"
+#include "sgn/sgn_name_text.h"
 #include "sgn/sgn_signed_data.h"
 #include "sgn/sgn_texts.h"
 #include "sgn/sgn_x509_store.h"
@@ -16,7 +17,7 @@ namespace {
 
 using digest_routine = qerr_t (*)(const void*, std::size_t, std::uint8_t*) noexcept;
 
-// Its length in octets stands beside a routine, none of which tells it.
+// `length` is the digest's, in octets.
 std::string digest_text(digest_routine digest, std::size_t length, Bytes bytes) {
   std::array<std::uint8_t, QCKSUM_SHA512_BIN_LEN> value{};
   if (digest(bytes.data(), bytes.size(), value.data()) != QERR_OK) throw std::bad_alloc();
@@ -39,8 +40,8 @@ class certificate_reader {
   void read(Bytes der) {
     out_.sha256 = sgn_sha256_hex(der);
     out_.sha1 = digest_text(qcksum_buf_sha1, QCKSUM_SHA1_BIN_LEN, der);
-    sgn_elements outer = sgn_inside(der, sgn_sequence);
-    const auto tbs = outer.next(sgn_sequence);
+    sgn_elements outer = sgn_inside(der, sgn_tag_sequence);
+    const auto tbs = outer.next(sgn_tag_sequence);
     if (!tbs) return problem("certificate_undecodable");
     out_.tbs_sha1 = digest_text(qcksum_buf_sha1, QCKSUM_SHA1_BIN_LEN, tbs->whole);
     out_.tbs_sha256 = sgn_sha256_hex(tbs->whole);
@@ -60,14 +61,14 @@ class certificate_reader {
 
   void read_fields(Bytes tbs) {
     sgn_elements in(tbs);
-    (void)in.next(sgn_context(0));
+    (void)in.next(sgn_tag_context(0));
     const auto serial = in.next();
     (void)in.next();
     const auto issuer = in.next();
     const auto validity = in.next();
     const auto subject = in.next();
     const auto key = in.next();
-    if (serial && serial->tag == sgn_integer) out_.serial = sgn_integer_hex(serial->content);
+    if (serial && serial->tag == sgn_tag_integer) out_.serial = sgn_integer_hex(serial->content);
     require(out_.serial, "serial_unreadable");
     if (issuer) out_.issuer = name_text(*issuer, "issuer_unreadable");
     if (subject) {
@@ -83,14 +84,14 @@ class certificate_reader {
     if (key) read_key(key->content);
     require(out_.key_algorithm, "key_unreadable");
     while (const auto rest = in.next()) {
-      if (rest->tag == sgn_context(3)) read_extensions(rest->content);
+      if (rest->tag == sgn_tag_context(3)) read_extensions(rest->content);
     }
     if (!in.rest().empty()) problem("certificate_undecodable");
   }
 
   std::string name_text(const sgn_element& name, std::string_view code) {
     std::string text = sgn_rfc4514(name.whole);
-    if (text.empty() && !(name.tag == sgn_sequence && name.content.empty())) problem(code);
+    if (text.empty() && !(name.tag == sgn_tag_sequence && name.content.empty())) problem(code);
     return text;
   }
 
@@ -117,10 +118,10 @@ class certificate_reader {
   // SubjectPublicKeyInfo ::= SEQUENCE { algorithm { OBJECT IDENTIFIER, parameters }, subjectPublicKey BIT STRING }
   void read_key(Bytes info) {
     sgn_elements in(info);
-    const auto algorithm = in.next(sgn_sequence);
-    const auto key = in.next(sgn_bit_string);
+    const auto algorithm = in.next(sgn_tag_sequence);
+    const auto key = in.next(sgn_tag_bit_string);
     sgn_elements fields(algorithm ? algorithm->content : Bytes());
-    const auto object = fields.next(sgn_object);
+    const auto object = fields.next(sgn_tag_object);
     if (!object) return;
     out_.key_algorithm = sgn_key_name(object->content);
     const auto parameters = fields.next();
@@ -133,8 +134,8 @@ class certificate_reader {
   }
 
   void read_curve(const sgn_element& parameters) {
-    if (parameters.tag == sgn_sequence) out_.key_curve = "explicit";
-    if (parameters.tag != sgn_object) return;
+    if (parameters.tag == sgn_tag_sequence) out_.key_curve = "explicit";
+    if (parameters.tag != sgn_tag_object) return;
     for (const curve& one : curves) {
       if (!(one.object == sgn_text(parameters.content))) continue;
       out_.key_curve = one.name;
@@ -147,7 +148,7 @@ class certificate_reader {
   // The bits of the first integer in a sequence.
   static std::uint32_t bits_of_first(Bytes sequence) noexcept {
     constexpr std::size_t most_octets = 65536;
-    const auto number = sgn_inside(sequence, sgn_sequence).next(sgn_integer);
+    const auto number = sgn_inside(sequence, sgn_tag_sequence).next(sgn_tag_integer);
     if (!number || number->content.size() > most_octets) return 0;
     Bytes rest = number->content;
     while (!rest.empty() && rest.front() == std::byte{0}) rest = rest.subspan(1);
@@ -160,18 +161,18 @@ class certificate_reader {
   void read_extensions(Bytes wrapped) {
     static constexpr sgn_oid basic_constraints("2.5.29.19");
     static constexpr sgn_oid extended_usage("2.5.29.37");
-    sgn_elements in = sgn_inside(wrapped, sgn_sequence);
+    sgn_elements in = sgn_inside(wrapped, sgn_tag_sequence);
     while (const auto extension = in.next()) {
       sgn_elements fields(extension->content);
-      const auto object = fields.next(sgn_object);
-      (void)fields.next(sgn_boolean);
-      const auto value = fields.next(sgn_octet_string);
+      const auto object = fields.next(sgn_tag_object);
+      (void)fields.next(sgn_tag_boolean);
+      const auto value = fields.next(sgn_tag_octet_string);
       if (!object || !value) {
         problem("extension_unreadable");
         continue;
       }
       if (basic_constraints == sgn_text(object->content)) {
-        const auto ca = sgn_inside(value->content, sgn_sequence).next(sgn_boolean);
+        const auto ca = sgn_inside(value->content, sgn_tag_sequence).next(sgn_tag_boolean);
         out_.ca = ca && !ca->content.empty() && ca->content.front() != std::byte{0};
       }
       if (extended_usage == sgn_text(object->content)) read_usages(value->content);
@@ -180,9 +181,9 @@ class certificate_reader {
 
   void read_usages(Bytes value) {
     constexpr std::size_t most_usages = 256;
-    sgn_elements in = sgn_inside(value, sgn_sequence);
+    sgn_elements in = sgn_inside(value, sgn_tag_sequence);
     while (const auto usage = in.next()) {
-      std::string text = usage->tag == sgn_object ? sgn_dotted(usage->content) : std::string();
+      std::string text = usage->tag == sgn_tag_object ? sgn_dotted(usage->content) : std::string();
       if (text.empty() || out_.extended_usages.size() == most_usages) {
         problem("usage_unreadable");
         continue;

@@ -1,4 +1,5 @@
-// What a certificate (X.509, RFC 5280) says of itself. Each value is told whether the others can be read or not.
+// What a certificate (X.509, RFC 5280) says about itself. Each value is read on its own: one that is unreadable does
+// not affect the others.
 #pragma once
 
 #include <string>
@@ -14,9 +15,9 @@ struct sgn_cert_facts {
   std::string tbs_sha1;  // of the signed part
   std::string tbs_sha256;
   std::string tbs_sha384;
-  std::string subject;  // RFC 4514: the last attribute first. Further types that are known are named as OpenSSL does
+  std::string subject;  // RFC 4514: the last attribute first. Other known types have OpenSSL's names
   std::string issuer;
-  std::string serial;  // the number's magnitude in whole octets, behind "-" where it is negative
+  std::string serial;  // the number's magnitude in whole octets, after "-" when it is negative
   std::string not_before;
   std::string not_after;
   std::string key_algorithm;                 // as sgn_signer_facts::key_algorithm
@@ -29,10 +30,10 @@ struct sgn_cert_facts {
   std::string common_name;                   // of the subject's attributes the last of each type, as plain text
   std::string organization;
   std::string country;
-  std::string registration;  // serialNumber, which is where companies have their registration number
+  std::string registration;  // a company's number: serialNumber, else organizationIdentifier
   std::string stem;          // the name of its file without ".cer" (sgn_x509.h), whether there is one or not
-  // "certificate_undecodable": not even the fields can be told apart, or no file can have it; "validity_unreadable",
-  // "subject_unreadable" and so on.
+  // "certificate_undecodable": its fields cannot be separated, or it cannot be written as a file;
+  // "validity_unreadable", "subject_unreadable" and so on.
   std::vector<sgn_problem> problems;
 };
 

@@ -9,7 +9,7 @@ bool is_end(const qder_header& header) noexcept {
   return header.identifier == 0 && header.size == 2 && header.length == 0 && !header.indefinite;
 }
 
-// The length of what stands before the end of an element of open length, `content` being all that follows its header.
+// The length of the content of an element of open length; `content` is all that follows its header.
 std::optional<std::size_t> open_length(Bytes content) noexcept {
   std::size_t open = 1;
   ByteReader in(content);

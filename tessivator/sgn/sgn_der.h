@@ -14,16 +14,16 @@ struct sgn_tag {
   std::uint32_t number = 0;
   bool operator==(const sgn_tag&) const = default;
 };
-inline constexpr sgn_tag sgn_boolean{0, 1};
-inline constexpr sgn_tag sgn_integer{0, 2};
-inline constexpr sgn_tag sgn_bit_string{0, 3};
-inline constexpr sgn_tag sgn_octet_string{0, 4};
-inline constexpr sgn_tag sgn_object{0, 6};
-inline constexpr sgn_tag sgn_utc_time{0, 23};
-inline constexpr sgn_tag sgn_generalized_time{0, 24};
-inline constexpr sgn_tag sgn_sequence{0, 16};
-inline constexpr sgn_tag sgn_set{0, 17};
-constexpr sgn_tag sgn_context(std::uint32_t number) noexcept { return {0x80, number}; }
+inline constexpr sgn_tag sgn_tag_boolean{0, 1};
+inline constexpr sgn_tag sgn_tag_integer{0, 2};
+inline constexpr sgn_tag sgn_tag_bit_string{0, 3};
+inline constexpr sgn_tag sgn_tag_octet_string{0, 4};
+inline constexpr sgn_tag sgn_tag_object{0, 6};
+inline constexpr sgn_tag sgn_tag_utc_time{0, 23};
+inline constexpr sgn_tag sgn_tag_generalized_time{0, 24};
+inline constexpr sgn_tag sgn_tag_sequence{0, 16};
+inline constexpr sgn_tag sgn_tag_set{0, 17};
+constexpr sgn_tag sgn_tag_context(std::uint32_t number) noexcept { return {0x80, number}; }
 
 struct sgn_element {
   sgn_tag tag;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/qlib/qder.h"
+#include "sgn/sgn_name_text.h"
 #include "sgn/sgn_outline.h"
 #include "sgn/sgn_signed_data.h"
 #include "sgn/sgn_texts.h"
@@ -103,7 +104,7 @@ class facts_reader {
   void read_certificates(Bytes set, certificate_set& out) {
     sgn_elements in(set);
     while (const auto element = in.next()) {
-      if (element->tag != sgn_sequence) continue;  // an attribute certificate: real time stamps have them
+      if (element->tag != sgn_tag_sequence) continue;  // an attribute certificate: real time stamps have them
       if (!take_entry(out.places.size(), "certificates_too_many")) return;
       out.index.add(element->whole, out.places.size());
       out.places.push_back({element->whole, sgn_sha256_hex(element->whole)});
@@ -154,7 +155,7 @@ class facts_reader {
       const auto value = attribute->values.next();
       const std::string_view type = sgn_text(attribute->type);
       if (!value) continue;
-      if (message_digest == type && value->tag == sgn_octet_string) out.digest = *value;
+      if (message_digest == type && value->tag == sgn_tag_octet_string) out.digest = *value;
       if (signing_time == type) out.time = sgn_time(*value);
       if (publisher_info == type) read_publisher(*value, out);
     }
@@ -168,12 +169,12 @@ class facts_reader {
     constexpr sgn_tag bmp_string{0, 30};
     constexpr sgn_tag ia5_string{0, 22};
     sgn_elements in(info.content);
-    if (const auto name = in.next(sgn_context(0))) {
+    if (const auto name = in.next(sgn_tag_context(0))) {
       const auto text = sgn_elements(name->content).next();
-      if (text) read_text(*text, text->tag == sgn_context(0) ? bmp_string : ia5_string, out.program_name);
+      if (text) read_text(*text, text->tag == sgn_tag_context(0) ? bmp_string : ia5_string, out.program_name);
     }
-    if (const auto link = in.next(sgn_context(1))) {
-      const auto url = sgn_elements(link->content).next(sgn_context(0));
+    if (const auto link = in.next(sgn_tag_context(1))) {
+      const auto url = sgn_elements(link->content).next(sgn_tag_context(0));
       if (url) read_text(*url, ia5_string, out.program_url);
     }
   }
@@ -230,12 +231,13 @@ class facts_reader {
   }
 
   static std::string token_time(Bytes content) {
-    const auto string = sgn_elements(content).next(sgn_octet_string);
+    const auto string = sgn_elements(content).next(sgn_tag_octet_string);
     if (!string) return {};
     std::string pieces;
-    sgn_elements in = sgn_inside(sgn_octets(*string, pieces), sgn_sequence);
-    const bool is_there = in.next(sgn_integer) && in.next(sgn_object) && in.next(sgn_sequence) && in.next(sgn_integer);
-    const auto time = is_there ? in.next(sgn_generalized_time) : std::nullopt;
+    sgn_elements in = sgn_inside(sgn_octets(*string, pieces), sgn_tag_sequence);
+    const bool is_there =
+        in.next(sgn_tag_integer) && in.next(sgn_tag_object) && in.next(sgn_tag_sequence) && in.next(sgn_tag_integer);
+    const auto time = is_there ? in.next(sgn_tag_generalized_time) : std::nullopt;
     return time ? sgn_time(*time) : std::string();
   }
 

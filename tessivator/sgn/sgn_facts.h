@@ -1,9 +1,9 @@
-// What a signature says of itself: digest, signers, time stamps, certificates, and the signatures inside it. Nothing is
-// verified, and nothing is decoded but what is handed out: fields are cut out of the bytes where they stand.
+// What a signature says about itself: digest, signers, time stamps, certificates, and the signatures inside it. Nothing
+// is verified. Fields are read from the bytes; nothing else is decoded.
 //
 // Formats: PKCS#7 (RFC 2315) and CMS (RFC 5652) signed data, in DER or BER; Authenticode's attributes; time-stamp
 // tokens (RFC 3161). Texts are UTF-8, digests and serial numbers lower-case hexadecimal, times RFC 3339 in UTC. A value
-// that is missing or unreadable is empty, and the others are told all the same.
+// that is missing or unreadable is empty; it does not affect the others.
 #pragma once
 
 #include <array>
@@ -15,18 +15,18 @@
 #include "common/qlib/qerr.h"
 #include "common/qlib/qtypes.h"
 
-// Signatures inside each other, the outermost counted; and all those of one file together. What lies beyond is counted
-// under the problems "nested_too_deep" and "signatures_too_many".
+// Limits: levels of nested signatures with the outermost, and signatures of one file. Others are skipped and counted as
+// the problems "nested_too_deep" and "signatures_too_many".
 inline constexpr std::uint32_t SGN_FACTS_MOST_DEPTH = 4;
 inline constexpr std::uint32_t SGN_FACTS_MOST_SIGNATURES = 64;
-// Signers, time stamps and certificates of one file together; no line of a report holds more.
+// Signers, time stamps and certificates of one file together; no line of a details file holds more.
 inline constexpr std::uint32_t SGN_FACTS_MOST_ENTRIES = 65536;
-// A longer text (a name, a publisher's text) is left out, in bytes; so is what goes beyond all texts of one file, under
-// the problem "texts_too_many".
+// The longest text (a name, a publisher's text) and all texts of one file, in bytes. Longer ones are left out; beyond
+// the sum that is the problem "texts_too_many".
 inline constexpr std::size_t SGN_FACTS_MOST_TEXT = 8192;
 inline constexpr std::size_t SGN_FACTS_MOST_TEXTS = std::size_t{4} << 20;
 
-// What was wrong or left out, as a short code, and how often.
+// What is damaged or was left out: a short code and a count.
 struct sgn_problem {
   std::string_view code;  // of static storage
   std::uint64_t count = 1;
@@ -41,15 +41,15 @@ struct sgn_digest {
 
 struct sgn_signer_facts {
   std::string certificate;       // SHA-256 of its DER; empty when neither this signature nor the one around it has it
-  std::string issuer;            // of that certificate, as the signer names it: RFC 4514
+  std::string issuer;            // of that certificate, as the signer gives it: RFC 4514
   std::string serial;            // as sgn_cert_facts::serial
   std::string digest_algorithm;  // as sgn_digest::algorithm
   std::string key_algorithm;     // "rsa", "rsa-pss", "ec", "dsa", "ed25519", or the dotted object identifier
-  std::string program_name;      // SpcSpOpusInfo: what the publisher calls the program, and its address
+  std::string program_name;      // SpcSpOpusInfo: the publisher's name for the program, and its address
   std::string program_url;
 };
 
-// A certificate of a set, where it stands in the signature's bytes.
+// A certificate in the signature's bytes.
 struct sgn_certificate_place {
   Bytes der;
   std::string sha256;
@@ -74,7 +74,7 @@ struct sgn_facts {
   std::vector<sgn_signer_facts> signers;
   std::vector<sgn_certificate_place> certificates;  // in the signature's order
   std::vector<sgn_stamp_facts> stamps;              // of all signers, in their order
-  std::vector<sgn_facts> nested;                    // idem
+  std::vector<sgn_facts> nested;                    // the same
   Bytes list;                         // a catalogue's certificate trust list (sgn_catalogue.h), else empty
   std::vector<sgn_problem> problems;  // "undecodable": it is no signed data, and all else is empty
 };

@@ -106,7 +106,7 @@ class signature_walk {
     return header && header->identifier == 0x30 && sgn_text(head.subspan(header->size)).starts_with(object);
   }
 
-  // The form of the signature in an application package stands behind four letters.
+  // In an application package four letters come before the signature.
   qerr_t walk_signature_file(Bytes head, sgn_file_kind& kind) {
     const std::size_t skipped = sgn_text(head).starts_with("PKCX") ? 4 : 0;
     head = head.subspan(skipped);

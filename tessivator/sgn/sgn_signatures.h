@@ -9,11 +9,11 @@ struct blib_bin;    // blib/blib_bin.h
 
 enum class sgn_file_kind : std::uint8_t { other, image, package, cabinet, catalogue };
 
-// A file that is open, as what it was found to be.
+// An open file, with the image or package in it.
 struct sgn_signed_file {
   qfile_t file = QFILE_INVALID;
-  blib_bin* image = nullptr;       // null: it is none
-  msi_package* package = nullptr;  // idem
+  blib_bin* image = nullptr;       // null: it is not one
+  msi_package* package = nullptr;  // the same
 };
 
 // Called with each signature in the file's order; one is held at a time, and its places are those of this call. A code

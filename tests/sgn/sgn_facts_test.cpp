@@ -1,4 +1,4 @@
-// What signatures and certificates say of themselves, against independent readers.
+// What signatures and certificates say about themselves, against independent readers.
 #include "sgn/sgn_facts.h"
 
 #include <openssl/pem.h>
@@ -194,7 +194,7 @@ std::string repeated(const std::string& text, std::size_t count) {
   return out;
 }
 
-// Each bound at its limit and one further; what is within it is told all the same.
+// Each bound at its limit and one further; what is within it is still read.
 TEST_F(SgnFacts, TellWhatIsDamagedOrLeftOut) {
   const std::string one = der::certificate(1, "x");
   const std::string by = der::signer(1, "x");
@@ -230,7 +230,7 @@ TEST_F(SgnFacts, TellWhatIsDamagedOrLeftOut) {
   EXPECT_EQ(codes(visit("images/cert_table/overrun_75.exe").problems), "signatures_unreadable:1");
 }
 
-// A file that is a signature is told by its beginning, whatever its length.
+// A file that is a signature is recognised by its beginning, whatever its length.
 TEST_F(SgnFacts, OfAFileAreThoseOfItsBeginning) {
   const std::string one = file_text(fixture_path("pkcs7/signed_rsa.der"));
   std::string catalogue = file_text(fixture_path("pkcs7/catalogue_version_1.der"));
