@@ -178,7 +178,8 @@ void Brantle::beginDetails() {
 
 void Brantle::endFileDetails() {
   if (isNoFile || qlib_is_cancelled()) return;
-  detailsFile->endFile(openFile, openPackage.get(), isWhole);
+  const bool stored = currentNames == nullptr || sgn_store_cache_failures(storeCache.get()).certificates == 0;
+  detailsFile->endFile(openFile, openPackage.get(), isWhole && stored);
 }
 
 // After the report: until then the old details belong to what stands there. Where the old report stays, so do they.

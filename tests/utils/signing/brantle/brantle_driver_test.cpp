@@ -185,12 +185,13 @@ TEST_F(Driver, DetailsSayWhatIsNotComplete) {
                {file_op::open, QERR_PERMISSION, "open_failed"},
                {file_op::read, QERR_IO, "false"},
                {file_op::read, QERR_OK, "changed_while_read"},
+               {file_op::rename, QERR_PERMISSION, "false"},  // of its certificate
                {file_op::flush, QERR_NO_SPACE, nullptr}};
   for (const auto& c : cases) {
     const std::u16string image = put(u"in/a.exe", file_text(fixture_path("images/exe32_rsa.exe")));
     put(u"out/details.jsonl", "old");
     faulty_provider disk;
-    disk.only(c.op == file_op::flush ? u".tmp" : u".exe");
+    disk.only(c.op == file_op::flush ? u".tmp" : c.op == file_op::rename ? u".cer" : u".exe");
     disk.before(c.op, [&] {
       if (c.op == file_op::read && c.code == QERR_OK) fs::last_write_time(image, {});
     });
