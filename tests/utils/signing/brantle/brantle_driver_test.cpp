@@ -181,10 +181,8 @@ TEST_F(Driver, DetailsSayWhatIsNotComplete) {
     file_op op;
     qerr_t code;
     const char* line;
-  } cases[] = {{file_op::exists, QERR_IO, "true"},
-               {file_op::open, QERR_PERMISSION, "open_failed"},
-               {file_op::read, QERR_IO, "false"},
-               {file_op::read, QERR_OK, "changed_while_read"},
+  } cases[] = {{file_op::exists, QERR_IO, "true"},          {file_op::open, QERR_PERMISSION, "open_failed"},
+               {file_op::read, QERR_IO, "false"},           {file_op::read, QERR_OK, "changed_while_read"},
                {file_op::rename, QERR_PERMISSION, "false"},  // of its certificate
                {file_op::flush, QERR_NO_SPACE, nullptr}};
   for (const auto& c : cases) {
